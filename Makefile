@@ -1,0 +1,72 @@
+# The commands of the project; README says what each does. Each sets up what it needs first (scripts/setup).
+BUILD := build
+JOBS ?= $(shell nproc)
+CONSOLE := $(BUILD)/release/console
+
+.PHONY: help run build test unit program service browser check format sanitize fuzz bench package clean
+
+help:
+	@echo "make run       build, start the console on http://127.0.0.1:8080 with sample files, print its log-on"
+	@echo "make build     release build in build/release, runnable tree in build/release/console"
+	@echo "make test      every test: unit, program, service, browser"
+	@echo "make check     format, floors, clang-tidy, cppcheck, shell syntax"
+	@echo "make sanitize  unit, program and service tests under ASan and UBSan"
+	@echo "make fuzz      each fuzz target for FUZZ_SECONDS (60)"
+	@echo "make bench     the figures of docs/performance.md, measured here"
+	@echo "make package   the .deb in build/package"
+
+run: build
+	@scripts/run-console
+
+build:
+	@scripts/setup run
+	@cmake --preset release >/dev/null
+	@cmake --build $(BUILD)/release -j $(JOBS)
+
+test:
+	@scripts/setup run test
+	@cmake --preset test >/dev/null
+	@cmake --build $(BUILD)/release -j $(JOBS)
+	@ctest --test-dir $(BUILD)/release -j $(JOBS) --output-on-failure --no-tests=error
+	@node --test --test-concurrency=1 tests/browser/
+
+# One kind of test alone, after a build by `make test`.
+unit program service:
+	@cmake --build $(BUILD)/release -j $(JOBS)
+	@ctest --test-dir $(BUILD)/release -j $(JOBS) -L '^$@$$' --output-on-failure --no-tests=error
+
+browser:
+	@node --test --test-concurrency=1 tests/browser/
+
+check:
+	@scripts/setup run check
+	@cmake --preset test >/dev/null
+	@scripts/check
+
+format:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+sanitize:
+	@scripts/setup run test
+	@cmake --preset sanitize >/dev/null
+	@cmake --build $(BUILD)/sanitize -j $(JOBS)
+	@ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --test-dir $(BUILD)/sanitize -j $(JOBS) --output-on-failure --no-tests=error
+
+fuzz:
+	@scripts/setup run fuzz
+	@cmake --preset fuzz >/dev/null
+	@cmake --build $(BUILD)/fuzz -j $(JOBS)
+	@scripts/fuzz $(BUILD)/fuzz/fuzz $${FUZZ_SECONDS:-60}
+
+bench:
+	@scripts/setup run bench
+	@cmake --preset bench >/dev/null
+	@cmake --build $(BUILD)/release -j $(JOBS)
+	@bench/run $(BUILD)/release
+
+package: build
+	@scripts/package $(BUILD)/release $(BUILD)/package
+
+clean:
+	@rm -rf $(BUILD)/release $(BUILD)/debug $(BUILD)/clang $(BUILD)/sanitize $(BUILD)/fuzz $(BUILD)/package
