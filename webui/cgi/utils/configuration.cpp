@@ -1,0 +1,105 @@
+#include "webui/cgi/utils/configuration.h"
+
+#include "norv/crypto.h"
+#include "norv/log.h"
+#include "webui/cgi/service_message.h"
+#include "webui/cgi/text_file.h"
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+/// Sends one of the two configuration commands. Any result but an error is taken.
+bool askForConfiguration(IPCMessage::CommandID command, IPCMessage& reply) {
+    if (!exchange(IPCMessage(IPCMessage::GET, command), reply)) {
+        NORV_LOG(NORV_LOG_REFUSED, "sendMessage failed");
+        return false;
+    }
+    if (reply.result == IPCMessage::RESULT_ERROR) {
+        NORV_LOG(NORV_LOG_REFUSED, "CheckConfigFile retuned an error. result=%d", reply.result);
+        return false;
+    }
+    return true;
+}
+
+/// Bytes that the encrypted form of a text of `length` bytes may take with its terminator.
+std::size_t encryptedSize(std::size_t length) {
+    const std::size_t total = length + 3;
+    const std::size_t rest = total % 64;
+    return total / 64 * 140 + 9 + (rest == 0 ? 0 : (rest + 7) / 8 * 16 + 11);
+}
+
+}  // namespace
+
+bool getNORVConfigFromEntity(NORVConfig& config) {
+    IPCMessage reply;
+    if (!askForConfiguration(IPCMessage::CONFIG_FILE_CHECK, reply)) return false;
+    if (!askForConfiguration(IPCMessage::CONFIG_FILE_STATE, reply)) return false;
+    const auto content = reply.value<std::string>("Content");
+    config = NORVConfig(std::vector<char>(content.begin(), content.end()), reply.value<long>("LastModified"));
+    return true;
+}
+
+bool ConfigGetVarPath(const NORVConfig& config, std::string& path) {
+    if (getConfigValue(config, "Configuration", "VarPath", path)) return true;
+    NORV_LOG(NORV_LOG_REFUSED, "Failed to get confg value");
+    path = "/opt/Halvard/NorvLinux/NORV.tmp";
+    return false;
+}
+
+std::string GetBuildNumber(const char* file) {
+    std::string text;
+    if (!readTextFile(file, text)) {
+        NORV_LOG(NORV_LOG_ERROR, "failed to open %s", file);
+    } else if (text.empty()) {
+        NORV_LOG(NORV_LOG_ERROR, "failed to read");
+    }
+    return firstLine(text);
+}
+
+bool GetNORVRunningOrNot(const char* file) {
+    std::string text;
+    if (!readTextFile(file, text)) return false;
+    for (std::string_view rest = text; !rest.empty();) {
+        if (!rest.starts_with("norvmod")) return true;
+        const std::size_t end = rest.find('\n');
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+    }
+    return false;
+}
+
+bool Exist(const char* path) {
+    struct stat status {};
+    return path && stat(path, &status) == 0;
+}
+
+bool encrypt_string(std::string& text) {
+    const std::size_t size = encryptedSize(text.size());
+    const std::unique_ptr<char[]> encrypted(new (std::nothrow) char[size]());
+    if (!encrypted) {
+        NORV_LOG(NORV_LOG_REFUSED, "Not enough memory: encrypted");
+        return false;
+    }
+    const int length = dm_encryptString(text.c_str(), encrypted.get(), size);
+    if (length < 1) {
+        NORV_LOG(NORV_LOG_REFUSED, "dm_encryptString() failed. [%d]", length);
+        return false;
+    }
+    text = encrypted.get();
+    return true;
+}
+
+std::string ParseData(const std::string& data, const std::string& id) {
+    const std::string pattern = "ID=\"" + id + "\" Value=\"";
+    const std::size_t found = data.find(pattern);
+    if (found == std::string::npos) return "";
+    const std::size_t start = found + pattern.size();
+    const std::size_t end = data.find('"', start);
+    return end == std::string::npos ? "" : data.substr(start, end - start);
+}
