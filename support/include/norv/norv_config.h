@@ -21,8 +21,10 @@ public:
     NORVConfig();
     /// `content`: the XML text. `lastModified`: seconds since the epoch, the document's stamp.
     NORVConfig(const std::vector<char>& content, long lastModified);
+    /// A copy holds the document as it is now; where changes go (`setStore`) and that some are pending stays behind.
     NORVConfig(const NORVConfig& other);
     NORVConfig& operator=(const NORVConfig& other);
+    NORVConfig& operator=(NORVConfig&& other) noexcept;
     /// Writes pending changes back with `sync()`.
     ~NORVConfig();
 
