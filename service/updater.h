@@ -1,0 +1,140 @@
+#pragma once
+
+#include "norv/au_config.h"
+#include "service/clock.h"
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace keldra {
+
+/// Where an Updater works and how long it may take.
+struct UpdaterSettings {
+    std::filesystem::path state;       ///< components.json, freshclam.conf and freshclam.log are kept here
+    std::filesystem::path signatures;  ///< the database folder that is kept up to date; made when missing
+    std::string freshclam = "/usr/bin/freshclam";
+    std::string databaseOwner;             ///< the user whom freshclam runs as when started by root; empty: our own
+    unsigned timeLimit = 3600;             ///< seconds for one run; then it is ended
+    std::size_t progressFiles = 200;       ///< progress files kept at most
+    std::int64_t progressAge = 24 * 3600;  ///< seconds for which they are kept
+};
+
+/// What an Updater needs of the rest of the service. All may be called from its own thread.
+struct UpdaterHooks {
+    std::function<NORVAUConfig()> configuration;  ///< the settings of the moment: sources and proxy
+    std::function<std::string()> varPath;         ///< the folder of the progress files
+    std::function<std::string()> engineVersion;   ///< version of the scan engine that is in use
+    /// Loads the new databases and waits for it. False: they cannot be loaded and the old ones stay in use.
+    std::function<bool()> reload;
+};
+
+/// Versions and times of the components, in the texts that the served document shows; empty when nothing is installed.
+struct ComponentVersions {
+    std::string engineVersion, engineLastUpdate;
+    std::string virusPatternVersion, virusPatternLastUpdate;
+    std::string spywarePatternVersion, spywarePatternLastUpdate;
+};
+
+/// What an update is doing, or what became of the last one.
+struct UpdateStatus {
+    bool running = false;
+    bool scheduled = false;
+    std::string requestId;   ///< of a manual update
+    int progress = 0;        ///< tenths, 0 to 10
+    int64_t started = 0;     ///< seconds since the epoch; 0: never
+    int64_t ended = 0;       ///< seconds since the epoch; 0: never, or running
+    bool succeeded = false;  ///< of the last update that ended
+    bool installed = false;  ///< whether it brought something new
+    std::string message;     ///< English, one of `updateMessages`
+};
+
+/// All texts that an update may end with, for the message catalogue.
+const std::vector<std::string>& updateMessages();
+
+/// Whether a text may name an update: digits and underscores, 1 to 241 of them (longer names would not fit the progress
+/// file's name).
+bool isUpdateId(std::string_view id);
+
+/// Keeps the signature databases up to date by running freshclam as a child process, one at a time. The progress of a
+/// manual update stands in `<var>/progress_<id>.txt`: tenths, and at the end "10" when something new was installed or
+/// one of `updateMessages`. May be used from several threads.
+class Updater {
+public:
+    Updater(UpdaterSettings settings, UpdaterHooks hooks, const Clock& clock);
+    /// Ends what is running and waits for it.
+    ~Updater();
+    Updater(const Updater&) = delete;
+    Updater& operator=(const Updater&) = delete;
+
+    /// Starts an update of these components (bits UPDATE_…). `caller` tells callers apart, such as a session's id. True
+    /// when it was started, also when this id of this caller is running already; false when another update runs, the id
+    /// is not a legal one or the service is ending.
+    bool startManual(const std::string& requestId, const std::string& caller, uint8_t components);
+    /// The same for the schedule; false when an update runs.
+    bool startScheduled(uint8_t components);
+    /// Ends a running update and waits for it; nothing can be started afterwards.
+    void stop();
+
+    UpdateStatus status() const;
+    /// Cheap enough to be asked for with every served document.
+    ComponentVersions versions() const;
+    /// Takes note of what lies in the database folder and which engine is in use; call it once the engine is loaded.
+    void noteComponents();
+    /// Closes progress files that a crash left unfinished. Call it once, before the first update.
+    void recover();
+    /// Removes progress files that are old or too many. Also done at each update.
+    void cleanUp();
+
+private:
+    /// What is remembered of one file in the database folder.
+    struct FileRecord {
+        std::string identity;  ///< version of an official database, digest of the content of any other
+        int64_t changed = 0;   ///< when it was seen to change, seconds since the epoch
+        bool spyware = false;
+        bool official = false;
+        auto operator<=>(const FileRecord&) const = default;
+    };
+    using Files = std::map<std::string, FileRecord>;
+    struct Run;
+    struct Outcome;
+
+    bool begin(Run run);
+    void execute(const Run& run);
+    Outcome update(const Run& run);
+    Outcome fetch(const Run& run);
+    Outcome afterFetch(const Run& run, const Files& before);
+    bool writeConfiguration(const NORVAUConfig& configuration, uint8_t components, int& databases);
+    void setProgress(const Run& run, int tenths);
+    void writeProgress(const std::string& requestId, const std::string& text) const;
+    void finish(const Run& run, const Outcome& outcome);
+    Files scanFolder(const Files& known) const;
+    bool noteFiles();
+    void noteEngine();
+    void loadComponents();
+    void saveComponents() const;
+    std::string patternVersion(bool spyware) const;
+    int64_t patternTime(bool spyware) const;
+
+    const UpdaterSettings settings_;
+    const UpdaterHooks hooks_;
+    const Clock& clock_;
+    std::atomic<bool> stopping_{false};
+    mutable std::mutex mutex_;
+    UpdateStatus status_;
+    std::string caller_;
+    Files files_;
+    std::string engineVersion_;
+    int64_t engineChanged_ = 0;
+    std::thread thread_;
+};
+
+}  // namespace keldra
