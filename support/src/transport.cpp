@@ -31,8 +31,8 @@ constexpr milliseconds CONNECT_PAUSE(10);
 /// of a later one.
 class Connection {
 public:
-    /// Sends a request's bytes and reads the payload of its reply.
-    bool exchange(const std::string& path, const std::string& request, Clock::time_point deadline, std::string& reply);
+    /// Sends a request's bytes and reads its reply.
+    bool exchange(const std::string& path, const std::string& request, Clock::time_point deadline, IPCMessage& reply);
 
 private:
     bool open(const std::string& path);
@@ -49,12 +49,13 @@ private:
 };
 
 bool Connection::exchange(const std::string& path, const std::string& request, Clock::time_point deadline,
-                          std::string& reply) {
+                          IPCMessage& reply) {
+    std::string payload;
     deadline_ = deadline;
     if (!socket_ || path != path_ || !isUsable()) {
         if (!open(path)) return false;
     }
-    const bool done = send(request) && receiveFrame(reply);
+    const bool done = send(request) && receiveFrame(payload) && decodeMessage(payload, reply);
     if (!done) socket_.reset();
     return done;
 }
@@ -145,9 +146,7 @@ bool exchangeMessages(const IPCMessage& request, IPCMessage& reply, Clock::time_
     reply = IPCMessage();
     if (!encoded) return false;
     const std::lock_guard lock(mutex);
-    std::string answer;
-    if (!connection.exchange(socketPath(), frameHeader(payload.size()) + payload, deadline, answer)) return false;
-    return decodeMessage(answer, reply);
+    return connection.exchange(socketPath(), frameHeader(payload.size()) + payload, deadline, reply);
 }
 
 }  // namespace
