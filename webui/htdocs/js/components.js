@@ -1,0 +1,19 @@
+// Which components an update fetches.
+import { byId, check } from './form.js';
+
+const BOXES = {
+  'virus-pattern': 'bUpdatePattern',
+  'spyware-pattern': 'bUpdateSpywarePattern',
+  'scan-engine': 'bUpdateEngine',
+};
+
+/** Ticks the boxes. Returns the check that at least one is ticked. */
+export function bindComponents(variables) {
+  for (const [id, name] of Object.entries(BOXES)) byId(id).checked = variables.get(name) === true;
+  const boxes = Object.keys(BOXES).map(byId);
+  return () => {
+    const [first] = boxes;
+    const right = first.matches(':disabled') || boxes.some((box) => box.checked);
+    return check(first, 'components-none', right) ? null : first;
+  };
+}

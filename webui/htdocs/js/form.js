@@ -1,0 +1,77 @@
+// Filling controls, errors beside fields, and the question whether to save over somebody else's changes.
+
+export const byId = (id) => document.getElementById(id);
+
+/** Selects an option; a value that the list does not offer is added, so that saving never changes it unasked. */
+export function selectOption(select, value) {
+  if (![...select.options].some((option) => option.value === value)) select.add(new Option(value, value));
+  select.value = value;
+}
+
+/** Keeps an element usable only while a box or radio button is on. Returns a function that applies its present state. */
+export function enableWhile(control, element) {
+  const apply = () => { element.disabled = !control.checked; };
+  const group = control.type === 'radio' ? document.getElementsByName(control.name) : [control];
+  for (const member of group) member.addEventListener('change', apply);
+  return apply;
+}
+
+/** Shows or hides the error text of a field and tells assistive technology. Returns whether the field is right. */
+export function check(field, errorId, right) {
+  byId(errorId).hidden = right;
+  const errors = (field.getAttribute('aria-describedby') ?? '').split(' ')
+    .filter((id) => byId(id)?.classList.contains('error') && !byId(id).hidden);
+  if (errors.length || !right) field.setAttribute('aria-invalid', 'true');
+  else field.removeAttribute('aria-invalid');
+  return right;
+}
+
+/**
+ * Runs the checks of a form before it is sent; each returns the field that is wrong, or nothing. What was typed stays,
+ * and the first wrong field gets the focus.
+ */
+export function validateOnSubmit(form, checks) {
+  form.noValidate = true;
+  form.addEventListener('submit', (event) => {
+    const wrong = checks.map((run) => run()).filter(Boolean);
+    if (!wrong.length) return;
+    event.preventDefault();
+    event.stopPropagation();
+    wrong[0].focus();
+  });
+}
+
+/**
+ * When the page came back because the settings were changed meanwhile: asks what to do. Saving over them sends the form
+ * again in the given mode ("Save" or "SaveAndScan").
+ */
+export function askAboutOverwriting(form, modified, mode) {
+  if (!modified) return;
+  const question = byId('overwrite-question');
+  byId('overwrite-yes').addEventListener('click', () => {
+    form.elements.namedItem('bOverWrite').value = 'true';
+    question.close();
+    form.requestSubmit(form.querySelector(`button[name="mode"][value="${mode}"]`));
+  });
+  byId('overwrite-no').addEventListener('click', () => {
+    location.assign(`./scanoption.cgi?id=${encodeURIComponent(form.elements.namedItem('id').value)}`);
+  });
+  byId('overwrite-edit').addEventListener('click', () => question.close());
+  question.showModal();
+}
+
+/** Fills a time field from "hh:mm:ss" and, when the form is sent, its two hidden fields of two digits each. */
+export function bindTime(form, stored) {
+  const time = byId('time');
+  const match = /^(\d{1,2}):(\d{1,2})/.exec(stored ?? '');
+  time.value = match ? `${match[1].padStart(2, '0')}:${match[2].padStart(2, '0')}` : '03:00';
+  form.addEventListener('submit', () => {
+    const [hours, minutes] = time.value.split(':');
+    byId('time-hours').value = hours ?? '';
+    byId('time-minutes').value = minutes ?? '';
+  });
+  return () => (check(time, 'time-wrong', time.matches(':disabled') || time.value !== '') ? null : time);
+}
+
+const DAYS = ['Sunday', 'Monday', 'Tuesday', 'Wednesday', 'Thursday', 'Friday', 'Saturday'];
+export const dayName = (number) => DAYS[number] ?? DAYS[0];

@@ -1,0 +1,47 @@
+// Following work that goes on in the service: asks for the page's own address again and again and reads the answer.
+
+const INTERVAL = 1000;
+const LONGEST = 8000;
+
+const pause = (milliseconds) => new Promise((resolve) => { setTimeout(resolve, milliseconds); });
+
+/** Fetches a page without showing it. Nothing when there is no usable answer; the log-on page when the session ended. */
+export async function fetchPage(url) {
+  try {
+    const answer = await fetch(url, { credentials: 'same-origin', cache: 'no-store' });
+    if (answer.redirected) {
+      location.assign('/');
+      return null;
+    }
+    return answer.ok ? new DOMParser().parseFromString(await answer.text(), 'text/html') : null;
+  } catch {
+    return null;
+  }
+}
+
+/**
+ * Calls show(page) with each answer that is the same kind of page as this one, missed() when there was none, and shows
+ * the answer itself (how the work ended) as soon as it is another kind.
+ */
+export async function follow(show, missed) {
+  let wait = INTERVAL;
+  for (;;) {
+    await pause(wait);
+    const page = document.hidden ? undefined : await fetchPage(location.href);
+    if (page === undefined) continue;
+    if (page === null) {
+      wait = Math.min(wait * 2, LONGEST);
+      missed();
+      continue;
+    }
+    wait = INTERVAL;
+    if (page.body.dataset.page !== document.body.dataset.page) {
+      location.reload();
+      return;
+    }
+    show(page);
+  }
+}
+
+/** Fills a text such as "{percent} percent done." */
+export const fill = (text, values) => text.replace(/\{(\w+)\}/g, (whole, name) => values[name] ?? whole);

@@ -1,0 +1,36 @@
+// The manual update: what to fetch, then over to its progress.
+import { bindComponents } from './components.js';
+import { post } from './csrf.js';
+import { byId, validateOnSubmit } from './form.js';
+import { readPageVariables } from './page-variables.js';
+
+const form = byId('settings');
+
+/** A name for this update that no other browser chooses: time and chance, digits and "_" only. */
+function newRequestId() {
+  const chance = crypto.getRandomValues(new Uint32Array(2));
+  return `${Date.now()}_${chance[0]}${chance[1]}`;
+}
+
+async function startUpdate() {
+  byId('request-id').value = newRequestId();
+  byId('start-failed').hidden = true;
+  byId('update').disabled = true;
+  try {
+    // The answer says nothing about the outcome; the progress of this id does.
+    const answer = await post(Object.fromEntries(new FormData(form)));
+    if (!answer.ok) throw new Error(answer.statusText);
+    const id = encodeURIComponent(byId('request-id').value);
+    location.assign(answer.redirected ? '/' : `./scanoption.cgi?id=update_progress&RequestID=${id}`);
+  } catch {
+    byId('start-failed').hidden = false;
+  }
+  byId('update').disabled = false;
+}
+
+validateOnSubmit(form, [bindComponents(readPageVariables())]);
+form.addEventListener('submit', (event) => {
+  if (event.defaultPrevented) return;
+  event.preventDefault();
+  startUpdate();
+});
