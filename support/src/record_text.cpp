@@ -94,9 +94,10 @@ RecordReader::RecordReader(std::istream& in, const char* type) : json_(std::make
     if (text.size() > MAX_FRAME_PAYLOAD) return;
     // Iterative, so that deep nesting in an unknown field does not use up the stack.
     json_->document.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
-    if (json_->document.HasParseError() || !json_->document.IsObject() || json_->document.MemberCount() != 1) return;
-    const auto record = json_->document.FindMember(type);
-    if (record == json_->document.MemberEnd() || !record->value.IsObject()) return;
+    const rapidjson::Value& root = json_->document;
+    if (json_->document.HasParseError() || !root.IsObject() || root.MemberCount() != 1) return;
+    const auto record = root.FindMember(type);
+    if (record == root.MemberEnd() || !record->value.IsObject()) return;
     json_->fields = &record->value;
     json_->good = hasUniqueNames(record->value);
 }
