@@ -74,10 +74,14 @@ public:
 private:
     class Listener;
 
+    void replace(std::shared_ptr<Listener> listener, std::string problem);
+    std::shared_ptr<Listener> listener() const;
+
     const OnAccessHooks hooks_;
+    std::mutex configureMutex_;
+    OnAccessSettings settings_;  ///< under configureMutex_
     mutable std::mutex mutex_;
-    OnAccessSettings settings_;
-    std::unique_ptr<Listener> listener_;
+    std::shared_ptr<Listener> listener_;
     std::string problem_;
 };
 

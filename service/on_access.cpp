@@ -1,0 +1,537 @@
+#include "service/on_access.h"
+
+#include "norv/log.h"
+#include "norv/path_list.h"
+#include "service/file_walk.h"
+#include "service/files.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/fanotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <deque>
+#include <fstream>
+#include <optional>
+#include <set>
+#include <span>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+namespace keldra {
+
+namespace {
+
+using Time = std::chrono::steady_clock::time_point;
+
+constexpr unsigned INIT_FLAGS = FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK;
+constexpr unsigned EVENT_FILE_FLAGS = O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME;
+constexpr time_t SETTLED = 2;  // seconds after its last change from which a file's times can show the next one
+
+/// The kernel's own file systems hold no files that could be infected.
+bool isKernelFileSystem(const std::string& type) {
+    static const std::set<std::string> TYPES = {
+        "proc",   "sysfs",  "cgroup",    "cgroup2", "devtmpfs", "devpts",  "debugfs",     "tracefs",  "securityfs",
+        "pstore", "mqueue", "hugetlbfs", "bpf",     "configfs", "fusectl", "binfmt_misc", "efivarfs", "autofs"};
+    return TYPES.count(type) != 0;
+}
+
+/// A field of /proc/self/mountinfo: the kernel writes blanks and backslashes as three octal digits.
+std::string unescapeMount(const std::string& field) {
+    std::string text;
+    for (size_t i = 0; i < field.size(); ++i) {
+        const bool escape = field[i] == '\\' && i + 3 < field.size();
+        text += escape ? static_cast<char>(std::strtol(field.substr(i + 1, 3).c_str(), nullptr, 8)) : field[i];
+        if (escape) i += 3;
+    }
+    return text;
+}
+
+/// Mount points below the folders, whose file systems are watched as well.
+std::vector<std::string> mountsBelow(const std::vector<std::string>& folders) {
+    std::vector<std::string> mounts;
+    std::ifstream file("/proc/self/mountinfo");
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream fields(line);
+        std::string skipped, point, type;
+        for (int i = 0; i < 4; ++i) fields >> skipped;
+        fields >> point;
+        while (fields >> skipped && skipped != "-") continue;
+        fields >> type;
+        point = unescapeMount(point);
+        if (!isKernelFileSystem(type) && liesBelow(point, folders)) mounts.push_back(point);
+    }
+    return mounts;
+}
+
+/// The fanotify group. Once closed, all accesses that wait for it go on.
+class Group {
+public:
+    bool open() {
+        const std::lock_guard lock(mutex_);
+        fd_ = FileDescriptor(fanotify_init(INIT_FLAGS, EVENT_FILE_FLAGS));
+        return static_cast<bool>(fd_);
+    }
+    void close() {
+        const std::lock_guard lock(mutex_);
+        fd_.reset();
+    }
+    /// For the one thread that reads, which is gone when the group is closed.
+    int get() const { return fd_.get(); }
+
+    /// `directory` and `path` as for the system call. False with errno set.
+    bool mark(unsigned flags, uint64_t mask, int directory, const char* path) {
+        const std::lock_guard lock(mutex_);
+        return fanotify_mark(fd_.get(), flags, mask, directory, path) == 0;
+    }
+    void answer(int fd, bool deny) {
+        const std::lock_guard lock(mutex_);
+        fanotify_response response{};
+        response.fd = fd;
+        response.response = deny ? FAN_DENY : FAN_ALLOW;
+        // An answer that comes too late, because the process that asked was killed, fails; nobody waits for it.
+        if (fd_ && ::write(fd_.get(), &response, sizeof response) < 0) return;
+    }
+
+private:
+    std::mutex mutex_;
+    FileDescriptor fd_;
+};
+
+/// One file access under way. Whoever opens the file waits until it is answered, at the latest when this object goes.
+class Access {
+public:
+    Access(std::shared_ptr<Group> group, FileDescriptor file, std::string path, bool waiting, Time deadline)
+        : group_(std::move(group)),
+          file_(std::move(file)),
+          path_(std::move(path)),
+          deadline_(deadline),
+          open_(waiting) {}
+    ~Access() { answer(false); }
+    Access(const Access&) = delete;
+    Access& operator=(const Access&) = delete;
+
+    int fd() const { return file_.get(); }
+    const std::string& path() const { return path_; }
+    Time deadline() const { return deadline_; }
+    bool waiting() const { return open_; }
+    /// True when it was this call that answered.
+    bool answer(bool deny) {
+        if (!open_.exchange(false)) return false;
+        group_->answer(file_.get(), deny);
+        return true;
+    }
+
+private:
+    const std::shared_ptr<Group> group_;
+    const FileDescriptor file_;
+    const std::string path_;
+    const Time deadline_;
+    std::atomic<bool> open_;
+};
+
+struct stat statusOf(int fd) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0) status = {};
+    return status;
+}
+
+bool sameContent(const struct stat& a, const struct stat& b) {
+    return a.st_size == b.st_size && a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+}
+
+/// The kernel's name for an open file; empty when it has none (any more).
+std::string pathOf(int fd) {
+    std::array<char, PATH_MAX> text{};
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t length = readlink(link.c_str(), text.data(), text.size());
+    if (length <= 0 || text[0] != '/') return {};
+    std::string path(text.data(), static_cast<size_t>(length));
+    return path.ends_with(" (deleted)") ? std::string() : path;
+}
+
+std::vector<std::string> realFolders(const std::vector<std::string>& folders, bool report) {
+    std::vector<std::string> real;
+    for (const std::string& folder : folders) {
+        const std::unique_ptr<char, decltype(&std::free)> path(realpath(folder.c_str(), nullptr), &std::free);
+        if (path) real.emplace_back(path.get());
+        if (!path && report)
+            NORV_LOG(NORV_LOG_WARNING, "The folder %s is not watched: %s", folder.c_str(), errorText(errno).c_str());
+    }
+    return real;
+}
+
+}  // namespace
+
+/// One group with its threads. The reader answers the service's own accesses and everything outside of the folders at
+/// once, and whatever has waited too long. It must not wait for anything that may open a file, so it does not even log:
+/// a worker writes its notes.
+class OnAccess::Listener {
+public:
+    Listener(const OnAccessHooks& hooks, OnAccessSettings settings);
+    ~Listener() { end(); }
+
+    /// False, with the reason in words, when nothing can be watched.
+    bool start(std::string& problem);
+    /// Allows what waits, ends the threads and waits for them.
+    void end();
+    bool running() const { return running_; }
+    void forgetClean() { group_->mark(FAN_MARK_FLUSH, 0, AT_FDCWD, "/"); }
+
+private:
+    using Item = std::shared_ptr<Access>;
+
+    bool markAll();
+    void read();
+    int pollTimeout();
+    bool readEvents();
+    void receive(const fanotify_event_metadata& event);
+    void admit(const fanotify_event_metadata& event, FileDescriptor file, bool waiting);
+    bool concerns(int fd, const std::string& path) const;
+    void enqueue(Item item);
+    void expire(bool all);
+    void note(std::string text);
+
+    void work();
+    bool takeNotes(std::unique_lock<std::mutex>& lock);
+    void scan(Access& access);
+    void remember(const Access& access, const struct stat& before);
+
+    const OnAccessHooks& hooks_;
+    OnAccessSettings settings_;
+    const std::shared_ptr<Group> group_ = std::make_shared<Group>();
+    FileDescriptor wake_{eventfd(0, EFD_CLOEXEC)};
+    FileDescriptor mounts_{::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)};
+    std::stop_source stop_;
+    std::atomic<bool> running_{false};
+    std::atomic<bool> remembers_{true};
+    std::thread reader_;
+    std::vector<std::thread> workers_;
+    std::deque<std::weak_ptr<Access>> waiting_;  ///< the reader's, by deadline
+
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::deque<Item> queue_;
+    std::vector<std::string> notes_;
+    std::size_t lostNotes_ = 0;
+    bool mountsChanged_ = false;
+};
+
+OnAccess::Listener::Listener(const OnAccessHooks& hooks, OnAccessSettings settings)
+    : hooks_(hooks), settings_(std::move(settings)) {
+    settings_.folders = realFolders(settings_.folders, true);
+    const auto real = realFolders(settings_.neverScan, false);
+    settings_.neverScan.insert(settings_.neverScan.end(), real.begin(), real.end());
+}
+
+void OnAccess::Listener::end() {
+    stop_.request_stop();
+    const uint64_t one = 1;
+    if (::write(wake_.get(), &one, sizeof one) < 0) NORV_LOG(NORV_LOG_ERROR, "Cannot wake the real-time scan");
+    if (reader_.joinable()) reader_.join();
+    // Closed before the workers are waited for: one of them may wait for an access that nobody answers any more.
+    group_->close();
+    {
+        const std::lock_guard lock(mutex_);
+        queue_.clear();
+    }
+    ready_.notify_all();
+    for (std::thread& worker : workers_) worker.join();
+    workers_.clear();
+}
+
+bool OnAccess::Listener::start(std::string& problem) {
+    if (settings_.folders.empty()) return problem = "There is no folder to watch.", false;
+    if (!wake_ || !group_->open()) return problem = "fanotify: " + errorText(errno), false;
+    if (!markAll()) return problem = "None of the folders can be watched.", false;
+    running_ = true;
+    for (unsigned i = 0; i < std::max(1U, settings_.workers); ++i) workers_.emplace_back([this] { work(); });
+    reader_ = std::thread([this] { read(); });
+    return true;
+}
+
+bool OnAccess::Listener::markAll() {
+    // Writes are always listened to: they end what is remembered as clean.
+    const uint64_t mask = FAN_CLOSE_WRITE | (settings_.incoming ? FAN_OPEN_PERM : 0);
+    std::vector<std::string> places = settings_.folders;
+    for (std::string& mount : mountsBelow(settings_.folders)) places.push_back(std::move(mount));
+    bool any = false;
+    for (const std::string& place : places) {
+        const bool marked = group_->mark(FAN_MARK_ADD | FAN_MARK_FILESYSTEM, mask, AT_FDCWD, place.c_str());
+        any = any || marked;
+        if (!marked) NORV_LOG(NORV_LOG_ERROR, "%s cannot be watched: %s", place.c_str(), errorText(errno).c_str());
+    }
+    return any;
+}
+
+void OnAccess::Listener::read() {
+    std::array<pollfd, 3> files = {pollfd{group_->get(), POLLIN, 0}, pollfd{wake_.get(), POLLIN, 0},
+                                   pollfd{mounts_.get(), POLLPRI, 0}};
+    while (!stop_.stop_requested()) {
+        if (poll(files.data(), files.size(), pollTimeout()) < 0 && errno != EINTR) break;
+        expire(false);
+        if ((files[0].revents & POLLIN) != 0 && !readEvents()) break;
+        if ((files[2].revents & (POLLPRI | POLLERR)) != 0) {
+            const std::lock_guard lock(mutex_);
+            mountsChanged_ = true;
+            ready_.notify_one();
+        }
+    }
+    expire(true);
+    running_ = false;
+    if (!stop_.stop_requested()) {
+        note("The real-time scan has ended by a failure of its listener; accesses are allowed unscanned");
+        group_->close();
+    }
+}
+
+/// Milliseconds until somebody has waited too long; -1: nobody waits.
+int OnAccess::Listener::pollTimeout() {
+    while (!waiting_.empty()) {
+        const Item item = waiting_.front().lock();
+        if (item && item->waiting()) {
+            const auto left =
+                std::chrono::ceil<std::chrono::milliseconds>(item->deadline() - std::chrono::steady_clock::now());
+            return static_cast<int>(std::clamp<int64_t>(left.count(), 0, 60000));
+        }
+        waiting_.pop_front();
+    }
+    return -1;
+}
+
+/// Answers for the scans that take too long, or for all that wait when the listener ends.
+void OnAccess::Listener::expire(bool all) {
+    const Time now = std::chrono::steady_clock::now();
+    while (!waiting_.empty()) {
+        const Item item = waiting_.front().lock();
+        if (item && item->waiting() && !all && item->deadline() > now) return;
+        waiting_.pop_front();
+        if (!item || !item->answer(!all && settings_.denyOnTimeout) || all) continue;
+        note(std::string(settings_.denyOnTimeout ? "Refused" : "Allowed") +
+             " unscanned, the scan takes too long: " + item->path());
+    }
+}
+
+/// False when the group cannot be read any more.
+bool OnAccess::Listener::readEvents() {
+    alignas(fanotify_event_metadata) std::array<char, 4096> buffer;
+    const ssize_t length = ::read(group_->get(), buffer.data(), buffer.size());
+    if (length < 0 && (errno == EAGAIN || errno == EINTR)) return true;
+    if (length < 0 && (errno == EMFILE || errno == ENFILE)) {
+        // The kernel has refused the access whose descriptor it could not make; the scans under way will free some.
+        note("Too many open files: an access could not be scanned");
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return true;
+    }
+    if (length <= 0) return false;
+    auto left = static_cast<size_t>(length);
+    size_t at = 0;
+    while (left >= FAN_EVENT_METADATA_LEN) {
+        fanotify_event_metadata event{};
+        std::memcpy(&event, buffer.data() + at, sizeof event);
+        if (event.vers != FANOTIFY_METADATA_VERSION || event.event_len < FAN_EVENT_METADATA_LEN ||
+            event.event_len > left)
+            return false;
+        receive(event);
+        at += event.event_len;
+        left -= event.event_len;
+    }
+    return true;
+}
+
+void OnAccess::Listener::receive(const fanotify_event_metadata& event) {
+    if ((event.mask & FAN_Q_OVERFLOW) != 0) note("Accesses came faster than they could be taken; some are unscanned");
+    if (event.fd < 0) return;
+    FileDescriptor file(event.fd);
+    const bool waiting = (event.mask & FAN_OPEN_PERM) != 0;
+    if ((event.mask & FAN_CLOSE_WRITE) != 0 && settings_.incoming)
+        group_->mark(FAN_MARK_REMOVE | FAN_MARK_IGNORED_MASK, FAN_OPEN_PERM, event.fd, nullptr);
+    const bool ours = event.pid == getpid();
+    if (!ours && (waiting || settings_.outgoing)) return admit(event, std::move(file), waiting);
+    if (waiting) group_->answer(event.fd, false);
+}
+
+void OnAccess::Listener::admit(const fanotify_event_metadata& event, FileDescriptor file, bool waiting) {
+    const Time deadline = std::chrono::steady_clock::now() + settings_.timeLimit;
+    std::string path = pathOf(event.fd);
+    const auto item = std::make_shared<Access>(group_, std::move(file), std::move(path), waiting, deadline);
+    if (!concerns(item->fd(), item->path())) return;  // its end answers it
+    if (waiting) waiting_.push_back(item);
+    enqueue(item);
+}
+
+bool OnAccess::Listener::concerns(int fd, const std::string& path) const {
+    if (path.empty() || !liesBelow(path, settings_.folders) || liesBelow(path, settings_.neverScan)) return false;
+    const struct stat status = statusOf(fd);
+    return S_ISREG(status.st_mode) && status.st_size > 0;
+}
+
+void OnAccess::Listener::enqueue(Item item) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (queue_.size() < settings_.queueLimit) {
+            queue_.push_back(std::move(item));
+            ready_.notify_one();
+            return;
+        }
+    }
+    const bool deny = item->waiting() && settings_.denyOnTimeout;
+    item->answer(deny);
+    note(std::string(deny ? "Refused" : "Left") + " unscanned, too many files wait for their scan: " + item->path());
+}
+
+void OnAccess::Listener::note(std::string text) {
+    constexpr std::size_t NOTE_LIMIT = 100;
+    const std::lock_guard lock(mutex_);
+    if (notes_.size() < NOTE_LIMIT)
+        notes_.push_back(std::move(text));
+    else
+        ++lostNotes_;
+    ready_.notify_one();
+}
+
+void OnAccess::Listener::work() {
+    std::unique_lock lock(mutex_);
+    while (true) {
+        ready_.wait(lock,
+                    [this] { return stop_.stop_requested() || !queue_.empty() || !notes_.empty() || mountsChanged_; });
+        if (takeNotes(lock)) continue;
+        if (stop_.stop_requested()) return;
+        if (queue_.empty()) continue;
+        Item item = std::move(queue_.front());
+        queue_.pop_front();
+        lock.unlock();
+        scan(*item);
+        item.reset();
+        lock.lock();
+    }
+}
+
+/// What the reader leaves to the workers, done without the lock. True when there was something.
+bool OnAccess::Listener::takeNotes(std::unique_lock<std::mutex>& lock) {
+    const auto notes = std::exchange(notes_, {});
+    const auto lost = std::exchange(lostNotes_, 0);
+    const bool mounts = std::exchange(mountsChanged_, false) && !stop_.stop_requested() && running_;
+    if (notes.empty() && !mounts) return false;
+    lock.unlock();
+    for (const std::string& text : notes) NORV_LOG(NORV_LOG_WARNING, "%s", text.c_str());
+    if (lost > 0) NORV_LOG(NORV_LOG_WARNING, "%zu more such lines of the real-time scan were left out", lost);
+    if (mounts) markAll();
+    lock.lock();
+    return true;
+}
+
+void OnAccess::Listener::scan(Access& access) {
+    const struct stat before = statusOf(access.fd());
+    const bool waited = access.waiting();
+    const OnAccessAnswer answer = hooks_.scan(access.fd(), access.path(), stop_.get_token());
+    if (waited && answer.cacheable && !answer.deny) remember(access, before);
+    const bool answered = access.answer(answer.deny);
+    if (answer.deny && answered)
+        NORV_LOG(NORV_LOG_WARNING, "Refused the access to %s: %s", access.path().c_str(), answer.find.c_str());
+    if (answer.act && hooks_.act && !stop_.stop_requested()) hooks_.act(access.fd(), access.path(), answer);
+}
+
+/// Tells the kernel that opening this file need not be asked about until it is written to. Its times must be able to
+/// show a change since the scan began, or a change in between would go unnoticed.
+void OnAccess::Listener::remember(const Access& access, const struct stat& before) {
+    if (!remembers_ || time(nullptr) - before.st_ctim.tv_sec < SETTLED) return;
+    constexpr unsigned FLAGS = FAN_MARK_ADD | FAN_MARK_IGNORED_MASK | FAN_MARK_EVICTABLE;
+    if (!group_->mark(FLAGS, FAN_OPEN_PERM, access.fd(), nullptr)) {
+        if (errno == EINVAL) remembers_ = false;  // a kernel without marks that it may drop
+        return;
+    }
+    if (!sameContent(before, statusOf(access.fd())))
+        group_->mark(FAN_MARK_REMOVE | FAN_MARK_IGNORED_MASK, FAN_OPEN_PERM, access.fd(), nullptr);
+}
+
+OnAccess::OnAccess(OnAccessHooks hooks) : hooks_(std::move(hooks)) {}
+
+OnAccess::~OnAccess() { stop(); }
+
+bool OnAccess::kernelAllows(std::string* reason) {
+    const FileDescriptor group(fanotify_init(INIT_FLAGS, EVENT_FILE_FLAGS));
+    const bool allowed = group && fanotify_mark(group.get(), FAN_MARK_ADD, FAN_OPEN_PERM, AT_FDCWD, "/") == 0;
+    const int error = errno;
+    if (allowed || !reason) return allowed;
+    if (error == EPERM)
+        *reason = "The right to watch file accesses (CAP_SYS_ADMIN) is missing.";
+    else if (error == EINVAL || error == ENOSYS)
+        *reason = "This kernel has no fanotify permission events.";
+    else
+        *reason = "fanotify: " + errorText(error);
+    return false;
+}
+
+bool OnAccess::configure(const OnAccessSettings& settings) {
+    const std::lock_guard configuring(configureMutex_);
+    const bool wanted = settings.incoming || settings.outgoing;
+    if (wanted && running() && settings_ == settings) return true;
+    replace(nullptr, {});
+    settings_ = settings;
+    if (!wanted) return true;
+    std::string problem;
+    auto listener = std::make_shared<Listener>(hooks_, settings);
+    if (!kernelAllows(&problem) || !listener->start(problem)) listener.reset();
+    if (!listener) NORV_LOG(NORV_LOG_ERROR, "The real-time scan does not run: %s", problem.c_str());
+    const bool started = listener != nullptr;
+    replace(std::move(listener), problem);
+    return started;
+}
+
+void OnAccess::stop() { configure({}); }
+
+/// The old listener ends outside of the lock: its workers may be in a hook that asks for `running()`.
+void OnAccess::replace(std::shared_ptr<Listener> listener, std::string problem) {
+    {
+        const std::lock_guard lock(mutex_);
+        listener_.swap(listener);
+        problem_ = std::move(problem);
+    }
+    if (listener) listener->end();
+}
+
+std::shared_ptr<OnAccess::Listener> OnAccess::listener() const {
+    const std::lock_guard lock(mutex_);
+    return listener_;
+}
+
+bool OnAccess::running() const {
+    const auto current = listener();
+    return current && current->running();
+}
+
+std::string OnAccess::problem() const {
+    const std::lock_guard lock(mutex_);
+    if (problem_.empty() && listener_ && !listener_->running()) return "The listener has failed, see the log.";
+    return problem_;
+}
+
+void OnAccess::forgetClean() {
+    if (const auto current = listener()) current->forgetClean();
+}
+
+OnAccessSettings onAccessSettings(const NORVRealtimeScanConfig& record) {
+    OnAccessSettings settings;
+    settings.incoming = (record.scanDirection & NORVRealtimeScanConfig::INCOMING) != 0;
+    settings.outgoing = (record.scanDirection & NORVRealtimeScanConfig::OUTGOING) != 0;
+    settings.folders = splitPathList(record.scanPaths);
+    settings.neverScan = splitPathList(record.excludePaths);
+    settings.timeLimit = std::chrono::seconds(std::clamp(record.scanTimeLimit, 1U, 600U));
+    settings.denyOnTimeout = record.denyOnTimeout;
+    return settings;
+}
+
+}  // namespace keldra
