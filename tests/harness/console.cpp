@@ -64,7 +64,10 @@ std::map<std::string, std::string> Console::environment(const CgiRequest& reques
     set("QUERY_STRING", request.query);
     set("HTTP_COOKIE", request.cookies);
     set("REMOTE_ADDR", request.remoteAddress);
-    for (const auto& [name, value] : request.environment) result[name] = value;
+    for (const auto& [name, value] : request.environment) {
+        result.erase(name);
+        set(name.c_str(), value);
+    }
     return result;
 }
 

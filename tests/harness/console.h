@@ -18,7 +18,8 @@ struct CgiRequest {
     std::string body{};  ///< standard input
     std::optional<std::string> cookies = "hvssn=5e55; CsrfToken=f00";
     std::optional<std::string> remoteAddress = "192.0.2.7";
-    std::map<std::string, std::string> environment{};  ///< further variables, over those of the console
+    /// Further variables, over those of the console; nothing takes one away.
+    std::map<std::string, std::optional<std::string>> environment{};
 
     static CgiRequest get(std::string query) { return {.query = std::move(query)}; }
     static CgiRequest post(std::string body) { return {.method = "POST", .query = "", .body = std::move(body)}; }

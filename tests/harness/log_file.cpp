@@ -16,25 +16,32 @@ std::size_t openingOfLast(const std::string& text) {
     return std::string::npos;
 }
 
-/// Takes "(function file:line)" off the end of the message, where it is there.
+/// Takes "(function file:line)" or "(function)" off the end of the message, where it is there.
 void splitPlace(LogLine& line) {
-    static const std::regex form(R"(^(.+) (\S+:\d+)$)");
+    static const std::regex form(R"(^(?:([A-Za-z_]\w*)|(.+) (\S+:\d+))$)");
     const std::size_t opening = openingOfLast(line.message);
+    // The expression must not meet a text of any length: std::regex recurses with every character.
     if (opening == std::string::npos || opening == 0 || line.message[opening - 1] != ' ') return;
     const std::string inner = line.message.substr(opening + 1, line.message.size() - opening - 2);
     std::smatch match;
-    if (!std::regex_match(inner, match, form)) return;
-    line.function = match[1];
-    line.place = match[2];
+    if (inner.size() > 1000 || !std::regex_match(inner, match, form)) return;
+    line.function = match[1].matched ? match[1] : match[2];
+    line.place = match[3];
     line.message.resize(opening - 1);
 }
 
 // "2026-01-31T12:00:00.123Z scanoption.cgi[42] 5 ENTER (int f(const char*) webui/cgi/x.cpp:7)"
 LogLine parse(const std::string& text) {
-    static const std::regex form(R"(^\S+ ([^\s\[]+)\[\d+\]:? (\d+):? (.*)$)");
+    static const std::regex form(R"(^\S+ ([^\s\[]+)\[\d+\] (\d+) $)");
+    std::size_t start = 0;
+    for (int blanks = 0; blanks < 3 && start != std::string::npos; ++blanks) {
+        start = text.find(' ', start);
+        if (start != std::string::npos) ++start;
+    }
     std::smatch match;
-    if (!std::regex_match(text, match, form)) return {.severity = -1, .message = text};
-    LogLine line{.severity = std::stoi(match[2]), .message = match[3], .program = match[1]};
+    const std::string front = text.substr(0, start);
+    if (front.size() > 1000 || !std::regex_match(front, match, form)) return {.severity = -1, .message = text};
+    LogLine line{.severity = std::stoi(match[2]), .message = text.substr(start), .program = match[1]};
     splitPlace(line);
     return line;
 }
