@@ -1,0 +1,192 @@
+#include "norv/au_config.h"
+#include "norv/scan_config.h"
+#include "tests/harness/message_catalogue.h"
+#include "tests/program/console_test.h"
+#include "tests/program/scan_settings.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using Strings = std::vector<std::string>;
+using namespace std::string_literals;
+
+namespace {
+
+/// Requests made by somebody who means harm, or by a broken client.
+class BadInput : public ConsoleTest {
+protected:
+    BadInput() {
+        console.writeTemplate("ScanOptions/Scheduled.html", "ScheduledTime=\"\"\n" + SCAN_VARIABLES);
+        console.writeTemplate("ScanOptions/Manual.html", SCAN_VARIABLES);
+        console.writeTemplate("ScanOptions/scan_progress2.html", "progress");
+        console.writeTemplate("Update/update_progress.html", "progress of an update");
+        service.on(M::GET, M::MANUAL_SCAN_STATUS, Answer::reply(1, {{"Status", "3"}}));
+    }
+    void expectRefused(const CgiResponse& response) {
+        expectNothing(response, 1);
+        EXPECT_TRUE(response.logged(2, "Parsing query string failed"));
+        EXPECT_EQ(sent(), (Strings{"0/1", "0/2"}));
+    }
+};
+
+}  // namespace
+
+TEST_F(BadInput, ANulByteDoesNotHideMarkUpBehindIt) {
+    for (const char* query : {"a=%00&b=<script>", "a=%00%3Cscript%3E", "%00=%00&id=%3Cimg+src=x", "a=%g0&b=<script>",
+                              "a=%G0<script>", "a=%/@<script>"}) {
+        SCOPED_TRACE(query);
+        expectRefused(get(query));
+        expectRefused(post(query));
+    }
+}
+
+TEST_F(BadInput, ARawNulByteEndsAForm) {
+    const CgiResponse response = post("id=scan_progress_query&RequestID=7\0&x=<script>&mode=Save"s);
+    expectPage(response, "progress");
+    sent();
+    EXPECT_EQ(lastParam("RequestID"), "7");
+    EXPECT_THAT(response.logged(5), Not(Contains(HasSubstr("script"))));
+    expectPage(post("\0id=scan_progress_query"s), "not supported\n");
+}
+
+TEST_F(BadInput, MarkUpThatOnlyAFieldByItselfDecodesToIsRefused) {
+    const std::string hidden =
+        "x=%&%%4%%P%%T%%L%%?%%T%%P%%U%%\\%%[%7%=%3Cimg+src=x+onerror=alert(1)%3E&id=scheduled_scan&mode=Save";
+    expectRefused(post(hidden));
+    expectRefused(get(hidden));
+    expectRefused(post("a=%&3Cscript=%3Cscript%3E"));
+    expectRefused(post("a=%3&x=%3Cscript%3E%"));
+}
+
+TEST_F(BadInput, NoConsoleLanguageOpensAHoleInTheFilter) {
+    console.write("templates/tr-TR/string.mui", "");
+    for (const char* tag : {"<SCRIPT", "<IMG", "<IFRAME", "<LINK", "<VIDEO", "<INPUT", "<BASE", "<DIV"}) {
+        SCOPED_TRACE(tag);
+        CgiRequest request = CgiRequest::get("x="s + tag);
+        request.environment = {
+            {"KELDRA_LOCALE", "tr-TR"}, {"LANG", "tr_TR.UTF-8"}, {"LC_ALL", "tr_TR.UTF-8"}, {"LANGUAGE", "tr"}};
+        expectRefused(run(request));
+    }
+}
+
+TEST_F(BadInput, NumbersKeepTheirFormInEveryLanguage) {
+    console.write("templates/de-DE/string.mui", "");
+    console.writeTemplate("Update/Update_Scheduled.html", "sLastModifiedDate=0");
+    CgiRequest request = CgiRequest::get("id=scheduled_update");
+    request.environment = {{"KELDRA_LOCALE", "de-DE"}, {"LC_ALL", "de_DE.UTF-8"}};
+    expectPage(run(request), "sLastModifiedDate=1700000000");
+}
+
+TEST_F(BadInput, TextsAreTranslatedAndTextsOfUsersAreNot) {
+    console.write("templates/de-DE/string.mui", "");
+    console.write(
+        "locale/de_DE/LC_MESSAGES/messages.mo",
+        messageCatalogue({{SAVED, "Gespeichert."}, {"Manual Scan", "Manuell"}, {"Update not completed.", "Nein:"}}));
+    const auto german = [](CgiRequest request) {
+        request.environment["KELDRA_LOCALE"] = "de-DE";
+        return request;
+    };
+    expectPage(run(german(CgiRequest::post("id=manual_scan&mode=Save&bOverWrite=true"))),
+               "success\nManuell\nGespeichert.\n\n./scanoption.cgi?id=manual_scan\n");
+    console.writeTemplate("Update/update_fail.html", "__FAIL_TITLE__ __REASON__");
+    console.write("var/progress_1.txt", "it broke");
+    expectPage(run(german(CgiRequest::get("id=update_progress&RequestID=1"))), "Nein: it broke");
+}
+
+TEST_F(BadInput, APathAsIdentifierReachesNoOtherFile) {
+    console.write("progress.txt", "5");
+    console.write("secret.txt", "5");
+    for (const char* name : {"../../secret", "/../../secret", "..%2f..%2fsecret", "%2e%2e/%2e%2e/secret",
+                             "x/../../secret", "/etc/passwd%00", "../../secret.txt%00"}) {
+        SCOPED_TRACE(name);
+        expectPage(get("id=update_progress&RequestID="s + name), "progress of an update");
+    }
+}
+
+TEST_F(BadInput, ALogRecordStaysOneLineWhateverIsLogged) {
+    const CgiResponse response =
+        run({.query = "id=nowhere&x=a%0A2026-01-01T00:00:00.000Z+scanoption.cgi[1]+1+forged%0D%1B[31m%7F%C0",
+             .cookies = "hvssn=a\nb"});
+    expectPage(response, "not supported\n");
+    EXPECT_THAT(complaints(response), testing::IsEmpty());
+    EXPECT_TRUE(response.logged(
+        5, "name=x   value=a\\n2026-01-01T00:00:00.000Z scanoption.cgi[1] 1 forged\\r\\x1b[31m\\x7f\\xc0"));
+    EXPECT_TRUE(response.logged(5, "Cookie: name=[hvssn], value=[a\\nb]"));
+}
+
+TEST_F(BadInput, FormatDirectivesInAFieldAreText) {
+    const CgiResponse response = get("id=%25s%25n%25s&x=%25n%25n");
+    expectPage(response, "not supported\n");
+    EXPECT_TRUE(response.logged(5, "name=id   value=%s%n%s"));
+}
+
+TEST_F(BadInput, AListOfTenThousandExtensionsIsKeptWhole) {
+    std::string list;
+    for (int i = 0; i < 10000; ++i) list += "e" + std::to_string(i) + ";";
+    expectPage(post("id=manual_scan&mode=Save&bOverWrite=true&E1=ON23&SelectedExt=" + list),
+               "success\nManual Scan\n" + SAVED + "\n\n./scanoption.cgi?id=manual_scan\n");
+    sent();
+    EXPECT_EQ(lastRecord<NORVManualScanConfig>("ManualScanConfig").includeExtList, list);
+    std::ostringstream stored;
+    stored << lastRecord<NORVManualScanConfig>("ManualScanConfig");
+    defaults.manualScan = stored.str();
+    serve();
+    expectPage(get("id=manual_scan"), ShownScanSettings{.files = "1", .extensions = list}.text());
+}
+
+TEST_F(BadInput, AFormLargerThanAFrameFailsWithoutHarm) {
+    const std::string list(17 * 1024 * 1024, 'x');
+    expectPage(post("id=manual_scan&mode=Save&bOverWrite=true&E1=ON23&SelectedExt=" + list),
+               "failure\nManual Scan\nUnable to apply the new manual scan settings.\n" + NOT_RESPONDING +
+                   "\n./scanoption.cgi?id=manual_scan\n");
+    EXPECT_EQ(sentByHandler(), Strings{"0/4"});
+}
+
+TEST_F(BadInput, TextOutsideOfUnicodeDoesNotSpoilTheStoredSettings) {
+    const CgiResponse response =
+        post("id=manual_scan&mode=Save&bOverWrite=true&E1=ON23&SelectedExt=%FF%C0%80%01%22%5C&x=%80");
+    EXPECT_EQ(response.process.status, 0);
+    sent();
+    if (requests.back().operation != M::SET) return;  // refused is fine, stored in a form that cannot be read is not
+    EXPECT_FALSE(lastRecord<NORVManualScanConfig>("ManualScanConfig").includeExtList.empty());
+}
+
+TEST_F(BadInput, ATextCannotEndTheAssignmentThatItStandsIn) {
+    expectPage(post("id=scheduled_scan&mode=Save&E1=ON23&SelectedExt=%22;alert(1)//%5C&EnableKeenAct=1"),
+               "ScheduledTime=\"\"\n" + ShownScanSettings{.files = "1", .extensions = "\\\";alert(1)//\\\\"}.text());
+}
+
+TEST_F(BadInput, AnActionListCannotCarryMarkUpIntoTheHiddenFields) {
+    const CgiResponse response =
+        post("id=scheduled_scan&mode=Save&CustAction=Virus\"+onfocus=\"x-1-1,Universe-1\"-1,Trojan-1-2%0A,Joke-3-3");
+    EXPECT_THAT(response.body, HasSubstr("value=\"Universe-5-4,Virus-5-4,Trojan-4-1,Joke-3-3\">"));
+    const CgiResponse universal = post("id=scheduled_scan&mode=Save&EnableUniAct=1&CustAction=Universe-1\"+x=\"-1");
+    EXPECT_THAT(universal.body, HasSubstr("value=\"Universe-1-1,Virus-5-4,Trojan-4-1,Joke-4-1\">"));
+}
+
+TEST_F(BadInput, HeadersHoldNothingThatABrowserSent) {
+    const CgiResponse response = run({.method = "GET",
+                                      .query = "id=logoff&Location=%0D%0AX-Evil:1&CsrfToken=%0AX-Evil:2",
+                                      .cookies = "hvssn=a\r\nX-Evil: 3"});
+    expectLogOn(response, 0);
+}
+
+TEST_F(BadInput, ManyCookiesAreNoBurden) {
+    std::string cookies;
+    for (int i = 0; i < 5000; ++i) cookies += "c" + std::to_string(i) + "=" + std::to_string(i) + "; ";
+    const CgiResponse response = run({.query = "id=nowhere", .cookies = cookies + "hvssn=abc"});
+    expectPage(response, "not supported\n");
+    EXPECT_LT(response.process.elapsed, std::chrono::seconds(5));
+}
+
+TEST_F(BadInput, ADocumentThatIsNotXmlIsAnEmptyOne) {
+    for (const std::string& content : {std::string("not xml"), std::string("<Document><Group"), std::string("\0\0", 2),
+                                       std::string(), std::string("<Other/>")}) {
+        SCOPED_TRACE(content);
+        defaults.document = content;
+        serve();
+        expectPage(get("id=nowhere"), "not supported\n");
+        expectPage(get("id=update_progress&RequestID=1"), "progress of an update");
+    }
+}
