@@ -1,0 +1,85 @@
+#include "webui/cgi/scan_common.h"
+
+#include "norv/log.h"
+#include "webui/cgi/service_message.h"
+#include "webui/cgi/utils/form_binding.h"
+#include "webui/cgi/utils/response_pages.h"
+
+#include <array>
+#include <cstdio>
+
+namespace {
+
+const char* orEmpty(const char* text) { return text ? text : ""; }
+
+}  // namespace
+
+void SaveCommandComplete(CPageWrapper& page, int iSettingMode, const char* sHeader, const char* sFailTitle,
+                         const char* sFailReason, const char* sBackURL, const char* sNormalPage) {
+    NORV_TRACE("ENTER iSettingMode=%d sHeader=%s sFailTitle=%s sFailReason=%s sBackURL=%s sNormalPage=%s", iSettingMode,
+               orEmpty(sHeader), orEmpty(sFailTitle), orEmpty(sFailReason), orEmpty(sBackURL), orEmpty(sNormalPage));
+    switch (iSettingMode) {
+        case SAVE_OK:
+            CommonResponsePage(page, sHeader, SETTINGS_SAVED, "", sBackURL);
+            break;
+        case SAVE_FAILED:
+            CommonResponsePage(page, sHeader, sFailTitle, sFailReason, sBackURL);
+            break;
+        case SAVE_WITHOUT_BACKUP:
+            CommonResponsePageDiskFull(page, sHeader, SETTINGS_SAVED, sBackURL);
+            break;
+        case SAVE_ANSWERED:
+            break;
+        default:
+            page.outputPage(orEmpty(sNormalPage));
+    }
+}
+
+void SaveCommandComplete(CPageWrapper& page, int iSettingMode, const SettingsPage& settings) {
+    SaveCommandComplete(page, iSettingMode, settings.header, settings.failTitle, SERVICE_NOT_RESPONDING,
+                        settings.backURL, settings.pageTemplate);
+}
+
+bool mustAskToOverwrite(const NORVConfig& config, const CQSControl& form, SaveUnasked rule) {
+    const auto built = numberParameter<int64_t>(form, "hvLastConfigFileModifiedDate");
+    const int64_t current = config.lastModified();
+    const bool changed = rule == SaveUnasked::WHEN_EQUAL ? current != built : current > built;
+    return changed && form.getEnv("bOverWrite") != "true";
+}
+
+void addOverwriteQuestion(CPageWrapper& page) { GetCheckbox(page, "bIsConfigFileModified", 1); }
+
+void addConfigStamp(CPageWrapper& page, const NORVConfig& config) {
+    page.addDStringItem("__CONFIG_FILE_LAST_MODIFIED__", config.lastModified());
+}
+
+void substituteNumber(CPageWrapper& page, const std::string& name, int32_t value) {
+    page.addDStringItem(name + "=0", name + "=" + std::to_string(value));
+}
+
+void substituteSelect(CPageWrapper& page, const char* selectName, int oneBased) {
+    std::array<char, 1024> marker{};
+    std::array<char, 1024> substitution{};
+    std::snprintf(marker.data(), marker.size(), "%s=0", selectName);
+    if (oneBased == 0) {
+        std::snprintf(substitution.data(), substitution.size(), "%s=\"\"", selectName);
+    } else {
+        std::snprintf(substitution.data(), substitution.size(), "%s=%d", selectName,
+                      zeroBased(static_cast<uint32_t>(oneBased)));
+    }
+    NORV_TRACE("%s ==> %s", marker.data(), substitution.data());
+    page.addDStringItem(marker.data(), substitution.data());
+}
+
+void GetVirusType(std::vector<std::string>& types) {
+    IPCMessage reply;
+    if (!exchangeAccepted(IPCMessage(IPCMessage::GET, IPCMessage::VIRUS_TYPES), reply)) {
+        writeLog(NORV_LOG_ERROR, "GetVirusType", nullptr, 0, "return error!\n");
+        return;
+    }
+    std::istringstream list(reply.value<std::string>("VirusTypes"));
+    for (std::string type; std::getline(list, type, ';');) {
+        NORV_TRACE("virus_type: %s", type.c_str());
+        types.push_back(type);
+    }
+}
