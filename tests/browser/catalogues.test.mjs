@@ -1,0 +1,47 @@
+// The message catalogues: a text that one of them lacks would stand in English on an otherwise translated page.
+import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
+import { existsSync, readFileSync, readdirSync } from 'node:fs';
+import { join } from 'node:path';
+import test from 'node:test';
+import { root } from './support/templates.mjs';
+
+const source = (path) => readFileSync(join(root, path), 'utf8');
+const unquote = (text) => JSON.parse(`"${text}"`);
+
+/** The entries of a catalogue, text to translation. */
+function entries(path) {
+  const found = source(path).matchAll(/^msgid "((?:[^"\\]|\\.)*)"\nmsgstr "((?:[^"\\]|\\.)*)"$/gm);
+  return new Map([...found].map(([, id, text]) => [unquote(id), unquote(text)]).filter(([id]) => id !== ''));
+}
+
+const template = entries('po/messages.pot');
+const catalogues = readdirSync(join(root, 'po')).filter((name) => name.endsWith('.po'));
+
+test('every catalogue translates every text, and no other', () => {
+  assert.ok(catalogues.length >= 2);
+  for (const name of catalogues) {
+    const texts = entries(`po/${name}`);
+    assert.deepEqual([...texts.keys()], [...template.keys()], name);
+    for (const [id, text] of texts) assert.notEqual(text.trim(), '', `${name}: ${id}`);
+    assert.doesNotMatch(source(`po/${name}`), /fuzzy/, name);
+    execFileSync('msgfmt', ['--check-format', '-o', '/dev/null', join(root, 'po', name)]);
+  }
+});
+
+test('the catalogue knows every text that the service shows on a page', () => {
+  const lists = [
+    ['service/scan_status.h', /inline constexpr const char\* SCAN_\w+\s*=\s*"([^"]+)";/g],
+    ['service/update_messages.h', /inline constexpr const char\* UPDATE_\w+\s*=\s*"([^"]+)";/g],
+  ];
+  for (const [path, pattern] of lists) {
+    if (!existsSync(join(root, path))) continue;
+    const texts = [...source(path).matchAll(pattern)].map((match) => match[1]);
+    assert.ok(texts.length > 0, path);
+    for (const text of texts) assert.ok(template.has(text), `${path}: ${text}`);
+  }
+});
+
+test('the answer to a second update stays as it is', () => {
+  assert.ok(!template.has('There is another update currently in progress.'));
+});
