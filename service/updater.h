@@ -2,16 +2,16 @@
 
 #include "norv/au_config.h"
 #include "service/clock.h"
+#include "service/components.h"
+#include "service/freshclam.h"
+#include "service/progress_files.h"
 
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <mutex>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -37,13 +37,6 @@ struct UpdaterHooks {
     std::function<bool()> reload;
 };
 
-/// Versions and times of the components, in the texts that the served document shows; empty when nothing is installed.
-struct ComponentVersions {
-    std::string engineVersion, engineLastUpdate;
-    std::string virusPatternVersion, virusPatternLastUpdate;
-    std::string spywarePatternVersion, spywarePatternLastUpdate;
-};
-
 /// What an update is doing, or what became of the last one.
 struct UpdateStatus {
     bool running = false;
@@ -59,10 +52,6 @@ struct UpdateStatus {
 
 /// All texts that an update may end with, for the message catalogue.
 const std::vector<std::string>& updateMessages();
-
-/// Whether a text may name an update: digits and underscores, 1 to 241 of them (longer names would not fit the progress
-/// file's name).
-bool isUpdateId(std::string_view id);
 
 /// Keeps the signature databases up to date by running freshclam as a child process, one at a time. The progress of a
 /// manual update stands in `<var>/progress_<id>.txt`: tenths, and at the end "10" when something new was installed or
@@ -95,45 +84,35 @@ public:
     void cleanUp();
 
 private:
-    /// What is remembered of one file in the database folder.
-    struct FileRecord {
-        std::string identity;  ///< version of an official database, digest of the content of any other
-        int64_t changed = 0;   ///< when it was seen to change, seconds since the epoch
-        bool spyware = false;
-        bool official = false;
-        auto operator<=>(const FileRecord&) const = default;
+    struct Request {
+        std::string id;  ///< empty: the schedule's
+        std::string caller;
+        uint8_t components = 0;
     };
-    using Files = std::map<std::string, FileRecord>;
-    struct Run;
-    struct Outcome;
+    struct Outcome {
+        bool succeeded = false;
+        bool installed = false;
+        std::string message;
+    };
 
-    bool begin(Run run);
-    void execute(const Run& run);
-    Outcome update(const Run& run);
-    Outcome fetch(const Run& run);
-    Outcome afterFetch(const Run& run, const Files& before);
-    bool writeConfiguration(const NORVAUConfig& configuration, uint8_t components, int& databases);
-    void setProgress(const Run& run, int tenths);
-    void writeProgress(const std::string& requestId, const std::string& text) const;
-    void finish(const Run& run, const Outcome& outcome);
-    Files scanFolder(const Files& known) const;
-    bool noteFiles();
-    void noteEngine();
-    void loadComponents();
-    void saveComponents() const;
-    std::string patternVersion(bool spyware) const;
-    int64_t patternTime(bool spyware) const;
+    bool begin(Request request);
+    void execute(const Request& request);
+    Outcome update(const Request& request);
+    Outcome fetch(const Request& request, const FreshclamPlan& plan);
+    Outcome afterFetch(const ChildResult& result);
+    void showProgress(const Request& request, int tenths);
+    void finish(const Request& request, const Outcome& outcome);
+    void removeLeftovers() const;
 
     const UpdaterSettings settings_;
     const UpdaterHooks hooks_;
     const Clock& clock_;
+    const ProgressFiles progress_;
+    Components components_;
     std::atomic<bool> stopping_{false};
     mutable std::mutex mutex_;
     UpdateStatus status_;
     std::string caller_;
-    Files files_;
-    std::string engineVersion_;
-    int64_t engineChanged_ = 0;
     std::thread thread_;
 };
 
