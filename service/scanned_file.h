@@ -1,0 +1,43 @@
+#pragma once
+
+#include "service/files.h"
+
+#include <sys/stat.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace keldra {
+
+/// An open regular file and where it was found. Whatever is done to it later goes by the two descriptors and the
+/// identity in `status`; the path is for people to read.
+struct ScannedFile {
+    FileDescriptor file;                           ///< open for reading
+    std::shared_ptr<const FileDescriptor> folder;  ///< the folder that held it
+    std::string name;                              ///< its name in that folder
+    std::string path;                              ///< the whole path as it was reached
+    struct stat status {};                         ///< taken from `file`
+
+    /// Whether `folder` still shows this very file under `name`.
+    bool stillThere() const;
+    /// The kernel's name for where it is, without symbolic links; `path` when that cannot be told.
+    std::string realPath() const;
+};
+
+/// The same for a descriptor that came without a name, such as one of an access event: the kernel's own name for it is
+/// looked up and verified. The descriptor is duplicated. Nothing when the file has no name any more or is no regular
+/// file.
+std::optional<ScannedFile> scannedFileOf(int fd);
+
+/// Opens a regular file of an open folder for reading, without following a symbolic link, without waiting for a pipe or
+/// device and, where the owner allows it, without touching its access time. `path` is only noted. Nothing, with errno
+/// set (EINVAL when it is not a regular file), when that fails.
+std::optional<ScannedFile> openInFolder(std::shared_ptr<const FileDescriptor> folder, const std::string& name,
+                                        const std::string& path);
+
+/// Opens the file of a path for scanning; the last part of the path must not be a symbolic link. Nothing, with errno
+/// set, when that fails or the file is not a regular one.
+std::optional<ScannedFile> openScannedFile(const std::string& path);
+
+}  // namespace keldra
