@@ -1,0 +1,116 @@
+#include "service/file_transfer.h"
+
+#include "norv/crypto.h"
+
+#include <fcntl.h>
+#include <nettle/sha2.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <span>
+#include <vector>
+
+namespace keldra {
+
+namespace {
+
+constexpr std::size_t BLOCK = std::size_t{256} * 1024;
+
+class Sha256 {
+public:
+    Sha256() { nettle_sha256_init(&context_); }
+    void add(std::span<const unsigned char> bytes) { nettle_sha256_update(&context_, bytes.size(), bytes.data()); }
+    std::string digest() {
+        std::vector<unsigned char> bytes(SHA256_DIGEST_SIZE);
+        nettle_sha256_digest(&context_, bytes.size(), bytes.data());
+        return bin2hex(bytes);
+    }
+
+private:
+    sha256_ctx context_{};
+};
+
+bool writeAll(int fd, std::span<const unsigned char> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+/// Reads the whole file, handing each block to `use`, which returns whether to go on.
+template <typename Use>
+bool readBlocks(int fd, const Use& use) {
+    std::vector<unsigned char> block(BLOCK);
+    off_t offset = 0;
+    while (true) {
+        const ssize_t length = ::pread(fd, block.data(), block.size(), offset);
+        if (length < 0 && errno == EINTR) continue;
+        if (length <= 0) return length == 0;
+        if (!use(std::span<const unsigned char>(block).first(static_cast<std::size_t>(length)))) return false;
+        offset += length;
+    }
+}
+
+bool isFile(int folder, const std::string& name, const struct stat& wanted) {
+    struct stat found {};
+    return ::fstatat(folder, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 && found.st_dev == wanted.st_dev &&
+           found.st_ino == wanted.st_ino;
+}
+
+}  // namespace
+
+std::string sha256Of(int fd) {
+    Sha256 hash;
+    const bool read = readBlocks(fd, [&hash](std::span<const unsigned char> bytes) {
+        hash.add(bytes);
+        return true;
+    });
+    return read ? hash.digest() : std::string();
+}
+
+std::string copyContent(int from, int to) {
+    Sha256 hash;
+    const bool copied = readBlocks(from, [&hash, to](std::span<const unsigned char> bytes) {
+        hash.add(bytes);
+        return writeAll(to, bytes);
+    });
+    return copied && ::fsync(to) == 0 ? hash.digest() : std::string();
+}
+
+bool renameNoReplace(int fromFolder, const std::string& from, int toFolder, const std::string& to) {
+    if (::renameat2(fromFolder, from.c_str(), toFolder, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+    if (errno != EINVAL && errno != ENOSYS) return false;
+    // A file system that does not know the flag: the new name is made as a link, which never replaces anything.
+    if (::linkat(fromFolder, from.c_str(), toFolder, to.c_str(), 0) != 0) return false;
+    return ::unlinkat(fromFolder, from.c_str(), 0) == 0;
+}
+
+bool renameExactly(const ScannedFile& file, int toFolder, const std::string& to) {
+    if (!isFile(file.folder->get(), file.name, file.status)) {
+        errno = ENOENT;
+        return false;
+    }
+    if (!renameNoReplace(file.folder->get(), file.name, toFolder, to)) return false;
+    if (isFile(toFolder, to, file.status)) return true;
+    // Somebody put another file under the name in between.
+    renameNoReplace(toFolder, to, file.folder->get(), file.name);
+    errno = ENOENT;
+    return false;
+}
+
+bool removeExactly(const ScannedFile& file, const std::string& passing) {
+    if (!renameExactly(file, file.folder->get(), passing)) return false;
+    return ::unlinkat(file.folder->get(), passing.c_str(), 0) == 0;
+}
+
+std::string randomName() {
+    std::vector<unsigned char> bytes;
+    return getRandomBytes(16, bytes) ? bin2hex(bytes) : std::string();
+}
+
+}  // namespace keldra

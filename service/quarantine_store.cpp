@@ -1,0 +1,376 @@
+#include "service/quarantine_store.h"
+
+#include "norv/log.h"
+#include "service/file_transfer.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+
+namespace keldra {
+
+namespace {
+
+constexpr std::size_t LARGEST_RECORD = std::size_t{1} << 20U;
+constexpr mode_t SEALED = 0600;
+
+StoreResult success() { return {true, "", false}; }
+StoreResult failure(std::string message) { return {false, std::move(message), false}; }
+StoreResult failure(const char* what, int error) { return failure(std::string(what) + ": " + errorText(error)); }
+StoreResult dead() { return {false, "interrupted", true}; }
+
+std::string dataName(const std::string& id) { return id + ".data"; }
+std::string recordName(const std::string& id) { return id + ".json"; }
+/// The name a file bears in its own folder for the moment in which it is taken away or put back.
+std::string passingName(const std::string& id) { return ".keldra-" + id; }
+
+/// Where an item came from: its folder, opened without following any symbolic link, and its name there.
+struct Origin {
+    FileDescriptor folder;
+    std::string name;
+    int error = 0;
+};
+
+Origin originOf(const QuarantineItem& item) {
+    const std::filesystem::path path(item.path);
+    Origin origin;
+    origin.name = path.filename().string();
+    open_how how{};
+    how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    const std::string parent = path.parent_path().string();
+    const long fd = ::syscall(SYS_openat2, AT_FDCWD, parent.c_str(), &how, sizeof how);
+    if (fd < 0) origin.error = errno;
+    origin.folder = FileDescriptor(static_cast<int>(fd));
+    if (origin.name.empty() || path.is_relative()) origin.error = EINVAL;
+    return origin;
+}
+
+/// The status of a name in a folder; false when there is none.
+bool statusOf(int folder, const std::string& name, struct stat& status) {
+    return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool hasInode(int folder, const std::string& name, uint64_t inode) {
+    struct stat status {};
+    return statusOf(folder, name, status) && S_ISREG(status.st_mode) && status.st_ino == inode;
+}
+
+FileDescriptor openExisting(int folder, const std::string& name) {
+    return FileDescriptor(::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
+FileDescriptor createNew(int folder, const std::string& name) {
+    return FileDescriptor(::openat(folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, SEALED));
+}
+
+std::string explainOrigin(int error) {
+    if (error == ENOENT) return "The folder of the file does not exist any more; nothing was restored.";
+    if (error == ELOOP) return "A part of the path is a symbolic link now; nothing was restored.";
+    return "The folder of the file cannot be opened: " + errorText(error);
+}
+
+std::string explainPlacing(int error) {
+    if (error == EEXIST) return "There is a file of that name already; nothing was overwritten.";
+    return "The file cannot be put back: " + errorText(error);
+}
+
+}  // namespace
+
+bool QuarantineStore::open() {
+    if (makeFolder(path_, 0700)) {
+        folder_ = FileDescriptor(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    }
+    if (!folder_) NORV_LOG(NORV_LOG_ERROR, "cannot open %s: %s", path_.c_str(), errorText(errno).c_str());
+    return static_cast<bool>(folder_);
+}
+
+bool QuarantineStore::write(const QuarantineRecord& record, QuarantinePhase phase) const {
+    QuarantineRecord current = record;
+    current.phase = phase;
+    const std::string path = path_ + "/" + recordName(record.item.id);
+    const WriteResult written = writeFileAtomically(path, toText(current), SEALED);
+    if (!written) {
+        errno = written.error;
+        NORV_LOG(NORV_LOG_ERROR, "cannot write %s: %s", path.c_str(), errorText(written.error).c_str());
+    }
+    return written.written;
+}
+
+/// Makes a file unusable for anybody but the service, as far as the service may.
+void QuarantineStore::seal(int fd) const {
+    if (::fchmod(fd, SEALED) != 0 || ::fchown(fd, ::geteuid(), ::getegid()) != 0) {
+        NORV_LOG(NORV_LOG_TRACE, "quarantine: mode or owner kept: %s", errorText(errno).c_str());
+    }
+    ::fsync(fd);
+}
+
+void QuarantineStore::sealData(const std::string& id) const {
+    const FileDescriptor data = openExisting(folder_.get(), dataName(id));
+    if (data) seal(data.get());
+}
+
+bool QuarantineStore::dataStatus(const std::string& id, struct stat& status) const {
+    return statusOf(folder_.get(), dataName(id), status);
+}
+
+bool QuarantineStore::dataComplete(const QuarantineRecord& record) const {
+    const FileDescriptor data = openExisting(folder_.get(), dataName(record.item.id));
+    return data && sha256Of(data.get()) == record.item.sha256;
+}
+
+StoreResult QuarantineStore::put(const ScannedFile& file, QuarantineRecord record) {
+    const bool backup = record.item.backup;
+    record.phase = backup ? QuarantinePhase::BACKING_UP : QuarantinePhase::MOVING;
+    if (!write(record, record.phase)) {
+        return failure("the quarantine cannot be written", errno);
+    }
+    if (!step("recorded")) return dead();
+    StoreResult result = backup ? copyIn(file, record) : moveIn(file, record);
+    if (result.dead) return result;
+    if (!result.done) {
+        discard(record);
+        return result;
+    }
+    // A record that cannot be written now is mended at the next start; the file is safe either way.
+    write(record, QuarantinePhase::KEPT);
+    return success();
+}
+
+/// After a failure: what was copied goes. What was renamed and is not ours (its old name was taken before it could go
+/// back) stays with its record, for `repair` to put back.
+void QuarantineStore::discard(const QuarantineRecord& record) {
+    struct stat data {};
+    if (record.phase == QuarantinePhase::MOVING && dataStatus(record.item.id, data)) return;
+    erase(record.item.id);
+}
+
+StoreResult QuarantineStore::moveIn(const ScannedFile& file, QuarantineRecord& record) {
+    // Other names of the same file would be sealed with it: such a file is copied.
+    if (file.status.st_nlink > 1) return copyInAndRemove(file, record);
+    if (!renameExactly(file, folder_.get(), dataName(record.item.id))) {
+        if (errno == EXDEV) return copyInAndRemove(file, record);
+        return failure("the file cannot be moved", errno);
+    }
+    if (!step("moved")) return dead();
+    ::fsync(file.folder->get());
+    seal(file.file.get());
+    ::fsync(folder_.get());
+    return step("sealed") ? success() : dead();
+}
+
+StoreResult QuarantineStore::copyIn(const ScannedFile& file, const QuarantineRecord& record) {
+    const FileDescriptor data = createNew(folder_.get(), dataName(record.item.id));
+    if (!data) return failure("the quarantine cannot be written", errno);
+    if (!step("created")) return dead();
+    const std::string hash = copyContent(file.file.get(), data.get());
+    if (hash.empty()) return failure("the file cannot be copied", errno);
+    if (hash != record.item.sha256) return failure("the file changed while it was copied");
+    ::fsync(folder_.get());
+    return step("copied") ? success() : dead();
+}
+
+StoreResult QuarantineStore::copyInAndRemove(const ScannedFile& file, QuarantineRecord& record) {
+    record.phase = QuarantinePhase::COPYING;
+    if (!write(record, record.phase)) return failure("the quarantine cannot be written", errno);
+    if (!step("copy recorded")) return dead();
+    StoreResult copied = copyIn(file, record);
+    if (!copied.done) return copied;
+    const std::string passing = passingName(record.item.id);
+    if (!renameExactly(file, file.folder->get(), passing)) return failure("the file cannot be removed", errno);
+    if (!step("set aside")) return dead();
+    if (::unlinkat(file.folder->get(), passing.c_str(), 0) != 0) {
+        const int error = errno;
+        renameNoReplace(file.folder->get(), passing, file.folder->get(), file.name);
+        return failure("the file cannot be removed", error);
+    }
+    ::fsync(file.folder->get());
+    return step("removed") ? success() : dead();
+}
+
+StoreResult QuarantineStore::giveBack(QuarantineRecord record) {
+    const Origin origin = originOf(record.item);
+    if (origin.error != 0) return failure(explainOrigin(origin.error));
+    struct stat status {};
+    if (statusOf(origin.folder.get(), origin.name, status)) return failure(explainPlacing(EEXIST));
+    if (!write(record, QuarantinePhase::RESTORING)) return failure("The quarantine cannot be written", errno);
+    if (!step("restore recorded")) return dead();
+    StoreResult result = place(record, origin.folder.get(), origin.name);
+    if (result.dead) return result;
+    if (!result.done) {
+        sealData(record.item.id);
+        write(record, QuarantinePhase::KEPT);
+        return result;
+    }
+    ::fsync(origin.folder.get());
+    if (!step("placed")) return dead();
+    erase(record.item.id);
+    return success();
+}
+
+StoreResult QuarantineStore::place(const QuarantineRecord& record, int folder, const std::string& name) {
+    StoreResult result = placeByRename(record, folder, name);
+    if (!result.done && !result.dead && errno == EXDEV) return placeByCopy(record, folder, name);
+    return result;
+}
+
+/// On failure errno tells whether copying may help (EXDEV).
+StoreResult QuarantineStore::placeByRename(const QuarantineRecord& record, int folder, const std::string& name) {
+    const std::string data = dataName(record.item.id);
+    const FileDescriptor file = openExisting(folder_.get(), data);
+    if (!file) return failure("The quarantined file cannot be opened", errno);
+    if (!applyAttributes(file.get(), record.item)) {
+        const int error = errno == EXDEV ? EIO : errno;
+        errno = error;
+        return failure("Owner, mode and times cannot be restored", error);
+    }
+    ::fsync(file.get());
+    if (!step("attributes")) return dead();
+    if (!renameNoReplace(folder_.get(), data, folder, name)) {
+        const int error = errno;
+        const StoreResult refused = failure(explainPlacing(error));
+        errno = error;
+        return refused;
+    }
+    return success();
+}
+
+StoreResult QuarantineStore::placeByCopy(const QuarantineRecord& record, int folder, const std::string& name) {
+    const std::string passing = passingName(record.item.id);
+    const FileDescriptor data = openExisting(folder_.get(), dataName(record.item.id));
+    const FileDescriptor copy = createNew(folder, passing);
+    if (!data || !copy) return failure(explainPlacing(errno));
+    const bool whole = copyContent(data.get(), copy.get()) == record.item.sha256;
+    if (!whole || !applyAttributes(copy.get(), record.item) || ::fsync(copy.get()) != 0) {
+        const int error = errno;
+        ::unlinkat(folder, passing.c_str(), 0);
+        return failure(whole ? explainPlacing(error) : "The quarantined file cannot be read as it was stored.");
+    }
+    if (!step("copied back")) return dead();
+    if (!renameNoReplace(folder, passing, folder, name)) {
+        const int error = errno;
+        ::unlinkat(folder, passing.c_str(), 0);
+        return failure(explainPlacing(error));
+    }
+    return success();
+}
+
+StoreResult QuarantineStore::erase(const std::string& id) {
+    if (::unlinkat(folder_.get(), dataName(id).c_str(), 0) != 0 && errno != ENOENT) {
+        return failure("The quarantined file cannot be deleted", errno);
+    }
+    if (!step("data erased")) return dead();
+    if (::unlinkat(folder_.get(), recordName(id).c_str(), 0) != 0 && errno != ENOENT) {
+        return failure("The record of the file cannot be deleted", errno);
+    }
+    ::fsync(folder_.get());
+    return success();
+}
+
+bool QuarantineStore::readRecords(std::vector<QuarantineRecord>& records) const {
+    std::error_code failed;
+    for (std::filesystem::directory_iterator entry(path_, failed), end; !failed && entry != end;
+         entry.increment(failed)) {
+        if (entry->path().filename().string().find(".json.") != std::string::npos) {
+            ::unlink(entry->path().c_str());  // a record that was being written when the power went
+        }
+        if (entry->path().extension() != ".json") continue;
+        int error = 0;
+        const std::optional<std::string> text = readFile(entry->path(), LARGEST_RECORD, error);
+        std::optional<QuarantineRecord> record = text ? recordFromText(*text) : std::nullopt;
+        if (record && recordName(record->item.id) == entry->path().filename().string()) {
+            records.push_back(std::move(*record));
+        } else {
+            NORV_LOG(NORV_LOG_ERROR, "%s is no record of a quarantined file; left alone", entry->path().c_str());
+        }
+    }
+    return !failed;
+}
+
+std::vector<QuarantineRecord> QuarantineStore::repair() {
+    std::vector<QuarantineRecord> records;
+    if (!readRecords(records)) NORV_LOG(NORV_LOG_ERROR, "cannot read all of %s", path_.c_str());
+    std::vector<QuarantineRecord> kept;
+    for (QuarantineRecord& record : records) {
+        const bool interrupted = record.phase != QuarantinePhase::KEPT;
+        const Mend result = mend(record);
+        if (interrupted) {
+            NORV_LOG(NORV_LOG_WARNING, "quarantine of %s was interrupted and is now %s", record.item.path.c_str(),
+                     result == Mend::KEEP ? "complete" : "undone");
+        }
+        if (result == Mend::FORGET) {
+            erase(record.item.id);
+            continue;
+        }
+        if (interrupted) write(record, QuarantinePhase::KEPT);
+        record.phase = QuarantinePhase::KEPT;
+        kept.push_back(std::move(record));
+    }
+    return kept;
+}
+
+QuarantineStore::Mend QuarantineStore::mend(const QuarantineRecord& record) const {
+    struct stat data {};
+    const bool present = dataStatus(record.item.id, data);
+    switch (record.phase) {
+        case QuarantinePhase::KEPT:
+            return present ? Mend::KEEP : Mend::FORGET;
+        case QuarantinePhase::MOVING:
+            return present ? mendMove(record) : Mend::FORGET;
+        case QuarantinePhase::COPYING:
+            return present ? mendCopy(record) : Mend::FORGET;
+        case QuarantinePhase::BACKING_UP:
+            return present && dataComplete(record) ? Mend::KEEP : Mend::FORGET;
+        case QuarantinePhase::RESTORING:
+            return mendRestore(record);
+    }
+    return Mend::KEEP;
+}
+
+/// The file was renamed; if it was another one that had got its name, that one goes back.
+QuarantineStore::Mend QuarantineStore::mendMove(const QuarantineRecord& record) const {
+    const std::string data = dataName(record.item.id);
+    if (!hasInode(folder_.get(), data, record.inode)) {
+        const Origin origin = originOf(record.item);
+        if (origin.error == 0 && renameNoReplace(folder_.get(), data, origin.folder.get(), origin.name)) {
+            return Mend::FORGET;
+        }
+    }
+    sealData(record.item.id);
+    return Mend::KEEP;
+}
+
+/// The copy counts once the file itself has left its name; until then the file counts.
+QuarantineStore::Mend QuarantineStore::mendCopy(const QuarantineRecord& record) const {
+    const Origin origin = originOf(record.item);
+    if (origin.error == 0) {
+        const std::string passing = passingName(record.item.id);
+        if (hasInode(origin.folder.get(), passing, record.inode) && dataComplete(record)) {
+            ::unlinkat(origin.folder.get(), passing.c_str(), 0);
+            return Mend::KEEP;
+        }
+        if (hasInode(origin.folder.get(), origin.name, record.inode)) return Mend::FORGET;
+    }
+    return dataComplete(record) ? Mend::KEEP : Mend::FORGET;
+}
+
+/// Either the file is back in its place or it is still in quarantine; a copy on the way is dropped.
+QuarantineStore::Mend QuarantineStore::mendRestore(const QuarantineRecord& record) const {
+    struct stat data {};
+    const bool present = dataStatus(record.item.id, data);
+    const Origin origin = originOf(record.item);
+    if (origin.error == 0) ::unlinkat(origin.folder.get(), passingName(record.item.id).c_str(), 0);
+    if (!present) return Mend::FORGET;
+    const FileDescriptor placed = openExisting(origin.folder.get(), origin.name);
+    if (origin.error == 0 && placed && sha256Of(placed.get()) == record.item.sha256) return Mend::FORGET;
+    sealData(record.item.id);
+    return Mend::KEEP;
+}
+
+}  // namespace keldra

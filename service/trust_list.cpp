@@ -1,0 +1,78 @@
+#include "service/trust_list.h"
+
+#include "norv/log.h"
+#include "service/file_transfer.h"
+#include "service/files.h"
+#include "service/json_object.h"
+
+#include <cerrno>
+#include <sstream>
+
+namespace keldra {
+
+namespace {
+constexpr std::size_t LARGEST_FILE = std::size_t{64} << 20U;
+}
+
+bool TrustList::read() {
+    int error = 0;
+    const std::optional<std::string> text = readFile(file_, LARGEST_FILE, error);
+    if (!text && error == ENOENT) return true;
+    if (!text) {
+        NORV_LOG(NORV_LOG_ERROR, "cannot read %s: %s", file_.c_str(), errorText(error).c_str());
+        return false;
+    }
+    std::istringstream lines(*text);
+    const std::lock_guard lock(mutex_);
+    for (std::string line; std::getline(lines, line);) {
+        const JsonReader entry(line);
+        if (!entry.text("sha256").empty()) entries_[entry.text("sha256")] = entry.text("path");
+    }
+    return true;
+}
+
+bool TrustList::contains(int fd) const {
+    {
+        const std::lock_guard lock(mutex_);
+        if (entries_.empty()) return false;
+    }
+    const std::string hash = sha256Of(fd);
+    const std::lock_guard lock(mutex_);
+    return !hash.empty() && entries_.count(hash) != 0;
+}
+
+std::map<std::string, std::string> TrustList::all() const {
+    const std::lock_guard lock(mutex_);
+    return entries_;
+}
+
+bool TrustList::add(const std::string& sha256, const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    std::map<std::string, std::string> entries = entries_;
+    entries[sha256] = path;
+    return replace(std::move(entries));
+}
+
+bool TrustList::remove(const std::string& sha256) {
+    const std::lock_guard lock(mutex_);
+    std::map<std::string, std::string> entries = entries_;
+    return entries.erase(sha256) != 0 && replace(std::move(entries));
+}
+
+/// To be called under the lock.
+bool TrustList::replace(std::map<std::string, std::string> entries) {
+    std::string text;
+    for (const auto& [sha256, path] : entries) {
+        JsonWriter entry;
+        text += entry.add("sha256", sha256).add("path", path).text() + "\n";
+    }
+    const WriteResult written = writeFileAtomically(file_, text, 0600);
+    if (!written) {
+        NORV_LOG(NORV_LOG_ERROR, "cannot write %s: %s", file_.c_str(), errorText(written.error).c_str());
+        return false;
+    }
+    entries_ = std::move(entries);
+    return true;
+}
+
+}  // namespace keldra

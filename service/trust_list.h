@@ -1,0 +1,33 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+
+namespace keldra {
+
+/// Contents that are clean whatever the engine says, by their SHA-256, in a file of their own. May be used from any
+/// thread.
+class TrustList {
+public:
+    explicit TrustList(std::string file) : file_(std::move(file)) {}
+
+    /// Reads the file; a missing one is an empty list. False, with a log line, when it cannot be read.
+    bool read();
+    /// Whether the content of an open file is on the list.
+    bool contains(int fd) const;
+    /// The hashes, with the path each was trusted for.
+    std::map<std::string, std::string> all() const;
+    /// Both are on disk when they return true; otherwise nothing has changed.
+    bool add(const std::string& sha256, const std::string& path);
+    bool remove(const std::string& sha256);
+
+private:
+    bool replace(std::map<std::string, std::string> entries);
+
+    std::string file_;
+    mutable std::mutex mutex_;
+    std::map<std::string, std::string> entries_;
+};
+
+}  // namespace keldra
