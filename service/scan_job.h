@@ -1,0 +1,87 @@
+#pragma once
+
+#include "service/actions.h"
+#include "service/clock.h"
+#include "service/extension_list.h"
+#include "service/file_queue.h"
+#include "service/file_walk.h"
+#include "service/scan_engine.h"
+#include "service/scan_history.h"
+#include "service/scan_status.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace keldra {
+
+/// What a scan works with; outlives it.
+struct ScanTools {
+    ScanEngine& engine;
+    Actions& actions;
+    const ScanHistory& history;
+    const Clock& clock;
+    std::vector<std::string> ownFolders;
+    std::size_t findLimit = 0;
+};
+
+/// One scan from start to end, on threads of its own. May be asked from any thread.
+class ScanJob {
+public:
+    /// Starts at once.
+    ScanJob(std::string id, ScanRequest request, const ScanTools& tools);
+    /// Stops it, if need be, and waits for it.
+    ~ScanJob();
+    ScanJob(const ScanJob&) = delete;
+    ScanJob& operator=(const ScanJob&) = delete;
+
+    ScanStatus status() const;
+    bool running() const { return status().state == ScanState::RUNNING; }
+    /// The reports from number `from` on, at most `count`.
+    std::vector<ScanFind> finds(std::size_t from, std::size_t count) const;
+    /// Asks it to end; `message` says why.
+    void stop(const char* message);
+    /// Waits for its end, at most so many milliseconds. True when it has ended.
+    bool wait(int milliseconds) const;
+
+private:
+    void run(std::stop_token stop);
+    bool prepare(const std::stop_token& stop);
+    void walk(const std::stop_token& stop);
+    void work(const std::stop_token& stop);
+    void scanFile(const ScannedFile& file, const std::stop_token& stop);
+    void account(const ScannedFile& file, const ScanResult& result);
+    void report(ScanFind find);
+    void skip(const std::string& path, const std::string& reason);
+    void saveNowAndThen();
+    void finish(ScanState state, const char* message);
+    void finishAfterWalk(const std::stop_token& stop);
+    const char* stopMessage() const;
+    WalkPlan plan() const;
+    unsigned int workers() const;
+
+    const ScanRequest request_;
+    const ScanTools tools_;
+    const FileSelector selector_;
+    const ScanOptions options_;
+    FileDescriptor findsFile_;
+    FileQueue queue_;
+    std::atomic<uint64_t> counted_ = 0;
+
+    mutable std::mutex mutex_;
+    mutable std::condition_variable ended_;
+    ScanStatus status_;
+    std::vector<ScanFind> finds_;
+    const char* stopMessage_;
+    std::size_t rootsSkipped_ = 0;
+    int64_t saved_ = 0;  ///< steady milliseconds of the last time the status was stored
+
+    std::jthread thread_;  ///< last: it uses all of the above
+};
+
+}  // namespace keldra

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "norv/scan_config.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace keldra {
+
+enum class ScanKind { MANUAL, SCHEDULED, PATH };
+
+/// "manual", "scheduled" or "path".
+std::string scanKindName(ScanKind kind);
+
+/// How far a scan is. The numbers are those the console knows.
+enum class ScanState { NOT_RUNNING = -1, STOPPED = 1, FAILED = 2, COMPLETED = 3, RUNNING = 4 };
+
+/// A scan to start.
+struct ScanRequest {
+    ScanKind kind = ScanKind::MANUAL;
+    NORVScanConfig settings;         ///< what to select, leave out, open, and do with finds
+    std::vector<std::string> roots;  ///< folders or files; empty: the settings' own folders
+    uint32_t workers = 0;            ///< files scanned at a time; 0: as many as suit the machine
+    bool act = true;                 ///< whether finds lead to actions or are reported only
+};
+
+struct ScanStatus {
+    std::string id;
+    ScanKind kind = ScanKind::MANUAL;
+    ScanState state = ScanState::NOT_RUNNING;
+    uint64_t total = 0;            ///< files to scan, as far as they are counted
+    uint64_t scanned = 0;          ///< files looked at, whatever the verdict
+    uint64_t found = 0;            ///< infected ones
+    uint64_t notFullyScanned = 0;  ///< those that met a limit or are encrypted
+    uint64_t skipped = 0;          ///< those that could not be read or vanished
+    uint64_t bytes = 0;            ///< bytes of the files looked at
+    std::string currentFile;       ///< one of the files under scan; empty when ended
+    int64_t started = 0;           ///< seconds since the epoch
+    int64_t ended = 0;             ///< seconds since the epoch; 0 while running
+    std::string message;           ///< English, one of `scanMessages`; may be empty
+};
+
+/// Something a scan has to report about one file.
+struct ScanFind {
+    std::string path;
+    bool infected = true;   ///< else it was not fully scanned, or not at all
+    std::string signature;  ///< of an infected file
+    std::string type;       ///< of an infected file, one of `virusTypes`
+    std::string detail;     ///< what was done, or what kept it from being scanned; English
+};
+
+/// Texts of `ScanStatus::message`; they have entries in the message catalogues.
+inline constexpr const char* SCAN_COMPLETE = "The scan is complete.";
+inline constexpr const char* SCAN_STOPPED = "The scan was stopped.";
+inline constexpr const char* SCAN_SHUT_DOWN = "The scan was stopped because the service was shut down.";
+inline constexpr const char* SCAN_INTERRUPTED = "The scan was interrupted because the service ended unexpectedly.";
+inline constexpr const char* SCAN_NO_SIGNATURES = "There are no virus signatures. Update the signatures first.";
+inline constexpr const char* SCAN_NO_FOLDER = "No folder to scan is set.";
+inline constexpr const char* SCAN_NOTHING_READABLE = "None of the folders to scan can be read.";
+
+/// All texts that `ScanStatus::message` may hold, for the message catalogue.
+const std::vector<std::string>& scanMessages();
+
+}  // namespace keldra
