@@ -1,0 +1,185 @@
+#include "webui/cgi/manual_scan.h"
+
+#include "norv/log.h"
+#include "webui/cgi/scan_common.h"
+#include "webui/cgi/scan_form.h"
+#include "webui/cgi/scan_page.h"
+#include "webui/cgi/service_message.h"
+#include "webui/cgi/utils/form_binding.h"
+
+#include <cstdint>
+
+namespace {
+
+constexpr char PARAMETER[] = "ManualScanConfig";
+
+constexpr SettingsPage PAGE = {
+    .header = "Manual Scan",
+    .failTitle = "Unable to apply the new manual scan settings.",
+    .backURL = "./scanoption.cgi?id=manual_scan",
+    .pageTemplate = "ScanOptions/Manual.html",
+};
+
+const char* trueOrFalse(bool value) { return value ? "true" : "false"; }
+
+void showSettings(CPageWrapper& page, const NORVConfig& config, const NORVManualScanConfig& record,
+                  const SettingsPage& settings) {
+    SetManualScanConfig(page, record);
+    addConfigStamp(page, config);
+    SaveCommandComplete(page, SAVE_SHOW_SETTINGS, settings);
+}
+
+/// Writes nothing when there are no settings to be had; others rely on it.
+void showStoredSettings(CPageWrapper& page, const NORVConfig& config) {
+    NORVManualScanConfig record;
+    if (GetManualScanConfig(record)) showSettings(page, config, record, PAGE);
+}
+
+void showAlert(CPageWrapper& page, const NORVConfig& config, const CQSControl& request, bool startScan) {
+    NORVManualScanConfig record;
+    if (!GetManualScanConfig(record)) return;
+    ConstructScanConfig(request, record);
+    addOverwriteQuestion(page);
+    if (startScan) substituteNumber(page, "iDoScanNow", 1);
+    SettingsPage settings = PAGE;
+    settings.backURL = "./scanoption.cgi?page=ScanOptions/Manual.html";
+    showSettings(page, config, record, settings);
+}
+
+enum ManualScanStatus : int32_t { NOT_RUNNING = -1, STOPPED = 1, FAILED = 2, RUNNING = 4 };
+
+/// How far a scan is, as the service tells it.
+struct Progress {
+    int status;
+    int total;
+    int found;
+    int scanned;
+    std::string message;
+};
+
+Progress readProgress(const IPCMessage& reply) {
+    return {
+        .status = reply.value<int>("Status"),
+        .total = reply.value<int>("Total"),
+        .found = reply.value<int>("VirusFound"),
+        .scanned = reply.value<int>("Scanned"),
+        .message = reply.value<std::string>("Message"),
+    };
+}
+
+void showCounters(CPageWrapper& page, const Progress& progress, const char* pageTemplate) {
+    ReplaceOneItemWithInteger(page, "__TOTAL__", progress.total);
+    ReplaceOneItemWithInteger(page, "__SCANNED__", progress.scanned);
+    ReplaceOneItemWithInteger(page, "__INFECTED__", progress.found);
+    page.outputPage(pageTemplate);
+}
+
+void showRunning(CPageWrapper& page, const Progress& progress) {
+    const int64_t percent = progress.total == 0 ? 0 : int64_t{progress.scanned} * 100 / progress.total;
+    page.addDStringItem("__PROGRESS_PERCENT__", std::to_string(percent) + "%");
+    AddOneItem(page, "iProgressPercent", static_cast<int>(percent));
+    AddOneItem(page, "iScannedFiles", progress.scanned);
+    AddOneItem(page, "iTotalFilesNeedToScan", progress.total);
+    ReplaceOneItemWithInteger(page, "__INFECTED__", progress.found);
+    page.outputPage("ScanOptions/scan_progress.html");
+}
+
+void showProgress(CPageWrapper& page, const Progress& progress) {
+    switch (progress.status) {
+        case NOT_RUNNING:
+            NORV_LOG(NORV_LOG_REFUSED, "MANUAL_SCAN_STATUS_NOT_RUNNING returned. Shouldn't happen");
+            page.outputPage("error.html");
+            break;
+        case FAILED:
+            page.outputPage("ScanOptions/scan_progress_error.html");
+            break;
+        case STOPPED:
+            // The page says why where it would say how far.
+            page.addDStringItem("__PROGRESS_PERCENT__", progress.message);
+            showCounters(page, progress, "ScanOptions/scan_progress_stop.html");
+            break;
+        case RUNNING:
+            showRunning(page, progress);
+            break;
+        default:
+            showCounters(page, progress, "ScanOptions/scan_progress2.html");
+    }
+}
+
+}  // namespace
+
+void GetManualScanOption(const NORVConfig& config, const CQSControl& request, bool save, bool start_scan) {
+    NORV_TRACE("ENTER save=%s   start_scan=%s", trueOrFalse(save), trueOrFalse(start_scan));
+    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
+    page.addDStringItem("__START_SCAN__", trueOrFalse(start_scan));
+    if (!save) {
+        showStoredSettings(page, config);
+        return;
+    }
+    NORV_TRACE("Save operation");
+    if (mustAskToOverwrite(config, request, SaveUnasked::WHEN_EQUAL)) {
+        NORV_TRACE("show alert");
+        showAlert(page, config, request, start_scan);
+        return;
+    }
+    NORV_TRACE("saving configs");
+    const bool saved = SaveManualScanConfig(request);
+    if (!start_scan) {
+        SaveCommandComplete(page, saved ? SAVE_OK : SAVE_FAILED, PAGE);
+        return;
+    }
+    if (!saved) {
+        NORV_TRACE("Refreshing page");
+        GetCheckbox(page, "bSaveFailed", 1);
+    }
+    showStoredSettings(page, config);
+}
+
+bool GetManualScanConfig(NORVManualScanConfig& record) {
+    return fetchRecord(IPCMessage::MANUAL_SCAN_CONFIG, PARAMETER, record);
+}
+
+bool SaveManualScanConfig(const CQSControl& request) {
+    NORVManualScanConfig record;
+    if (!GetManualScanConfig(record)) return false;
+    ConstructScanConfig(request, record);
+    IPCMessage reply;
+    return sendRecord(IPCMessage::MANUAL_SCAN_CONFIG, PARAMETER, record, reply);
+}
+
+void SetManualScanConfig(CPageWrapper& page, const NORVManualScanConfig& record) { SetScanConfigVars(page, record); }
+
+std::string StartManualScan() {
+    IPCMessage reply;
+    if (!exchangeAccepted(IPCMessage(IPCMessage::START, IPCMessage::MANUAL_SCAN), reply)) return {};
+    return reply.value<std::string>("RequestID");
+}
+
+bool StopManualScan(const std::string& requestID) {
+    NORV_TRACE("ENTER, requestID=%s", requestID.c_str());
+    IPCMessage request(IPCMessage::STOP, IPCMessage::MANUAL_SCAN);
+    request.addParam("RequestID", requestID);
+    IPCMessage reply;
+    return exchangeAccepted(request, reply);
+}
+
+void GetManualScanProgress(const NORVConfig& /*config*/, const std::string& requestID) {
+    NORV_TRACE("ENTER requestID=%s", requestID.c_str());
+    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
+    page.addDStringItem("__REQUEST_ID__", requestID);
+    IPCMessage request(IPCMessage::GET, IPCMessage::MANUAL_SCAN_STATUS);
+    request.addParam("RequestID", requestID);
+    IPCMessage reply;
+    if (!exchangeAccepted(request, reply)) {
+        NORV_TRACE("GET ManualScanStatus failed but we don't put an error");
+        page.outputPage("error.html");
+        return;
+    }
+    showProgress(page, readProgress(reply));
+}
+
+int ReplaceOneItemWithInteger(CPageWrapper& page, const char* name, int value) {
+    NORV_TRACE("ENTER sVariableName=%s iValue=%d", name, value);
+    page.addDStringItem(name, value);
+    return 1;
+}
