@@ -2,7 +2,6 @@
 
 #include "tests/unit/webui/settings_test.h"
 
-#include <limits>
 #include <string>
 #include <utility>
 #include <vector>

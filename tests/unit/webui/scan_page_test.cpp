@@ -3,7 +3,6 @@
 #include "tests/unit/webui/settings_test.h"
 #include "webui/cgi/scan_actions.h"
 
-#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
