@@ -58,6 +58,9 @@ async function save() {
   await page.locator('.notice.success').waitFor();
 }
 
+/** From the answer back to the settings page, once its script has filled it. */
+const goBack = () => Promise.all([page.waitForEvent('load'), page.locator('#back').click()]);
+
 for (const [name, states] of Object.entries(cases)) {
   test(`${name}: every control keeps what was saved`, async () => {
     const touched = new Set();
@@ -65,7 +68,7 @@ for (const [name, states] of Object.entries(cases)) {
       await page.goto(addresses[name]);
       await setControls(page, state);
       await save();
-      await page.locator('#back').click();
+      await goBack();
       const shown = await readControls(page);
       for (const [control, value] of Object.entries(state)) {
         assert.equal(shown[control], value, `${control} after saving ${JSON.stringify(state)}`);
@@ -105,7 +108,7 @@ test('extensions may be typed with dots, blanks and line ends', async () => {
   await page.goto(addresses.manual);
   await setControls(page, { 'files-custom': true, extensions: '.exe, .com\n docm;exe', 'size-limit': '5' });
   await save();
-  await page.locator('#back').click();
+  await goBack();
   assert.equal(await page.locator('#extensions').inputValue(), 'exe;com;docm');
 });
 
@@ -152,7 +155,6 @@ for (const name of ['manual', 'realtime', 'scheduled']) {
 
 test('who saves second may look at what the first saved instead', async () => {
   await bothSave('manual', { 'files-all': true }, { 'files-smart': true });
-  await page.locator('#overwrite-no').click();
-  await page.waitForURL('**/scanoption.cgi?id=manual_scan');
+  await Promise.all([page.waitForEvent('load'), page.locator('#overwrite-no').click()]);
   assert.equal((await readControls(page))['files-smart'], true);
 });
