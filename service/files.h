@@ -1,0 +1,58 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace keldra {
+
+/// A descriptor that closes itself; -1 is none.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept;
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    ~FileDescriptor() { reset(); }
+
+    int get() const { return descriptor_; }
+    explicit operator bool() const { return descriptor_ >= 0; }
+    int release() { return std::exchange(descriptor_, -1); }
+    void reset();
+
+private:
+    int descriptor_ = -1;
+};
+
+/// What became of a file that was to be replaced.
+struct WriteResult {
+    bool written = false;
+    int error = 0;  ///< errno of the step that failed
+    explicit operator bool() const { return written; }
+};
+
+/// Replaces a file's content as one step: a temporary file beside it is written, synced to disk and renamed over it,
+/// then its folder is synced. After a failure or a crash at any moment the old content stands. `mode`: permission bits,
+/// independent of the umask. `modified`: the file's modification time, seconds since the epoch.
+WriteResult writeFileAtomically(const std::filesystem::path& path, std::string_view content, mode_t mode,
+                                std::optional<std::int64_t> modified = std::nullopt);
+
+/// Reads a whole regular file of at most `limit` bytes. Nothing when it cannot be opened, is not a regular file or is
+/// longer; `error` then holds an errno (EFBIG when longer).
+std::optional<std::string> readFile(const std::filesystem::path& path, std::size_t limit, int& error);
+
+/// The system's text for an errno.
+std::string errorText(int error);
+
+/// Makes a folder (and what is missing above it) with these permission bits. True when it is there afterwards.
+bool makeFolder(const std::filesystem::path& path, mode_t mode);
+
+}  // namespace keldra
