@@ -1,0 +1,78 @@
+#include "norv/au_config.h"
+#include "norv/log.h"
+#include "norv/scan_config.h"
+#include "service/handlers.h"
+#include "service/service.h"
+#include "service/settings_check.h"
+
+#include <sstream>
+
+namespace keldra::handlers {
+
+namespace {
+
+/// Puts a record's text form into a reply.
+template <typename Record>
+bool give(const char* name, const Record& record, IPCMessage& reply) {
+    reply.addParam(name, record);
+    return true;
+}
+
+/// Lays what a request carries over the stored record, so that what it does not mention is kept.
+template <typename Record>
+bool store(Service& service, const char* name, const IPCMessage& request, IPCMessage& reply) {
+    std::string fault;
+    const auto change = [&](NORVConfig& config) {
+        Record record(config);
+        std::istringstream text(request.value<std::string>(name));
+        fault = text >> record ? checkSettings(record) : "The settings are malformed.";
+        if (!fault.empty()) return false;
+        storeRecord(config, record);
+        return true;
+    };
+    const SaveOutcome outcome = service.configuration().update(change);
+    if (!fault.empty()) NORV_LOG(NORV_LOG_WARNING, "%s refused: %s", name, fault.c_str());
+    if (!saved(outcome)) reply.addParam("Message", fault.empty() ? "The settings could not be saved." : fault);
+    if (outcome == SaveOutcome::SAVED_WITHOUT_BACKUP) reply.addParam("BackupResult", "DiskFull");
+    return saved(outcome);
+}
+
+}  // namespace
+
+bool getRealtimeScan(Service& service, const IPCMessage&, IPCMessage& reply) {
+    NORVRealtimeScanConfig record(*service.configuration().snapshot());
+    const RealtimeState state = service.realtime().state();
+    record.serviceRunning = state.running;
+    record.kernelHookModuleLoaded = state.kernelAllows;
+    return give("RealtimeScanConfig", record, reply);
+}
+
+bool setRealtimeScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
+    return store<NORVRealtimeScanConfig>(service, "RealtimeScanConfig", request, reply);
+}
+
+bool getManualScan(Service& service, const IPCMessage&, IPCMessage& reply) {
+    return give("ManualScanConfig", NORVManualScanConfig(*service.configuration().snapshot()), reply);
+}
+
+bool setManualScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
+    return store<NORVManualScanConfig>(service, "ManualScanConfig", request, reply);
+}
+
+bool getScheduledScan(Service& service, const IPCMessage&, IPCMessage& reply) {
+    return give("ScheduledScanConfig", NORVScheduledScanConfig(*service.configuration().snapshot()), reply);
+}
+
+bool setScheduledScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
+    return store<NORVScheduledScanConfig>(service, "ScheduledScanConfig", request, reply);
+}
+
+bool getScheduledUpdate(Service& service, const IPCMessage&, IPCMessage& reply) {
+    return give("ScheduledAUConfig", NORVScheduledAUConfig(*service.configuration().snapshot()), reply);
+}
+
+bool setScheduledUpdate(Service& service, const IPCMessage& request, IPCMessage& reply) {
+    return store<NORVScheduledAUConfig>(service, "ScheduledAUConfig", request, reply);
+}
+
+}  // namespace keldra::handlers

@@ -1,0 +1,90 @@
+#include "service/realtime_scan.h"
+
+#include "norv/log.h"
+#include "norv/path_list.h"
+#include "service/extension_list.h"
+#include "service/file_walk.h"
+#include "service/scanned_file.h"
+#include "service/virus_types.h"
+
+#include <filesystem>
+#include <utility>
+
+namespace keldra {
+
+struct RealtimeScan::Policy {
+    explicit Policy(const NORVRealtimeScanConfig& record)
+        : settings(record),
+          options(scanOptionsOf(record)),
+          selector(record),
+          excludePatterns(splitPathList(record.excludePatterns)) {}
+
+    bool concerns(int fd, const std::string& path) const {
+        const std::string name = std::filesystem::path(path).filename();
+        return selector.byName(name) && !matchesPattern(name, excludePatterns) && selector.byContent(fd);
+    }
+
+    const NORVRealtimeScanConfig settings;
+    const ScanOptions options;
+    const FileSelector selector;
+    const std::vector<std::string> excludePatterns;
+};
+
+RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> neverScan)
+    : engine_(engine),
+      actions_(actions),
+      neverScan_(std::move(neverScan)),
+      policy_(std::make_shared<const Policy>(NORVRealtimeScanConfig())),
+      listener_({[this](int fd, const std::string& path, std::stop_token stop) { return scan(fd, path, stop); },
+                 [this](int fd, const std::string& path, const OnAccessAnswer& answer) { act(fd, path, answer); }}) {}
+
+void RealtimeScan::configure(const NORVConfig& config) {
+    const NORVRealtimeScanConfig record(config);
+    {
+        const std::lock_guard lock(mutex_);
+        policy_ = std::make_shared<const Policy>(record);
+    }
+    OnAccessSettings settings = onAccessSettings(record);
+    settings.neverScan.insert(settings.neverScan.end(), neverScan_.begin(), neverScan_.end());
+    listener_.forgetClean();
+    listener_.configure(settings);
+}
+
+std::shared_ptr<const RealtimeScan::Policy> RealtimeScan::policy() const {
+    const std::lock_guard lock(mutex_);
+    return policy_;
+}
+
+OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_token stop) {
+    const auto policy = this->policy();
+    if (!policy->concerns(fd, path)) return {.deny = false, .act = false, .cacheable = true, .find = {}};
+    const ScanResult result = engine_.scan(fd, path, policy->options, std::move(stop));
+    if (result.verdict == Verdict::FAILED)
+        NORV_LOG(NORV_LOG_WARNING, "Real-time scan of %s: %s", path.c_str(), result.detail.c_str());
+    if (result.verdict != Verdict::INFECTED)
+        return {.deny = false, .act = false, .cacheable = result.verdict == Verdict::CLEAN, .find = {}};
+    NORV_LOG(NORV_LOG_WARNING, "Real-time scan found %s in %s", result.signature.c_str(), path.c_str());
+    const ActionPlan plan = actionPlanOf(policy->settings, virusTypeOf(result.signature));
+    return {.deny = plan.first != Action::PASS, .act = true, .cacheable = false, .find = result.signature};
+}
+
+void RealtimeScan::act(int fd, const std::string& path, const OnAccessAnswer& answer) {
+    const auto file = scannedFileOf(fd);
+    if (!file) {
+        NORV_LOG(NORV_LOG_WARNING, "%s is gone, nothing can be done about it", path.c_str());
+        return;
+    }
+    const ScanResult result{.verdict = Verdict::INFECTED, .signature = answer.find, .detail = {}};
+    const ActionOutcome outcome = actions_.perform(*file, result, policy()->settings, "realtime");
+    NORV_LOG(NORV_LOG_WARNING, "%s: %s", path.c_str(), outcome.text.c_str());
+}
+
+RealtimeState RealtimeScan::state() const {
+    RealtimeState state{.running = listener_.running(), .problem = listener_.problem()};
+    std::string reason;
+    state.kernelAllows = OnAccess::kernelAllows(&reason);
+    if (state.problem.empty()) state.problem = reason;
+    return state;
+}
+
+}  // namespace keldra

@@ -1,0 +1,253 @@
+#include "service/service.h"
+
+#include "norv/log.h"
+#include "service/command_table.h"
+#include "service/extension_list.h"
+#include "service/notify.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <future>
+#include <utility>
+
+namespace keldra {
+
+namespace {
+
+constexpr std::chrono::seconds CLEANING_INTERVAL{60};
+/// How long the start waits for the signatures; large sets go on loading while the console is served already.
+constexpr std::chrono::seconds SIGNATURES_PATIENCE{3};
+constexpr rlim_t WANTED_DESCRIPTORS = 65536;
+
+/// A connection or a file under scan takes a descriptor each; the usual soft limit is low.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= WANTED_DESCRIPTORS) return;
+    limit.rlim_cur = std::min(limit.rlim_max, WANTED_DESCRIPTORS);
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+/// The level that the document or the environment names; a document need not name one.
+NORV_LOG_SEVERITY logLevel(const NORVConfig& config) {
+    const bool named = std::getenv("KELDRA_CONFIGURATION_USERDEBUGLEVEL") ||
+                       configValueOr(config, "Configuration", "UserDebugLevel", int32_t{-1}) != -1;
+    return named ? config.UserDebugLevel(NORV_LOG_INFO) : NORV_LOG_INFO;
+}
+
+std::vector<std::string> signatureFolders(const ServiceOptions& options) {
+    std::vector<std::string> folders = options.signatures;
+    folders.push_back(options.state / "signatures");
+    return folders;
+}
+
+}  // namespace
+
+Service::Service(ServiceOptions options, const Clock& clock)
+    : options_(std::move(options)),
+      clock_(clock),
+      startedAt_(clock.now()),
+      signals_(io_, SIGTERM, SIGINT, SIGHUP),
+      cleaning_(io_),
+      configuration_(options_.config, clock),
+      sessions_(options_.state / "sessions", clock, options_.sessionLimits),
+      logonGuard_(clock),
+      quarantine_(options_.state / "quarantine", options_.state / "trusted"),
+      actions_(quarantine_),
+      server_(io_, options_.access, options_.serverLimits,
+              [this](const IPCMessage& request) { return answer(*this, request); }) {}
+
+Service::~Service() { stop(); }
+
+std::string Service::varPath() const {
+    const auto config = configuration_.snapshot();
+    std::string path = configValueOr(*config, "Configuration", "VarPath", std::string());
+    return path.empty() ? options_.var.string() : path;
+}
+
+/// Never scanned: what lies here is meant to hold what is found elsewhere.
+std::vector<std::string> Service::ownFolders() const {
+    std::vector<std::string> folders = signatureFolders(options_);
+    folders.push_back(options_.state / "quarantine");
+    folders.push_back(options_.state / "tmp");
+    return folders;
+}
+
+bool Service::lockState(std::string& error) {
+    const auto path = options_.state / "keldrad.lock";
+    stateLock_ = FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!stateLock_) {
+        error = "Cannot open " + path.string() + ": " + errorText(errno) + ".";
+    } else if (::flock(stateLock_.get(), LOCK_EX | LOCK_NB) != 0) {
+        error = "Another keldrad already works on " + options_.state.string() + ".";
+    }
+    return error.empty();
+}
+
+bool Service::makeFolders(std::string& error) const {
+    for (const auto& [folder, mode] : {std::pair{options_.state, mode_t{0700}},
+                                       {options_.state / "tmp", mode_t{0700}},
+                                       {options_.state / "signatures", mode_t{0755}}}) {
+        if (makeFolder(folder, mode)) continue;
+        error = "Cannot make the folder " + folder.string() + ": " + errorText(errno) + ".";
+        return false;
+    }
+    return true;
+}
+
+bool Service::open(std::string& error) {
+    raiseDescriptorLimit();
+    if (!makeFolders(error) || !lockState(error) || !server_.listen(options_.socket, error)) return false;
+    configuration_.refresh();
+    sessions_.load();
+    if (!quarantine_.open()) NORV_LOG(NORV_LOG_ERROR, "The quarantine cannot be used; finds are not put away");
+    makeParts();
+    loadSignatures();
+    configuration_.onChange([this] { configurationChanged(); });
+    configurationChanged();
+    updater_->recover();
+    scheduler_->start();
+    return true;
+}
+
+void Service::prepareVar() {
+    const std::string folder = varPath();
+    if (folder == preparedVar_) return;
+    preparedVar_ = folder;
+    if (!makeFolder(folder, 02770)) {
+        NORV_LOG(NORV_LOG_ERROR, "The folder %s cannot be made: %s", folder.c_str(), errorText(errno).c_str());
+        return;
+    }
+    writeDefaultExtensions(folder);
+}
+
+void Service::makeParts() {
+    engine_ = makeScanEngine({.signatureFolders = signatureFolders(options_),
+                              .temporaryFolder = options_.state / "tmp",
+                              .trusted = [this](int fd) { return quarantine_.isTrusted(fd); }});
+    ScanJobsSettings scans;
+    scans.historyFolder = options_.state / "history";
+    scans.ownFolders = ownFolders();
+    scans_ = std::make_unique<ScanJobs>(scans, *engine_, actions_);
+    updater_ = std::make_unique<Updater>(
+        UpdaterSettings{.state = options_.state,
+                        .signatures = options_.state / "signatures",
+                        .freshclam = options_.freshclam,
+                        .databaseOwner = options_.databaseOwner},
+        UpdaterHooks{.configuration = [this] { return NORVAUConfig(*configuration_.snapshot()); },
+                     .varPath = [this] { return varPath(); },
+                     .engineVersion = [this] { return engine_->state().engineVersion; },
+                     .reload =
+                         [this] {
+                             const bool loaded = engine_->load();
+                             if (loaded) realtime_->forgetClean();
+                             return loaded;
+                         }},
+        clock_);
+    scheduler_ = std::make_unique<Scheduler>(options_.state / "schedule.json", clock_,
+                                             Scheduler::Hooks{.startScan = [this] { return startScheduledScan(); },
+                                                              .startUpdate = [this] { return startScheduledUpdate(); },
+                                                              .randomSecond = {}});
+    realtime_ = std::make_unique<RealtimeScan>(*engine_, actions_, ownFolders());
+}
+
+void Service::loadSignatures() {
+    const auto loaded = std::make_shared<std::promise<void>>();
+    auto done = loaded->get_future();
+    engine_->reload([this, loaded](bool) {
+        signaturesChanged();
+        loaded->set_value();
+    });
+    done.wait_for(SIGNATURES_PATIENCE);
+}
+
+void Service::signaturesChanged() {
+    const EngineState state = engine_->state();
+    if (state.database != EngineState::Database::LOADED)
+        NORV_LOG(NORV_LOG_ERROR, "No signatures: nothing can be found. %s", state.message.c_str());
+    updater_->noteComponents();
+    realtime_->forgetClean();
+}
+
+bool Service::startScheduledScan() {
+    const NORVScheduledScanConfig record(*configuration_.snapshot());
+    const ScanStart start = scans_->start({.kind = ScanKind::SCHEDULED, .settings = record, .roots = {}});
+    if (!start.started) NORV_LOG(NORV_LOG_WARNING, "The scheduled scan was not started: %s", start.message.c_str());
+    return start.started;
+}
+
+bool Service::startScheduledUpdate() {
+    return updater_->startScheduled(NORVScheduledAUConfig(*configuration_.snapshot()).components);
+}
+
+void Service::configurationChanged() {
+    // One after the other, each with the newest document, so that the last one applied is the last one stored.
+    const std::lock_guard lock(changing_);
+    const auto config = configuration_.snapshot();
+    setLogLevel(logLevel(*config));
+    prepareVar();
+    scheduler_->configure({.scan = NORVScheduledScanConfig(*config),
+                           .update = NORVScheduledAUConfig(*config),
+                           .randomizedUpdate = configValueOr(*config, "Varnel", "RandomizedUpdate", false)});
+    realtime_->configure(*config);
+}
+
+void Service::awaitSignal() {
+    signals_.async_wait([this](const asio::error_code& error, int signal) {
+        if (error) return;
+        if (signal != SIGHUP) {
+            NORV_LOG(NORV_LOG_INFO, "Ending");
+            notifyManager("STOPPING=1");
+            return stop();
+        }
+        reload();
+        awaitSignal();
+    });
+}
+
+void Service::reload() {
+    NORV_LOG(NORV_LOG_INFO, "Reading configuration and signatures again");
+    configuration_.refresh();
+    engine_->reload([this](bool) { signaturesChanged(); });
+}
+
+void Service::cleanUpLater() {
+    cleaning_.expires_after(CLEANING_INTERVAL);
+    cleaning_.async_wait([this](const asio::error_code& error) {
+        if (error) return;
+        sessions_.cleanUp();
+        scans_->cleanUp();
+        updater_->cleanUp();
+        configuration_.refresh();
+        cleanUpLater();
+    });
+}
+
+void Service::run() {
+    awaitSignal();
+    cleanUpLater();
+    server_.start();
+    NORV_LOG(NORV_LOG_INFO, "Ready on %s", options_.socket.c_str());
+    notifyManager("READY=1");
+    io_.run();
+}
+
+/// Whatever works with another part ends before it.
+void Service::stop() {
+    asio::error_code ignored;
+    signals_.cancel(ignored);
+    cleaning_.cancel();
+    server_.stop();
+    if (scheduler_) scheduler_->stop();
+    if (realtime_) realtime_->stop();
+    if (updater_) updater_->stop();
+    scans_.reset();
+    engine_.reset();
+}
+
+}  // namespace keldra
