@@ -7,9 +7,18 @@ const BOXES = {
   'scan-engine': 'bUpdateEngine',
 };
 
+/** Says in words that a component has no version. */
+function tellWhatIsMissing() {
+  for (const id of Object.keys(BOXES)) {
+    const line = byId(`${id}-state`);
+    if (byId(`${id}-version`).textContent === '') line.textContent = line.dataset.none;
+  }
+}
+
 /** Ticks the boxes. Returns the check that at least one is ticked. */
 export function bindComponents(variables) {
   for (const [id, name] of Object.entries(BOXES)) byId(id).checked = variables.get(name) === true;
+  tellWhatIsMissing();
   const boxes = Object.keys(BOXES).map(byId);
   return () => {
     const [first] = boxes;

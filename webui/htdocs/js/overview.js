@@ -40,12 +40,25 @@ function showSchedule(page) {
   return state('schedule-now', scheduleInWords(variables), variables.get('bScheduleScanCheckbox') === true);
 }
 
+const WEEK = 7 * 24 * 3600 * 1000;
+
+/** What is wrong with the signatures: "signatures" when there are none, "age" when they are old, else nothing. */
+function faultOfSignatures(version, date) {
+  if (version === '') return 'signatures';
+  const updated = Date.parse(date.replace(' ', 'T'));
+  return Date.now() - updated > WEEK ? 'age' : undefined;
+}
+
 function showUpdate(page) {
   const texts = byId('update-card').dataset;
   const on = readPageVariables(page).get('bEnableScheduledUpdate') === true;
-  byId('pattern-version').textContent = page.getElementById('virus-pattern-version')?.textContent || '–';
-  byId('pattern-date').textContent = page.getElementById('virus-pattern-date')?.textContent || '–';
-  return state('update-now', on ? texts.on : texts.off, on);
+  const version = page.getElementById('virus-pattern-version')?.textContent ?? '';
+  const date = page.getElementById('virus-pattern-date')?.textContent ?? '';
+  byId('pattern-version').textContent = version;
+  byId('pattern-date').textContent = date;
+  if (version === '') byId('pattern-state').textContent = byId('pattern-state').dataset.none;
+  state('update-now', on ? texts.on : texts.off, on);
+  return faultOfSignatures(version, date) ?? on;
 }
 
 /** One state: unknown when its page gave no answer. */
@@ -54,12 +67,31 @@ async function look(id, kind, show) {
   return page?.body.dataset.page === kind ? show(page) : undefined;
 }
 
+const UPDATE_NOW = '/NorvLinux/showpage.cgi?page=update_manual.html';
+const REMEDIES = {
+  signatures: UPDATE_NOW,
+  age: UPDATE_NOW,
+  realtime: './scanoption.cgi?id=realtime_scan',
+  schedule: './scanoption.cgi?id=scheduled_scan',
+  update: './scanoption.cgi?id=scheduled_update',
+};
+
+/** The worst of what is wrong, if anything is. */
+function worst({ realtime, schedule, update }) {
+  if ([realtime, schedule, update].includes(undefined)) return 'unknown';
+  if (typeof update === 'string') return update;
+  if (!realtime) return 'realtime';
+  if (!schedule) return 'schedule';
+  return update ? 'good' : 'update';
+}
+
 function verdict(states) {
   const element = byId('verdict');
-  const missing = ['realtime', 'schedule', 'update'].find((name) => states[name] !== true);
-  const unknown = Object.values(states).includes(undefined);
-  element.textContent = element.dataset[unknown ? 'unknown' : missing ?? 'good'];
-  element.classList.add(missing ? 'warning' : 'success');
+  const result = worst(states);
+  byId('verdict-text').textContent = element.dataset[result];
+  element.classList.add(result === 'good' ? 'success' : 'warning');
+  byId('next').hidden = !(result in REMEDIES);
+  byId('next').href = REMEDIES[result] ?? '#content';
 }
 
 const [realtime, schedule, update] = await Promise.all([
