@@ -136,10 +136,11 @@ TEST_F(BadInput, AListOfTenThousandExtensionsIsKeptWhole) {
 }
 
 TEST_F(BadInput, AFormLargerThanAFrameFailsWithoutHarm) {
-    const std::string list(17 * 1024 * 1024, 'x');
-    expectPage(post("id=manual_scan&mode=Save&bOverWrite=true&E1=ON23&SelectedExt=" + list),
-               "failure\nManual Scan\nUnable to apply the new manual scan settings.\n" + NOT_RESPONDING +
-                   "\n./scanoption.cgi?id=manual_scan\n");
+    CgiRequest request = CgiRequest::post("id=manual_scan&mode=Save&bOverWrite=true&E1=ON23&SelectedExt=" +
+                                          std::string(17 * 1024 * 1024, 'x'));
+    request.environment["KELDRA_CONFIGURATION_USERDEBUGLEVEL"] = "2";
+    expectPage(run(request), "failure\nManual Scan\nUnable to apply the new manual scan settings.\n" + NOT_RESPONDING +
+                                 "\n./scanoption.cgi?id=manual_scan\n");
     EXPECT_EQ(sentByHandler(), Strings{"0/4"});
 }
 
@@ -177,7 +178,7 @@ TEST_F(BadInput, ManyCookiesAreNoBurden) {
     for (int i = 0; i < 5000; ++i) cookies += "c" + std::to_string(i) + "=" + std::to_string(i) + "; ";
     const CgiResponse response = run({.query = "id=nowhere", .cookies = cookies + "hvssn=abc"});
     expectPage(response, "not supported\n");
-    EXPECT_LT(response.process.elapsed, std::chrono::seconds(5));
+    EXPECT_LT(response.process.elapsed, std::chrono::seconds(20));
 }
 
 TEST_F(BadInput, ADocumentThatIsNotXmlIsAnEmptyOne) {

@@ -143,7 +143,7 @@ TEST_F(Request, ALargeFormIsReadInReasonableTime) {
     const std::string large(1024 * 1024, 'x');
     const CgiResponse response = post("first=" + large + "&" + QUERY + "last");
     expectPage(response, "progress");
-    EXPECT_LT(response.process.elapsed, std::chrono::seconds(5));
+    EXPECT_LT(response.process.elapsed, std::chrono::seconds(20));
     sent();
     EXPECT_EQ(lastParam("RequestID"), "last");
     EXPECT_TRUE(response.logged(5, "name=first   value=" + large));
