@@ -78,6 +78,10 @@ std::string KeldradRunner::logOn(const std::string& password, const std::string&
     return reply->value<std::string>("SessionID");
 }
 
+bool KeldradRunner::setPassword(const std::string& password) const {
+    return control({"passwd", "--state", file("state"), "--stdin"}, password + "\n").status == 0;
+}
+
 ProcessResult KeldradRunner::control(const std::vector<std::string>& arguments, const std::string& input) const {
     Command command{.argv = {keldractl_.string()},
                     .environment = fullEnvironment(),

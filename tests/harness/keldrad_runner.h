@@ -40,6 +40,8 @@ public:
                                   std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
     /// Logs on as the console does. The session's id, empty when refused.
     std::string logOn(const std::string& password, const std::string& address = "192.0.2.7") const;
+    /// Sets the console's password with keldractl. False when it refuses.
+    bool setPassword(const std::string& password) const;
     /// Runs keldractl against this service's files and socket.
     ProcessResult control(const std::vector<std::string>& arguments, const std::string& input = {}) const;
 
