@@ -105,7 +105,8 @@ std::string formatted(const char* format, va_list arguments) {
     std::array<char, 512> small{};
     va_list again;
     va_copy(again, arguments);
-    const int length = std::vsnprintf(small.data(), small.size(), format, arguments);
+    // The analyzer does not see that the caller started the list.
+    const int length = std::vsnprintf(small.data(), small.size(), format, arguments);  // NOLINT(clang-analyzer-valist*)
     std::string text;
     if (length >= 0 && static_cast<std::size_t>(length) < small.size()) {
         text.assign(small.data(), static_cast<std::size_t>(length));

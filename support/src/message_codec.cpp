@@ -118,7 +118,10 @@ bool decodeMessage(std::span<const char> payload, IPCMessage& message) noexcept 
     std::unique_ptr<IPCMessage> read;
     archive(read);
     if (!read) return false;
-    message = std::move(*read);
+    message.operation = read->operation;
+    message.commandID = read->commandID;
+    message.result = read->result;
+    message.params.swap(read->params);
     return true;
 } catch (...) {
     return false;
