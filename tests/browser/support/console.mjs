@@ -1,7 +1,7 @@
 // The real thing, for one test file: service, web server and programs, on a port and in a folder of their own.
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { createServer } from 'node:net';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
@@ -32,6 +32,12 @@ async function facts(child) {
   throw new Error('the console did not start');
 }
 
+/** The processes that a process started, and those that they started. */
+function descendants(pid) {
+  const children = readFileSync(`/proc/${pid}/task/${pid}/children`, 'utf8').split(' ').filter(Boolean).map(Number);
+  return children.flatMap((child) => [child, ...descendants(child)]);
+}
+
 /** A started console. `options`: further arguments of run-console. */
 export async function startConsole(options = []) {
   const folder = mkdtempSync(join(tmpdir(), 'keldra-browser-'));
@@ -45,7 +51,19 @@ export async function startConsole(options = []) {
     folder,
     user,
     password,
-    log: () => readFileSync(join(folder, 'keldrad.log'), 'utf8'),
+    /** Sets where updates come from as an administrator would, and has the service read it. */
+    configureUpdates(values) {
+      const path = join(folder, 'configuration.xml');
+      let text = readFileSync(path, 'utf8');
+      for (const [name, value] of Object.entries(values)) {
+        text = text.replace(new RegExp(`\\s*<P Name="${name}"[^>]*>`), '')
+          .replace('<Group Type="Varnel">', `$&<P Name="${name}" Value="${value}"/>`);
+      }
+      writeFileSync(path, text);
+      for (const pid of descendants(child.pid)) {
+        if (readFileSync(`/proc/${pid}/comm`, 'utf8') === 'keldrad\n') process.kill(pid, 'SIGHUP');
+      }
+    },
     async stop() {
       child.kill('SIGTERM');
       await once(child, 'exit');
