@@ -1,13 +1,9 @@
 #include "norv/au_config.h"
-#include "norv/locale.h"
-#include "norv/log.h"
 #include "norv/norv_config.h"
 #include "webui/cgi/au_config.h"
-#include "webui/cgi/authenticate.h"
 #include "webui/cgi/page_wrapper.h"
-#include "webui/cgi/qs_control.h"
-#include "webui/cgi/startup.h"
 #include "webui/cgi/utils/response_pages.h"
+#include "webui/console/json_response.h"
 
 #include <string>
 
@@ -31,7 +27,8 @@ void showConfigurationError() {
 }
 
 /// The pages that have no handler of their own, by name. Nothing but these names ever reaches the file system.
-int showPage(const std::string& name, const NORVConfig& config, bool configOk) {
+int showPage(const ConsoleRequest& request) {
+    const std::string name = request.text("page");
     if (name == "norv_main.html") {
         showMainPage();
         return 0;
@@ -40,26 +37,16 @@ int showPage(const std::string& name, const NORVConfig& config, bool configOk) {
         NotSupportYet();
         return 0;
     }
-    if (!configOk) {
+    if (!request.configOk) {
         showConfigurationError();
         return 1;
     }
-    showManualUpdate(config);
+    showManualUpdate(request.config);
     return 0;
 }
 
 }  // namespace
 
-int main(int argc, char** argv) try {
-    NORVConfig config;
-    const bool configOk = loadConfigurationAndOpenLog(config, argc > 0 ? argv[0] : nullptr);
-    NORV_TRACE("Enter");
-    set_norv_locale();
-    CQSControl request;
-    CAuthenticate session(config);
-    if (!readRequest(request)) return 1;
-    if (!checkSession(session, request)) return 1;
-    return showPage(request.getEnv("page"), config, configOk);
-} catch (...) {
+int main(int argc, char** argv) try { return runConsoleProgram(argc, argv, showPage); } catch (...) {
     throw;  // still fatal, but what `main` owns is destroyed first
 }

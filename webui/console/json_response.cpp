@@ -1,0 +1,93 @@
+#include "webui/console/json_response.h"
+
+#include "norv/locale.h"
+#include "norv/log.h"
+#include "webui/cgi/authenticate.h"
+#include "webui/cgi/page_wrapper.h"
+#include "webui/cgi/service_message.h"
+#include "webui/cgi/startup.h"
+#include "webui/console/service_text.h"
+
+#include <cstdio>
+
+namespace {
+
+void send(CPageWrapper& page, const std::string& body) {
+    page.outputPage("");
+    std::fwrite(body.data(), 1, body.size(), stdout);
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request)) {
+    NORVConfig config;
+    const bool configOk = loadConfigurationAndOpenLog(config, argc > 0 ? argv[0] : nullptr);
+    NORV_TRACE("Enter");
+    set_norv_locale();
+    CQSControl fields;
+    CAuthenticate session(config);
+    if (!readRequest(fields)) return 1;
+    if (!checkSession(session, fields)) return 1;
+    return handle({config, configOk, fields});
+}
+
+std::string jsonText(const std::function<void(JsonWriter& json)>& fill) {
+    rapidjson::StringBuffer buffer;
+    JsonWriter json(buffer);
+    fill(json);
+    return {buffer.GetString(), buffer.GetSize()};
+}
+
+void writeText(JsonWriter& json, const std::string& text) {
+    json.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+}
+
+void writeMember(JsonWriter& json, const char* name, const std::string& value) {
+    json.Key(name);
+    writeText(json, value);
+}
+
+int answerJson(const std::string& json, const std::string& status) {
+    CPageWrapper page(CPageWrapper::CONTENT_TYPE_NONE);
+    page.addHeader("Content-type", "application/json");
+    if (!status.empty()) page.addHeader("Status", status);
+    send(page, json);
+    return 0;
+}
+
+int answerError(const std::string& status, const std::string& message) {
+    NORV_LOG(NORV_LOG_WARNING, "%s: %s", status.c_str(), message.c_str());
+    answerJson(jsonText([&](JsonWriter& json) {
+                   json.StartObject();
+                   writeMember(json, "error", translateServiceText(message));
+                   json.EndObject();
+               }),
+               status);
+    return 1;
+}
+
+int answerDownload(const std::string& contentType, const std::string& fileName, const std::string& content) {
+    CPageWrapper page(CPageWrapper::CONTENT_TYPE_NONE);
+    page.addHeader("Content-type", contentType);
+    page.addHeader("Content-Disposition", "attachment; filename=\"" + fileName + "\"");
+    send(page, content);
+    return 0;
+}
+
+bool requirePost(const ConsoleRequest& request) {
+    if (request.isPost()) return true;
+    answerError("405 Method Not Allowed", "This request must be sent by a page of the console.");
+    return false;
+}
+
+bool askService(const IPCMessage& message, IPCMessage& reply, const std::string& refusalStatus) {
+    if (!exchange(message, reply)) {
+        answerError("503 Service Unavailable", NOT_RESPONDING);
+        return false;
+    }
+    if (reply.result == IPCMessage::RESULT_OK) return true;
+    const auto reason = reply.value<std::string>("Message");
+    answerError(refusalStatus, reason.empty() ? "The service refused the request." : reason);
+    return false;
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "norv/ipc_message.h"
+#include "norv/norv_config.h"
+#include "webui/cgi/qs_control.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <functional>
+#include <string>
+
+/// A request to a program of the console whose session the service has confirmed (for a POST: its token as well).
+struct ConsoleRequest {
+    const NORVConfig& config;
+    bool configOk;  ///< whether the configuration could be fetched
+    const CQSControl& fields;
+
+    std::string text(const char* name) const { return fields.getEnv(name); }
+    bool has(const char* name) const { return !text(name).empty(); }
+    bool isPost() const { return fields.requestMethod() == CQSControl::POST; }
+};
+
+/// Runs a program of the console: fetches the configuration, opens the log, reads the request and checks the session;
+/// then `handle` answers. Without a session the browser has been sent to the log-on page and `handle` is not called.
+/// Returns the exit status: that of `handle`, 1 when it was not called. `argc`, `argv`: those of `main`.
+int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request));
+
+using JsonWriter = rapidjson::Writer<rapidjson::StringBuffer>;
+
+/// The JSON text that `fill` writes.
+std::string jsonText(const std::function<void(JsonWriter& json)>& fill);
+/// Writes a text; any bytes, also NUL.
+void writeText(JsonWriter& json, const std::string& text);
+void writeMember(JsonWriter& json, const char* name, const std::string& value);
+
+/// Answers with a JSON text. `status`: the HTTP status, nothing for 200. Returns 0, for `handle` to pass on.
+int answerJson(const std::string& json, const std::string& status = "");
+/// Answers {"error": message}. `message`: English, answered in the console's language. Returns 1.
+int answerError(const std::string& status, const std::string& message);
+/// Answers with a file for the browser to save. `fileName`: made by the program, never by a request. Returns 0.
+int answerDownload(const std::string& contentType, const std::string& fileName, const std::string& content);
+
+/// Whatever changes something must come by POST, so that the token was checked. False when it did not, and the error
+/// is answered.
+bool requirePost(const ConsoleRequest& request);
+/// Asks the service. False when it does not answer or refuses, and that is answered as an error: 503, or
+/// `refusalStatus` with the service's reason.
+bool askService(const IPCMessage& message, IPCMessage& reply, const std::string& refusalStatus = "409 Conflict");
+
+/// The answer to a request that the service did not answer.
+inline constexpr const char* NOT_RESPONDING = "Keldra service is not responding. Please restart Keldra and try again.";
