@@ -1,6 +1,5 @@
 #include "norv/path_list.h"
 #include "norv/scan_config.h"
-#include "service/file_walk.h"
 #include "service/handlers.h"
 #include "service/json_text.h"
 #include "service/scan_jobs.h"
@@ -8,10 +7,7 @@
 #include "service/virus_types.h"
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
-#include <stop_token>
-#include <system_error>
 #include <vector>
 
 namespace keldra::handlers {
@@ -19,10 +15,6 @@ namespace keldra::handlers {
 namespace {
 
 constexpr std::size_t MAX_FINDS = 1000;
-constexpr std::size_t MAX_FOLDERS = 2000;
-constexpr std::size_t MAX_EXAMPLES = 20;
-/// How long a preview may count, well within the time for which a client waits.
-constexpr std::chrono::seconds PREVIEW_TIME{5};
 
 bool started(const ScanStart& start, IPCMessage& reply) {
     reply.addParam(start.started ? "RequestID" : "Message", start.started ? start.id : start.message);
@@ -43,36 +35,8 @@ void writeStatus(JsonText& json, const ScanStatus& status) {
 void writeFind(JsonText& json, const ScanFind& find) {
     json.object([&] {
         json.member("path", find.path).member("infected", find.infected).member("signature", find.signature);
-        json.member("type", find.type).member("detail", find.detail);
+        json.member("type", find.type).member("detail", find.detail).member("left", find.left);
     });
-}
-
-/// Files of the folders with and without the excludes, counted for a limited time.
-struct Preview {
-    std::size_t kept = 0;
-    std::size_t left = 0;
-    std::vector<std::string> examples;
-    bool complete = true;
-};
-
-Preview preview(const WalkPlan& plan) {
-    Preview result;
-    WalkPlan everything{.roots = plan.roots, .excludeFolders = {}, .excludePatterns = {}, .wanted = {}};
-    std::stop_source stop;
-    const auto end = std::chrono::steady_clock::now() + PREVIEW_TIME;
-    const auto look = [&](const std::string& path) {
-        const bool out = liesBelow(path, plan.excludeFolders) ||
-                         matchesPattern(std::filesystem::path(path).filename(), plan.excludePatterns);
-        ++(out ? result.left : result.kept);
-        if (out && result.examples.size() < MAX_EXAMPLES) result.examples.push_back(path);
-        if (std::chrono::steady_clock::now() < end) return;
-        result.complete = false;
-        stop.request_stop();
-    };
-    walkFiles(
-        everything, [&look](const ScannedFile& file) { look(file.path); },
-        [&look](const std::string& path, const std::string&) { look(path); }, stop.get_token());
-    return result;
 }
 
 }  // namespace
@@ -107,6 +71,9 @@ bool getScanStatus(Service& service, const IPCMessage& request, IPCMessage& repl
     reply.addParam("Skipped", status->skipped);
     reply.addParam("Bytes", status->bytes);
     reply.addParam("CurrentFile", status->currentFile);
+    reply.addParam("Kind", scanKindName(status->kind));
+    reply.addParam("Started", status->started);
+    reply.addParam("Ended", status->ended);
     return true;
 }
 
@@ -123,13 +90,20 @@ bool startPathScan(Service& service, const IPCMessage& request, IPCMessage& repl
     settings.includeHVExtList = settings.zelscan = false;
     settings.scanCompressed = true;
     const bool act = request.value<int>("Act") == 1;
-    return started(service.scans().start({.kind = ScanKind::PATH, .settings = settings, .roots = paths, .act = act}),
+    return started(service.scans().start({.kind = ScanKind::PATH,
+                                          .settings = settings,
+                                          .roots = paths,
+                                          .workers = request.value<uint32_t>("Workers"),
+                                          .act = act}),
                    reply);
 }
 
 bool getScanFinds(Service& service, const IPCMessage& request, IPCMessage& reply) {
     const auto id = request.value<std::string>("RequestID");
-    if (!service.scans().status(id)) return false;
+    if (!service.scans().status(id)) {
+        reply.addParam("Message", "There is no such scan.");
+        return false;
+    }
     JsonText json;
     json.array([&] {
         for (const ScanFind& find : service.scans().finds(id, request.value<std::size_t>("From"), MAX_FINDS))
@@ -145,45 +119,6 @@ bool getScanHistory(Service& service, const IPCMessage&, IPCMessage& reply) {
         for (const ScanStatus& status : service.scans().history()) writeStatus(json, status);
     });
     reply.addParam("Scans", json.text());
-    return true;
-}
-
-bool previewExcludes(Service&, const IPCMessage& request, IPCMessage& reply) {
-    const Preview result = preview({.roots = splitPathList(request.value<std::string>("ScanPaths")),
-                                    .excludeFolders = splitPathList(request.value<std::string>("ExcludePaths")),
-                                    .excludePatterns = splitPathList(request.value<std::string>("ExcludePatterns")),
-                                    .wanted = {}});
-    JsonText json;
-    json.array([&] {
-        for (const std::string& path : result.examples) json.value(path);
-    });
-    reply.addParam("Kept", result.kept);
-    reply.addParam("Left", result.left);
-    reply.addParam("Examples", json.text());
-    reply.addParam("Complete", result.complete ? 1 : 0);
-    return true;
-}
-
-bool listFolders(Service&, const IPCMessage& request, IPCMessage& reply) {
-    const std::filesystem::path folder = request.value<std::string>("Path");
-    std::error_code error;
-    std::filesystem::directory_iterator entry(folder, error);
-    if (!folder.is_absolute() || error) {
-        reply.addParam("Message", error ? error.message() : "The path is not absolute.");
-        return false;
-    }
-    std::vector<std::string> names;
-    for (; !error && entry != std::filesystem::directory_iterator() && names.size() < MAX_FOLDERS;
-         entry.increment(error)) {
-        std::error_code ignored;
-        if (entry->is_directory(ignored) && !entry->is_symlink(ignored)) names.push_back(entry->path().filename());
-    }
-    std::sort(names.begin(), names.end());
-    JsonText json;
-    json.array([&] {
-        for (const std::string& name : names) json.value(name);
-    });
-    reply.addParam("Folders", json.text());
     return true;
 }
 
