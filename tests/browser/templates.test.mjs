@@ -97,6 +97,8 @@ const pages = {
   'error.html': { items: {} },
   'not_support.html': { items: {} },
   'norv_main.html': { items: {} },
+  'quarantine.html': { items: {} },
+  'history.html': { items: {} },
   'password_wrong.html': { items: {} },
 };
 

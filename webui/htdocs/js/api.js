@@ -1,0 +1,23 @@
+// Talking JSON with the console's programs. What goes wrong is thrown as an Error whose message is meant for the user;
+// it is empty when there was no usable answer.
+import { csrfToken } from './csrf.js';
+
+async function read(request) {
+  const answer = await request.catch(() => { throw new Error(''); });
+  if (answer.redirected) {
+    location.assign('/');
+    return new Promise(() => {});
+  }
+  const content = await answer.json().catch(() => { throw new Error(''); });
+  if (!answer.ok) throw new Error(content.error ?? '');
+  return content;
+}
+
+export const getJson = (url) => read(fetch(url, { credentials: 'same-origin', cache: 'no-store' }));
+
+/** Sends fields as a form would, with the token. */
+export const postJson = (url, fields) => read(fetch(url, {
+  method: 'POST',
+  body: new URLSearchParams({ ...fields, CsrfToken: csrfToken() }),
+  credentials: 'same-origin',
+}));
