@@ -51,6 +51,7 @@ std::string freshDocument(const FreshSetup& setup) {
     NORVConfig config;
     config.setValue("Configuration", "VarPath", setup.var.string());
     config.setValue("Configuration", "ConsoleUser", "admin");
+    config.setValue("Configuration", "ShareRoots", joinPathList(setup.scanPaths));
     putScans(config, setup);
     putUpdates(config);
     return config.toText();

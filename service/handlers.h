@@ -32,8 +32,10 @@ bool getScanStatus(Service& service, const IPCMessage& request, IPCMessage& repl
 bool startPathScan(Service& service, const IPCMessage& request, IPCMessage& reply);
 bool getScanFinds(Service& service, const IPCMessage& request, IPCMessage& reply);
 bool getScanHistory(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool previewExcludes(Service& service, const IPCMessage& request, IPCMessage& reply);
+
+// handlers_folders.cpp
 bool listFolders(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool previewExcludes(Service& service, const IPCMessage& request, IPCMessage& reply);
 
 // handlers_session.cpp
 bool logOn(Service& service, const IPCMessage& request, IPCMessage& reply);

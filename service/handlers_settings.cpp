@@ -4,8 +4,10 @@
 #include "service/handlers.h"
 #include "service/service.h"
 #include "service/settings_check.h"
+#include "service/share_roots.h"
 
 #include <sstream>
+#include <type_traits>
 
 namespace keldra::handlers {
 
@@ -18,14 +20,25 @@ bool give(const char* name, const Record& record, IPCMessage& reply) {
     return true;
 }
 
+/// What is wrong with a record that is to take the place of `before`.
+template <typename Record>
+std::string faultOf(const NORVConfig& config, const Record& before, Record& record) {
+    std::string fault = checkSettings(record);
+    if constexpr (std::is_base_of_v<NORVScanConfig, Record>) {
+        if (fault.empty()) fault = checkNewFolders(config, before.scanPaths, record.scanPaths);
+    }
+    return fault;
+}
+
 /// Lays what a request carries over the stored record, so that what it does not mention is kept.
 template <typename Record>
 bool store(Service& service, const char* name, const IPCMessage& request, IPCMessage& reply) {
     std::string fault;
     const auto change = [&](NORVConfig& config) {
-        Record record(config);
+        const Record before(config);
+        Record record = before;
         std::istringstream text(request.value<std::string>(name));
-        fault = text >> record ? checkSettings(record) : "The settings are malformed.";
+        fault = text >> record ? faultOf(config, before, record) : "The settings are malformed.";
         if (!fault.empty()) return false;
         storeRecord(config, record);
         return true;
