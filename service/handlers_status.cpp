@@ -2,11 +2,18 @@
 #include "service/service.h"
 #include "service/version.h"
 
+#include <sys/stat.h>
+
 #include <optional>
+#include <set>
+#include <string>
 
 namespace keldra::handlers {
 
 namespace {
+
+/// Reports of a scan that are looked at for each request.
+constexpr std::size_t MAX_FINDS_LOOKED_AT = 1000;
 
 const char* databaseText(EngineState::Database database) {
     switch (database) {
@@ -38,6 +45,30 @@ void addRealtime(Service& service, IPCMessage& reply) {
     reply.addParam("RealtimeMessage", state.problem);
 }
 
+/// Whether a find is a danger that nobody has dealt with. Files made to try out scanners are left alone on purpose.
+bool isUntreated(const ScanFind& find) {
+    struct stat status {};
+    return find.infected && find.left && find.type != "Test_Virus" && ::lstat(find.path.c_str(), &status) == 0 &&
+           S_ISREG(status.st_mode);
+}
+
+/// Infected files that the newest scan of each kind left in place and that are still there.
+void addUntreated(Service& service, IPCMessage& reply) {
+    std::set<ScanKind> seen;
+    std::set<std::string> untreated;
+    std::string scan;
+    for (const ScanStatus& status : service.scans().history()) {
+        if (status.state == ScanState::RUNNING || !seen.insert(status.kind).second || status.found == 0) continue;
+        for (const ScanFind& find : service.scans().finds(status.id, 0, MAX_FINDS_LOOKED_AT)) {
+            if (!isUntreated(find)) continue;
+            untreated.insert(find.path);
+            if (scan.empty()) scan = status.id;
+        }
+    }
+    reply.addParam("Untreated", untreated.size());
+    reply.addParam("UntreatedScan", scan);
+}
+
 void addScans(Service& service, IPCMessage& reply) {
     for (const ScanKind kind : {ScanKind::MANUAL, ScanKind::SCHEDULED, ScanKind::PATH}) {
         const auto running = service.scans().running(kind);
@@ -65,6 +96,7 @@ bool getServiceStatus(Service& service, const IPCMessage&, IPCMessage& reply) {
     addEngine(service, reply);
     addRealtime(service, reply);
     addScans(service, reply);
+    addUntreated(service, reply);
     addSchedules(service, reply);
     return true;
 }

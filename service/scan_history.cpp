@@ -56,7 +56,8 @@ std::optional<ScanStatus> statusFromText(const std::string& text) {
 
 ScanFind findFromText(const std::string& line) {
     const JsonReader json(line);
-    return {json.text("path"), json.flag("infected"), json.text("signature"), json.text("type"), json.text("detail")};
+    return {json.text("path"), json.flag("infected"), json.text("signature"),
+            json.text("type"), json.text("detail"),   json.flag("left")};
 }
 
 }  // namespace
@@ -129,7 +130,7 @@ void ScanHistory::append(const FileDescriptor& finds, const ScanFind& find) {
     if (!finds) return;
     JsonWriter json;
     json.add("path", find.path).add("infected", find.infected).add("signature", find.signature);
-    json.add("type", find.type).add("detail", find.detail);
+    json.add("type", find.type).add("detail", find.detail).add("left", find.left);
     const std::string line = json.text() + "\n";
     if (::write(finds.get(), line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
         NORV_LOG(NORV_LOG_ERROR, "a report of a scan cannot be stored: %s", errorText(errno).c_str());

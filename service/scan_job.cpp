@@ -154,10 +154,12 @@ void ScanJob::account(const ScannedFile& file, const ScanResult& result) {
         return report({file.path, false, "", "", result.detail});
     }
     if (result.verdict == Verdict::INFECTED) {
-        const std::string done =
-            request_.act ? tools_.actions.perform(file, result, request_.settings, status().id).text : "only reported";
+        ActionOutcome outcome;
+        outcome.text = "only reported";
+        if (request_.act) outcome = tools_.actions.perform(file, result, request_.settings, status().id);
         if (!request_.act) NORV_LOG(NORV_LOG_WARNING, "%s in %s", result.signature.c_str(), file.path.c_str());
-        report({file.path, true, result.signature, virusTypeOf(result.signature), done});
+        const bool left = !outcome.done || outcome.performed == Action::PASS;
+        report({file.path, true, result.signature, virusTypeOf(result.signature), outcome.text, left});
     }
     if (result.verdict == Verdict::NOT_FULLY_SCANNED) {
         NORV_LOG(NORV_LOG_INFO, "%s was not fully scanned: %s", file.path.c_str(), result.detail.c_str());

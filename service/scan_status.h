@@ -48,6 +48,7 @@ struct ScanFind {
     std::string signature;  ///< of an infected file
     std::string type;       ///< of an infected file, one of `virusTypes`
     std::string detail;     ///< what was done, or what kept it from being scanned; English
+    bool left = false;      ///< infected, and still where it was found
 };
 
 /// Texts of `ScanStatus::message`; they have entries in the message catalogues.
