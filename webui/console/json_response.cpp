@@ -18,9 +18,15 @@ void send(CPageWrapper& page, const std::string& body) {
     std::fflush(stdout);
 }
 
+bool serviceAnswers() {
+    IPCMessage reply;
+    return exchange(IPCMessage(IPCMessage::GET, IPCMessage::CONFIG_FILE_CHECK), reply);
+}
+
 }  // namespace
 
-int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request)) {
+int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request),
+                      WithoutService withoutService) {
     NORVConfig config;
     const bool configOk = loadConfigurationAndOpenLog(config, argc > 0 ? argv[0] : nullptr);
     NORV_TRACE("Enter");
@@ -28,6 +34,8 @@ int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest&
     CQSControl fields;
     CAuthenticate session(config);
     if (!readRequest(fields)) return 1;
+    if (!configOk && withoutService == WithoutService::TELL && !serviceAnswers())
+        return answerError("503 Service Unavailable", NOT_RESPONDING);
     if (!checkSession(session, fields)) return 1;
     return handle({config, configOk, fields});
 }

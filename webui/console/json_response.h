@@ -21,10 +21,15 @@ struct ConsoleRequest {
     bool isPost() const { return fields.requestMethod() == CQSControl::POST; }
 };
 
+/// A page's script that asks again and again wants to be told; a person goes to the log-on page.
+enum class WithoutService { LOG_ON, TELL };
+
 /// Runs a program of the console: fetches the configuration, opens the log, reads the request and checks the session;
 /// then `handle` answers. Without a session the browser has been sent to the log-on page and `handle` is not called.
 /// Returns the exit status: that of `handle`, 1 when it was not called. `argc`, `argv`: those of `main`.
-int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request));
+/// `withoutService`: what becomes of a request while the service does not answer, so that no session can be checked.
+int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request),
+                      WithoutService withoutService = WithoutService::LOG_ON);
 
 using JsonWriter = rapidjson::Writer<rapidjson::StringBuffer>;
 
