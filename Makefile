@@ -28,7 +28,7 @@ test:
 	@cmake --preset test >/dev/null
 	@cmake --build $(BUILD)/release -j $(JOBS)
 	@ctest --test-dir $(BUILD)/release -j $(JOBS) --output-on-failure --no-tests=error
-	@node --test --test-concurrency=1 tests/browser/
+	@node --test --test-concurrency=1 tests/browser/*.test.mjs
 
 # One kind of test alone, after a build by `make test`.
 unit program service:
@@ -36,7 +36,7 @@ unit program service:
 	@ctest --test-dir $(BUILD)/release -j $(JOBS) -L '^$@$$' --output-on-failure --no-tests=error
 
 browser:
-	@node --test --test-concurrency=1 tests/browser/
+	@node --test --test-concurrency=1 tests/browser/*.test.mjs
 
 check:
 	@scripts/setup run check
