@@ -58,6 +58,7 @@ struct Pipe {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> result;
+    result.reserve(texts.size() + 1);
     for (std::string& text : texts) result.push_back(text.data());
     result.push_back(nullptr);
     return result;
@@ -66,7 +67,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 pid_t spawn(const Command& command, int in, int out, int err) {
     std::vector<std::string> argv = command.argv;
     std::vector<std::string> environment;
-    for (const auto& [name, value] : command.environment) environment.push_back(name + "=" + value);
+    for (const auto& [name, value] : command.environment) environment.emplace_back(name).append("=").append(value);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
