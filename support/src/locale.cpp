@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <libintl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -42,15 +43,26 @@ std::string lowerCase(std::string_view text) {
 
 std::string primaryLanguage(const std::string& tag) { return lowerCase(tag.substr(0, tag.find('-'))); }
 
-/// The folders of the templates that hold a string table, in order of name.
+/// Whether a folder's name has the form of a language tag, "de" or "de-DE"; other folders hold pages.
+bool isLanguageTag(std::string_view name) {
+    const std::string_view language = name.substr(0, name.find('-'));
+    const auto isLower = [](char c) { return c >= 'a' && c <= 'z'; };
+    return (language.size() == 2 || language.size() == 3) && std::all_of(language.begin(), language.end(), isLower);
+}
+
+bool isFolder(const dirent& entry) {
+    if (entry.d_type != DT_UNKNOWN && entry.d_type != DT_LNK) return entry.d_type == DT_DIR;
+    struct stat info {};
+    return ::stat((TEMPLATES + std::string(entry.d_name)).c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+/// The language folders of the templates, in order of name.
 std::vector<std::string> installedLocales() {
     std::vector<std::string> tags;
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(TEMPLATES), ::closedir);
     if (!folder) return tags;
     while (const dirent* entry = ::readdir(folder.get())) {
-        if (entry->d_name[0] == '.' || entry->d_type == DT_REG) continue;
-        std::string name = entry->d_name;
-        if (::access((TEMPLATES + name + "/string.mui").c_str(), R_OK) == 0) tags.push_back(std::move(name));
+        if (isLanguageTag(entry->d_name) && isFolder(*entry)) tags.emplace_back(entry->d_name);
     }
     std::sort(tags.begin(), tags.end());
     return tags;

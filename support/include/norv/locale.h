@@ -3,8 +3,8 @@
 #include <string>
 
 /// The language tag of the console for this process, such as "en-US": KELDRA_LOCALE, else the best match of
-/// HTTP_ACCEPT_LANGUAGE among the installed languages, else "en-US". Installed are the folders of "../templates/" that
-/// hold a string table; nothing but such a folder's name is ever returned.
+/// HTTP_ACCEPT_LANGUAGE among the installed languages, else "en-US". Installed are the folders of "../templates/"
+/// that are named like a language tag; nothing but such a folder's name is ever returned.
 std::string get_norv_locale();
 
 /// Selects that language for the message catalogues (LC_MESSAGES only; LC_CTYPE is always C.UTF-8, so matching and
