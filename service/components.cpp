@@ -22,7 +22,7 @@ namespace keldra {
 
 namespace {
 
-constexpr std::size_t STATE_FILE_LIMIT = 1024 * 1024;
+constexpr std::size_t STATE_FILE_LIMIT = std::size_t{1} << 20U;
 
 /// Official databases, the one whose version speaks for the others first.
 constexpr std::array<std::string_view, 3> OFFICIAL = {"daily", "main", "bytecode"};
@@ -161,8 +161,9 @@ void Components::load() {
     if (!text || document.Parse(text->data(), text->size()).HasParseError() || !document.IsObject()) return;
     engineVersion_ = textOf(document, "engineVersion");
     engineChanged_ = numberOf(document, "engineChanged");
-    const auto files = document.FindMember("files");
-    if (files == document.MemberEnd() || !files->value.IsArray()) return;
+    const rapidjson::Value& root = document;
+    const auto files = root.FindMember("files");
+    if (files == root.MemberEnd() || !files->value.IsArray()) return;
     for (const rapidjson::Value& file : files->value.GetArray())
         if (file.IsObject()) files_[textOf(file, "name")] = {textOf(file, "identity"), numberOf(file, "changed")};
 }

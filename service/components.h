@@ -2,7 +2,6 @@
 
 #include "service/clock.h"
 
-#include <compare>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -40,7 +39,7 @@ private:
     struct FileRecord {
         std::string identity;  ///< version of a database with the official header, digest of any other
         int64_t changed = 0;   ///< modification time of the file when its identity changed, seconds since the epoch
-        auto operator<=>(const FileRecord&) const = default;
+        bool operator==(const FileRecord&) const = default;
     };
     using Files = std::map<std::string, FileRecord>;
 

@@ -125,6 +125,7 @@ std::vector<std::string> childEnvironment() {
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts) pointers.push_back(text.data());
     pointers.push_back(nullptr);
     return pointers;
@@ -224,7 +225,7 @@ void Child::end() {
 /// Case-insensitive search of an ASCII word.
 bool containsWord(std::string_view text, std::string_view word) {
     const auto same = [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; };
-    return std::ranges::search(text, word, same).begin() != text.end();
+    return std::search(text.begin(), text.end(), word.begin(), word.end(), same) != text.end();
 }
 
 /// The number in front of "%]", as in "Downloading x [ 40%]".

@@ -24,7 +24,6 @@ constexpr std::size_t LONGEST_ID = 241;
 struct Found {
     int64_t modified = 0;
     std::filesystem::path path;
-    auto operator<=>(const Found&) const = default;
 };
 
 std::string nameOf(const std::string& id) { return std::string(PREFIX) + id + std::string(SUFFIX); }
@@ -88,7 +87,7 @@ void ProgressFiles::close(std::string_view text) const {
 
 void ProgressFiles::cleanUp(int64_t oldest, std::size_t count, const std::string& keep) const {
     std::vector<Found> files = listFiles(folder_());
-    std::ranges::sort(files, std::greater<>());
+    std::ranges::sort(files, [](const Found& a, const Found& b) { return a.modified > b.modified; });
     for (std::size_t i = 0; i < files.size(); ++i) {
         const std::string name = files[i].path.filename();
         const bool inUse = !keep.empty() && (name == nameOf(keep) || name == temporaryOf(keep));

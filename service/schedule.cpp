@@ -10,8 +10,8 @@ namespace keldra {
 
 namespace {
 
-constexpr int64_t DAY = 24 * 60 * 60;
-constexpr int64_t HOUR = 60 * 60;
+constexpr int64_t DAY = 86400;
+constexpr int64_t HOUR = 3600;
 
 /// Floor division, also for times before the epoch.
 int64_t floorDiv(int64_t a, int64_t b) { return a / b - (a % b < 0 ? 1 : 0); }

@@ -19,9 +19,9 @@ namespace keldra {
 
 namespace {
 
-constexpr int64_t DAY = 24 * 60 * 60;
+constexpr int64_t DAY = 86400;
 constexpr int64_t LONGEST_WAIT = 30;  // seconds
-constexpr std::size_t STATE_FILE_LIMIT = 64 * 1024;
+constexpr std::size_t STATE_FILE_LIMIT = std::size_t{1} << 16U;
 
 uint32_t randomSecondOfHour() {
     std::vector<unsigned char> bytes;
@@ -171,9 +171,10 @@ void Scheduler::load() {
         NORV_LOG(NORV_LOG_WARNING, "%s is not readable, the schedules start afresh", stateFile_.c_str());
         return;
     }
+    const rapidjson::Value& root = document;
     for (const auto& [name, track] : {std::pair{"scan", &scan_}, std::pair{"update", &update_}}) {
-        const auto member = document.FindMember(name);
-        if (member == document.MemberEnd() || !member->value.IsObject()) continue;
+        const auto member = root.FindMember(name);
+        if (member == root.MemberEnd() || !member->value.IsObject()) continue;
         track->fingerprint = textOf(member->value, "schedule");
         track->considered = numberOf(member->value, "considered");
         track->anchor = numberOf(member->value, "planned");

@@ -22,10 +22,10 @@ struct UpdaterSettings {
     std::filesystem::path state;       ///< components.json, freshclam.conf and freshclam.log are kept here
     std::filesystem::path signatures;  ///< the database folder that is kept up to date; made when missing
     std::string freshclam = "/usr/bin/freshclam";
-    std::string databaseOwner;             ///< the user whom freshclam runs as when started by root; empty: our own
-    unsigned timeLimit = 3600;             ///< seconds for one run; then it is ended
-    std::size_t progressFiles = 200;       ///< progress files kept at most
-    std::int64_t progressAge = 24 * 3600;  ///< seconds for which they are kept
+    std::string databaseOwner;         ///< the user whom freshclam runs as when started by root; empty: our own
+    unsigned timeLimit = 3600;         ///< seconds for one run; then it is ended
+    std::size_t progressFiles = 200;   ///< progress files kept at most
+    std::int64_t progressAge = 86400;  ///< seconds for which they are kept
 };
 
 /// What an Updater needs of the rest of the service. All may be called from its own thread.
