@@ -1,0 +1,150 @@
+// The scans that were made: their list, and one of them with what it found. The address's fragment names the one.
+import { getJson } from './api.js';
+import { byId } from './form.js';
+import { fill } from './poll.js';
+import { durationText, malwareText, numberText, sizeText, splitPath, timeText } from './wording.js';
+
+const RUNNING = 4;
+const REFRESH = 5000;
+/** Finds that the service gives at a time. */
+const AT_A_TIME = 1000;
+
+let scans = [];
+let current = '';
+let read = 0;
+
+const copyOf = (id) => byId(id).content.firstElementChild.cloneNode(true);
+const kindText = (scan) => document.querySelector(`#scan-kinds [data-kind="${CSS.escape(scan.kind)}"]`)?.textContent ?? scan.kind;
+const lengthOf = (scan) => (scan.ended || Math.floor(Date.now() / 1000)) - scan.started;
+const unsureIn = (scan) => scan.notFullyScanned + scan.skipped;
+const shown = () => scans.filter((scan) => !byId('finds-only').checked || scan.found > 0);
+
+function showState(tag, scan) {
+  const state = document.querySelector(`#scan-states [data-state="${CSS.escape(String(scan.state))}"]`);
+  tag.textContent = state?.textContent ?? '';
+  tag.className = `tag state ${state?.dataset.look ?? ''}`;
+}
+
+function makeScan(scan) {
+  const entry = copyOf('scan');
+  const link = entry.querySelector('a');
+  const result = entry.querySelector('.result');
+  link.textContent = kindText(scan);
+  link.href = `#${scan.id}`;
+  entry.querySelector('.when').textContent = `${timeText(scan.started)} · ${durationText(lengthOf(scan))}`;
+  showState(entry.querySelector('.state'), scan);
+  result.textContent = fill(unsureIn(scan) ? result.dataset.unsure : result.dataset.text,
+    { scanned: numberText(scan.scanned), found: numberText(scan.found), unsure: numberText(unsureIn(scan)) });
+  result.classList.toggle('found', scan.found > 0);
+  return entry;
+}
+
+function showList() {
+  byId('scans').replaceChildren(...shown().map(makeScan));
+  byId('count').textContent = fill(byId('count').dataset.text,
+    { shown: numberText(shown().length), total: numberText(scans.length) });
+  byId('count').hidden = scans.length === 0;
+  byId('export').hidden = scans.length === 0;
+  byId('nothing').hidden = scans.length !== 0;
+  byId('no-match').hidden = scans.length === 0 || shown().length !== 0;
+}
+
+function makeFind(find) {
+  const entry = copyOf('find');
+  const { name, folder } = splitPath(find.path);
+  entry.querySelector('.name').textContent = name;
+  entry.querySelector('.folder').textContent = folder;
+  entry.querySelector('.kind').textContent = find.infected ? malwareText(find.type) : '';
+  entry.querySelector('.kind').hidden = !find.infected;
+  entry.querySelector('.detail').textContent = [find.signature, find.detail].filter(Boolean).join(' · ');
+  return entry;
+}
+
+/** The next finds of the scan that is shown. */
+async function readFinds() {
+  const id = current;
+  const failed = byId('finds-failed');
+  try {
+    const { finds } = await getJson(`./history.cgi?RequestID=${encodeURIComponent(id)}&From=${read}`);
+    if (id !== current) return;
+    read += finds.length;
+    byId('finds').append(...finds.filter(({ infected }) => infected).map(makeFind));
+    byId('unsure').append(...finds.filter(({ infected }) => !infected).map(makeFind));
+    byId('more').hidden = finds.length < AT_A_TIME;
+    failed.hidden = true;
+  } catch (error) {
+    failed.textContent = error.message || failed.dataset.text;
+    failed.hidden = false;
+  }
+  byId('no-finds').hidden = byId('finds').childElementCount > 0 || !failed.hidden;
+  byId('unsure-card').hidden = byId('unsure').childElementCount === 0;
+}
+
+function showFigures(scan) {
+  const title = byId('scan-title');
+  title.textContent = fill(title.dataset.text, { kind: kindText(scan), time: timeText(scan.started) });
+  showState(byId('scan-state'), scan);
+  byId('scan-message').textContent = scan.message;
+  byId('scan-scanned').textContent = numberText(scan.scanned);
+  byId('scan-found').textContent = numberText(scan.found);
+  byId('scan-found').classList.toggle('found', scan.found > 0);
+  byId('scan-unsure').textContent = numberText(scan.notFullyScanned);
+  byId('scan-skipped').textContent = numberText(scan.skipped);
+  byId('scan-duration').textContent = durationText(lengthOf(scan));
+  byId('scan-bytes').textContent = sizeText(scan.bytes);
+  byId('scan-live').hidden = scan.state !== RUNNING;
+  byId('scan-live').href = `/NorvLinux/scanoption.cgi?id=scan_progress_query&RequestID=${encodeURIComponent(scan.id)}`;
+  byId('scan-export').href = `/NorvLinux/history.cgi?csv=1&RequestID=${encodeURIComponent(scan.id)}`;
+  byId('scan-quarantine').hidden = scan.found === 0;
+}
+
+/** Shows the scan that the address names, else the list. */
+async function route() {
+  const scan = scans.find(({ id }) => `#${id}` === location.hash);
+  byId('all-scans').hidden = Boolean(scan);
+  byId('one-scan').hidden = !scan;
+  current = scan?.id ?? '';
+  if (!scan) return;
+  showFigures(scan);
+  read = 0;
+  byId('finds').replaceChildren();
+  byId('unsure').replaceChildren();
+  await readFinds();
+}
+
+async function load() {
+  const failed = byId('load-failed');
+  try {
+    ({ scans } = await getJson('./history.cgi?list=1'));
+    failed.hidden = true;
+    showList();
+  } catch (error) {
+    failed.textContent = error.message || failed.dataset.text;
+    failed.hidden = false;
+    byId('count').hidden = true;
+  }
+}
+
+/** Keeps a running scan's figures current. */
+async function refresh() {
+  if (!document.hidden && scans.some(({ state }) => state === RUNNING)) {
+    await load();
+    const scan = scans.find(({ id }) => id === current);
+    if (scan) showFigures(scan);
+    if (scan && unsureIn(scan) + scan.found > read) await readFinds();
+  }
+  setTimeout(refresh, REFRESH);
+}
+
+byId('finds-only').addEventListener('change', showList);
+byId('more').addEventListener('click', readFinds);
+window.addEventListener('hashchange', async () => {
+  const left = current;
+  await route();
+  if (current) byId('scan-title').focus();
+  else byId('scans').querySelector(`a[href="#${CSS.escape(left)}"]`)?.focus();
+});
+
+await load();
+await route();
+setTimeout(refresh, REFRESH);

@@ -1,0 +1,200 @@
+// The quarantine: what is in it, and what is done with it, one by one or in bulk.
+import { getJson, postJson } from './api.js';
+import { byId } from './form.js';
+import { fill } from './poll.js';
+import { ask } from './question.js';
+import { malwareText, numberText, sizeText, splitPath, timeText } from './wording.js';
+
+const STEP = 100;
+const BATCH = 100;
+
+let items = [];
+let trusted = [];
+let limit = STEP;
+let inDetails = null;
+const picked = new Set();
+const refusals = new Map();
+
+const copyOf = (id) => byId(id).content.firstElementChild.cloneNode(true);
+const wanted = () => byId('search').value.trim().toLocaleLowerCase();
+const fits = (item, words) => `${item.path}\n${item.signature}`.toLocaleLowerCase().includes(words);
+const matching = () => items.filter((item) => fits(item, wanted()));
+const shown = () => matching().slice(0, limit);
+
+function showRefusal(entry, id) {
+  const error = entry.querySelector('.error');
+  error.hidden = !refusals.has(id);
+  error.textContent = refusals.get(id) ?? '';
+}
+
+function showDetails(item) {
+  inDetails = item;
+  const task = byId('details-task');
+  const scan = /^(\d+)_\d+$/.exec(item.task);
+  byId('details-title').textContent = splitPath(item.path).name;
+  byId('details-path').textContent = item.path;
+  byId('details-malware').textContent = `${malwareText(item.type)} (${item.signature})`;
+  byId('details-when').textContent = timeText(item.when);
+  task.textContent = item.task === 'realtime' ? task.dataset.realtime : item.task;
+  if (scan) task.replaceChildren(linkToScan(item.task, fill(task.dataset.scan, { time: timeText(Number(scan[1])) })));
+  byId('details-size').textContent = sizeText(item.size);
+  byId('details-modified').textContent = timeText(item.modified);
+  byId('details-owner').textContent = fill(byId('details-owner').dataset.text,
+    { user: item.owner, group: item.group, mode: (item.mode & 0o7777).toString(8).padStart(4, '0') });
+  byId('details-hash').textContent = item.sha256;
+  byId('details-backup').hidden = !item.backup;
+  byId('details').showModal();
+}
+
+function linkToScan(id, text) {
+  const link = document.createElement('a');
+  link.href = `/NorvLinux/history.cgi#${id}`;
+  link.textContent = text;
+  return link;
+}
+
+function makeItem(item) {
+  const entry = copyOf('item');
+  const { name, folder } = splitPath(item.path);
+  const pick = entry.querySelector('.pick');
+  entry.dataset.id = item.id;
+  pick.checked = picked.has(item.id);
+  pick.setAttribute('aria-label', fill(pick.dataset.label, { name }));
+  entry.querySelector('.open').textContent = name;
+  entry.querySelector('.folder').textContent = folder;
+  entry.querySelector('.kind').textContent = malwareText(item.type);
+  entry.querySelector('.kind').title = item.signature;
+  entry.querySelector('.copy').hidden = !item.backup;
+  entry.querySelector('.when').textContent = `${item.signature} · ${sizeText(item.size)} · ${timeText(item.when)}`;
+  showRefusal(entry, item.id);
+  return entry;
+}
+
+function makeTrusted({ sha256, name }) {
+  const entry = copyOf('trusted-item');
+  entry.dataset.id = sha256;
+  entry.querySelector('.name').textContent = name;
+  entry.querySelector('.hash').textContent = `SHA-256 ${sha256.slice(0, 16)}…`;
+  entry.querySelector('.distrust').setAttribute('aria-label',
+    `${entry.querySelector('.distrust').textContent}: ${splitPath(name).name}`);
+  showRefusal(entry, sha256);
+  return entry;
+}
+
+function showPicked() {
+  const visible = shown();
+  const count = visible.filter(({ id }) => picked.has(id)).length;
+  byId('picked').textContent = fill(byId('picked').dataset.text, { count: numberText(count) });
+  byId('pick-all').checked = count > 0 && count === visible.length;
+  byId('pick-all').indeterminate = count > 0 && count < visible.length;
+  for (const button of byId('bulk').querySelectorAll('button')) button.disabled = count === 0;
+}
+
+function show() {
+  const all = matching();
+  byId('items').replaceChildren(...shown().map(makeItem));
+  byId('count').textContent = fill(byId('count').dataset.text,
+    { shown: numberText(Math.min(limit, all.length)), total: numberText(items.length) });
+  byId('count').hidden = items.length === 0;
+  byId('bulk').hidden = all.length === 0;
+  byId('nothing').hidden = items.length !== 0;
+  byId('no-match').hidden = items.length === 0 || all.length !== 0;
+  byId('more').hidden = all.length <= limit;
+  byId('trusted').replaceChildren(...trusted.map(makeTrusted));
+  byId('none-trusted').hidden = trusted.length !== 0;
+  showPicked();
+}
+
+async function load() {
+  const failed = byId('load-failed');
+  try {
+    const lists = await getJson('./quarantine.cgi?list=1');
+    items = lists.items.sort((a, b) => b.when - a.when);
+    trusted = lists.trusted.sort((a, b) => a.name.localeCompare(b.name));
+    failed.hidden = true;
+    show();
+  } catch (error) {
+    failed.textContent = error.message || failed.dataset.text;
+    failed.hidden = false;
+    byId('count').hidden = true;
+  }
+}
+
+/** Does one thing to each id and remembers what was refused. Returns the ids for which it is done. */
+async function send(action, ids) {
+  const done = [];
+  for (let from = 0; from < ids.length; from += BATCH) {
+    const batch = ids.slice(from, from + BATCH);
+    const failed = (error) => ({ results: batch.map((id) => ({ id, done: false, message: error.message })) });
+    const { results } = await postJson('./quarantine.cgi', { action, ids: batch.join(',') }).catch(failed);
+    for (const result of results) {
+      if (result.done) done.push(result.id);
+      else refusals.set(result.id, result.message || byId('load-failed').dataset.text);
+    }
+  }
+  return done;
+}
+
+/** Says how it went, and moves there: the entry that had the focus may be gone. */
+function tell(action, done, asked) {
+  const outcome = byId('outcome');
+  const texts = [];
+  if (done > 0) texts.push(fill(outcome.dataset[action], { count: numberText(done) }));
+  if (done < asked) texts.push(fill(outcome.dataset.partly, { count: numberText(asked - done) }));
+  outcome.textContent = texts.join(' · ');
+  outcome.className = done === asked ? 'notice success' : 'notice warning';
+  outcome.hidden = false;
+  outcome.focus();
+}
+
+const nameOf = (id) => items.find((item) => item.id === id)?.path ?? trusted.find((one) => one.sha256 === id)?.name ?? id;
+
+async function act(action, ids) {
+  byId('restore-too-choice').hidden = action !== 'trust';
+  byId('restore-too').checked = true;
+  if (!ids.length || !await ask(action, ids.map(nameOf), { danger: action === 'delete' })) return;
+  refusals.clear();
+  let done = await send(action, ids);
+  let told = action;
+  if (action === 'trust' && byId('restore-too').checked) {
+    done = await send('restore', done);
+    told = 'restore';
+  }
+  for (const id of done) picked.delete(id);
+  await load();
+  tell(told, done.length, ids.length);
+}
+
+byId('search').addEventListener('input', () => { limit = STEP; show(); });
+byId('more').addEventListener('click', () => { limit += STEP; show(); });
+byId('items').addEventListener('change', ({ target }) => {
+  const { id } = target.closest('.entry').dataset;
+  if (target.checked) picked.add(id);
+  else picked.delete(id);
+  showPicked();
+});
+byId('items').addEventListener('click', ({ target }) => {
+  if (!target.closest('.open')) return;
+  showDetails(items.find(({ id }) => id === target.closest('.entry').dataset.id));
+});
+byId('pick-all').addEventListener('change', ({ target }) => {
+  for (const { id } of shown()) {
+    if (target.checked) picked.add(id);
+    else picked.delete(id);
+  }
+  show();
+});
+byId('bulk').addEventListener('click', ({ target }) => {
+  if (target.dataset.action) act(target.dataset.action, shown().map(({ id }) => id).filter((id) => picked.has(id)));
+});
+byId('details').addEventListener('click', ({ target }) => {
+  if (!target.dataset.action) return;
+  byId('details').close();
+  act(target.dataset.action, [inDetails.id]);
+});
+byId('details-close').addEventListener('click', () => byId('details').close());
+byId('trusted').addEventListener('click', ({ target }) => {
+  if (target.closest('.distrust')) act('distrust', [target.closest('.entry').dataset.id]);
+});
+
+await load();
