@@ -106,5 +106,7 @@ export const addresses = {
   update: '/NorvLinux/showpage.cgi?page=update_manual.html',
   updateSchedule: '/NorvLinux/scanoption.cgi?id=scheduled_update',
   defaultList: '/NorvLinux/scanoption.cgi?id=default_ext',
+  quarantine: '/NorvLinux/quarantine.cgi',
+  history: '/NorvLinux/history.cgi',
   notSupported: '/NorvLinux/scanoption.cgi?id=nothing',
 };
