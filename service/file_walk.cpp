@@ -40,6 +40,12 @@ std::vector<std::string> outermost(std::vector<std::string> roots) {
     return kept;
 }
 
+std::string below(const std::string& folder, const std::string& name) {
+    std::string path = folder;
+    if (path.back() != '/') path += '/';
+    return path += name;
+}
+
 bool isKernelFileSystem(int fd) {
     static constexpr std::array<unsigned long, 16> TYPES{
         PROC_SUPER_MAGIC, SYSFS_MAGIC,   CGROUP_SUPER_MAGIC, CGROUP2_SUPER_MAGIC, DEVPTS_SUPER_MAGIC,
@@ -133,7 +139,7 @@ void Walk::folder(const Folder& folder, const std::string& path, dev_t device, i
     if (!readEntries(folder, path, subfolders)) return;
     for (const std::string& name : subfolders) {
         if (stop_.stop_requested()) return;
-        subfolder(folder, name, path == "/" ? path + name : path + "/" + name, device, depth + 1);
+        subfolder(folder, name, below(path, name), device, depth + 1);
     }
 }
 
@@ -174,7 +180,7 @@ void Walk::entry(const Folder& folder, const dirent& found, const std::string& p
                  std::vector<std::string>& subfolders) {
     const std::string name = &found.d_name[0];
     if (name == "." || name == "..") return;
-    const std::string whole = path == "/" ? path + name : path + "/" + name;
+    const std::string whole = below(path, name);
     unsigned char type = found.d_type;
     if (type == DT_UNKNOWN) {
         struct stat status {};

@@ -194,7 +194,7 @@ StoreResult QuarantineStore::copyInAndRemove(const ScannedFile& file, Quarantine
     return step("removed") ? success() : dead();
 }
 
-StoreResult QuarantineStore::giveBack(QuarantineRecord record) {
+StoreResult QuarantineStore::giveBack(const QuarantineRecord& record) {
     const Origin origin = originOf(record.item);
     if (origin.error != 0) return failure(explainOrigin(origin.error));
     struct stat status {};
@@ -234,7 +234,7 @@ StoreResult QuarantineStore::placeByRename(const QuarantineRecord& record, int f
     if (!step("attributes")) return dead();
     if (!renameNoReplace(folder_.get(), data, folder, name)) {
         const int error = errno;
-        const StoreResult refused = failure(explainPlacing(error));
+        StoreResult refused = failure(explainPlacing(error));
         errno = error;
         return refused;
     }

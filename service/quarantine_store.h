@@ -30,7 +30,7 @@ public:
     /// Moves the file in, or copies it when `record.item.backup` is set. The record's id and hash must be filled.
     StoreResult put(const ScannedFile& file, QuarantineRecord record);
     /// Puts an item back where it came from and forgets it.
-    StoreResult giveBack(QuarantineRecord record);
+    StoreResult giveBack(const QuarantineRecord& record);
     /// Deletes an item's content and record.
     StoreResult erase(const std::string& id);
     /// Completes or undoes whatever was interrupted and returns the records of all items that are there then.

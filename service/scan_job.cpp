@@ -38,7 +38,7 @@ ScanJob::ScanJob(std::string id, ScanRequest request, const ScanTools& tools)
     status_.state = ScanState::RUNNING;
     status_.started = tools.clock.now();
     tools_.history.save(status_);
-    thread_ = std::jthread([this](std::stop_token stop) { run(std::move(stop)); });
+    thread_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
 }
 
 ScanJob::~ScanJob() = default;
@@ -91,7 +91,7 @@ unsigned int ScanJob::workers() const {
     return request_.workers == 0 ? std::min(USUAL_WORKERS, cores) : std::min(request_.workers, MOST_WORKERS);
 }
 
-void ScanJob::run(std::stop_token stop) {
+void ScanJob::run(const std::stop_token& stop) {
     NORV_LOG(NORV_LOG_INFO, "%s scan %s started", scanKindName(request_.kind).c_str(), status().id.c_str());
     if (!prepare(stop)) return;
     walk(stop);

@@ -50,7 +50,7 @@ public:
     bool wait(int milliseconds) const;
 
 private:
-    void run(std::stop_token stop);
+    void run(const std::stop_token& stop);
     bool prepare(const std::stop_token& stop);
     void walk(const std::stop_token& stop);
     void work(const std::stop_token& stop);

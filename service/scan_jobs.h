@@ -24,11 +24,11 @@ struct ScanStart {
 };
 
 struct ScanJobsSettings {
-    std::string historyFolder;            ///< results are kept here; made when missing
-    std::size_t historyLimit = 200;       ///< results kept at most
-    int64_t historyAge = 90 * 86400;      ///< seconds for which they are kept
-    std::size_t findLimit = 100000;       ///< reports kept of one scan; the counts go on
-    std::vector<std::string> ownFolders;  ///< never scanned: the quarantine, the signatures
+    std::string historyFolder;                 ///< results are kept here; made when missing
+    std::size_t historyLimit = 200;            ///< results kept at most
+    int64_t historyAge = int64_t{90} * 86400;  ///< seconds for which they are kept
+    std::size_t findLimit = 100000;            ///< reports kept of one scan; the counts go on
+    std::vector<std::string> ownFolders;       ///< never scanned: the quarantine, the signatures
 };
 
 /// The scans: runs them, at most one of a kind at a time, and keeps what they found. May be used from any thread.
