@@ -99,6 +99,7 @@ test('a trusted file comes back and no scan finds it again, until it is trusted 
   await open();
   await act('trust', ['test-file.com']);
   assert.equal(existsSync(sample('test-file.com')), true);
+  assert.equal(await page.locator('#outcome').textContent(), 'Trusted: 1 · Restored: 1');
   assert.match(await page.locator('#trusted .name').textContent(), /test-file\.com$/);
   await fitsAndIsAccessible(page, 'quarantine-trusted');
   await scan(page, QUARANTINE);

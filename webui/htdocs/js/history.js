@@ -22,7 +22,7 @@ const shown = () => scans.filter((scan) => !byId('finds-only').checked || scan.f
 function showState(tag, scan) {
   const state = document.querySelector(`#scan-states [data-state="${CSS.escape(String(scan.state))}"]`);
   tag.textContent = state?.textContent ?? '';
-  tag.className = `tag state ${state?.dataset.look ?? ''}`;
+  tag.className = `tag outcome ${state?.dataset.look ?? ''}`;
 }
 
 function makeScan(scan) {
@@ -32,7 +32,7 @@ function makeScan(scan) {
   link.textContent = kindText(scan);
   link.href = `#${scan.id}`;
   entry.querySelector('.when').textContent = `${timeText(scan.started)} · ${durationText(lengthOf(scan))}`;
-  showState(entry.querySelector('.state'), scan);
+  showState(entry.querySelector('.outcome'), scan);
   result.textContent = fill(unsureIn(scan) ? result.dataset.unsure : result.dataset.text,
     { scanned: numberText(scan.scanned), found: numberText(scan.found), unsure: numberText(unsureIn(scan)) });
   result.classList.toggle('found', scan.found > 0);

@@ -96,6 +96,7 @@ function show() {
   byId('count').textContent = fill(byId('count').dataset.text,
     { shown: numberText(Math.min(limit, all.length)), total: numberText(items.length) });
   byId('count').hidden = items.length === 0;
+  byId('looking').hidden = items.length === 0;
   byId('bulk').hidden = all.length === 0;
   byId('nothing').hidden = items.length !== 0;
   byId('no-match').hidden = items.length === 0 || all.length !== 0;
@@ -135,14 +136,18 @@ async function send(action, ids) {
   return done;
 }
 
-/** Says how it went, and moves there: the entry that had the focus may be gone. */
-function tell(action, done, asked) {
+/**
+ * Says how it went, and moves there: the entry that had the focus may be gone. `done`: for each action how many files it
+ * succeeded for, the last one being what was wanted in the end.
+ */
+function tell(done, asked) {
   const outcome = byId('outcome');
-  const texts = [];
-  if (done > 0) texts.push(fill(outcome.dataset[action], { count: numberText(done) }));
-  if (done < asked) texts.push(fill(outcome.dataset.partly, { count: numberText(asked - done) }));
+  const failed = asked - Object.values(done).at(-1);
+  const texts = Object.entries(done).filter(([, count]) => count > 0)
+    .map(([action, count]) => fill(outcome.dataset[action], { count: numberText(count) }));
+  if (failed > 0) texts.push(fill(outcome.dataset.partly, { count: numberText(failed) }));
   outcome.textContent = texts.join(' · ');
-  outcome.className = done === asked ? 'notice success' : 'notice warning';
+  outcome.className = failed ? 'notice warning' : 'notice success';
   outcome.hidden = false;
   outcome.focus();
 }
@@ -155,14 +160,14 @@ async function act(action, ids) {
   if (!ids.length || !await ask(action, ids.map(nameOf), { danger: action === 'delete' })) return;
   refusals.clear();
   let done = await send(action, ids);
-  let told = action;
+  const counts = { [action]: done.length };
   if (action === 'trust' && byId('restore-too').checked) {
     done = await send('restore', done);
-    told = 'restore';
+    counts.restore = done.length;
   }
   for (const id of done) picked.delete(id);
   await load();
-  tell(told, done.length, ids.length);
+  tell(counts, ids.length);
 }
 
 byId('search').addEventListener('input', () => { limit = STEP; show(); });
