@@ -171,7 +171,7 @@ void MessageServer::Impl::Connection::readHeader() {
 void MessageServer::Impl::Connection::readMoreOfHeader() {
     socket_.async_read_some(asio::buffer(header_.data() + headerRead_, header_.size() - headerRead_),
                             [self = shared_from_this()](const asio::error_code& error, std::size_t count) {
-                                if (error) return self->close();
+                                if (error || self->closed_) return self->close();
                                 if (self->headerRead_ == 0) self->limitTime(self->server_.limits_.frameTime);
                                 self->headerRead_ += count;
                                 if (self->headerRead_ < FRAME_HEADER_SIZE) return self->readMoreOfHeader();
@@ -194,7 +194,7 @@ void MessageServer::Impl::Connection::readBody() {
     body_.resize(have + want);
     asio::async_read(socket_, asio::buffer(body_.data() + have, want),
                      [self = shared_from_this()](const asio::error_code& error, std::size_t) {
-                         if (error) return self->close();
+                         if (error || self->closed_) return self->close();
                          if (self->body_.size() < self->length_) return self->readBody();
                          self->handle();
                      });
@@ -223,7 +223,7 @@ void MessageServer::Impl::Connection::send(std::string payload) {
     body_ = frameHeader(payload.size()) + payload;
     asio::async_write(socket_, asio::buffer(body_),
                       [self = shared_from_this()](const asio::error_code& error, std::size_t) {
-                          if (error) return self->close();
+                          if (error || self->closed_) return self->close();
                           std::string().swap(self->body_);
                           self->shrink();
                           self->readHeader();
