@@ -33,12 +33,26 @@ test('the catalogue knows every text that the service shows on a page', () => {
   const lists = [
     ['service/scan_status.h', /inline constexpr const char\* SCAN_\w+\s*=\s*"([^"]+)";/g],
     ['service/updater.cpp', /^constexpr const char\* [A-Z_]+\s*=\s*"([^"]+)";/gm],
+    ['service/quarantine.cpp', /\{false, "([^"]+?)(?:: )?"/g],
+    ['service/quarantine_store.cpp', /(?:failure\(|return )"(\w[^"]+?)(?:: )?"/g],
+    ['service/actions.cpp', /(?:\{true,|text =|return \{true,) "([^"]+?) ?"/g],
+    ['service/scan_engine.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
+    ['service/scan_engine.cpp', /incomplete = "([^"]+)"/g],
   ];
   for (const [path, pattern] of lists) {
     const texts = [...source(path).matchAll(pattern)].map((match) => match[1]);
     assert.ok(texts.length > 0, path);
     for (const text of texts) assert.ok(template.has(text), `${path}: ${text}`);
   }
+});
+
+test('the catalogue knows what the programs of the console say themselves', () => {
+  const programs = readdirSync(join(root, 'webui/console')).filter((name) => name.endsWith('.cpp'));
+  const said = programs.map((name) => source(`webui/console/${name}`)).join('')
+    .matchAll(/(?:gettext\(|answerError\("[^"]+", |headings\(\{)([^;]*?)\)/g);
+  const texts = [...said].flatMap(([, part]) => [...part.matchAll(/"([^"]+)"/g)].map((match) => match[1]));
+  assert.ok(texts.length > 20);
+  for (const text of texts) assert.ok(template.has(text), text);
 });
 
 test('the answer to a second update stays as it is', () => {

@@ -143,7 +143,7 @@ int exportScans() {
 }
 
 std::string findLine(const Entry& find) {
-    return csvLine({text(find, "path"), gettext(flag(find, "infected") ? "Infected" : "Not fully scanned"),
+    return csvLine({text(find, "path"), flag(find, "infected") ? gettext("Infected") : gettext("Not fully scanned"),
                     text(find, "signature"), text(find, "type"), translateServiceText(text(find, "detail"))});
 }
 
