@@ -1,5 +1,7 @@
 // The manual scan: its settings, and the start of a scan once they are saved.
+import { getJson } from './api.js';
 import { post } from './csrf.js';
+import { bindFolders } from './folders.js';
 import { askAboutOverwriting, byId, validateOnSubmit } from './form.js';
 import { readPageVariables } from './page-variables.js';
 import { fetchPage } from './poll.js';
@@ -44,7 +46,18 @@ async function askForScan() {
   }
 }
 
+/** Leads back to a scan that was left. */
+async function showRunningScan() {
+  const { running } = await getJson('/NorvLinux/overview.cgi').catch(() => ({ running: [] }));
+  const scan = running.find(({ kind }) => kind === 'manual');
+  if (!scan) return;
+  byId('running-link').href = `./scanoption.cgi?id=scan_progress_query&RequestID=${encodeURIComponent(scan.id)}`;
+  byId('already-running').hidden = false;
+}
+
+bindFolders(form);
 validateOnSubmit(form, bindScanSettings(form, variables));
 askAboutOverwriting(form, modified, variables.get('iDoScanNow') === 1 ? 'SaveAndScan' : 'Save');
 if (saveFailed) byId('save-failed').hidden = false;
 if (variables.get('bStartScan') === true && !modified && !saveFailed) startScan();
+else showRunningScan();

@@ -1,102 +1,136 @@
-// The overview: reads the state of each kind of protection from its settings page.
+// The overview: how well the server is protected, and the one thing to do next. Kept current while it is open.
+import { getJson } from './api.js';
+import { findEntry } from './finds.js';
 import { byId } from './form.js';
-import { readPageVariables } from './page-variables.js';
-import { fetchPage, fill } from './poll.js';
+import { fill } from './poll.js';
+import { watch } from './watch.js';
+import { numberText, timeText } from './wording.js';
 
-const language = document.documentElement.lang || 'en-US';
+const DAY = 24 * 3600;
+const ago = new Intl.RelativeTimeFormat(document.documentElement.lang || 'en-US', { numeric: 'auto' });
+const UPDATE = '/NorvLinux/showpage.cgi?page=update_manual.html';
+const progressOf = (id) => `./scanoption.cgi?id=scan_progress_query&RequestID=${encodeURIComponent(id)}`;
 
-function state(id, text, good) {
-  const element = byId(id);
-  element.textContent = text;
-  element.classList.toggle('good', good);
-  element.classList.toggle('bad', !good);
-  return good;
+/** What is wrong, gravest first: its name, whether it is so, and the page that mends it. */
+const FAULTS = [
+  ['configuration', (report) => !report.configured],
+  ['loading', ({ signatures }) => !signatures.loaded && signatures.loading],
+  ['signatures', ({ signatures }) => !signatures.loaded, () => UPDATE],
+  ['age', ({ signatures, now }) => now - signatures.time > 7 * DAY, () => UPDATE],
+  ['untreated', ({ untreated }) => untreated > 0,
+    ({ untreatedScan }) => `/NorvLinux/history.cgi#${encodeURIComponent(untreatedScan)}`],
+  ['realtime', ({ realtime }) => realtime.possible && !realtime.running, () => './scanoption.cgi?id=realtime_scan'],
+  ['schedule', ({ nextScan }) => !nextScan, () => './scanoption.cgi?id=scheduled_scan'],
+  ['update', ({ update }) => !update.next, () => './scanoption.cgi?id=scheduled_update'],
+];
+const GRAVE = ['down', 'configuration', 'signatures', 'untreated'];
+
+/** Writes a text only when it is another one, so that assistive technology says it once. */
+function write(id, text) {
+  if (byId(id).textContent !== text) byId(id).textContent = text;
 }
 
-/** The name of a week day in the console's language; 4 January 1970 was a Sunday. */
-function dayInLanguage(number) {
-  const format = new Intl.DateTimeFormat(language, { weekday: 'long', timeZone: 'UTC' });
-  return format.format(new Date(Date.UTC(1970, 0, 4 + number)));
+function state(id, text, look) {
+  write(id, text);
+  byId(id).classList.toggle('good', look === 'good');
+  byId(id).classList.toggle('bad', look === 'bad');
 }
 
-function showRealtime(page) {
-  const variables = readPageVariables(page);
-  const texts = byId('realtime-card').dataset;
-  const on = variables.get('bRealTimeScanCheckbox') === true && variables.get('bRealTimeScanDisabled') !== true;
-  return state('realtime-now', on ? texts.on : texts.off, on);
-}
-
-function scheduleInWords(variables) {
-  const texts = byId('schedule-card').dataset;
-  const time = (variables.get('ScheduledTime') ?? '').replace(/^(\d+:\d+):\d+$/, '$1');
-  const kind = { 2: texts.daily, 3: texts.weekly, 4: texts.monthly }[variables.get('ScheduledFrequency')];
-  const weekly = variables.get('ScheduledFrequency') === '3';
-  const day = weekly ? dayInLanguage(variables.get('iScheduledWDay') ?? 0) : variables.get('ScheduledMDay');
-  return fill(kind ?? texts.off, { time, day });
-}
-
-function showSchedule(page) {
-  const variables = readPageVariables(page);
-  return state('schedule-now', scheduleInWords(variables), variables.get('bScheduleScanCheckbox') === true);
-}
-
-const WEEK = 7 * 24 * 3600 * 1000;
-
-/** What is wrong with the signatures: "signatures" when there are none, "age" when they are old, else nothing. */
-function faultOfSignatures(version, date) {
-  if (version === '') return 'signatures';
-  const updated = Date.parse(date.replace(' ', 'T'));
-  return Date.now() - updated > WEEK ? 'age' : undefined;
-}
-
-function showUpdate(page) {
-  const texts = byId('update-card').dataset;
-  const on = readPageVariables(page).get('bEnableScheduledUpdate') === true;
-  const version = page.getElementById('virus-pattern-version')?.textContent ?? '';
-  const date = page.getElementById('virus-pattern-date')?.textContent ?? '';
-  byId('pattern-version').textContent = version;
-  byId('pattern-date').textContent = date;
-  if (version === '') byId('pattern-state').textContent = byId('pattern-state').dataset.none;
-  state('update-now', on ? texts.on : texts.off, on);
-  return faultOfSignatures(version, date) ?? on;
-}
-
-/** One state: unknown when its page gave no answer. */
-async function look(id, kind, show) {
-  const page = await fetchPage(`./scanoption.cgi?id=${id}`);
-  return page?.body.dataset.page === kind ? show(page) : undefined;
-}
-
-const UPDATE_NOW = '/NorvLinux/showpage.cgi?page=update_manual.html';
-const REMEDIES = {
-  signatures: UPDATE_NOW,
-  age: UPDATE_NOW,
-  realtime: './scanoption.cgi?id=realtime_scan',
-  schedule: './scanoption.cgi?id=scheduled_scan',
-  update: './scanoption.cgi?id=scheduled_update',
-};
-
-/** The worst of what is wrong, if anything is. */
-function worst({ realtime, schedule, update }) {
-  if ([realtime, schedule, update].includes(undefined)) return 'unknown';
-  if (typeof update === 'string') return update;
-  if (!realtime) return 'realtime';
-  if (!schedule) return 'schedule';
-  return update ? 'good' : 'update';
-}
-
-function verdict(states) {
+function judge(result, remedy, values = {}) {
   const element = byId('verdict');
-  const result = worst(states);
-  byId('verdict-text').textContent = element.dataset[result];
-  element.classList.add(result === 'good' ? 'success' : 'warning');
-  byId('next').hidden = !(result in REMEDIES);
-  byId('next').href = REMEDIES[result] ?? '#content';
+  const good = ['good', 'partly'].includes(result);
+  write('verdict-text', fill(element.dataset[result], values));
+  element.classList.toggle('success', good);
+  element.classList.toggle('danger', GRAVE.includes(result));
+  element.classList.toggle('warning', !good && !GRAVE.includes(result));
+  byId('next').hidden = !remedy;
+  byId('next').href = remedy ?? '#content';
+  byId('state').classList.toggle('stale', result === 'down');
 }
 
-const [realtime, schedule, update] = await Promise.all([
-  look('realtime_scan', 'realtime', showRealtime),
-  look('scheduled_scan', 'scheduled', showSchedule),
-  look('scheduled_update', 'update-schedule', showUpdate),
-]);
-verdict({ realtime, schedule, update });
+const kindText = (kind) => document.querySelector(`#scan-kinds [data-kind="${CSS.escape(kind)}"]`)?.textContent ?? kind;
+
+function runningText(scan) {
+  const texts = byId('scan-card').dataset;
+  const percent = scan.total ? Math.floor((scan.scanned * 100) / scan.total) : 0;
+  return fill(scan.total ? texts.running : texts.counting,
+    { kind: kindText(scan.kind), percent: String(percent), found: numberText(scan.found) });
+}
+
+/** With one scan the button leads to it; further ones get a link each. */
+function showScans({ running, lastScan }) {
+  const texts = byId('scan-card').dataset;
+  const [first, ...others] = running;
+  state('scan-now', first ? runningText(first) : texts.none, '');
+  write('scan-go', first ? texts.progress : texts.start);
+  byId('scan-go').href = first ? progressOf(first.id) : './scanoption.cgi?id=manual_scan';
+  byId('running').replaceChildren(...others.map((scan) => {
+    const entry = document.createElement('li');
+    const link = document.createElement('a');
+    link.href = progressOf(scan.id);
+    link.textContent = runningText(scan);
+    entry.append(link);
+    return entry;
+  }));
+  const last = byId('last-scan').dataset;
+  write('last-scan', lastScan
+    ? fill(last.text, {
+      kind: kindText(lastScan.kind), time: timeText(lastScan.ended), found: numberText(lastScan.found),
+      scanned: numberText(lastScan.scanned),
+    })
+    : last.never);
+}
+
+function showRealtime({ realtime }) {
+  const texts = byId('realtime-card').dataset;
+  const text = realtime.running ? texts.on : texts.off;
+  state('realtime-now', realtime.possible ? text : texts.impossible, realtime.running ? 'good' : 'bad');
+}
+
+function showSignatures({ signatures, update, now }) {
+  const texts = byId('signature-card').dataset;
+  const days = Math.floor((now - signatures.time) / DAY);
+  state('signatures-now', signatures.loaded ? fill(texts.age, { ago: ago.format(-days, 'day') }) : texts.none,
+    signatures.loaded && days <= 7 ? 'good' : 'bad');
+  const next = update.next ? fill(texts.next, { time: timeText(update.next) }) : texts.off;
+  write('update-now', update.running ? fill(texts.running, { percent: String(update.progress) }) : next);
+  const followed = update.running && update.id;
+  write('update-go', followed ? texts.progress : texts.start);
+  byId('update-go').href = followed ? `./scanoption.cgi?id=update_progress&RequestID=${encodeURIComponent(update.id)}` : UPDATE;
+}
+
+function showSchedule({ nextScan }) {
+  const texts = byId('schedule-card').dataset;
+  state('schedule-now', nextScan ? fill(texts.next, { time: timeText(nextScan) }) : texts.off, nextScan ? 'good' : 'bad');
+}
+
+let listed = '';
+function showFinds({ finds, quarantined }) {
+  write('quarantined', numberText(quarantined));
+  if (JSON.stringify(finds) === listed) return;
+  listed = JSON.stringify(finds);
+  byId('no-finds').hidden = finds.length > 0;
+  byId('finds').replaceChildren(...finds.map(findEntry));
+}
+
+function show(report) {
+  const [result, , remedy] = FAULTS.find(([, holds]) => holds(report))
+    ?? [report.realtime.running ? 'good' : 'partly'];
+  judge(result, remedy?.(report), { count: numberText(report.untreated) });
+  showScans(report);
+  showRealtime(report);
+  showSchedule(report);
+  showSignatures(report);
+  showFinds(report);
+}
+
+let busy = false;
+watch(async () => {
+  try {
+    const report = await getJson('/NorvLinux/overview.cgi');
+    busy = report.running.length > 0 || report.update.running;
+    show(report);
+  } catch {
+    judge('down');
+  }
+}, () => (busy ? 2 : 5));

@@ -3,6 +3,7 @@ import { post } from './csrf.js';
 import { byId } from './form.js';
 import { readPageVariables } from './page-variables.js';
 import { fill, follow } from './poll.js';
+import { showScanDetails } from './scan-details.js';
 
 const number = new Intl.NumberFormat(document.documentElement.lang || 'en-US');
 const requestId = new URLSearchParams(location.search).get('RequestID') ?? '';
@@ -46,4 +47,5 @@ byId('stop-form').addEventListener('submit', async (event) => {
 });
 
 show(document);
+showScanDetails(requestId);
 follow(show, () => { byId('no-answer').hidden = false; });

@@ -9,3 +9,6 @@ byId('infected').classList.toggle('found', infected > 0);
 byId('something-found').hidden = infected === 0;
 const nothing = byId('nothing-found');
 if (nothing) nothing.hidden = infected !== 0;
+
+const requestId = new URLSearchParams(location.search).get('RequestID') ?? '';
+if (requestId) byId('details').hash = requestId;

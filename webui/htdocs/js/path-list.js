@@ -1,0 +1,3 @@
+// Lists of paths and patterns as the service takes them: ";" between the entries, a backslash before a ";" or backslash
+// that belongs to one.
+export const joinPathList = (entries) => entries.map((entry) => entry.replace(/[\\;]/g, '\\$&')).join(';');
