@@ -1,0 +1,107 @@
+#include "tests/service/service_test.h"
+
+#include <string>
+
+namespace {
+
+using enum IPCMessage::CommandID;
+
+/// The harmless file that every scanner takes for a virus, put together here so that no scanner takes this source for
+/// it.
+std::string testFile() {
+    return std::string("X5O!P%@AP[4\\PZX54(P^)7CC)7}$") + "EICAR-STANDARD-ANTIVIRUS-TEST-FILE!$H+H*";
+}
+
+class ControlTest : public ServiceTest {
+protected:
+    ControlTest() {
+        writeFile(service_.file("samples") / "clean.txt", "nothing\n");
+        writeFile(service_.file("samples") / "bad" / "eicar.com", testFile());
+    }
+};
+
+TEST_F(ControlTest, AScanTellsCleanFromFoundFromFailedByItsStatus) {
+    ASSERT_TRUE(service_.start());
+    EXPECT_EQ(service_.control({"scan", service_.file("samples") / "clean.txt"}).status, 0);
+    const ProcessResult found = service_.control({"scan", service_.file("samples")});
+    EXPECT_EQ(found.status, 1);
+    EXPECT_NE(found.output.find("eicar.com"), std::string::npos) << found.output;
+    EXPECT_TRUE(std::filesystem::exists(service_.file("samples") / "bad" / "eicar.com")) << "only reported";
+    EXPECT_EQ(service_.control({"scan", service_.file("samples") / "missing"}).status, 2);
+    service_.stop();
+    const ProcessResult down = service_.control({"scan", service_.file("samples")});
+    EXPECT_EQ(down.status, 2);
+    EXPECT_NE(down.errors.find("does not answer"), std::string::npos) << down.errors;
+}
+
+TEST_F(ControlTest, AFileNameCannotDriveTheTerminal) {
+    writeFile(service_.file("samples") / "a\x1b[2J\n.com", testFile());
+    ASSERT_TRUE(service_.start());
+    const ProcessResult found = service_.control({"scan", service_.file("samples")});
+    EXPECT_EQ(found.output.find('\x1b'), std::string::npos);
+    EXPECT_NE(found.output.find("\\x1b[2J\\x0a"), std::string::npos) << found.output;
+}
+
+TEST_F(ControlTest, AFindIsPutAwayListedAndGivenBack) {
+    ASSERT_TRUE(service_.start());
+    ASSERT_EQ(ask(IPCMessage::SET, MANUAL_SCAN_CONFIG, "ManualScanConfig",
+                  R"({"NORVManualScanConfig":{"universeAction":"2-2"}})")
+                  .result,
+              1);
+    const auto victim = service_.file("samples") / "bad" / "eicar.com";
+    ASSERT_EQ(service_.control({"scan", "--act", victim}).status, 1);
+    ASSERT_FALSE(std::filesystem::exists(victim));
+    const ProcessResult list = service_.control({"quarantine", "list"});
+    ASSERT_EQ(list.status, 0);
+    const std::string id = list.output.substr(0, list.output.find(' '));
+    ASSERT_EQ(id.size(), 32U) << list.output;
+    const ProcessResult shown = service_.control({"quarantine", "show", id});
+    EXPECT_NE(shown.output.find(victim.string()), std::string::npos) << shown.output;
+    EXPECT_EQ(service_.control({"quarantine", "trust", id}).status, 0);
+    EXPECT_EQ(service_.control({"quarantine", "restore", id}).status, 0);
+    EXPECT_EQ(readFile(victim), testFile());
+    EXPECT_EQ(service_.control({"scan", victim}).status, 0) << "trusted by its content";
+    EXPECT_EQ(service_.control({"quarantine", "delete", "no such id"}).status, 2);
+}
+
+TEST_F(ControlTest, TheConsolesScanRunsToItsEndAndStaysReadable) {
+    ASSERT_TRUE(service_.start());
+    const IPCMessage started = ask(IPCMessage::START, MANUAL_SCAN);
+    ASSERT_EQ(started.result, 1);
+    const std::string id = started.value<std::string>("RequestID");
+    EXPECT_EQ(id.find_first_not_of("0123456789_"), std::string::npos) << id;
+    IPCMessage status;
+    for (int i = 0; i < 200 && status.value<int>("Status") != 3; ++i) {
+        status = ask(IPCMessage::GET, MANUAL_SCAN_STATUS, "RequestID", id);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_EQ(status.value<int>("Status"), 3);
+    EXPECT_EQ(status.value<int>("Total"), 2);
+    EXPECT_EQ(status.value<int>("Scanned"), 2);
+    EXPECT_EQ(status.value<int>("VirusFound"), 1);
+    service_.crash();
+    ASSERT_TRUE(service_.start());
+    EXPECT_EQ(ask(IPCMessage::GET, MANUAL_SCAN_STATUS, "RequestID", id).value<int>("VirusFound"), 1);
+}
+
+TEST_F(ControlTest, StatusTellsWhatIsWrong) {
+    service_.arguments.clear();
+    writeFile(service_.file("config.xml"), "<broken");
+    ASSERT_TRUE(service_.start());
+    const ProcessResult status = service_.control({"status"});
+    EXPECT_EQ(status.status, 0);
+    EXPECT_NE(status.output.find("cannot be used"), std::string::npos) << status.output;
+    EXPECT_NE(status.output.find("Signatures:      none"), std::string::npos) << status.output;
+}
+
+TEST_F(ControlTest, InitNeverTouchesWhatIsThere) {
+    writeFile(service_.file("config.xml"), "<Document/>");
+    const std::string key = readFile(service_.file("key"));
+    const ProcessResult again = service_.control({"init", "--config", service_.file("config.xml"), "--state",
+                                                  service_.file("state"), "--key", service_.file("key")});
+    EXPECT_EQ(again.status, 0);
+    EXPECT_EQ(readFile(service_.file("config.xml")), "<Document/>");
+    EXPECT_EQ(readFile(service_.file("key")), key);
+}
+
+}  // namespace
