@@ -46,8 +46,9 @@ void RealtimeScan::configure(const NORVConfig& config) {
     }
     OnAccessSettings settings = onAccessSettings(record);
     settings.neverScan.insert(settings.neverScan.end(), neverScan_.begin(), neverScan_.end());
-    listener_.forgetClean();
     listener_.configure(settings);
+    // After the new settings are in force, for what was scanned under the old ones.
+    listener_.forgetClean();
 }
 
 std::shared_ptr<const RealtimeScan::Policy> RealtimeScan::policy() const {
@@ -57,7 +58,8 @@ std::shared_ptr<const RealtimeScan::Policy> RealtimeScan::policy() const {
 
 OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_token stop) {
     const auto policy = this->policy();
-    if (!policy->concerns(fd, path)) return {.deny = false, .act = false, .cacheable = true, .find = {}};
+    // Not to be remembered: the file may get a name that is scanned.
+    if (!policy->concerns(fd, path)) return {.deny = false, .act = false, .cacheable = false, .find = {}};
     const ScanResult result = engine_.scan(fd, path, policy->options, std::move(stop));
     if (result.verdict == Verdict::FAILED)
         NORV_LOG(NORV_LOG_WARNING, "Real-time scan of %s: %s", path.c_str(), result.detail.c_str());
