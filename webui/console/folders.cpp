@@ -67,7 +67,8 @@ int listFolders(const ConsoleRequest& request) {
         json.StartObject();
         json.Key("folders");
         json.StartArray();
-        for (const auto& folder : parseList(reply.value<std::string>("Folders")).GetArray()) writeFolder(json, folder);
+        const rapidjson::Document folders = parseList(reply.value<std::string>("Folders"));
+        for (const auto& folder : folders.GetArray()) writeFolder(json, folder);
         json.EndArray();
         json.Key("complete");
         json.Bool(!reply.hasParam("Complete") || reply.value<int>("Complete") != 0);

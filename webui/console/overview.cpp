@@ -47,7 +47,8 @@ void addFindsOf(const rapidjson::Value& scan, std::vector<Find>& finds) {
     message.addParam("RequestID", id);
     const std::int64_t ended = numberOf(scan, "ended");
     const std::int64_t when = ended != 0 ? ended : numberOf(scan, "started");
-    for (const auto& find : fetchList(message, "Finds").GetArray()) {
+    const rapidjson::Document found = fetchList(message, "Finds");
+    for (const auto& find : found.GetArray()) {
         if (!flagOf(find, "infected")) continue;
         finds.push_back({when, textOf(find, "path"), textOf(find, "signature"), textOf(find, "type"),
                          translateServiceText(textOf(find, "detail")), id});
