@@ -1,6 +1,7 @@
 #include "webui/cgi/page_wrapper.h"
 #include "webui/console/csv.h"
 #include "webui/console/json_response.h"
+#include "webui/console/json_value.h"
 #include "webui/console/service_text.h"
 
 #include <libintl.h>
@@ -20,22 +21,6 @@ namespace {
 using Entry = rapidjson::Value;
 
 constexpr std::string_view CSV_TYPE = "text/csv; charset=utf-8";
-
-std::string text(const Entry& entry, const char* name) {
-    const auto member = entry.FindMember(name);
-    if (member == entry.MemberEnd() || !member->value.IsString()) return "";
-    return {member->value.GetString(), member->value.GetStringLength()};
-}
-
-int64_t number(const Entry& entry, const char* name) {
-    const auto member = entry.FindMember(name);
-    return member != entry.MemberEnd() && member->value.IsInt64() ? member->value.GetInt64() : 0;
-}
-
-bool flag(const Entry& entry, const char* name) {
-    const auto member = entry.FindMember(name);
-    return member != entry.MemberEnd() && member->value.IsBool() && member->value.GetBool();
-}
 
 /// Reads a list of objects that the service sent. False when it is none, and that is answered as an error.
 bool readList(const IPCMessage& reply, const char* parameter, rapidjson::Document& list) {
@@ -64,7 +49,7 @@ bool fetchFinds(const std::string& requestID, std::size_t from, rapidjson::Docum
 /// {"name": list}, with one text of each entry in the console's language.
 int answerList(const char* name, rapidjson::Document& list, const char* translated) {
     for (Entry& entry : list.GetArray()) {
-        const std::string value = translateServiceText(text(entry, translated));
+        const std::string value = translateServiceText(textOf(entry, translated));
         if (!entry.HasMember(translated)) continue;
         entry[translated].SetString(value.data(), static_cast<rapidjson::SizeType>(value.size()), list.GetAllocator());
     }
@@ -124,13 +109,13 @@ std::string headings(std::vector<std::string> names) {
 }
 
 std::string scanLine(const Entry& scan) {
-    const int64_t ended = number(scan, "ended");
-    const auto count = [&scan](const char* name) { return std::to_string(number(scan, name)); };
-    return csvLine({text(scan, "id"), kindText(text(scan, "kind")), stateText(number(scan, "state")),
-                    timeText(number(scan, "started")), timeText(ended),
-                    ended == 0 ? "" : std::to_string(ended - number(scan, "started")), count("scanned"), count("found"),
-                    count("notFullyScanned"), count("skipped"), count("bytes"),
-                    translateServiceText(text(scan, "message"))});
+    const int64_t ended = numberOf(scan, "ended");
+    const auto count = [&scan](const char* name) { return std::to_string(numberOf(scan, name)); };
+    return csvLine({textOf(scan, "id"), kindText(textOf(scan, "kind")), stateText(numberOf(scan, "state")),
+                    timeText(numberOf(scan, "started")), timeText(ended),
+                    ended == 0 ? "" : std::to_string(ended - numberOf(scan, "started")), count("scanned"),
+                    count("found"), count("notFullyScanned"), count("skipped"), count("bytes"),
+                    translateServiceText(textOf(scan, "message"))});
 }
 
 int exportScans() {
@@ -143,8 +128,8 @@ int exportScans() {
 }
 
 std::string findLine(const Entry& find) {
-    return csvLine({text(find, "path"), flag(find, "infected") ? gettext("Infected") : gettext("Not fully scanned"),
-                    text(find, "signature"), text(find, "type"), translateServiceText(text(find, "detail"))});
+    return csvLine({textOf(find, "path"), flagOf(find, "infected") ? gettext("Infected") : gettext("Not fully scanned"),
+                    textOf(find, "signature"), textOf(find, "type"), translateServiceText(textOf(find, "detail"))});
 }
 
 int exportFinds(const std::string& requestID) {
