@@ -84,7 +84,8 @@ function showScans({ running, lastScan }) {
 function showRealtime({ realtime }) {
   const texts = byId('realtime-card').dataset;
   const text = realtime.running ? texts.on : texts.off;
-  state('realtime-now', realtime.possible ? text : texts.impossible, realtime.running ? 'good' : 'bad');
+  const lookOf = realtime.running ? 'good' : 'bad';
+  state('realtime-now', realtime.possible ? text : texts.impossible, realtime.possible ? lookOf : '');
 }
 
 function showSignatures({ signatures, update, now }) {
