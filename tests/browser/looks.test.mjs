@@ -1,23 +1,14 @@
 // Every page as people see it: by every colour scheme, width and language, and with assistive technology.
 import assert from 'node:assert/strict';
-import { mkdirSync, readFileSync } from 'node:fs';
-import { createRequire } from 'node:module';
-import { join } from 'node:path';
 import test, { after, before } from 'node:test';
 import { addresses, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
-
-const axe = readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
-const rules = ['wcag2a', 'wcag2aa', 'wcag21a', 'wcag21aa', 'wcag22aa', 'best-practice'];
-const pictures = process.env.KELDRA_PICTURES;
-if (pictures) mkdirSync(pictures, { recursive: true });
+import { desktop, faults, fitsScreen, phone, picture } from './support/looks.mjs';
 
 let console_;
 let browser;
 before(async () => { [console_, browser] = await Promise.all([startConsole(), openBrowser()]); });
 after(async () => { await browser?.close(); await console_?.stop(); });
 
-const phone = { width: 360, height: 740 };
-const desktop = { width: 1280, height: 800 };
 const views = [
   { name: 'desktop', viewport: desktop, colorScheme: 'light', locale: 'en-US' },
   { name: 'desktop-dark', viewport: desktop, colorScheme: 'dark', locale: 'en-US' },
@@ -27,21 +18,12 @@ const views = [
   { name: 'phone-ja', viewport: phone, colorScheme: 'light', locale: 'ja-JP' },
 ];
 
-/** Rules of accessibility that a page breaks, with the elements concerned. */
-async function faults(page) {
-  await page.evaluate(axe);
-  const { violations, passes } = await page.evaluate((values) => window.axe.run({ runOnly: values }), rules);
-  assert.ok(passes.length > 10);
-  return violations.map(({ id, nodes }) => `${id}: ${nodes.map((node) => node.html).join(' ')}`);
-}
-
 async function look(page, name, view) {
-  const wider = await page.evaluate(() => document.documentElement.scrollWidth - document.documentElement.clientWidth);
-  assert.ok(wider <= 0, `${name} is ${wider} pixels wider than the screen`);
+  await fitsScreen(page, name);
   assert.deepEqual(await faults(page), [], name);
   assert.equal(await page.getAttribute('html', 'lang'), view.locale, name);
   assert.doesNotMatch(await page.content(), /%\[[A-Z]|__[A-Z]/, name);
-  if (pictures) await page.screenshot({ path: join(pictures, `${name}-${view.name}.png`), fullPage: true });
+  await picture(page, `${name}-${view.name}`);
 }
 
 for (const view of views) {
@@ -68,7 +50,7 @@ test('nothing moves on a page while it loads', async () => {
       .observe({ type: 'layout-shift', buffered: true });
   });
   await logOn(page, console_);
-  for (const name of ['overview', 'manual', 'realtime', 'scheduled', 'update', 'updateSchedule']) {
+  for (const name of ['overview', 'manual', 'realtime', 'scheduled', 'update', 'updateSchedule', 'quarantine', 'history']) {
     await page.goto(addresses[name], { waitUntil: 'networkidle' });
     assert.ok(await page.evaluate(() => window.moved) < 0.05, name);
   }
