@@ -4,6 +4,7 @@
 #include "service/fresh_setup.h"
 #include "service/json_text.h"
 #include "service/password.h"
+#include "service/progress_bar.h"
 #include "service/version.h"
 
 #include <rapidjson/document.h>
@@ -47,6 +48,7 @@ struct CommandLine {
     bool fromStdin = false;
     std::vector<std::string> paths;
     bool act = false;
+    unsigned int workers = 0;
     std::string id;
 };
 
@@ -195,13 +197,15 @@ void printFind(const rapidjson::Value& find) {
     print(printable(text(find, "path")) + ": " + what + (detail.empty() ? "" : " (" + printable(detail) + ")"));
 }
 
+void ignoreFind(const rapidjson::Value&) {}
+
 /// Prints the finds from number `from` on; returns the number after the last one.
 std::size_t printFinds(const std::string& id, std::size_t from, bool json) {
     for (;;) {
         const ControlReply reply =
             ask(IPCMessage::GET, IPCMessage::SCAN_FINDS, {{"RequestID", id}, {"From", std::to_string(from)}});
         const std::string finds = reply.text("Finds");
-        const std::size_t count = reply.done ? forEach(finds, json ? [](const auto&) {} : printFind) : 0;
+        const std::size_t count = reply.done ? forEach(finds, json ? ignoreFind : printFind) : 0;
         if (json && count > 0) print(finds);
         if (count == 0) return from;
         from += count;
@@ -223,7 +227,15 @@ int printSummary(const ControlReply& reply, bool json) {
     return unsure > 0 ? STATUS_ERROR : STATUS_CLEAN;
 }
 
+void showScan(keldra::ProgressBar& bar, const ControlReply& reply) {
+    bar.show(reply.message.value<std::uint64_t>("Scanned") + reply.message.value<std::uint64_t>("Skipped"),
+             reply.message.value<std::uint64_t>("Total"),
+             reply.text("Scanned") + " of " + reply.text("Total") + " files, " + reply.text("VirusFound") +
+                 " infected, " + printable(reply.text("CurrentFile")));
+}
+
 int follow(const std::string& id, bool json) {
+    keldra::ProgressBar bar;
     std::size_t printed = 0;
     bool stopped = false;
     for (;;) {
@@ -231,8 +243,10 @@ int follow(const std::string& id, bool json) {
             ask(IPCMessage::STOP, IPCMessage::PATH_SCAN, {{"RequestID", id}});
         const ControlReply reply = ask(IPCMessage::GET, IPCMessage::MANUAL_SCAN_STATUS, {{"RequestID", id}});
         if (!reply.done) return fail(reply.fault());
+        bar.clear();
         printed = printFinds(id, printed, json);
         if (numberOf(reply, "Status") != SCAN_RUNNING) return printSummary(reply, json);
+        showScan(bar, reply);
         std::this_thread::sleep_for(POLL_INTERVAL);
     }
 }
@@ -241,7 +255,8 @@ int runScan(const CommandLine& line) {
     std::vector<std::string> paths;
     for (const std::string& path : line.paths) paths.push_back(std::filesystem::absolute(path).lexically_normal());
     const ControlReply reply =
-        ask(IPCMessage::START, IPCMessage::PATH_SCAN, {{"Paths", joinPathList(paths)}, {"Act", line.act ? "1" : "0"}});
+        ask(IPCMessage::START, IPCMessage::PATH_SCAN,
+            {{"Paths", joinPathList(paths)}, {"Act", line.act ? "1" : "0"}, {"Workers", std::to_string(line.workers)}});
     if (!reply.done) return fail(reply.fault());
     std::signal(SIGINT, [](int) { interrupted = true; });
     return follow(reply.text("RequestID"), line.json);
@@ -271,7 +286,7 @@ int runQuarantineShow(const CommandLine& line) {
             const std::string shown = member.value.IsString() ? printable(text(item, name.c_str()))
                                       : member.value.IsBool() ? (flag(item, name.c_str()) ? "yes" : "no")
                                                               : std::to_string(number(item, name.c_str()));
-            print(name + ": " + shown);
+            print(std::string(name).append(": ").append(shown));
         }
     });
     return STATUS_CLEAN;
@@ -298,16 +313,19 @@ int runTrusted(const CommandLine& line) {
 // update
 
 int followUpdate(const std::string& id, bool json) {
+    keldra::ProgressBar bar;
     for (;;) {
         const ControlReply reply = ask(IPCMessage::GET, IPCMessage::UPDATE_STATUS);
         if (!reply.done) return fail(reply.fault());
         if (reply.text("RequestID") != id || numberOf(reply, "Running") == 0) {
+            bar.clear();
             if (json)
                 printJson(reply.message);
             else
                 print(printable(reply.text("Message")));
             return numberOf(reply, "Succeeded") != 0 ? STATUS_CLEAN : STATUS_ERROR;
         }
+        bar.show(reply.message.value<std::uint64_t>("Progress"), 10, "updating the signatures");
         std::this_thread::sleep_for(POLL_INTERVAL);
     }
 }
@@ -353,6 +371,9 @@ void describeService(CLI::App& app, CommandLine& line, Run& run) {
         "scanned");
     scan->add_option("path", line.paths, "Files and folders")->required();
     scan->add_flag("--act", line.act, "Do to finds what the manual scan's settings say; else they are only reported");
+    scan->add_option("--workers", line.workers, "Files scanned at a time, 1 to 32; 0: the service decides")
+        ->check(CLI::Range(0, 32))
+        ->capture_default_str();
     scan->add_flag("--json", line.json, "As JSON, one text per line: lists of finds, then the counts");
     scan->callback([&line, &run] { run = [&line] { return runScan(line); }; });
 
