@@ -1,7 +1,7 @@
 // The scan history: what was found stays known, on the page and in a file to keep.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import { readFileSync } from 'node:fs';
+import { readFileSync, rmSync } from 'node:fs';
 import { join } from 'node:path';
 import test, { after, before } from 'node:test';
 import { addresses, build, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
@@ -38,6 +38,17 @@ async function saved(link) {
   return { name: download.suggestedFilename(), text: readFileSync(await download.path(), 'utf8') };
 }
 
+/** An archive in an archive and so on, deeper than the scans of this file look. */
+function nestArchives() {
+  const folder = join(console_.folder, 'samples/Documents');
+  let inner = 'note.txt';
+  for (const name of ['a.zip', 'b.zip', 'c.zip', 'nested.zip']) {
+    execFileSync('zip', ['-q', name, inner], { cwd: folder });
+    inner = name;
+  }
+  for (const name of ['a.zip', 'b.zip', 'c.zip']) rmSync(join(folder, name));
+}
+
 test('before the first scan the page says how to start one', async () => {
   await open();
   assert.match(await page.locator('#nothing').textContent(), /no scan yet/);
@@ -45,8 +56,9 @@ test('before the first scan the page says how to start one', async () => {
 });
 
 test('a scan is listed with its counts, and shows its finds and what was done', async () => {
-  await scan(page, REPORT);
-  scanFromShell(join(console_.folder, 'samples/Documents'));
+  nestArchives();
+  await scan(page, REPORT, { 'scan-archives': true, layers: '1' });
+  scanFromShell(join(console_.folder, 'samples/Pictures'));
   await open();
   assert.deepEqual(await page.locator('#scans .name').allTextContents(), ['Scan from the command line', 'Manual scan']);
   await page.locator('#finds-only').check();
@@ -58,6 +70,8 @@ test('a scan is listed with its counts, and shows its finds and what was done', 
   assert.deepEqual((await page.locator('#finds .name').allTextContents()).sort(), ['test-file.com', 'test-file.zip']);
   assert.match(await page.locator('#finds .detail').first().textContent(), / · left in place$/);
   assert.equal(await page.locator('#scan-found').textContent(), '2');
+  assert.deepEqual(await page.locator('#unsure .name').allTextContents(), ['nested.zip'], 'not taken for clean');
+  assert.match(await page.locator('#unsure .detail').textContent(), /nested more deeply/);
   assert.equal(await page.evaluate(() => document.activeElement.id), 'scan-title');
   await fitsAndIsAccessible(page, 'history-scan');
 });

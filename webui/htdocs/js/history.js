@@ -44,7 +44,7 @@ function showList() {
   byId('count').textContent = fill(byId('count').dataset.text,
     { shown: numberText(shown().length), total: numberText(scans.length) });
   byId('count').hidden = scans.length === 0;
-  byId('export').hidden = scans.length === 0;
+  byId('tools').hidden = scans.length === 0;
   byId('nothing').hidden = scans.length !== 0;
   byId('no-match').hidden = scans.length === 0 || shown().length !== 0;
 }
