@@ -37,6 +37,7 @@ test('the catalogue knows every text that the service shows on a page', () => {
     ['service/quarantine_store.cpp', /(?:failure\(|return )"(\w[^"]+?)(?:: )?"/g],
     ['service/actions.cpp', /(?:\{true,|text =|return \{true,) "([^"]+?) ?"/g],
     ['service/scan_engine.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
+    ['service/share_roots.cpp', /(?:return|fault =) "([A-Z][^"]+)"/g],
     ['service/scan_engine.cpp', /incomplete = "([^"]+)"/g],
   ];
   for (const [path, pattern] of lists) {
