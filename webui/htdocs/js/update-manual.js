@@ -1,4 +1,5 @@
 // The manual update: what to fetch, then over to its progress.
+import { getJson } from './api.js';
 import { bindComponents } from './components.js';
 import { post } from './csrf.js';
 import { byId, validateOnSubmit } from './form.js';
@@ -34,3 +35,13 @@ form.addEventListener('submit', (event) => {
   event.preventDefault();
   startUpdate();
 });
+
+/** Leads back to an update that was left. */
+async function showRunningUpdate() {
+  const { update } = await getJson('/NorvLinux/overview.cgi').catch(() => ({ update: {} }));
+  if (!update.running || !update.id) return;
+  byId('running-link').href = `./scanoption.cgi?id=update_progress&RequestID=${encodeURIComponent(update.id)}`;
+  byId('already-running').hidden = false;
+}
+
+showRunningUpdate();
