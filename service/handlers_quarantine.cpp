@@ -58,8 +58,8 @@ bool deleteQuarantined(Service& service, const IPCMessage& request, IPCMessage& 
 bool listTrusted(Service& service, const IPCMessage&, IPCMessage& reply) {
     JsonText json;
     json.array([&] {
-        for (const auto& [hash, name] : service.quarantine().trusted())
-            json.object([&] { json.member("sha256", hash).member("name", name); });
+        for (const auto& entry : service.quarantine().trusted())
+            json.object([&] { json.member("sha256", entry.first).member("name", entry.second); });
     });
     reply.addParam("Trusted", json.text());
     return true;

@@ -84,7 +84,9 @@ bool startPathScan(Service& service, const IPCMessage& request, IPCMessage& repl
         reply.addParam("Message", "No paths, or one that is not absolute.");
         return false;
     }
-    NORVScanConfig settings = NORVManualScanConfig(*service.configuration().snapshot());
+    const NORVManualScanConfig record(*service.configuration().snapshot());
+    const NORVScanConfig& common = record;
+    NORVScanConfig settings = common;
     // Who names a file wants it scanned, whatever the pages select.
     settings.includeExtList.clear();
     settings.includeHVExtList = settings.zelscan = false;

@@ -113,7 +113,7 @@ private:
     void headerComplete();
     void readBody();
     void handle();
-    void send(std::string payload);
+    void send(const std::string& payload);
     void refuse(std::string_view what, std::size_t number);
     bool grow(std::size_t bytes);
     void shrink();
@@ -209,15 +209,14 @@ void MessageServer::Impl::Connection::handle() {
     handling_ = true;
     asio::post(server_.pool_,
                [self = shared_from_this(), server = server_.shared_from_this(), request = std::move(request)] {
-                   std::string payload = server->answerTo(request);
-                   asio::post(server->io_, [self, payload = std::move(payload)]() mutable {
+                   asio::post(server->io_, [self, payload = server->answerTo(request)] {
                        self->handling_ = false;
-                       if (!self->closed_) self->send(std::move(payload));
+                       if (!self->closed_) self->send(payload);
                    });
                });
 }
 
-void MessageServer::Impl::Connection::send(std::string payload) {
+void MessageServer::Impl::Connection::send(const std::string& payload) {
     if (payload.empty() || !grow(payload.size())) return refuse("a reply cannot be sent, bytes", payload.size());
     limitTime(server_.limits_.frameTime);
     body_ = frameHeader(payload.size()) + payload;
@@ -332,11 +331,9 @@ bool MessageServer::Impl::closeOldest() {
     for (const auto& connection : connections_)
         if (connection->expendable() && (!oldest || connection->since() < oldest->since())) oldest = connection.get();
     if (!oldest) return false;
-    // The set's element is closed, which takes it out of the set.
     const auto found = std::find_if(connections_.begin(), connections_.end(),
                                     [oldest](const auto& connection) { return connection.get() == oldest; });
-    const ConnectionPtr keep = *found;
-    keep->close();
+    (*found)->close();
     return true;
 }
 
@@ -355,7 +352,13 @@ void MessageServer::Impl::stop() {
 MessageServer::MessageServer(asio::io_context& io, ServerAccess access, ServerLimits limits, Answer answer)
     : impl_(std::make_shared<Impl>(io, std::move(access), limits, std::move(answer))) {}
 
-MessageServer::~MessageServer() { impl_->stop(); }
+MessageServer::~MessageServer() {
+    try {
+        impl_->stop();
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "The message server did not end well: %s", error.what());
+    }
+}
 
 bool MessageServer::listen(const std::filesystem::path& socket, std::string& error) {
     return impl_->listen(socket, error);

@@ -35,8 +35,9 @@ RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std
       actions_(actions),
       neverScan_(std::move(neverScan)),
       policy_(std::make_shared<const Policy>(NORVRealtimeScanConfig())),
-      listener_({[this](int fd, const std::string& path, std::stop_token stop) { return scan(fd, path, stop); },
-                 [this](int fd, const std::string& path, const OnAccessAnswer& answer) { act(fd, path, answer); }}) {}
+      listener_(
+          {[this](int fd, const std::string& path, std::stop_token stop) { return scan(fd, path, std::move(stop)); },
+           [this](int fd, const std::string& path, const OnAccessAnswer& answer) { act(fd, path, answer); }}) {}
 
 void RealtimeScan::configure(const NORVConfig& config) {
     const NORVRealtimeScanConfig record(config);

@@ -62,7 +62,13 @@ Service::Service(ServiceOptions options, const Clock& clock)
       server_(io_, options_.access, options_.serverLimits,
               [this](const IPCMessage& request) { return answer(*this, request); }) {}
 
-Service::~Service() { stop(); }
+Service::~Service() {
+    try {
+        stop();
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "Ending failed: %s", error.what());
+    }
+}
 
 std::string Service::varPath() const {
     const auto config = configuration_.snapshot();
@@ -176,7 +182,8 @@ void Service::signaturesChanged() {
 
 bool Service::startScheduledScan() {
     const NORVScheduledScanConfig record(*configuration_.snapshot());
-    const ScanStart start = scans_->start({.kind = ScanKind::SCHEDULED, .settings = record, .roots = {}});
+    const NORVScanConfig& settings = record;
+    const ScanStart start = scans_->start({.kind = ScanKind::SCHEDULED, .settings = settings, .roots = {}});
     if (!start.started) NORV_LOG(NORV_LOG_WARNING, "The scheduled scan was not started: %s", start.message.c_str());
     return start.started;
 }

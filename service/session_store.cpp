@@ -86,7 +86,7 @@ bool SessionStore::save() {
 std::string SessionStore::create(const std::string& remoteAddress) {
     std::vector<unsigned char> bytes;
     if (remoteAddress.size() > MAX_ADDRESS || !getRandomBytes(ID_LENGTH / 2, bytes)) return {};
-    const std::string id = bin2hex(bytes);
+    std::string id = bin2hex(bytes);
     const std::string key = digest(id);
 
     const std::lock_guard lock(mutex_);

@@ -13,8 +13,8 @@ namespace keldra {
 
 /// How long and how many sessions live.
 struct SessionLimits {
-    std::int64_t idleSeconds = 30 * 60;
-    std::int64_t absoluteSeconds = 12 * 60 * 60;
+    std::int64_t idleSeconds = 1800;
+    std::int64_t absoluteSeconds = 43200;
     std::size_t count = 256;  ///< beyond that the one unused longest ends
 };
 
