@@ -173,6 +173,16 @@ std::vector<std::string> realFolders(const std::vector<std::string>& folders, bo
     return real;
 }
 
+/// Why the kernel does not let this process watch file accesses; empty when it does.
+std::string kernelRefusal() {
+    const FileDescriptor group(fanotify_init(INIT_FLAGS, EVENT_FILE_FLAGS));
+    if (group && fanotify_mark(group.get(), FAN_MARK_ADD, FAN_OPEN_PERM, AT_FDCWD, "/") == 0) return {};
+    const int error = errno;
+    if (error == EPERM) return "The right to watch file accesses (CAP_SYS_ADMIN) is missing.";
+    if (error == EINVAL || error == ENOSYS) return "This kernel has no fanotify permission events.";
+    return "fanotify: " + errorText(error);
+}
+
 }  // namespace
 
 /// One group with its threads. The reader answers the service's own accesses and everything outside of the folders at
@@ -462,17 +472,10 @@ OnAccess::OnAccess(OnAccessHooks hooks) : hooks_(std::move(hooks)) {}
 OnAccess::~OnAccess() { stop(); }
 
 bool OnAccess::kernelAllows(std::string* reason) {
-    const FileDescriptor group(fanotify_init(INIT_FLAGS, EVENT_FILE_FLAGS));
-    const bool allowed = group && fanotify_mark(group.get(), FAN_MARK_ADD, FAN_OPEN_PERM, AT_FDCWD, "/") == 0;
-    const int error = errno;
-    if (allowed || !reason) return allowed;
-    if (error == EPERM)
-        *reason = "The right to watch file accesses (CAP_SYS_ADMIN) is missing.";
-    else if (error == EINVAL || error == ENOSYS)
-        *reason = "This kernel has no fanotify permission events.";
-    else
-        *reason = "fanotify: " + errorText(error);
-    return false;
+    // Neither the kernel nor the process's rights change, and taking a mark away waits for all of the kernel's readers.
+    static const std::string refusal = kernelRefusal();
+    if (reason && !refusal.empty()) *reason = refusal;
+    return refusal.empty();
 }
 
 bool OnAccess::configure(const OnAccessSettings& settings) {
