@@ -263,6 +263,7 @@ public:
     EngineState state() const override;
     bool load() override;
     void reload(std::function<void(bool)> done) override;
+    void stopReloads() override;
 
 private:
     Engine engine() const;
@@ -367,6 +368,16 @@ void ClamEngine::reload(std::function<void(bool)> done) {
     wanted_.notify_all();
 }
 
+void ClamEngine::stopReloads() {
+    std::jthread ending;
+    {
+        const std::lock_guard lock(mutex_);
+        ending.swap(reloader_);
+        reloads_.clear();
+    }
+    // Its end asks it to stop and waits for it.
+}
+
 void ClamEngine::reloadLoop(const std::stop_token& stop) {
     while (true) {
         std::deque<std::function<void(bool)>> waiting;
@@ -382,7 +393,7 @@ void ClamEngine::reloadLoop(const std::stop_token& stop) {
             --loading_;
         }
         for (const auto& done : waiting) {
-            if (done) done(loaded);
+            if (done && !stop.stop_requested()) done(loaded);
         }
     }
 }

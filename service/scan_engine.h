@@ -66,6 +66,10 @@ public:
     /// The same in the background; `done`, which may be empty, is called from there with `load`'s result. A call while
     /// one is under way is remembered and done after it.
     virtual void reload(std::function<void(bool)> done) = 0;
+
+    /// Waits for a reload under way and forgets the others, without calling their `done`. To be called before whatever
+    /// these use goes.
+    virtual void stopReloads() {}
 };
 
 /// What an engine is made of.

@@ -254,6 +254,7 @@ void Service::stop() {
     if (realtime_) realtime_->stop();
     if (updater_) updater_->stop();
     scans_.reset();
+    if (engine_) engine_->stopReloads();
     engine_.reset();
 }
 
