@@ -1,0 +1,122 @@
+#include "norv/scan_config.h"
+#include "tests/service/service_test.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <thread>
+
+namespace {
+
+using enum IPCMessage::CommandID;
+
+/// The harmless file that every scanner takes for a virus, put together here so that no scanner takes this source for
+/// it.
+std::string testFile() {
+    return std::string("X5O!P%@AP[4\\PZX54(P^)7CC)7}$") + "EICAR-STANDARD-ANTIVIRUS-TEST-FILE!$H+H*";
+}
+
+/// What another program meets that opens a file: 0 or an errno; 255 when it hangs.
+int openElsewhere(const std::filesystem::path& path) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::alarm(30);
+        ::_exit(::open(path.c_str(), O_RDONLY) < 0 ? errno : 0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 255;
+}
+
+bool waitFor(const std::function<bool()>& condition) {
+    for (int i = 0; i < 500 && !condition(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return condition();
+}
+
+/// The watched folder is a file system of its own in a mount namespace of its own, so that nothing else on the machine
+/// is touched.
+class RealtimeTest : public ServiceTest {
+protected:
+    void SetUp() override {
+        const std::filesystem::path share = service_.file("samples");
+        if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount("tmpfs", share.c_str(), "tmpfs", 0, "size=16m") != 0)
+            GTEST_SKIP() << "Real-time tests are skipped, they need a file system of their own: "
+                         << std::strerror(errno);
+        mounted_ = true;
+        ASSERT_TRUE(service_.start());
+        const IPCMessage status = get(SERVICE_STATUS);
+        if (status.value<int>("RealtimeAllowed") != 1)
+            GTEST_SKIP() << "Real-time tests are skipped. " << status.value<std::string>("RealtimeMessage");
+    }
+    void TearDown() override {
+        service_.stop();
+        if (mounted_) ::umount2(service_.file("samples").c_str(), MNT_DETACH);
+    }
+
+    /// Watches the folder in these directions; finds are put into quarantine.
+    void watch(uint32_t directions) {
+        auto record = read<NORVRealtimeScanConfig>(REALTIME_SCAN_CONFIG, "RealtimeScanConfig");
+        record.scanDirection = directions;
+        record.universeAction = "2-2";
+        record.scanPaths = service_.file("samples");
+        ASSERT_EQ(store(REALTIME_SCAN_CONFIG, "RealtimeScanConfig", record).result, 1);
+        ASSERT_TRUE(read<NORVRealtimeScanConfig>(REALTIME_SCAN_CONFIG, "RealtimeScanConfig").serviceRunning);
+    }
+    /// The id of the only file in quarantine, once it is there.
+    std::string quarantined() const {
+        waitFor([this] { return get(SERVICE_STATUS).value<int>("Quarantined") == 1; });
+        const std::string list = service_.control({"quarantine", "list"}).output;
+        return list.substr(0, list.find(' '));
+    }
+
+    bool mounted_ = false;
+};
+
+TEST_F(RealtimeTest, ADroppedVirusIsBlockedPutAwayAndComesBackAsItWas) {
+    const std::filesystem::path dropped = service_.file("samples") / "incoming" / "eicar.com";
+    writeFile(dropped, testFile());
+    writeFile(service_.file("samples") / "clean.txt", "nothing\n");
+    ASSERT_EQ(::chmod(dropped.c_str(), 0640), 0);
+    ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING));
+
+    EXPECT_EQ(openElsewhere(service_.file("samples") / "clean.txt"), 0);
+    EXPECT_EQ(openElsewhere(dropped), EPERM);
+    const std::string id = quarantined();
+    ASSERT_EQ(id.size(), 32U) << id;
+    EXPECT_EQ(openElsewhere(dropped), ENOENT);
+
+    EXPECT_EQ(service_.control({"quarantine", "trust", id}).status, 0);
+    EXPECT_EQ(service_.control({"quarantine", "restore", id}).status, 0);
+    EXPECT_EQ(openElsewhere(dropped), 0) << "its content is trusted";
+    EXPECT_EQ(readFile(dropped), testFile());
+    struct stat status {};
+    ASSERT_EQ(::stat(dropped.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0640U);
+}
+
+TEST_F(RealtimeTest, AVirusThatIsWrittenIsPutAwayWithoutBeingOpenedAgain) {
+    ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::OUTGOING));
+    writeFile(service_.file("samples") / "outgoing.com", testFile());
+    EXPECT_EQ(quarantined().size(), 32U);
+    EXPECT_FALSE(std::filesystem::exists(service_.file("samples") / "outgoing.com"));
+}
+
+TEST_F(RealtimeTest, AKilledServiceFreezesNobody) {
+    writeFile(service_.file("samples") / "eicar.com", testFile());
+    ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING | NORVRealtimeScanConfig::OUTGOING));
+    service_.crash();
+    EXPECT_EQ(openElsewhere(service_.file("samples") / "eicar.com"), 0);
+    ASSERT_TRUE(service_.start());
+    EXPECT_TRUE(read<NORVRealtimeScanConfig>(REALTIME_SCAN_CONFIG, "RealtimeScanConfig").serviceRunning);
+    EXPECT_EQ(openElsewhere(service_.file("samples") / "eicar.com"), EPERM) << "watched again after the start";
+}
+
+}  // namespace
