@@ -156,6 +156,8 @@ TEST_F(BadInput, TextOutsideOfUnicodeDoesNotSpoilTheStoredSettings) {
 TEST_F(BadInput, ATextCannotEndTheAssignmentThatItStandsIn) {
     expectPage(post("id=scheduled_scan&mode=Save&E1=ON23&SelectedExt=%22;alert(1)//%5C&EnableKeenAct=1"),
                "ScheduledTime=\"\"\n" + ShownScanSettings{.files = "1", .extensions = "\\\";alert(1)//\\\\"}.text());
+    expectPage(post("id=scheduled_scan&mode=Save&E1=ON23&SelectedExt=exe%00com&EnableKeenAct=1"),
+               "ScheduledTime=\"\"\n" + ShownScanSettings{.files = "1", .extensions = "exe\0com"s}.text());
 }
 
 TEST_F(BadInput, AnActionListCannotCarryMarkUpIntoTheHiddenFields) {

@@ -31,6 +31,12 @@ void replaceAll(std::string& text, const std::string& name, const std::string& v
     text = std::move(result.append(text, copied));
 }
 
+std::string translated(const std::string& text) {
+    // The catalogue answers the empty text with its own header, and sees nothing behind a NUL byte.
+    if (text.empty() || text.find('\0') != std::string::npos) return text;
+    return gettext(text.c_str());
+}
+
 }  // namespace
 
 CPageWrapper::CPageWrapper(ContentType type) : contentType_(type) {
@@ -48,8 +54,7 @@ void CPageWrapper::addCookie(const std::string& name, const std::string& value) 
 }
 
 void CPageWrapper::addDStringItem(const std::string& name, const std::string& value) {
-    // The catalogue answers the empty text with its own header.
-    dstrings_.insert_or_assign(name, value.empty() ? std::string() : std::string(gettext(value.c_str())));
+    dstrings_.insert_or_assign(name, translated(value));
 }
 
 bool CPageWrapper::setDString(const std::string& strDStringFile) {
