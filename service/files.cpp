@@ -6,11 +6,22 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <system_error>
 
 namespace keldra {
 
 namespace {
+
+/// Of temporary files; the X are replaced.
+constexpr const char* TEMPORARY_SUFFIX = ".new-XXXXXX";
+constexpr std::chrono::hours UNFINISHED_AGE{1};
+
+bool isTemporaryName(std::string_view name) {
+    const std::string_view suffix = TEMPORARY_SUFFIX;
+    const std::string_view fixed = suffix.substr(0, suffix.find('X'));
+    return name.size() > suffix.size() && name.substr(name.size() - suffix.size()).starts_with(fixed);
+}
 
 bool writeAll(int descriptor, std::string_view content) {
     while (!content.empty()) {
@@ -71,7 +82,7 @@ void FileDescriptor::reset() {
 
 WriteResult writeFileAtomically(const std::filesystem::path& path, std::string_view content, mode_t mode,
                                 std::optional<std::int64_t> modified) {
-    std::string temporary = path.string() + ".XXXXXX";
+    std::string temporary = path.string() + TEMPORARY_SUFFIX;
     const FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
     if (!file) return {false, errno};
     setOwner(file.get(), path);
@@ -83,6 +94,19 @@ WriteResult writeFileAtomically(const std::filesystem::path& path, std::string_v
     // The new content stands already; a folder that cannot be synced is no reason to call it refused.
     syncFolderOf(path);
     return {true, 0};
+}
+
+void removeUnfinishedWrites(const std::filesystem::path& folder, std::string_view prefix) {
+    const auto oldest = std::filesystem::file_time_type::clock::now() - UNFINISHED_AGE;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        std::error_code unknown;
+        if (!isTemporaryName(name) || !name.starts_with(prefix)) continue;
+        const bool plain = std::filesystem::is_regular_file(entry->symlink_status(unknown));
+        if (plain && entry->last_write_time(unknown) < oldest && !unknown) ::unlink(entry->path().c_str());
+    }
 }
 
 std::optional<std::string> readFile(const std::filesystem::path& path, std::size_t limit, int& error) {

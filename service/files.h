@@ -45,6 +45,10 @@ struct WriteResult {
 WriteResult writeFileAtomically(const std::filesystem::path& path, std::string_view content, mode_t mode,
                                 std::optional<std::int64_t> modified = std::nullopt);
 
+/// Removes what crashes left of `writeFileAtomically` in a folder: its temporary files that are older than an hour, so
+/// that nothing that is just being written is touched. `prefix`: only files whose names begin so.
+void removeUnfinishedWrites(const std::filesystem::path& folder, std::string_view prefix = {});
+
 /// Reads a whole regular file of at most `limit` bytes. Nothing when it cannot be opened, is not a regular file or is
 /// longer; `error` then holds an errno (EFBIG when longer).
 std::optional<std::string> readFile(const std::filesystem::path& path, std::size_t limit, int& error);

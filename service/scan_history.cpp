@@ -60,6 +60,13 @@ ScanFind findFromText(const std::string& line) {
             json.text("type"), json.text("detail"),   json.flag("left")};
 }
 
+/// Reports of a scan that a kill ended before its first result was written.
+void removeOrphan(const std::filesystem::path& finds) {
+    std::filesystem::path status = finds;
+    std::error_code error;
+    if (!std::filesystem::exists(status.replace_extension(".json"), error) && !error) ::unlink(finds.c_str());
+}
+
 }  // namespace
 
 std::string scanKindName(ScanKind kind) { return KINDS.at(static_cast<std::size_t>(kind)); }
@@ -82,6 +89,7 @@ std::vector<ScanStatus> ScanHistory::readAll() const {
     std::error_code failed;
     for (std::filesystem::directory_iterator entry(folder_, failed), end; !failed && entry != end;
          entry.increment(failed)) {
+        if (entry->path().extension() == ".finds") removeOrphan(entry->path());
         if (entry->path().extension() != ".json") continue;
         int error = 0;
         const std::optional<std::string> text = readFile(entry->path(), LARGEST_STATUS, error);

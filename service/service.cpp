@@ -106,9 +106,25 @@ bool Service::makeFolders(std::string& error) const {
     return true;
 }
 
+/// What a kill left in the middle of a write or of unpacking an archive. A folder for unpacking that others may enter
+/// is not the one that was made here.
+void Service::removeLeftovers() const {
+    for (const auto& folder : {options_.state, options_.state / "history"}) removeUnfinishedWrites(folder);
+    removeUnfinishedWrites(options_.config.parent_path(), options_.config.filename().string());
+    const auto unpacking = options_.state / "tmp";
+    std::error_code error;
+    if (std::filesystem::symlink_status(unpacking, error).permissions() != std::filesystem::perms::owner_all) return;
+    for (std::filesystem::directory_iterator entry(unpacking, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::error_code ignored;
+        std::filesystem::remove_all(entry->path(), ignored);
+    }
+}
+
 bool Service::open(std::string& error) {
     raiseDescriptorLimit();
     if (!makeFolders(error) || !lockState(error) || !server_.listen(options_.socket, error)) return false;
+    removeLeftovers();
     configuration_.refresh();
     sessions_.load();
     if (!quarantine_.open()) NORV_LOG(NORV_LOG_ERROR, "The quarantine cannot be used; finds are not put away");

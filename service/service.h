@@ -74,6 +74,7 @@ private:
     std::vector<std::string> ownFolders() const;
     bool lockState(std::string& error);
     bool makeFolders(std::string& error) const;
+    void removeLeftovers() const;
     void makeParts();
     void loadSignatures();
     void prepareVar();

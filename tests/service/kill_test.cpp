@@ -193,6 +193,25 @@ TEST_F(UpdateKillTest, EndsWhatItStarted) {
     EXPECT_EQ(get(UPDATE_STATUS).value<int>("Running"), 0);
 }
 
+class LeftoverTest : public ServiceTest {};
+
+TEST_F(LeftoverTest, OfEarlierKillsAreRemovedAndNothingElse) {
+    const std::vector<fs::path> gone = {"state/tmp/unpacked/member", "state/sessions.new-a1B2c3",
+                                        "state/history/1_1.json.new-a1B2c3", "config.xml.new-a1B2c3",
+                                        "state/history/1_1.finds"};
+    const std::vector<fs::path> kept = {"config.xml.backup", "other.new-a1B2c3", "state/password.new-a1B2c3"};
+    for (const auto& files : {gone, kept})
+        for (const fs::path& file : files) writeFile(service_.file(file.string()), "left");
+    fs::permissions(service_.file("state") / "tmp", fs::perms::owner_all);
+    const auto longAgo = fs::file_time_type::clock::now() - std::chrono::hours(48);
+    for (const auto& files : {gone, kept})
+        for (const fs::path& file : files) fs::last_write_time(service_.file(file.string()), longAgo);
+    writeFile(service_.file(kept.back().string()), "just being written");
+    ASSERT_TRUE(service_.start());
+    for (const fs::path& file : gone) EXPECT_FALSE(fs::exists(service_.file(file.string()))) << file;
+    for (const fs::path& file : kept) EXPECT_TRUE(fs::exists(service_.file(file.string()))) << file;
+}
+
 class StopTest : public ServiceTest {};
 
 TEST_F(StopTest, WhileSignaturesAreLoadedIsNoCrash) {
