@@ -110,7 +110,7 @@ void planProxy(FreshclamPlan& plan, const NORVAUConfig& settings) {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGCHLD}) signal(number, SIG_DFL);
+    for (const int number : {SIGPIPE, SIGXFSZ, SIGHUP, SIGINT, SIGTERM, SIGCHLD}) signal(number, SIG_DFL);
     umask(027);
     execve(arguments[0], arguments, environment);
     _exit(127);

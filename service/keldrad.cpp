@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -111,6 +112,9 @@ int fail(const std::string& sentence) {
 int serve(CommandLine& line) {
     if (const std::string fault = resolveAccess(line); !fault.empty()) return fail(fault);
     completePaths(line);
+    // A log that nobody reads any more, or a file that may not grow, is a failed write and no reason to end.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     initLog("keldrad", LOG_FACILITY, NORV_LOG_INFO);
     keldra::Service service(line.service);
     std::string error;

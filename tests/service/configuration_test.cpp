@@ -3,6 +3,8 @@
 #include "norv/scan_config.h"
 #include "tests/service/service_test.h"
 
+#include <sys/resource.h>
+
 #include <atomic>
 #include <thread>
 #include <vector>
@@ -164,6 +166,24 @@ TEST_F(ConfigurationTest, ADocumentThatDoesNotParseIsReportedAndLeftAlone) {
     std::filesystem::copy_file(service_.file("config.xml.bak"), service_.file("config.xml"),
                                std::filesystem::copy_options::overwrite_existing);
     EXPECT_EQ(get(CONFIG_FILE_CHECK).result, 1) << "the backup brings it back without a restart";
+}
+
+TEST_F(ConfigurationTest, AFullDiskRefusesTheSaveAndKeepsWhatWasSaved) {
+    ASSERT_TRUE(service_.start());
+    ASSERT_EQ(setWorkers(3), 1);
+    const long before = stamp();
+    rlimit usual{};
+    const rlimit full{16, RLIM_INFINITY};
+    ASSERT_EQ(::prlimit(service_.pid(), RLIMIT_FSIZE, &full, &usual), 0) << "no file may grow beyond a few bytes";
+    EXPECT_EQ(setWorkers(4), 2);
+    EXPECT_EQ(manual().scanWorkers, 3U);
+    EXPECT_EQ(stamp(), before);
+    EXPECT_EQ(get(CONFIG_FILE_CHECK).result, 1);
+    ASSERT_EQ(::prlimit(service_.pid(), RLIMIT_FSIZE, &usual, nullptr), 0);
+    EXPECT_EQ(setWorkers(5), 1) << "room again";
+    service_.crash();
+    ASSERT_TRUE(service_.start());
+    EXPECT_EQ(manual().scanWorkers, 5U);
 }
 
 TEST_F(ConfigurationTest, ABackupThatCannotBeWrittenIsToldWithTheSave) {
