@@ -13,20 +13,25 @@ namespace {
 
 using enum IPCMessage::Operation;
 using enum Needs;
+using enum Runs;
 
 constexpr std::array COMMANDS{
-    Command{IPCMessage::CONFIG_FILE_CHECK, GET, CONFIGURATION, "check configuration", handlers::checkConfiguration},
-    Command{IPCMessage::CONFIG_FILE_STATE, GET, CONFIGURATION, "get configuration", handlers::getConfiguration},
-    Command{IPCMessage::REALTIME_SCAN_CONFIG, GET, CONFIGURATION, "get real-time scan", handlers::getRealtimeScan},
+    Command{IPCMessage::CONFIG_FILE_CHECK, GET, CONFIGURATION, "check configuration", handlers::checkConfiguration,
+            AT_ONCE},
+    Command{IPCMessage::CONFIG_FILE_STATE, GET, CONFIGURATION, "get configuration", handlers::getConfiguration,
+            AT_ONCE},
+    Command{IPCMessage::REALTIME_SCAN_CONFIG, GET, CONFIGURATION, "get real-time scan", handlers::getRealtimeScan,
+            AT_ONCE},
     Command{IPCMessage::REALTIME_SCAN_CONFIG, SET, CONFIGURATION, "set real-time scan", handlers::setRealtimeScan},
-    Command{IPCMessage::MANUAL_SCAN_CONFIG, GET, CONFIGURATION, "get manual scan", handlers::getManualScan},
+    Command{IPCMessage::MANUAL_SCAN_CONFIG, GET, CONFIGURATION, "get manual scan", handlers::getManualScan, AT_ONCE},
     Command{IPCMessage::MANUAL_SCAN_CONFIG, SET, CONFIGURATION, "set manual scan", handlers::setManualScan},
-    Command{IPCMessage::SCHEDULED_SCAN_CONFIG, GET, CONFIGURATION, "get scheduled scan", handlers::getScheduledScan},
+    Command{IPCMessage::SCHEDULED_SCAN_CONFIG, GET, CONFIGURATION, "get scheduled scan", handlers::getScheduledScan,
+            AT_ONCE},
     Command{IPCMessage::SCHEDULED_SCAN_CONFIG, SET, CONFIGURATION, "set scheduled scan", handlers::setScheduledScan},
-    Command{IPCMessage::MANUAL_SCAN_STATUS, GET, NOTHING, "get scan status", handlers::getScanStatus},
-    Command{IPCMessage::VIRUS_TYPES, GET, NOTHING, "get virus types", handlers::getVirusTypes},
+    Command{IPCMessage::MANUAL_SCAN_STATUS, GET, NOTHING, "get scan status", handlers::getScanStatus, AT_ONCE},
+    Command{IPCMessage::VIRUS_TYPES, GET, NOTHING, "get virus types", handlers::getVirusTypes, AT_ONCE},
     Command{IPCMessage::SCHEDULED_UPDATE_CONFIG, GET, CONFIGURATION, "get scheduled update",
-            handlers::getScheduledUpdate},
+            handlers::getScheduledUpdate, AT_ONCE},
     Command{IPCMessage::SCHEDULED_UPDATE_CONFIG, SET, CONFIGURATION, "set scheduled update",
             handlers::setScheduledUpdate},
     Command{IPCMessage::MANUAL_UPDATE, START, CONFIGURATION, "start update", handlers::startManualUpdate},
@@ -34,7 +39,7 @@ constexpr std::array COMMANDS{
     Command{IPCMessage::MANUAL_SCAN, STOP, NOTHING, "stop manual scan", handlers::stopScan},
     Command{IPCMessage::PASSWORD_LOGON, SESSION, NOTHING, "log on", handlers::logOn},
     Command{IPCMessage::SESSION_LOGOFF, SESSION, NOTHING, "log off", handlers::logOff},
-    Command{IPCMessage::SESSION_CHECK, SESSION, NOTHING, "check session", handlers::checkSession},
+    Command{IPCMessage::SESSION_CHECK, SESSION, NOTHING, "check session", handlers::checkSession, AT_ONCE},
     Command{IPCMessage::SERVICE_STATUS, GET, NOTHING, "get status", handlers::getServiceStatus},
     Command{IPCMessage::PATH_SCAN, START, NOTHING, "start path scan", handlers::startPathScan},
     Command{IPCMessage::PATH_SCAN, STOP, NOTHING, "stop path scan", handlers::stopScan},
@@ -49,7 +54,7 @@ constexpr std::array COMMANDS{
     Command{IPCMessage::QUARANTINE_TRUST, STOP, NOTHING, "distrust", handlers::distrust},
     Command{IPCMessage::FOLDER_LIST, GET, NOTHING, "list folders", handlers::listFolders},
     Command{IPCMessage::EXCLUDE_PREVIEW, GET, NOTHING, "preview excludes", handlers::previewExcludes},
-    Command{IPCMessage::UPDATE_STATUS, GET, NOTHING, "get update status", handlers::getUpdateStatus},
+    Command{IPCMessage::UPDATE_STATUS, GET, NOTHING, "get update status", handlers::getUpdateStatus, AT_ONCE},
 };
 
 const Command* findCommand(const IPCMessage& request) {
@@ -73,6 +78,11 @@ void keepMessageOnly(IPCMessage& reply) {
 }  // namespace
 
 std::span<const Command> commandTable() { return COMMANDS; }
+
+bool answersAtOnce(const IPCMessage& request) {
+    const Command* const command = findCommand(request);
+    return command && command->runs == AT_ONCE;
+}
 
 IPCMessage answer(Service& service, const IPCMessage& request) {
     IPCMessage reply;

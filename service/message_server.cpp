@@ -51,14 +51,15 @@ std::string clearPath(const std::filesystem::path& socket) {
 
 class MessageServer::Impl : public std::enable_shared_from_this<MessageServer::Impl> {
 public:
-    Impl(asio::io_context& io, ServerAccess access, ServerLimits limits, Answer answer)
+    Impl(asio::io_context& io, ServerAccess access, const ServerLimits& limits, Answer answer, Quick quick)
         : io_(io),
           acceptor_(io),
           pause_(io),
           pool_(std::max(1U, limits.threads)),
           access_(std::move(access)),
           limits_(limits),
-          answer_(std::move(answer)) {}
+          answer_(std::move(answer)),
+          quick_(std::move(quick)) {}
 
     bool listen(const std::filesystem::path& socket, std::string& error);
     void accept();
@@ -85,6 +86,7 @@ private:
     const ServerAccess access_;
     const ServerLimits limits_;
     const Answer answer_;
+    const Quick quick_;
     std::filesystem::path path_;
     std::set<ConnectionPtr> connections_;
     std::size_t buffered_ = 0;
@@ -92,7 +94,7 @@ private:
     unsigned complaints_ = 0;
 };
 
-/// One client. All of it runs on the thread of the io_context, but for the handler.
+/// One client. All of it runs on the thread of the io_context, but for handlers that take their time.
 class MessageServer::Impl::Connection : public std::enable_shared_from_this<Connection> {
 public:
     Connection(Impl& server, stream_protocol::socket socket)
@@ -205,6 +207,7 @@ void MessageServer::Impl::Connection::handle() {
     if (!decodeMessage(body_, request)) return refuse("what came is not a message, bytes", body_.size());
     std::string().swap(body_);
     shrink();
+    if (server_.quick_ && server_.quick_(request)) return send(server_.answerTo(request));
     timer_.cancel();
     handling_ = true;
     asio::post(server_.pool_,
@@ -349,8 +352,9 @@ void MessageServer::Impl::stop() {
     pool_.join();
 }
 
-MessageServer::MessageServer(asio::io_context& io, ServerAccess access, ServerLimits limits, Answer answer)
-    : impl_(std::make_shared<Impl>(io, std::move(access), limits, std::move(answer))) {}
+MessageServer::MessageServer(asio::io_context& io, ServerAccess access, const ServerLimits& limits, Answer answer,
+                             Quick quick)
+    : impl_(std::make_shared<Impl>(io, std::move(access), limits, std::move(answer), std::move(quick))) {}
 
 MessageServer::~MessageServer() {
     try {

@@ -34,12 +34,16 @@ struct ServerAccess {
 };
 
 /// Answers requests on a Unix stream socket (0660). What is malformed costs the connection it came on. Handlers run on
-/// threads of their own, so a slow one delays its own connection only.
+/// threads of their own, so a slow one delays its own connection only; those that are quick run where they are
+/// received.
 class MessageServer {
 public:
     using Answer = std::function<IPCMessage(const IPCMessage& request)>;
+    using Quick = std::function<bool(const IPCMessage& request)>;
 
-    MessageServer(asio::io_context& io, ServerAccess access, ServerLimits limits, Answer answer);
+    /// `quick` tells the requests that `answer` answers without waiting for anything; empty: none.
+    MessageServer(asio::io_context& io, ServerAccess access, const ServerLimits& limits, Answer answer,
+                  Quick quick = {});
     ~MessageServer();
     MessageServer(const MessageServer&) = delete;
     MessageServer& operator=(const MessageServer&) = delete;

@@ -59,8 +59,9 @@ Service::Service(ServiceOptions options, const Clock& clock)
       logonGuard_(clock),
       quarantine_(options_.state / "quarantine", options_.state / "trusted"),
       actions_(quarantine_),
-      server_(io_, options_.access, options_.serverLimits,
-              [this](const IPCMessage& request) { return answer(*this, request); }) {}
+      server_(
+          io_, options_.access, options_.serverLimits,
+          [this](const IPCMessage& request) { return answer(*this, request); }, answersAtOnce) {}
 
 Service::~Service() {
     try {
