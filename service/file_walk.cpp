@@ -94,9 +94,11 @@ private:
 };
 
 Walk::Walk(const WalkPlan& plan, Visitor& visitor, std::stop_token stop)
-    : plan_(plan), visitor_(visitor), stop_(std::move(stop)) {
-    roots_ = outermost(plan.roots);
-    excludePaths_ = normalPaths(plan.excludeFolders);
+    : plan_(plan),
+      visitor_(visitor),
+      stop_(std::move(stop)),
+      roots_(outermost(plan.roots)),
+      excludePaths_(normalPaths(plan.excludeFolders)) {
     for (const std::string& path : excludePaths_) {
         struct stat status {};
         if (::stat(path.c_str(), &status) == 0) excludeIdentities_.emplace(status.st_dev, status.st_ino);

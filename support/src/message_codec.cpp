@@ -97,34 +97,36 @@ std::size_t payloadSize(const IPCMessage& message) {
 
 }  // namespace
 
-bool encodeMessage(const IPCMessage& message, std::string& payload) noexcept try {
-    if (payloadSize(message) > MAX_FRAME_PAYLOAD) return false;
-    std::ostringstream out;
-    {
-        cereal::PortableBinaryOutputArchive archive(out, cereal::PortableBinaryOutputArchive::Options::LittleEndian());
-        archive(std::make_unique<IPCMessage>(message));
+bool encodeMessage(const IPCMessage& message, std::string& payload) noexcept {
+    try {
+        if (payloadSize(message) > MAX_FRAME_PAYLOAD) return false;
+        std::ostringstream out;
+        const auto options = cereal::PortableBinaryOutputArchive::Options::LittleEndian();
+        cereal::PortableBinaryOutputArchive(out, options)(std::make_unique<IPCMessage>(message));
+        payload = std::move(out).str();
+        return true;
+    } catch (...) {
+        return false;
     }
-    payload = std::move(out).str();
-    return true;
-} catch (...) {
-    return false;
 }
 
-bool decodeMessage(std::span<const char> payload, IPCMessage& message) noexcept try {
-    if (payload.size() > MAX_FRAME_PAYLOAD || !PayloadWalk(payload).isMessage()) return false;
-    SpanBuffer buffer(payload);
-    std::istream in(&buffer);
-    cereal::PortableBinaryInputArchive archive(in);
-    std::unique_ptr<IPCMessage> read;
-    archive(read);
-    if (!read) return false;
-    message.operation = read->operation;
-    message.commandID = read->commandID;
-    message.result = read->result;
-    message.params.swap(read->params);
-    return true;
-} catch (...) {
-    return false;
+bool decodeMessage(std::span<const char> payload, IPCMessage& message) noexcept {
+    try {
+        if (payload.size() > MAX_FRAME_PAYLOAD || !PayloadWalk(payload).isMessage()) return false;
+        SpanBuffer buffer(payload);
+        std::istream in(&buffer);
+        cereal::PortableBinaryInputArchive archive(in);
+        std::unique_ptr<IPCMessage> read;
+        archive(read);
+        if (!read) return false;
+        message.operation = read->operation;
+        message.commandID = read->commandID;
+        message.result = read->result;
+        message.params.swap(read->params);
+        return true;
+    } catch (...) {
+        return false;
+    }
 }
 
 std::string frameHeader(std::size_t size) {

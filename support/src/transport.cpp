@@ -151,15 +151,17 @@ bool exchangeMessages(const IPCMessage& request, IPCMessage& reply, Clock::time_
 
 }  // namespace
 
-bool sendMessage(const IPCMessage& request, IPCMessage& reply, unsigned int timeout) noexcept try {
-    const int32_t command = request.commandID;
-    const bool done = exchangeMessages(request, reply, Clock::now() + std::chrono::seconds(timeout));
-    if (!done) NORV_TRACE("no reply from %s to command %d", socketPath().c_str(), command);
-    return done;
-} catch (...) {
-    reply.operation = IPCMessage::GET;
-    reply.commandID = 0;
-    reply.result = IPCMessage::RESULT_NONE;
-    reply.params.clear();
-    return false;
+bool sendMessage(const IPCMessage& request, IPCMessage& reply, unsigned int timeout) noexcept {
+    try {
+        const int32_t command = request.commandID;
+        const bool done = exchangeMessages(request, reply, Clock::now() + std::chrono::seconds(timeout));
+        if (!done) NORV_TRACE("no reply from %s to command %d", socketPath().c_str(), command);
+        return done;
+    } catch (...) {
+        reply.operation = IPCMessage::GET;
+        reply.commandID = 0;
+        reply.result = IPCMessage::RESULT_NONE;
+        reply.params.clear();
+        return false;
+    }
 }

@@ -103,6 +103,7 @@ bool savesWithoutPost(const CQSControl& request, std::string_view mode) {
 /// The page for a configuration that could not be read, by what the request's id contains; for any other id nothing is
 /// written.
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the log shows the signature
+// cppcheck-suppress passedByValue
 void OutputConfigFileFormatError(std::string sType) {
     NORV_TRACE("ENTER sType=%s", sType.c_str());
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
