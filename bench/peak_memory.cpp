@@ -3,8 +3,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <fcntl.h>
+#include <cstdio>
 
 int main(int argc, char** argv) {
     if (argc < 2) {
