@@ -3,7 +3,7 @@ BUILD := build
 JOBS ?= $(shell nproc)
 CONSOLE := $(BUILD)/release/console
 
-.PHONY: help run build test unit program service browser check format sanitize fuzz bench package clean
+.PHONY: help run build pictures test unit program service browser check format sanitize fuzz bench package clean
 
 help:
 	@echo "make run       build, start the console on http://127.0.0.1:8080 with sample files, print its log-on"
@@ -14,6 +14,7 @@ help:
 	@echo "make fuzz      each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make bench     the figures of docs/performance.md, measured here"
 	@echo "make package   the .deb in build/package"
+	@echo "make pictures  the pictures of README and docs, by the browser tests"
 
 run: build
 	@scripts/run-console
@@ -67,6 +68,11 @@ bench:
 
 package: build
 	@scripts/package $(BUILD)/release $(BUILD)/package
+
+# The pictures of README and docs, taken by the browser tests.
+pictures: build
+	@scripts/setup test
+	@scripts/make-pictures
 
 clean:
 	@rm -rf $(BUILD)/release $(BUILD)/debug $(BUILD)/clang $(BUILD)/sanitize $(BUILD)/fuzz $(BUILD)/package
