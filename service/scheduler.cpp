@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cinttypes>
 #include <ctime>
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -49,6 +50,16 @@ std::string textOf(const rapidjson::Value& object, const char* name) {
     const auto member = object.FindMember(name);
     if (member == object.MemberEnd() || !member->value.IsString()) return {};
     return {member->value.GetString(), member->value.GetStringLength()};
+}
+
+/// The schedules outlive a start that goes wrong, such as for want of memory or threads.
+bool startSafely(const std::function<bool()>& starter) {
+    try {
+        return starter && starter();
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "A scheduled start failed: %s", error.what());
+        return false;
+    }
 }
 
 }  // namespace
@@ -153,7 +164,7 @@ void Scheduler::runDue(Track& track, const Starter& starter, const char* what) {
         track.considered = now;
         save();  // before the start: a crash in it must not start it over and over
     }
-    const bool started = starter && starter();
+    const bool started = startSafely(starter);
     if (!started) NORV_LOG(NORV_LOG_WARNING, "The scheduled %s was skipped: it could not be started", what);
     const std::lock_guard lock(mutex_);
     if (started) track.started = clock_.now();

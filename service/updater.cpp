@@ -106,13 +106,14 @@ bool Updater::begin(Request request) {
     if (status_.running) return !request.id.empty() && status_.requestId == request.id && caller_ == request.caller;
     if (thread_.joinable()) thread_.join();  // it has finished its work
     status_ = {};
-    status_.running = true;
     status_.scheduled = request.id.empty();
     status_.requestId = request.id;
     status_.started = clock_.now();
     caller_ = request.caller;
     if (!request.id.empty()) progress_.write(request.id, "0");
     thread_ = std::thread([this, request = std::move(request)] { execute(request); });
+    // Not before the thread exists, or a start that fails would stand in the way of all others; it waits for the lock.
+    status_.running = true;
     return true;
 }
 

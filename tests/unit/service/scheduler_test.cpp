@@ -9,6 +9,7 @@
 #include <ctime>
 #include <future>
 #include <memory>
+#include <stdexcept>
 
 using namespace keldra;
 
@@ -39,6 +40,7 @@ protected:
         scheduler_.reset();
         const auto starter = [this](int& count) {
             return [this, &count] {
+                if (fail_) throw std::runtime_error("no more threads");
                 count += accept_ ? 1 : 0;
                 return accept_;
             };
@@ -58,6 +60,7 @@ protected:
     TestClock clock_;
     ScheduleSettings settings_;
     bool accept_ = true;
+    bool fail_ = false;
     uint32_t random_ = 0;
     int scans_ = 0;
     int updates_ = 0;
@@ -127,6 +130,16 @@ TEST_F(SchedulerTest, ARunThatCannotStartIsSkippedAndNotRetriedAllDay) {
     EXPECT_EQ(scans_, 0);
     EXPECT_EQ(scheduler_->lastScan(), 0);
     EXPECT_EQ(scheduler_->nextScan(), MIDNIGHT + DAY + 3 * HOUR);
+}
+
+TEST_F(SchedulerTest, AStartThatFailsBadlyEndsNeitherTheServiceNorTheSchedule) {
+    boot();
+    fail_ = true;
+    at(MIDNIGHT + 3 * HOUR);
+    fail_ = false;
+    EXPECT_EQ(scheduler_->lastScan(), 0);
+    at(MIDNIGHT + DAY + 3 * HOUR);
+    EXPECT_EQ(scans_, 1);
 }
 
 TEST_F(SchedulerTest, AClockThatIsSetBackALittleDoesNotRunTwice) {
