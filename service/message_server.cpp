@@ -210,13 +210,12 @@ void MessageServer::Impl::Connection::handle() {
     if (server_.quick_ && server_.quick_(request)) return send(server_.answerTo(request));
     timer_.cancel();
     handling_ = true;
-    asio::post(server_.pool_,
-               [self = shared_from_this(), server = server_.shared_from_this(), request = std::move(request)] {
-                   asio::post(server->io_, [self, payload = server->answerTo(request)] {
-                       self->handling_ = false;
-                       if (!self->closed_) self->send(payload);
-                   });
-               });
+    asio::post(server_.pool_, [self = shared_from_this(), server = server_.shared_from_this(), request] {
+        asio::post(server->io_, [self, payload = server->answerTo(request)] {
+            self->handling_ = false;
+            if (!self->closed_) self->send(payload);
+        });
+    });
 }
 
 void MessageServer::Impl::Connection::send(const std::string& payload) {

@@ -102,9 +102,9 @@ bool savesWithoutPost(const CQSControl& request, std::string_view mode) {
 
 /// The page for a configuration that could not be read, by what the request's id contains; for any other id nothing is
 /// written.
-// NOLINTNEXTLINE(performance-unnecessary-value-param): the log shows the signature
+/// By value, since the log shows the signature.
 // cppcheck-suppress passedByValue
-void OutputConfigFileFormatError(std::string sType) {
+void OutputConfigFileFormatError(std::string sType) {  // NOLINT(performance-unnecessary-value-param)
     NORV_TRACE("ENTER sType=%s", sType.c_str());
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
     for (const ConfigErrorPage& entry : CONFIG_ERROR_PAGES) {

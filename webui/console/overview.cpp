@@ -113,7 +113,7 @@ void writeUpdate(JsonWriter& json, const IPCMessage& status, const IPCMessage& u
     json.StartObject();
     writeFlag(json, "running", update.value<int>("Running") != 0);
     writeMember(json, "id", update.value<std::string>("RequestID"));
-    writeNumber(json, "progress", update.value<int>("Progress") * 10);
+    writeNumber(json, "progress", update.value<std::int64_t>("Progress") * 10);
     writeNumber(json, "next", status, "NextUpdate");
     json.EndObject();
 }
