@@ -211,7 +211,7 @@ void MessageServer::Impl::Connection::handle() {
     timer_.cancel();
     handling_ = true;
     asio::post(server_.pool_, [self = shared_from_this(), server = server_.shared_from_this(), request] {
-        asio::post(server->io_, [self, payload = server->answerTo(request)] {
+        asio::post(server->io_, [self = self, payload = server->answerTo(request)] {
             self->handling_ = false;
             if (!self->closed_) self->send(payload);
         });
