@@ -25,27 +25,6 @@ protected:
     const std::string defaults = "Virus-5-4,Trojan-4-1,Joke-4-1";
 };
 
-TEST_F(ScanPage, EveryStoredSettingIsShown) {
-    NORVManualScanConfig record;
-    record.includeExtList = "exe";
-    record.includeHVExtList = record.backupBeforeClean = record.scanCompressed = true;
-    record.compressionLayer = 3;
-    record.compressFileSizeLimit = 4294967295;
-    SetScanConfigVars(page, record);
-    for (const auto& [marker, expected] : std::vector<std::pair<std::string, std::string>>{
-             {"ScanOptionIncludeExtList=0", "ScanOptionIncludeExtList=1"},
-             {"ScanOptionIncludeExtListString=\"\"", "ScanOptionIncludeExtListString=\"exe\""},
-             {"bScanOptionIncludeHVExtList=false", "bScanOptionIncludeHVExtList=true"},
-             {"bScanOptionBackupFilesBeforeClean=false", "bScanOptionBackupFilesBeforeClean=true"},
-             {"bScanOptionScanCompressed=false", "bScanOptionScanCompressed=true"},
-             {"iScanOptionCompressionLayer=0", "iScanOptionCompressionLayer=2"},
-             {"sScanOptionCompressFileSize=\"\"", "sScanOptionCompressFileSize=\"4294967295\""},
-             {ACTION_MARKER, inputs("1", "0", "Universe-5-4," + defaults)},
-         }) {
-        EXPECT_EQ(shown(marker), expected);
-    }
-}
-
 TEST_F(ScanPage, WhatIsSwitchedOffLeavesTheTemplateAlone) {
     SetScanConfigVars(page, NORVManualScanConfig());
     for (const char* name :
@@ -100,18 +79,6 @@ TEST_F(ScanPage, ActionsAreShownForTheTypesThatTheServiceKnows) {
         GetKeenAction(page, record);
         EXPECT_EQ(shown(ACTION_MARKER), row.expected) << row.types << " " << row.custom;
     }
-}
-
-TEST_F(ScanPage, ActionsComeBackTheSameFromTheForm) {
-    std::string text = "Virus-0-1,Joke-2-3,Other-4-0,x67890";
-    const std::string stored = "Virus-0-1,Joke-2-3,Other-4";
-    std::string shownText = stored;
-    ConfigToUI(shownText);
-    EXPECT_EQ(shownText, "Virus-1-3,Joke-4-5,Other-2");
-    UIToConfig(shownText);
-    EXPECT_EQ(shownText, stored);
-    UIToConfig(text);
-    EXPECT_EQ(text, "Virus-0-0,Joke-4-1,Other-2-0,x67890");
 }
 
 TEST_F(ScanPage, QuotesInActionsAreEscaped) {
