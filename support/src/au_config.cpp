@@ -86,21 +86,25 @@ NORVAUConfig::NORVAUConfig(const NORVConfig& config) : scheduled(config), manual
     VISIT_SETTINGS(*this, ConfigReader(config, CATEGORY));
 }
 
-std::ostream& operator<<(std::ostream& out, const NORVManualAUConfig& record) {
-    return writeRecord(out, MANUAL, record, VISIT_MANUAL);
+std::string recordText(const NORVManualAUConfig& record) { return writeRecord(MANUAL, record, VISIT_MANUAL); }
+
+std::ostream& operator<<(std::ostream& out, const NORVManualAUConfig& record) { return out << recordText(record); }
+
+bool parseRecord(std::string_view text, NORVManualAUConfig& record) {
+    return readRecord(text, MANUAL, record, VISIT_MANUAL);
 }
 
-std::istream& operator>>(std::istream& in, NORVManualAUConfig& record) {
-    return readRecord(in, MANUAL, record, VISIT_MANUAL);
+std::istream& operator>>(std::istream& in, NORVManualAUConfig& record) { return extractRecord(in, record); }
+
+std::string recordText(const NORVScheduledAUConfig& record) { return writeRecord(SCHEDULED, record, VISIT_SCHEDULED); }
+
+std::ostream& operator<<(std::ostream& out, const NORVScheduledAUConfig& record) { return out << recordText(record); }
+
+bool parseRecord(std::string_view text, NORVScheduledAUConfig& record) {
+    return readRecord(text, SCHEDULED, record, VISIT_SCHEDULED);
 }
 
-std::ostream& operator<<(std::ostream& out, const NORVScheduledAUConfig& record) {
-    return writeRecord(out, SCHEDULED, record, VISIT_SCHEDULED);
-}
-
-std::istream& operator>>(std::istream& in, NORVScheduledAUConfig& record) {
-    return readRecord(in, SCHEDULED, record, VISIT_SCHEDULED);
-}
+std::istream& operator>>(std::istream& in, NORVScheduledAUConfig& record) { return extractRecord(in, record); }
 
 void storeRecord(NORVConfig& config, const NORVManualAUConfig& record) {
     VISIT_MANUAL_SETTINGS(record, ConfigWriter(config, CATEGORY));

@@ -7,11 +7,9 @@
 #include <nettle/memops.h>
 #include <nettle/siv-cmac.h>
 #include <strings.h>
-#include <sys/random.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -107,32 +105,6 @@ std::optional<std::vector<unsigned char>> base64Decode(std::string_view text) {
 }
 
 }  // namespace
-
-bool getRandomBytes(unsigned long count, std::vector<unsigned char>& bytes) {
-    bytes.assign(count, 0);
-    std::size_t filled = 0;
-    while (filled < count) {
-        const ssize_t got = ::getrandom(bytes.data() + filled, count - filled, 0);
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) {
-            bytes.clear();
-            return false;
-        }
-        filled += static_cast<std::size_t>(got);
-    }
-    return true;
-}
-
-std::string bin2hex(const std::vector<unsigned char>& bytes) {
-    static constexpr std::string_view DIGITS = "0123456789abcdef";
-    std::string text;
-    text.reserve(bytes.size() * 2);
-    for (const unsigned char byte : bytes) {
-        text += DIGITS[byte >> 4U];
-        text += DIGITS[byte & 15U];
-    }
-    return text;
-}
 
 int dm_encryptString(const char* text, char* out, std::size_t size) {
     Key key{};

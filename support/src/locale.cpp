@@ -13,6 +13,7 @@
 #include <mutex>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -134,7 +135,6 @@ std::optional<std::string> match(const Wish& wish, const std::vector<std::string
 }
 
 std::string chooseLocale(const std::string& wanted, const std::string& header) {
-    if (wanted.empty() && header.empty()) return FALLBACK;
     const std::vector<std::string> installed = installedLocales();
     if (!wanted.empty()) {
         return std::find(installed.begin(), installed.end(), wanted) == installed.end() ? FALLBACK : wanted;
@@ -150,6 +150,28 @@ std::string workingFolder() {
     return folder ? folder.get() : "";
 }
 
+/// What the catalogue folders of a language may be called: "de_DE" and "de" for "de-DE".
+std::pair<std::string, std::string> catalogueNames(std::string language) {
+    std::replace(language.begin(), language.end(), '-', '_');
+    std::string primary = language.substr(0, language.find('_'));
+    return {std::move(language), std::move(primary)};
+}
+
+/// The absolute path of the folder of catalogues; nothing when it has none for that language. (gettext asks for the
+/// working folder at every text when the path is relative.)
+std::optional<std::string> catalogueFolder(const std::string& language) {
+    std::string folder = environment("KELDRA_LOCALE_DIR");
+    if (folder.empty()) folder = "../locale";
+    if (folder.front() != '/') folder.insert(0, workingFolder() + "/");
+    const auto [region, primary] = catalogueNames(language);
+    for (const std::string& name : {region, primary}) {
+        std::string file = folder;
+        file.append("/").append(name).append("/LC_MESSAGES/").append(DOMAIN).append(".mo");
+        if (::access(file.c_str(), R_OK) == 0) return folder;
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::string get_norv_locale() {
@@ -158,6 +180,7 @@ std::string get_norv_locale() {
     static std::string known;
     const std::string wanted = environment("KELDRA_LOCALE");
     const std::string header = environment("HTTP_ACCEPT_LANGUAGE");
+    if (wanted.empty() && header.empty()) return FALLBACK;
     const std::string key = wanted + '\n' + header + '\n' + workingFolder();
     const std::lock_guard lock(mutex);
     if (knownFor != key) {
@@ -168,16 +191,17 @@ std::string get_norv_locale() {
 }
 
 void set_norv_locale() {
-    // Pattern matching without regard to case would follow the language otherwise: in Turkish "I" is no capital "i",
-    // and "<SCRIPT" would pass the request filter.
-    std::setlocale(LC_CTYPE, "C.UTF-8");
+    const std::string language = get_norv_locale();
+    const std::optional<std::string> folder = catalogueFolder(language);
+    // Without a catalogue the texts stand for themselves, and gettext need not be set up.
+    if (!folder) {
+        std::setlocale(LC_MESSAGES, "C");
+        return;
+    }
     // C.UTF-8 is there on every host; the language itself is told to gettext by LANGUAGE, whether generated or not.
-    std::string language = get_norv_locale();
-    std::replace(language.begin(), language.end(), '-', '_');
-    const std::string list = language + ":" + language.substr(0, language.find('_'));
-    ::setenv("LANGUAGE", list.c_str(), 1);
+    const auto [region, primary] = catalogueNames(language);
+    ::setenv("LANGUAGE", (region + ":" + primary).c_str(), 1);
     std::setlocale(LC_MESSAGES, "C.UTF-8");
-    const std::string folder = environment("KELDRA_LOCALE_DIR");
-    ::bindtextdomain(DOMAIN, folder.empty() ? "../locale" : folder.c_str());
+    ::bindtextdomain(DOMAIN, folder->c_str());
     ::bind_textdomain_codeset(DOMAIN, "UTF-8");
 }

@@ -1,91 +1,22 @@
 #include "norv/message_codec.h"
 
-#include <cereal/archives/portable_binary.hpp>
-#include <cereal/types/map.hpp>
-#include <cereal/types/memory.hpp>
-#include <cereal/types/polymorphic.hpp>
-#include <cereal/types/string.hpp>
-
-#include <algorithm>
 #include <array>
-#include <cstring>
-#include <memory>
-#include <sstream>
-#include <streambuf>
+#include <concepts>
+#include <type_traits>
 #include <utility>
 
-// What goes over the wire, in this order; cereal finds these by the types' namespace.
-
-template <typename Archive>
-static void serialize(Archive& archive, IPCMessage::IPCParameter& parameter) {
-    archive(parameter.value, parameter.type);
-}
-
-template <typename Archive>
-static void serialize(Archive& archive, IPCMessage& message) {
-    archive(message.operation, message.commandID, message.result, message.params);
-}
+// The bytes are those of a portable binary archive of cereal 1.3 that holds a std::unique_ptr<IPCMessage>. They are
+// written here and not by cereal, because its headers set up the standard streams in every process that links them,
+// which costs a page more than all of its messages do. A test holds the two together.
 
 namespace {
 
 /// In front of every message: little-endian, the declared type itself (cereal's id for it), not null.
-constexpr std::array<char, 6> PREFIX = {1, 0, 0, 0, 0x40, 1};
+constexpr std::string_view PREFIX("\1\0\0\0\x40\1", 6);
 constexpr std::size_t NUMBERS_SIZE = 3 * sizeof(int32_t);
 constexpr std::size_t COUNT_SIZE = sizeof(uint64_t);
 /// Name, value and type tag each have a length.
 constexpr std::size_t TEXTS_PER_PARAMETER = 3;
-
-/// Bytes in memory as a stream to read from, without a copy.
-class SpanBuffer : public std::streambuf {
-public:
-    explicit SpanBuffer(std::span<const char> bytes) {
-        char* const begin =
-            const_cast<char*>(bytes.data());  // NOLINT(cppcoreguidelines-pro-type-const-cast): read only
-        setg(begin, begin, begin + bytes.size());
-    }
-};
-
-/// Walks over a payload and says whether every length in it fits, before anything is allocated by such a length.
-class PayloadWalk {
-public:
-    explicit PayloadWalk(std::span<const char> payload) : rest_(payload) {}
-
-    bool isMessage() {
-        uint64_t count = 0;
-        if (!skipPrefix() || !skip(NUMBERS_SIZE) || !takeCount(count)) return false;
-        if (count > rest_.size() / (TEXTS_PER_PARAMETER * COUNT_SIZE)) return false;
-        for (uint64_t i = 0; i < count * TEXTS_PER_PARAMETER; ++i) {
-            if (!skipText()) return false;
-        }
-        return rest_.empty();
-    }
-
-private:
-    bool skip(uint64_t count) {
-        if (count > rest_.size()) return false;
-        rest_ = rest_.subspan(static_cast<std::size_t>(count));
-        return true;
-    }
-
-    bool skipPrefix() {
-        return rest_.size() >= PREFIX.size() && std::equal(PREFIX.begin(), PREFIX.end(), rest_.begin()) &&
-               skip(PREFIX.size());
-    }
-
-    bool takeCount(uint64_t& count) {
-        if (rest_.size() < COUNT_SIZE) return false;
-        count = 0;
-        for (std::size_t i = COUNT_SIZE; i-- > 0;) count = count << 8U | static_cast<unsigned char>(rest_[i]);
-        return skip(COUNT_SIZE);
-    }
-
-    bool skipText() {
-        uint64_t length = 0;
-        return takeCount(length) && skip(length);
-    }
-
-    std::span<const char> rest_;
-};
 
 std::size_t payloadSize(const IPCMessage& message) {
     std::size_t size = PREFIX.size() + NUMBERS_SIZE + COUNT_SIZE;
@@ -95,15 +26,83 @@ std::size_t payloadSize(const IPCMessage& message) {
     return size;
 }
 
+template <std::integral Number>
+void append(std::string& payload, Number number) {
+    const auto bits = static_cast<std::make_unsigned_t<Number>>(number);
+    for (unsigned shift = 0; shift < 8 * sizeof(Number); shift += 8)
+        payload += static_cast<char>(bits >> shift & 0xffU);
+}
+
+void append(std::string& payload, const std::string& text) {
+    append(payload, uint64_t{text.size()});
+    payload += text;
+}
+
+/// Takes a payload apart from its front. Every length is held against what is left before anything is allocated by it.
+class PayloadReader {
+public:
+    explicit PayloadReader(std::string_view payload) : rest_(payload) {}
+
+    bool read(IPCMessage& message) {
+        uint64_t count = 0;
+        if (!takePrefix() || !take(message.operation) || !take(message.commandID) || !take(message.result))
+            return false;
+        if (!take(count) || count > rest_.size() / (TEXTS_PER_PARAMETER * COUNT_SIZE)) return false;
+        while (count-- > 0) {
+            if (!takeParameter(message)) return false;
+        }
+        return rest_.empty();
+    }
+
+private:
+    bool takePrefix() {
+        if (!rest_.starts_with(PREFIX)) return false;
+        rest_.remove_prefix(PREFIX.size());
+        return true;
+    }
+
+    template <std::integral Number>
+    bool take(Number& number) {
+        if (rest_.size() < sizeof(Number)) return false;
+        std::make_unsigned_t<Number> bits = 0;
+        for (std::size_t i = sizeof(Number); i-- > 0;) bits = bits << 8U | static_cast<unsigned char>(rest_[i]);
+        number = static_cast<Number>(bits);
+        rest_.remove_prefix(sizeof(Number));
+        return true;
+    }
+
+    bool take(std::string& text) {
+        uint64_t length = 0;
+        if (!take(length) || length > rest_.size()) return false;
+        text = rest_.substr(0, length);
+        rest_.remove_prefix(length);
+        return true;
+    }
+
+    bool takeParameter(IPCMessage& message) {
+        std::string name;
+        IPCMessage::IPCParameter parameter;
+        if (!take(name) || !take(parameter.value) || !take(parameter.type)) return false;
+        message.params.emplace_hint(message.params.end(), std::move(name), std::move(parameter));
+        return true;
+    }
+
+    std::string_view rest_;
+};
+
 }  // namespace
 
 bool encodeMessage(const IPCMessage& message, std::string& payload) noexcept {
     try {
-        if (payloadSize(message) > MAX_FRAME_PAYLOAD) return false;
-        std::ostringstream out;
-        const auto options = cereal::PortableBinaryOutputArchive::Options::LittleEndian();
-        cereal::PortableBinaryOutputArchive(out, options)(std::make_unique<IPCMessage>(message));
-        payload = std::move(out).str();
+        const std::size_t size = payloadSize(message);
+        if (size > MAX_FRAME_PAYLOAD) return false;
+        payload = PREFIX;
+        payload.reserve(size);
+        for (const int32_t number : {message.operation, message.commandID, message.result}) append(payload, number);
+        append(payload, uint64_t{message.params.size()});
+        for (const auto& [name, parameter] : message.params) {
+            for (const std::string* text : {&name, &parameter.value, &parameter.type}) append(payload, *text);
+        }
         return true;
     } catch (...) {
         return false;
@@ -112,17 +111,10 @@ bool encodeMessage(const IPCMessage& message, std::string& payload) noexcept {
 
 bool decodeMessage(std::span<const char> payload, IPCMessage& message) noexcept {
     try {
-        if (payload.size() > MAX_FRAME_PAYLOAD || !PayloadWalk(payload).isMessage()) return false;
-        SpanBuffer buffer(payload);
-        std::istream in(&buffer);
-        cereal::PortableBinaryInputArchive archive(in);
-        std::unique_ptr<IPCMessage> read;
-        archive(read);
-        if (!read) return false;
-        message.operation = read->operation;
-        message.commandID = read->commandID;
-        message.result = read->result;
-        message.params.swap(read->params);
+        IPCMessage read;
+        if (payload.size() > MAX_FRAME_PAYLOAD) return false;
+        if (!PayloadReader({payload.data(), payload.size()}).read(read)) return false;
+        message = std::move(read);
         return true;
     } catch (...) {
         return false;

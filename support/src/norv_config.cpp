@@ -1,5 +1,7 @@
 #include "norv/norv_config.h"
 
+#include "norv/text_form.h"
+
 #include <tinyxml2.h>
 
 #include <algorithm>
@@ -7,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <sstream>
+#include <mutex>
 #include <utility>
 
 namespace {
@@ -84,10 +86,27 @@ std::string refusal(const std::vector<char>& content) {
     return {};
 }
 
+/// tinyxml2 unescapes a text when it is first read, behind a const interface. Reading all of them once makes the
+/// document one that several threads may read.
+void unescapeAll(const tinyxml2::XMLNode* node) {
+    for (; node; node = node->NextSibling()) {
+        static_cast<void>(node->Value());
+        const tinyxml2::XMLElement* const element = node->ToElement();
+        for (auto* entry = element ? element->FirstAttribute() : nullptr; entry; entry = entry->Next()) {
+            static_cast<void>(entry->Name());
+            static_cast<void>(entry->Value());
+        }
+        unescapeAll(node->FirstChild());
+    }
+}
+
 std::string parse(tinyxml2::XMLDocument& document, const std::vector<char>& content) {
     std::string error = refusal(content);
     if (!error.empty()) return error;
-    if (document.Parse(content.data(), content.size()) == tinyxml2::XML_SUCCESS) return {};
+    if (document.Parse(content.data(), content.size()) == tinyxml2::XML_SUCCESS) {
+        unescapeAll(document.FirstChild());
+        return {};
+    }
     error = document.ErrorStr();
     document.Clear();
     return error;
@@ -95,19 +114,45 @@ std::string parse(tinyxml2::XMLDocument& document, const std::vector<char>& cont
 
 }  // namespace
 
-NORVConfig::NORVConfig() : document_(std::make_unique<tinyxml2::XMLDocument>()) {}
+/// What copies share. Once it is parsed it is only read: who changes it takes a copy of his own.
+struct NORVConfig::Document {
+    Document() = default;
+    explicit Document(std::vector<char> text) : content(std::move(text)), fromText(true) {}
 
-NORVConfig::NORVConfig(const std::vector<char>& content, long lastModified)
-    : document_(std::make_unique<tinyxml2::XMLDocument>()),
-      lastModified_(lastModified),
-      parseError_(parse(*document_, content)) {}
+    Document& parsed() {
+        if (fromText) std::call_once(once, [this] { error = parse(xml, content); });
+        return *this;
+    }
+    /// Whether the name stands nowhere in the text, told without parsing. An "&" may begin a name written in another
+    /// way.
+    bool surelyLacks(std::string_view name) const {
+        const std::string_view text(content.data(), content.size());
+        return fromText && text.find('&') == std::string_view::npos && text.find(name) == std::string_view::npos;
+    }
 
-NORVConfig::NORVConfig(const NORVConfig& other) : document_(std::make_unique<tinyxml2::XMLDocument>()) {
+    const std::vector<char> content{};
+    const bool fromText = false;
+    std::once_flag once;
+    tinyxml2::XMLDocument xml;
+    std::string error;
+};
+
+NORVConfig::NORVConfig() : document_(std::make_shared<Document>()) {}
+
+NORVConfig::NORVConfig(std::vector<char> content, long lastModified)
+    : document_(std::make_shared<Document>(std::move(content))), lastModified_(lastModified) {}
+
+NORVConfig::NORVConfig(const NORVConfig& other) {
     const ScopedLock lock(other.mutex_);
-    other.document_->DeepCopy(document_.get());
+    other.shared_ = true;
+    shared_ = true;
+    document_ = other.document_;
     lastModified_ = other.lastModified_;
-    parseError_ = other.parseError_;
 }
+
+const tinyxml2::XMLDocument& NORVConfig::document() const { return document_->parsed().xml; }
+
+const std::string& NORVConfig::parseError() const { return document_->parsed().error; }
 
 NORVConfig& NORVConfig::operator=(const NORVConfig& other) {
     if (this != &other) *this = NORVConfig(other);
@@ -118,9 +163,9 @@ NORVConfig& NORVConfig::operator=(NORVConfig&& other) noexcept {
     if (this == &other) return *this;
     const ScopedLock lock(mutex_);
     std::swap(document_, other.document_);
+    std::swap(shared_, other.shared_);
     lastModified_ = std::exchange(other.lastModified_, 0);
     modified_ = std::exchange(other.modified_, false);
-    parseError_ = std::exchange(other.parseError_, {});
     return *this;
 }
 
@@ -140,7 +185,14 @@ bool NORVConfig::getValue(const tinyxml2::XMLElement& element, T& value) {
 
 void NORVConfig::setValue(const std::string& category, const std::string& name, const std::string& value) {
     const ScopedLock lock(mutex_);
-    tinyxml2::XMLElement& root = rootOf(*document_);
+    if (shared_ || document_->fromText) {
+        const auto own = std::make_shared<Document>();
+        document().DeepCopy(&own->xml);
+        own->error = parseError();
+        document_ = own;
+        shared_ = false;
+    }
+    tinyxml2::XMLElement& root = rootOf(document_->xml);
     tinyxml2::XMLElement* element = findElement(&root, category, name);
     if (!element) {
         element = &child(groupOf(root, category), "P");
@@ -153,7 +205,7 @@ void NORVConfig::setValue(const std::string& category, const std::string& name, 
 std::string NORVConfig::toText() const {
     const ScopedLock lock(mutex_);
     tinyxml2::XMLPrinter printer;
-    document_->Print(&printer);
+    document().Print(&printer);
     return printer.CStr();
 }
 
@@ -172,11 +224,11 @@ bool NORVConfig::sync() {
 }
 
 NORV_LOG_SEVERITY NORVConfig::UserDebugLevel(NORV_LOG_SEVERITY defaultLevel) const {
+    const char* const text = std::getenv("KELDRA_CONFIGURATION_USERDEBUGLEVEL");
+    if (text) return static_cast<NORV_LOG_SEVERITY>(nearestNumber(text));
+    // Every process asks for it and few documents name it. Where the line that tells so would be seen, the long way.
+    if (defaultLevel < NORV_LOG_ERROR && document_->surelyLacks("UserDebugLevel")) return defaultLevel;
     int32_t level = 0;
-    if (const char* const text = std::getenv("KELDRA_CONFIGURATION_USERDEBUGLEVEL")) {
-        std::istringstream(text) >> level;
-        return static_cast<NORV_LOG_SEVERITY>(level);
-    }
     const bool found = getConfigValue(*this, "Configuration", "UserDebugLevel", level);
     return found ? static_cast<NORV_LOG_SEVERITY>(level) : defaultLevel;
 }

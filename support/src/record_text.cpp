@@ -6,8 +6,6 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
-#include <array>
-#include <istream>
 #include <limits>
 #include <set>
 
@@ -54,18 +52,6 @@ std::string RecordWriter::text() {
 
 namespace {
 
-/// What is left of the stream, up to what one message can carry and one byte more.
-std::string rest(std::istream& in) {
-    std::string text;
-    std::array<char, 4096> piece{};
-    while (text.size() <= MAX_FRAME_PAYLOAD && in.good()) {
-        in.read(piece.data(), piece.size());
-        text.append(piece.data(), static_cast<std::size_t>(in.gcount()));
-    }
-    if (in.eof()) in.clear(std::ios::eofbit);
-    return text;
-}
-
 bool hasUniqueNames(const rapidjson::Value& object) {
     std::set<std::string_view> names;
     for (auto member = object.MemberBegin(); member != object.MemberEnd(); ++member) {
@@ -84,13 +70,14 @@ struct RecordReader::Json {
         return found == fields->MemberEnd() ? nullptr : &found->value;
     }
 
-    rapidjson::Document document;
+    /// More than a record takes; RapidJSON would take 64 KiB at once.
+    rapidjson::MemoryPoolAllocator<> pool{4096};
+    rapidjson::Document document{&pool};
     const rapidjson::Value* fields = nullptr;
     bool good = false;
 };
 
-RecordReader::RecordReader(std::istream& in, const char* type) : json_(std::make_unique<Json>()) {
-    const std::string text = rest(in);
+RecordReader::RecordReader(std::string_view text, const char* type) : json_(std::make_unique<Json>()) {
     if (text.size() > MAX_FRAME_PAYLOAD) return;
     // Iterative, so that deep nesting in an unknown field does not use up the stack.
     json_->document.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <iosfwd>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -31,9 +30,9 @@ private:
 /// Reads such a text. A field that it lacks keeps its value; unknown names are ignored.
 class RecordReader {
 public:
-    /// Reads all that is left of `in`. `good()` is false when that is not one JSON object holding one object named
-    /// `type` in which no name occurs twice.
-    RecordReader(std::istream& in, const char* type);
+    /// `good()` is false when `text` is not one JSON object holding one object named `type` in which no name occurs
+    /// twice, or is longer than a message can be.
+    RecordReader(std::string_view text, const char* type);
     ~RecordReader();
     RecordReader(const RecordReader&) = delete;
     RecordReader& operator=(const RecordReader&) = delete;

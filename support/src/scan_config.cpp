@@ -85,29 +85,37 @@ NORVScheduledScanConfig::NORVScheduledScanConfig(const NORVConfig& config)
     VISIT_SCHEDULED_ONLY(*this, ConfigReader(config, SCHEDULED_CATEGORY));
 }
 
-std::ostream& operator<<(std::ostream& out, const NORVManualScanConfig& record) {
-    return writeRecord(out, MANUAL, record, VISIT_MANUAL);
+std::string recordText(const NORVManualScanConfig& record) { return writeRecord(MANUAL, record, VISIT_MANUAL); }
+
+std::ostream& operator<<(std::ostream& out, const NORVManualScanConfig& record) { return out << recordText(record); }
+
+bool parseRecord(std::string_view text, NORVManualScanConfig& record) {
+    return readRecord(text, MANUAL, record, VISIT_MANUAL);
 }
 
-std::istream& operator>>(std::istream& in, NORVManualScanConfig& record) {
-    return readRecord(in, MANUAL, record, VISIT_MANUAL);
+std::istream& operator>>(std::istream& in, NORVManualScanConfig& record) { return extractRecord(in, record); }
+
+std::string recordText(const NORVRealtimeScanConfig& record) { return writeRecord(REALTIME, record, VISIT_REALTIME); }
+
+std::ostream& operator<<(std::ostream& out, const NORVRealtimeScanConfig& record) { return out << recordText(record); }
+
+bool parseRecord(std::string_view text, NORVRealtimeScanConfig& record) {
+    return readRecord(text, REALTIME, record, VISIT_REALTIME);
 }
 
-std::ostream& operator<<(std::ostream& out, const NORVRealtimeScanConfig& record) {
-    return writeRecord(out, REALTIME, record, VISIT_REALTIME);
+std::istream& operator>>(std::istream& in, NORVRealtimeScanConfig& record) { return extractRecord(in, record); }
+
+std::string recordText(const NORVScheduledScanConfig& record) {
+    return writeRecord(SCHEDULED, record, VISIT_SCHEDULED);
 }
 
-std::istream& operator>>(std::istream& in, NORVRealtimeScanConfig& record) {
-    return readRecord(in, REALTIME, record, VISIT_REALTIME);
+std::ostream& operator<<(std::ostream& out, const NORVScheduledScanConfig& record) { return out << recordText(record); }
+
+bool parseRecord(std::string_view text, NORVScheduledScanConfig& record) {
+    return readRecord(text, SCHEDULED, record, VISIT_SCHEDULED);
 }
 
-std::ostream& operator<<(std::ostream& out, const NORVScheduledScanConfig& record) {
-    return writeRecord(out, SCHEDULED, record, VISIT_SCHEDULED);
-}
-
-std::istream& operator>>(std::istream& in, NORVScheduledScanConfig& record) {
-    return readRecord(in, SCHEDULED, record, VISIT_SCHEDULED);
-}
+std::istream& operator>>(std::istream& in, NORVScheduledScanConfig& record) { return extractRecord(in, record); }
 
 void storeRecord(NORVConfig& config, const NORVManualScanConfig& record) {
     VISIT_MANUAL(record, ConfigWriter(config, MANUAL_CATEGORY));

@@ -27,6 +27,9 @@ constexpr const char* DEFAULT_SOCKET = "/run/keldra/keldrad.sock";
 /// How long to wait before asking again when the service's queue of new connections is full.
 constexpr milliseconds CONNECT_PAUSE(10);
 
+/// Most replies are shorter, and are read at once.
+constexpr std::size_t FIRST_READ = 4096;
+
 /// The one connection of the process. Every failure closes it, so that no byte of a lost exchange is ever read as part
 /// of a later one.
 class Connection {
@@ -38,12 +41,14 @@ private:
     bool open(const std::string& path);
     bool connectTo(const sockaddr_un& address);
     bool isUsable() const;
-    bool wait(short events);
-    bool send(std::string_view bytes);
-    bool receive(char* bytes, std::size_t count);
+    bool wait(short events) const;
+    bool mayRetry(short events) const;
+    bool send(std::string_view bytes) const;
+    std::size_t receiveSome(char* bytes, std::size_t count) const;
     bool receiveFrame(std::string& payload);
 
     FileDescriptor socket_;
+    bool surplus_ = false;  ///< whether bytes behind the last reply were read, which belong to nothing that was asked
     std::string path_;
     Clock::time_point deadline_;
 };
@@ -56,7 +61,7 @@ bool Connection::exchange(const std::string& path, const std::string& request, C
         if (!open(path)) return false;
     }
     const bool done = send(request) && receiveFrame(payload) && decodeMessage(payload, reply);
-    if (!done) socket_.reset();
+    if (!done || surplus_) socket_.reset();
     return done;
 }
 
@@ -90,7 +95,7 @@ bool Connection::isUsable() const {
 }
 
 /// Waits until the socket is ready, no longer than the deadline.
-bool Connection::wait(short events) {
+bool Connection::wait(short events) const {
     for (;;) {
         const auto left = std::chrono::ceil<milliseconds>(deadline_ - Clock::now()).count();
         if (left <= 0) return false;
@@ -101,36 +106,49 @@ bool Connection::wait(short events) {
     }
 }
 
-bool Connection::send(std::string_view bytes) {
+/// After a call that failed: whether it is worth another try, once the socket is ready.
+bool Connection::mayRetry(short events) const {
+    return errno == EINTR || ((errno == EAGAIN || errno == EWOULDBLOCK) && wait(events));
+}
+
+bool Connection::send(std::string_view bytes) const {
     while (!bytes.empty()) {
-        if (!wait(POLLOUT)) return false;
         const ssize_t sent = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (sent > 0) bytes.remove_prefix(static_cast<std::size_t>(sent));
-        if (sent < 0 && errno != EINTR && errno != EAGAIN) return false;
+        if (sent < 0 && !mayRetry(POLLOUT)) return false;
     }
     return true;
 }
 
-bool Connection::receive(char* bytes, std::size_t count) {
-    while (count > 0) {
-        if (!wait(POLLIN)) return false;
+/// Reads what is there, at least one byte. 0: the peer is gone, or nothing came in time.
+std::size_t Connection::receiveSome(char* bytes, std::size_t count) const {
+    for (;;) {
         const ssize_t got = ::recv(socket_.get(), bytes, count, 0);
-        if (got == 0) return false;
-        if (got < 0 && errno != EINTR && errno != EAGAIN) return false;
-        if (got < 0) continue;
-        bytes += got;
-        count -= static_cast<std::size_t>(got);
+        if (got >= 0) return static_cast<std::size_t>(got);
+        if (!mayRetry(POLLIN)) return 0;
     }
-    return true;
 }
 
 bool Connection::receiveFrame(std::string& payload) {
-    std::array<char, FRAME_HEADER_SIZE> header{};
-    if (!receive(header.data(), header.size())) return false;
-    const std::size_t length = frameLength(header);
+    std::array<char, FIRST_READ> first{};
+    std::size_t have = 0;
+    while (have < FRAME_HEADER_SIZE) {
+        const std::size_t got = receiveSome(first.data() + have, first.size() - have);
+        if (got == 0) return false;
+        have += got;
+    }
+    const std::size_t length = frameLength(std::span(first).first<FRAME_HEADER_SIZE>());
+    have -= FRAME_HEADER_SIZE;
     if (length > MAX_FRAME_PAYLOAD) return false;
+    surplus_ = have > length;
+    payload.assign(first.data() + FRAME_HEADER_SIZE, std::min(have, length));
     payload.resize(length);
-    return receive(payload.data(), payload.size());
+    while (have < length) {
+        const std::size_t got = receiveSome(payload.data() + have, length - have);
+        if (got == 0) return false;
+        have += got;
+    }
+    return true;
 }
 
 std::string socketPath() {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 class NORVConfig;
 
@@ -60,10 +61,14 @@ struct NORVAUConfig {
 };
 
 /// Text forms, as for the scan records (norv/scan_config.h).
+std::string recordText(const NORVManualAUConfig& record);
 std::ostream& operator<<(std::ostream& out, const NORVManualAUConfig& record);
 std::istream& operator>>(std::istream& in, NORVManualAUConfig& record);
+bool parseRecord(std::string_view text, NORVManualAUConfig& record);
+std::string recordText(const NORVScheduledAUConfig& record);
 std::ostream& operator<<(std::ostream& out, const NORVScheduledAUConfig& record);
 std::istream& operator>>(std::istream& in, NORVScheduledAUConfig& record);
+bool parseRecord(std::string_view text, NORVScheduledAUConfig& record);
 
 /// Writes a record's fields into the document, for the service.
 void storeRecord(NORVConfig& config, const NORVManualAUConfig& record);

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "norv/text_form.h"
+
 #include <cstdint>
 #include <map>
-#include <sstream>
 #include <string>
 
 /// One request to the service or its reply. `docs/protocol.md` lists the commands and describes the bytes.
@@ -49,15 +50,17 @@ public:
 
     IPCMessage() = default;
     IPCMessage(Operation kind, CommandID command) : operation(kind), commandID(command) {}
+    IPCMessage(const IPCMessage&) = default;
+    IPCMessage(IPCMessage&&) = default;
+    IPCMessage& operator=(const IPCMessage&) = default;
+    IPCMessage& operator=(IPCMessage&&) = default;
     virtual ~IPCMessage() = default;
 
     /// Adds a parameter in the text form that stream insertion gives it. A name that is there already keeps its first
     /// value.
     template <typename T>
     void addParam(const std::string& name, const T& value) {
-        std::ostringstream text;
-        text << value;
-        params.emplace(name, IPCParameter{text.str(), "text"});
+        params.emplace(name, IPCParameter{textForm(value), "text"});
     }
     /// The same for a C string; a null pointer gives an empty text.
     void addParam(const std::string& name, const char* value) {
@@ -85,9 +88,8 @@ inline std::string IPCMessage::value<std::string>(const std::string& name) const
 
 template <typename T>
 T IPCMessage::value(const std::string& name) const {
-    std::istringstream text(value<std::string>(name));
     T number{};
-    if (!(text >> number)) number = T{};
+    readNumber(value<std::string>(name), number);
     return number;
 }
 

@@ -7,6 +7,7 @@
 /// that are named like a language tag; nothing but such a folder's name is ever returned.
 std::string get_norv_locale();
 
-/// Selects that language for the message catalogues (LC_MESSAGES only; LC_CTYPE is always C.UTF-8, so matching and
-/// number formats do not depend on the language). Catalogues lie under KELDRA_LOCALE_DIR, "../locale" when unset.
+/// Selects that language for the message catalogues, which lie under KELDRA_LOCALE_DIR, "../locale" when unset. Only
+/// LC_MESSAGES is set: matching without regard to case must not follow the language (in Turkish "I" is no capital "i",
+/// and "<SCRIPT" would pass the request filter), nor may number formats.
 void set_norv_locale();

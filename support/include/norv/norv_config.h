@@ -15,13 +15,15 @@ class XMLElement;
 }  // namespace tinyxml2
 
 /// The configuration document: an XML text `<Document><Group Type="…"><P Name="…" Value="…"/>…` and the time it was
-/// last modified. Content that does not parse gives an empty document; `parsed()` tells.
+/// last modified. The text is parsed when it is first looked into, which most pages never do. Content that does not
+/// parse gives an empty document; `parsed()` tells.
 class NORVConfig {
 public:
     NORVConfig();
     /// `content`: the XML text. `lastModified`: seconds since the epoch, the document's stamp.
-    NORVConfig(const std::vector<char>& content, long lastModified);
+    NORVConfig(std::vector<char> content, long lastModified);
     /// A copy holds the document as it is now; where changes go (`setStore`) and that some are pending stays behind.
+    /// The document itself is copied when one of the two is changed.
     NORVConfig(const NORVConfig& other);
     NORVConfig& operator=(const NORVConfig& other);
     NORVConfig& operator=(NORVConfig&& other) noexcept;
@@ -31,11 +33,11 @@ public:
     /// The document's stamp, seconds since the epoch; 0 for an empty document.
     long lastModified() const { return lastModified_; }
     /// False when the content was not well-formed; `parseError()` then says what and where.
-    bool parsed() const { return parseError_.empty(); }
-    const std::string& parseError() const { return parseError_; }
+    bool parsed() const { return parseError().empty(); }
+    const std::string& parseError() const;
 
     /// The document's root and the lock that guards it; the lock is not recursive.
-    const tinyxml2::XMLDocument& document() const { return *document_; }
+    const tinyxml2::XMLDocument& document() const;
     BaseMutex& mutex() const { return mutex_; }
 
     /// Reads the attribute "Value" of a "P" element: text as it stands, numbers decimal over the whole text, booleans
@@ -61,10 +63,12 @@ public:
     NORV_LOG_SEVERITY UserDebugLevel(NORV_LOG_SEVERITY defaultLevel) const;
 
 private:
-    std::unique_ptr<tinyxml2::XMLDocument> document_;
+    struct Document;
+
+    std::shared_ptr<Document> document_;
+    mutable bool shared_ = false;  ///< whether a copy may hold the same document
     long lastModified_ = 0;
     bool modified_ = false;
-    std::string parseError_;
     Store store_;
     mutable Mutex mutex_;
 };

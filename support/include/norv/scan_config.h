@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 class NORVConfig;
 
@@ -77,14 +78,20 @@ struct NORVScheduledScanConfig : NORVScanConfig {
 };
 
 /// A record's text form is one JSON object, the record's type name over a flat object of its fields. Reading keeps the
-/// value of a field that the text lacks and ignores unknown names; anything malformed sets failbit and leaves the whole
-/// record as it was.
+/// value of a field that the text lacks and ignores unknown names; anything malformed sets failbit, or makes
+/// `parseRecord` false, and leaves the whole record as it was.
+std::string recordText(const NORVManualScanConfig& record);
 std::ostream& operator<<(std::ostream& out, const NORVManualScanConfig& record);
 std::istream& operator>>(std::istream& in, NORVManualScanConfig& record);
+bool parseRecord(std::string_view text, NORVManualScanConfig& record);
+std::string recordText(const NORVRealtimeScanConfig& record);
 std::ostream& operator<<(std::ostream& out, const NORVRealtimeScanConfig& record);
 std::istream& operator>>(std::istream& in, NORVRealtimeScanConfig& record);
+bool parseRecord(std::string_view text, NORVRealtimeScanConfig& record);
+std::string recordText(const NORVScheduledScanConfig& record);
 std::ostream& operator<<(std::ostream& out, const NORVScheduledScanConfig& record);
 std::istream& operator>>(std::istream& in, NORVScheduledScanConfig& record);
+bool parseRecord(std::string_view text, NORVScheduledScanConfig& record);
 
 /// Writes every field of a record into its category of the document, for the service.
 void storeRecord(NORVConfig& config, const NORVManualScanConfig& record);

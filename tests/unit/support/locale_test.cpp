@@ -127,11 +127,13 @@ TEST_F(Locale, TextsAreTranslatedOnAHostWithoutGeneratedLocales) {
 /// In a Turkish locale "I" is not the capital of "i", and the filter of requests would miss "<SCRIPT".
 TEST_F(Locale, MatchingDoesNotDependOnTheLanguage) {
     writeFile(folder_ / "templates/tr-TR/string.mui", "");
+    writeFile(folder_ / "locale/tr/LC_MESSAGES/messages.mo", catalogue("Scan now", "Tara"));
     const ScopedEnvironment language("LANGUAGE", std::nullopt);
     const ScopedEnvironment all("LC_ALL", "tr_TR.UTF-8");
     const ScopedEnvironment locale("KELDRA_LOCALE", "tr-TR");
     set_norv_locale();
-    EXPECT_STREQ("C.UTF-8", std::setlocale(LC_CTYPE, nullptr));
+    EXPECT_STREQ("Tara", ::gettext("Scan now"));
+    EXPECT_STREQ("C", std::setlocale(LC_CTYPE, nullptr));
     EXPECT_STREQ("C", std::setlocale(LC_NUMERIC, nullptr));
     std::setlocale(LC_ALL, "C");
 }

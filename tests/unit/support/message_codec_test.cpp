@@ -1,10 +1,29 @@
 #include "norv/message_codec.h"
 
 #include <gtest/gtest.h>
+#include <cereal/archives/portable_binary.hpp>
+#include <cereal/types/map.hpp>
+#include <cereal/types/memory.hpp>
+#include <cereal/types/polymorphic.hpp>
+#include <cereal/types/string.hpp>
 
+#include <memory>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
+
+// cereal finds these by the types' namespace.
+
+template <typename Archive>
+static void serialize(Archive& archive, IPCMessage::IPCParameter& parameter) {
+    archive(parameter.value, parameter.type);
+}
+
+template <typename Archive>
+static void serialize(Archive& archive, IPCMessage& message) {
+    archive(message.operation, message.commandID, message.result, message.params);
+}
 
 namespace {
 
@@ -55,6 +74,18 @@ TEST(MessageCodec, ProgramsOfOtherVersionsUnderstandTheBytes) {
     std::string payload;
     ASSERT_TRUE(encodeMessage(goodMessage(), payload));
     EXPECT_EQ(goodPayload(), payload);
+}
+
+TEST(MessageCodec, CerealReadsAndWritesTheSameBytes) {
+    std::stringstream stream;
+    const auto options = cereal::PortableBinaryOutputArchive::Options::LittleEndian();
+    cereal::PortableBinaryOutputArchive(stream, options)(std::make_unique<IPCMessage>(goodMessage()));
+    EXPECT_EQ(goodPayload(), stream.str());
+    std::unique_ptr<IPCMessage> read;
+    cereal::PortableBinaryInputArchive archive(stream);
+    archive(read);
+    ASSERT_TRUE(read);
+    EXPECT_EQ("x\0y"s, read->value<std::string>("A"));
 }
 
 TEST(MessageCodec, AMessageArrivesAsItWasSent) {

@@ -1,10 +1,14 @@
 #include "norv/custom_action.h"
 #include "norv/path_list.h"
+#include "norv/text_form.h"
 #include "norv/week_day.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -56,6 +60,62 @@ TEST(WeekDay, NamesAndDigitsAreDaysAndTheRestIsSunday) {
         EXPECT_EQ(day, toWeekDay(std::to_string(day)));
     }
     for (const char* name : {"", "monday", "Mon", "7", "11", "-1", "Montag"}) EXPECT_EQ(0, toWeekDay(name)) << name;
+}
+
+/// What stream extraction makes of a text: the number, or what a failed reading left.
+template <typename T>
+std::pair<bool, T> streamed(const std::string& text) {
+    std::istringstream in(text);
+    T number = 7;
+    const bool read = static_cast<bool>(in >> number);
+    return {read, number};
+}
+
+template <typename T>
+void expectReadAsByStreams(const std::string& text) {
+    T number = 7;
+    const auto [read, expected] = streamed<T>(text);
+    EXPECT_EQ(readNumber(text, number), read) << text;
+    EXPECT_EQ(number, read ? expected : 7) << text;
+}
+
+TEST(Numbers, AreReadFromFormsAndRepliesAsStreamsReadThem) {
+    for (const char* text : {"",
+                             " ",
+                             "0",
+                             "007",
+                             "42x",
+                             "\t\n 12",
+                             "+5",
+                             "-5",
+                             "+-5",
+                             "--5",
+                             "- 5",
+                             "x",
+                             "0x10",
+                             "1e3",
+                             "2147483647",
+                             "2147483648",
+                             "-2147483648",
+                             "-2147483649",
+                             "4294967295",
+                             "4294967296",
+                             "-1",
+                             "-4294967295",
+                             "9223372036854775807",
+                             "9223372036854775808",
+                             "-9223372036854775808",
+                             "18446744073709551615",
+                             "18446744073709551616",
+                             "99999999999999999999999"}) {
+        expectReadAsByStreams<int32_t>(text);
+        expectReadAsByStreams<uint32_t>(text);
+        expectReadAsByStreams<int64_t>(text);
+        expectReadAsByStreams<uint64_t>(text);
+        int32_t nearest = 0;
+        std::istringstream(text) >> nearest;
+        EXPECT_EQ(nearestNumber(text), nearest) << text;
+    }
 }
 
 }  // namespace
