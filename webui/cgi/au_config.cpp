@@ -1,6 +1,7 @@
 #include "webui/cgi/au_config.h"
 
 #include "norv/log.h"
+#include "norv/text_form.h"
 #include "norv/week_day.h"
 #include "webui/cgi/scan_common.h"
 #include "webui/cgi/service_message.h"
@@ -13,15 +14,14 @@
 
 #include <array>
 #include <cstdio>
-#include <fstream>
-#include <sstream>
+#include <memory>
 #include <string_view>
 
 namespace {
 
 constexpr std::string_view DIGITS = "0123456789";
 /// Content of a progress file whose update was refused.
-constexpr std::string_view DUPLICATE = "DUPLICATE";
+constexpr const char* DUPLICATE = "DUPLICATE";
 constexpr char NOT_COMPLETED[] = "Update not completed.";
 
 constexpr char CATEGORY[] = "Varnel";
@@ -50,8 +50,9 @@ std::string progressFile(const NORVConfig& config, const std::string& requestId)
 }
 
 void markAsDuplicate(const NORVConfig& config, const std::string& requestId) {
-    std::ofstream file(progressFile(config, requestId), std::ios::trunc);
-    file << DUPLICATE;
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+        std::fopen(progressFile(config, requestId).c_str(), "we"), std::fclose);
+    if (file) std::fputs(DUPLICATE, file.get());
 }
 
 void showEnd(CPageWrapper& page, const char* title, const std::string& reason) {
@@ -62,9 +63,7 @@ void showEnd(CPageWrapper& page, const char* title, const std::string& reason) {
 
 /// `tenths`: decimal digits, or nothing as long as nothing is reported.
 void showPercent(CPageWrapper& page, const std::string& tenths) {
-    int32_t value = 0;
-    std::istringstream(tenths) >> value;
-    const auto percent = static_cast<int32_t>(static_cast<uint32_t>(value) * 10U);
+    const auto percent = static_cast<int32_t>(static_cast<uint32_t>(nearestNumber(tenths)) * 10U);
     if (percent > 99) {
         page.outputPage("Update/update_progress2.html");
         return;

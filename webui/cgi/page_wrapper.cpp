@@ -9,6 +9,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
+#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -17,19 +19,59 @@ namespace {
 constexpr std::array<const char*, 3> CONTENT_TYPE_LINES = {"", "Content-type: text/html\n",
                                                            "Content-type: text/plain\n"};
 
+/// Bytes of most pages of the console.
+constexpr std::size_t USUAL_PAGE = std::size_t{16} * 1024;
+
+/// `std::string::find`, which goes from one occurrence of the first character to the next, takes longer.
+std::size_t findFrom(const std::string& text, const std::string& name, std::size_t start) {
+    const void* const found = ::memmem(text.data() + start, text.size() - start, name.data(), name.size());
+    return found ? static_cast<std::size_t>(static_cast<const char*>(found) - text.data()) : std::string::npos;
+}
+
 /// Left to right, never inside a value just inserted.
 void replaceAll(std::string& text, const std::string& name, const std::string& value) {
-    if (name.empty()) return;
-    std::size_t found = text.find(name);
+    std::size_t found = name.empty() ? std::string::npos : findFrom(text, name, 0);
     if (found == std::string::npos) return;
-    std::string result;
-    std::size_t copied = 0;
-    for (; found != std::string::npos; found = text.find(name, copied)) {
-        result.append(text, copied, found - copied).append(value);
-        copied = found + name.size();
+    std::size_t next = findFrom(text, name, found + name.size());
+    if (next == std::string::npos) {
+        text.replace(found, name.size(), value);
+        return;
     }
-    text = std::move(result.append(text, copied));
+    std::string result(text, 0, found);
+    for (; found != std::string::npos; found = next) {
+        next = findFrom(text, name, found + name.size());
+        result.append(value).append(text, found + name.size(), next - found - name.size());
+    }
+    text = std::move(result);
 }
+
+/// A text that is taken away from its front, where other text can be put back without moving all of it.
+class Rest {
+public:
+    explicit Rest(std::string text) : buffer_(std::move(text)) {}
+
+    std::string_view view() const { return std::string_view(buffer_).substr(start_); }
+    /// Moves up to `count` bytes to the end of `out`.
+    void moveTo(std::string& out, std::size_t count) {
+        const std::string_view front = view().substr(0, count);
+        out += front;
+        start_ += front.size();
+    }
+    void drop(std::size_t count) { start_ += count; }
+    void putBack(std::string_view text) {
+        if (text.size() > start_) {
+            const std::size_t room = text.size() + buffer_.size();
+            buffer_.insert(0, room, '\0');
+            start_ += room;
+        }
+        start_ -= text.size();
+        text.copy(buffer_.data() + start_, text.size());
+    }
+
+private:
+    std::string buffer_;
+    std::size_t start_ = 0;
+};
 
 std::string translated(const std::string& text) {
     // The catalogue answers the empty text with its own header, and sees nothing behind a NUL byte.
@@ -88,9 +130,8 @@ bool CPageWrapper::outputPage(const std::string& strPageName) {
         ReplaceWithMUIString(body);
         for (const auto& [name, value] : dstrings_) replaceAll(body, name, value);
     }
-    const std::string response = responseHead() + body;
-    std::fwrite(response.data(), 1, response.size(), stdout);
-    std::fflush(stdout);
+    body.insert(0, responseHead());
+    writeOut(body);
     return true;
 }
 
@@ -103,15 +144,25 @@ std::string CPageWrapper::replace(const std::string& text, const std::string& na
 int CPageWrapper::ReplaceWithMUIString(std::string& text) {
     const std::string_view opening = CStringMUI::start_tag;
     const std::string_view closing = CStringMUI::end_tag;
+    std::string done;
+    done.reserve(USUAL_PAGE);
     std::string value;
-    for (std::size_t start = text.find(opening); start != std::string::npos;) {
-        const std::size_t end = text.find(closing, start + 1);
-        if (end == std::string::npos) break;
-        const std::string marker = text.substr(start, end + closing.size() - start);
-        if (strings_.GetValue(marker, value) == 0) text.replace(start, marker.size(), value);
+    Rest rest(std::move(text));
+    for (;;) {
+        const std::size_t start = rest.view().find(opening);
+        if (start == std::string_view::npos) break;
+        const std::size_t end = rest.view().find(closing, start + 1);
+        if (end == std::string_view::npos) break;
+        rest.moveTo(done, start);
+        const std::string marker(rest.view().substr(0, end + closing.size() - start));
+        if (strings_.GetValue(marker, value) == 0) {
+            rest.drop(marker.size());
+            rest.putBack(value);
+        }
         // The marker's length, not the value's: texts of the string table rely on it.
-        start = text.find(opening, start + marker.size());
+        rest.moveTo(done, marker.size());
     }
+    text = std::move(done.append(rest.view()));
     return 1;
 }
 
@@ -134,6 +185,12 @@ std::string CPageWrapper::responseHead() const {
         head.append("Set-Cookie: ").append(name).append("=").append(value).append("\n");
     }
     return head.append("\n");
+}
+
+void writeOut(const std::string& bytes) {
+    // Without a buffer of its own a whole page is one write.
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    std::fwrite(bytes.data(), 1, bytes.size(), stdout);
 }
 
 void redirectTo(const std::string& url) {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "norv/text_form.h"
 #include "webui/cgi/string_mui.h"
 
 #include <cstdint>
 #include <map>
-#include <sstream>
 #include <string>
 #include <type_traits>
 
@@ -32,9 +32,7 @@ public:
             const char* const text = value;
             addDStringItem(name, text ? std::string(text) : std::string());
         } else {
-            std::ostringstream text;
-            text << value;
-            addDStringItem(name, text.str());
+            addDStringItem(name, textForm(value));
         }
     }
 
@@ -63,6 +61,9 @@ private:
     std::map<std::string, std::string> dstrings_;
     CStringMUI strings_;
 };
+
+/// Writes bytes to standard output, for the body of a response that has no template.
+void writeOut(const std::string& bytes);
 
 /// Writes a response that sends the browser elsewhere with its method kept (status 307). `url` is written as it is.
 void redirectTo(const std::string& url);

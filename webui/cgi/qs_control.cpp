@@ -1,6 +1,7 @@
 #include "webui/cgi/qs_control.h"
 
 #include "norv/log.h"
+#include "norv/text_form.h"
 
 #include <regex.h>
 
@@ -8,37 +9,46 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
 #include <string_view>
 #include <utility>
 
 namespace {
 
-/// The pattern of mark-up that a request must not hold.
+/// The pattern of mark-up that a request must not hold, compiled when a text first holds what every match begins with.
 class MarkupFilter {
 public:
-    MarkupFilter() : compiled_(regcomp(&pattern_, PATTERN, REG_EXTENDED | REG_ICASE | REG_NOSUB) == 0) {}
+    MarkupFilter() = default;
     ~MarkupFilter() {
-        if (compiled_) regfree(&pattern_);
+        if (state_ == State::COMPILED) regfree(&pattern_);
     }
     MarkupFilter(const MarkupFilter&) = delete;
     MarkupFilter& operator=(const MarkupFilter&) = delete;
 
-    bool compiled() const { return compiled_; }
-
     /// Whether the text matches anywhere, also behind a NUL byte. A matcher that fails counts as a match.
-    bool matches(const std::string& text) const {
+    bool matches(const std::string& text) {
         if (text.find('<') == std::string::npos) return false;
+        if (!compiled()) return true;
         regmatch_t whole = {.rm_so = 0, .rm_eo = static_cast<regoff_t>(text.size())};
         return regexec(&pattern_, text.c_str(), 0, &whole, REG_STARTEND) != REG_NOMATCH;
     }
 
 private:
+    enum class State { NEW, COMPILED, FAILED };
+
+    bool compiled() {
+        if (state_ == State::NEW) {
+            const bool done = regcomp(&pattern_, PATTERN, REG_EXTENDED | REG_ICASE | REG_NOSUB) == 0;
+            if (!done) NORV_TRACE("Failed to compile the regular expression");
+            state_ = done ? State::COMPILED : State::FAILED;
+        }
+        return state_ == State::COMPILED;
+    }
+
     static constexpr const char* PATTERN =
         "<( |/)*(a "
         "|base|bgsound|body|div|embed|iframe|img|input|isindex|link|meta|object|script|style|svg|table|video)";
     regex_t pattern_{};
-    bool compiled_;
+    State state_ = State::NEW;
 };
 
 std::string readFirstLine() {
@@ -90,11 +100,7 @@ bool CQSControl::initialize() {
 
 bool CQSControl::parse(std::string text) {
     text.resize(std::min(text.find('\0'), text.size()));
-    const MarkupFilter filter;
-    if (!filter.compiled()) {
-        NORV_TRACE("Failed to compile the regular expression");
-        return false;
-    }
+    MarkupFilter filter;
     if (filter.matches(unescape_url(text))) return refuse();
     for (std::string_view rest = text; !rest.empty();) {
         std::string_view piece = takePiece(rest, '&');
@@ -116,10 +122,7 @@ std::string CQSControl::getEnv<std::string>(const std::string& name) const {
 
 template <>
 int CQSControl::getEnv<int>(const std::string& name) const {
-    std::istringstream text(getEnv<std::string>(name));
-    int number = 0;
-    text >> number;
-    return number;
+    return nearestNumber(getEnv<std::string>(name));
 }
 
 std::string CQSControl::unescape_url(const std::string& s) {

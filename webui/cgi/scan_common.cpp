@@ -5,7 +5,9 @@
 #include "webui/cgi/utils/form_binding.h"
 #include "webui/cgi/utils/response_pages.h"
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdio>
 
 namespace {
@@ -77,9 +79,11 @@ void GetVirusType(std::vector<std::string>& types) {
         writeLog(NORV_LOG_ERROR, "GetVirusType", nullptr, 0, "return error!\n");
         return;
     }
-    std::istringstream list(reply.value<std::string>("VirusTypes"));
-    for (std::string type; std::getline(list, type, ';');) {
-        NORV_TRACE("virus_type: %s", type.c_str());
-        types.push_back(type);
+    const auto list = reply.value<std::string>("VirusTypes");
+    for (std::size_t start = 0; start < list.size();) {
+        const std::size_t end = std::min(list.find(';', start), list.size());
+        types.push_back(list.substr(start, end - start));
+        NORV_TRACE("virus_type: %s", types.back().c_str());
+        start = end + 1;
     }
 }

@@ -5,7 +5,6 @@
 #include "webui/cgi/qs_control.h"
 
 #include <cstdint>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -60,9 +59,8 @@ void addConfigStamp(CPageWrapper& page, const NORVConfig& config);
 /// character that does not belong. 0 when it is missing, does not begin with a number, or is too large for a Number.
 template <typename Number>
 Number numberParameter(const CQSControl& form, const std::string& name) {
-    std::istringstream text(form.getEnv(name));
     Number number = 0;
-    if (!(text >> number)) number = 0;
+    readNumber(form.getEnv(name), number);
     return number;
 }
 
@@ -72,9 +70,7 @@ void substituteNumber(CPageWrapper& page, const std::string& name, int32_t value
 /// `name=""` in the template becomes `name="value"`. Neither escaped nor logged.
 template <typename T>
 void substituteQuoted(CPageWrapper& page, const std::string& name, const T& value) {
-    std::ostringstream text;
-    text << name << "=\"" << value << '"';
-    page.addDStringItem(name + "=\"\"", text.str());
+    page.addDStringItem(name + "=\"\"", name + "=\"" + textForm(value) + '"');
 }
 
 /// The place in a page's select of what forms and records count from 1; 0 gives -1.

@@ -14,7 +14,6 @@
 #include "webui/cgi/utils/response_pages.h"
 
 #include <array>
-#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -25,8 +24,7 @@ void startScan() {
     const std::string requestID = StartManualScan();
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_PLAIN);
     page.outputPage("");
-    std::fwrite(requestID.data(), 1, requestID.size(), stdout);
-    std::fflush(stdout);
+    writeOut(requestID);
 }
 
 void stopScan(const NORVConfig& config, const CQSControl& request) {

@@ -2,7 +2,6 @@
 
 #include "norv/ipc_message.h"
 
-#include <sstream>
 #include <string>
 
 /// Seconds that one exchange with the service may take in all.
@@ -18,9 +17,7 @@ bool exchangeAccepted(const IPCMessage& request, IPCMessage& reply);
 /// or does not hold such a record.
 template <typename Record>
 bool readRecord(const IPCMessage& reply, const std::string& parameter, Record& record) {
-    if (!reply.hasParam(parameter)) return false;
-    std::istringstream text(reply.value<std::string>(parameter));
-    return static_cast<bool>(text >> record);
+    return reply.hasParam(parameter) && parseRecord(reply.value<std::string>(parameter), record);
 }
 
 /// Asks the service for a settings record. False when it does not answer, refuses, or sends no such record.

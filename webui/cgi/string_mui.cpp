@@ -4,7 +4,17 @@
 #include "webui/cgi/text_file.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
+#include <functional>
+#include <utility>
+
+namespace {
+
+/// Bytes of a line of the console's own tables, at least: what to take memory for.
+constexpr std::size_t USUAL_LINE = 64;
+
+}  // namespace
 
 int CStringMUI::Initialize(const std::string& strPath) {
     NORV_TRACE("ENTER strPath=%s", strPath.c_str());
@@ -17,21 +27,49 @@ int CStringMUI::Initialize(const std::string& strPath) {
         NORV_LOG(NORV_LOG_REFUSED, "Failed to open file.");
         return 3;
     }
-    for (std::size_t start = 0; start < text.size();) {
-        const std::size_t end = std::min(text.find('\n', start), text.size());
-        const std::size_t equals = text.find('=', start);
-        if (equals < end) {
-            texts_.insert_or_assign(text.substr(start, equals - start), text.substr(equals + 1, end - equals - 1));
+    const std::size_t start = text_.size();
+    text_ = start == 0 ? std::move(text) : text_ + text;
+    addEntries(start);
+    return 0;
+}
+
+void CStringMUI::addEntries(std::size_t start) {
+    entries_.reserve(entries_.size() + (text_.size() - start) / USUAL_LINE);
+    while (start < text_.size()) {
+        const std::size_t end = std::min(text_.find('\n', start), text_.size());
+        const std::size_t equals = std::string_view(text_).substr(start, end - start).find('=');
+        if (equals != std::string_view::npos) {
+            entries_.push_back(
+                {static_cast<uint32_t>(start), static_cast<uint32_t>(start + equals), static_cast<uint32_t>(end)});
         }
         start = end + 1;
     }
-    return 0;
+    index();
+}
+
+/// A later entry takes the place of an earlier one of its key.
+void CStringMUI::index() {
+    slots_.assign(std::bit_ceil(2 * entries_.size() + 1), 0);
+    for (std::size_t i = 0; i < entries_.size(); ++i) slots_[slotOf(keyOf(entries_[i]))] = static_cast<uint32_t>(i + 1);
+}
+
+/// Where the key stands in the table, or would stand.
+std::size_t CStringMUI::slotOf(std::string_view key) const {
+    const std::size_t mask = slots_.size() - 1;
+    std::size_t slot = std::hash<std::string_view>()(key) & mask;
+    while (slots_[slot] != 0 && keyOf(entries_[slots_[slot] - 1]) != key) slot = (slot + 1) & mask;
+    return slot;
+}
+
+std::string_view CStringMUI::keyOf(const Entry& entry) const {
+    return std::string_view(text_).substr(entry.start, entry.equals - entry.start);
 }
 
 int CStringMUI::GetValue(const std::string& key, std::string& value) const {
     if (key.empty()) return 1;
-    const auto found = texts_.find(key);
-    if (found == texts_.end()) return 2;
-    value = found->second;
+    const uint32_t place = slots_.empty() ? 0 : slots_[slotOf(key)];
+    if (place == 0) return 2;
+    const Entry& entry = entries_[place - 1];
+    value.assign(text_, entry.equals + 1, entry.end - entry.equals - 1);
     return 0;
 }

@@ -1,7 +1,10 @@
 #pragma once
 
-#include <map>
+#include <cstddef>
+#include <cstdint>
 #include <string>
+#include <string_view>
+#include <vector>
 
 /// The texts of the console in one language, from a file "string.mui": lines `%[KEY]%=text`, nothing trimmed, lines
 /// without "=" ignored, the last one of a key wins.
@@ -18,5 +21,21 @@ public:
     int GetValue(const std::string& key, std::string& value) const;
 
 private:
-    std::map<std::string, std::string> texts_;
+    /// Where an entry stands in the text: the key from `start`, the value behind the "=" at `equals` up to `end`.
+    struct Entry {
+        uint32_t start;
+        uint32_t equals;
+        uint32_t end;
+    };
+
+    std::string_view keyOf(const Entry& entry) const;
+    std::size_t slotOf(std::string_view key) const;
+    void addEntries(std::size_t start);
+    void index();
+
+    /// The files' texts, one behind the other. A page asks for few of their entries, so none is copied.
+    std::string text_;
+    std::vector<Entry> entries_;
+    /// A hash table of places in `entries_`, counted from 1; 0 is free. Its size is a power of two.
+    std::vector<uint32_t> slots_;
 };

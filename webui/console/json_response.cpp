@@ -8,14 +8,11 @@
 #include "webui/cgi/startup.h"
 #include "webui/console/service_text.h"
 
-#include <cstdio>
-
 namespace {
 
 void send(CPageWrapper& page, const std::string& body) {
     page.outputPage("");
-    std::fwrite(body.data(), 1, body.size(), stdout);
-    std::fflush(stdout);
+    writeOut(body);
 }
 
 bool serviceAnswers() {

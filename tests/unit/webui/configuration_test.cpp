@@ -1,4 +1,5 @@
 #include "webui/cgi/utils/configuration.h"
+#include "webui/cgi/utils/encryption.h"
 
 #include "norv/crypto.h"
 #include "tests/unit/webui/page_test.h"

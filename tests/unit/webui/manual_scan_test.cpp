@@ -43,16 +43,4 @@ TEST_F(ManualScanPage, ASaveKeepsWhatTheFormDoesNotShow) {
     EXPECT_EQ(record.scanPaths, "/srv");
 }
 
-TEST_F(ManualScanPage, AScanIsStartedOnlyWhenTheServiceSaysSo) {
-    for (const auto& [answer, id] : std::vector<std::pair<Answer, std::string>>{
-             {Answer::reply(1, {{"RequestID", "17_1"}}), "17_1"},
-             {Answer::reply(1), ""},
-             {Answer::reply(2, {{"RequestID", "17_1"}}), ""},
-             {Answer::hangUp(), ""},
-         }) {
-        service.on(IPCMessage::START, IPCMessage::MANUAL_SCAN, answer);
-        EXPECT_EQ(StartManualScan(), id);
-    }
-}
-
 }  // namespace

@@ -1,6 +1,5 @@
 #include "webui/cgi/utils/configuration.h"
 
-#include "norv/crypto.h"
 #include "norv/log.h"
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/text_file.h"
@@ -8,8 +7,6 @@
 #include <sys/stat.h>
 
 #include <cstddef>
-#include <memory>
-#include <new>
 #include <string_view>
 #include <vector>
 
@@ -28,21 +25,14 @@ bool askForConfiguration(IPCMessage::CommandID command, IPCMessage& reply) {
     return true;
 }
 
-/// Bytes that the encrypted form of a text of `length` bytes may take with its terminator.
-std::size_t encryptedSize(std::size_t length) {
-    const std::size_t total = length + 3;
-    const std::size_t rest = total % 64;
-    return total / 64 * 140 + 9 + (rest == 0 ? 0 : (rest + 7) / 8 * 16 + 11);
-}
-
 }  // namespace
 
 bool getNORVConfigFromEntity(NORVConfig& config) {
     IPCMessage reply;
     if (!askForConfiguration(IPCMessage::CONFIG_FILE_CHECK, reply)) return false;
     if (!askForConfiguration(IPCMessage::CONFIG_FILE_STATE, reply)) return false;
-    const auto content = reply.value<std::string>("Content");
-    config = NORVConfig(std::vector<char>(content.begin(), content.end()), reply.value<long>("LastModified"));
+    const std::string& content = reply.params["Content"].value;
+    config = NORVConfig({content.begin(), content.end()}, reply.value<long>("LastModified"));
     return true;
 }
 
@@ -77,22 +67,6 @@ bool GetNORVRunningOrNot(const char* file) {
 bool Exist(const char* path) {
     struct stat status {};
     return path && stat(path, &status) == 0;
-}
-
-bool encrypt_string(std::string& text) {
-    const std::size_t size = encryptedSize(text.size());
-    const std::unique_ptr<char[]> encrypted(new (std::nothrow) char[size]());
-    if (!encrypted) {
-        NORV_LOG(NORV_LOG_REFUSED, "Not enough memory: encrypted");
-        return false;
-    }
-    const int length = dm_encryptString(text.c_str(), encrypted.get(), size);
-    if (length < 1) {
-        NORV_LOG(NORV_LOG_REFUSED, "dm_encryptString() failed. [%d]", length);
-        return false;
-    }
-    text = encrypted.get();
-    return true;
 }
 
 std::string ParseData(const std::string& data, const std::string& id) {

@@ -20,8 +20,5 @@ bool GetNORVRunningOrNot(const char* file = "/proc/modules");
 /// Whether there is such a path.
 bool Exist(const char* path);
 
-/// Replaces a text by its encrypted form. False, with the text untouched, when that fails.
-bool encrypt_string(std::string& text);
-
 /// The value in `ID="id" Value="value"`, empty when `data` holds none.
 std::string ParseData(const std::string& data, const std::string& id);

@@ -1,0 +1,58 @@
+// Apart from the session check, which every page makes, so that only the log-on links the cipher library.
+#include "webui/cgi/logon.h"
+
+#include "norv/log.h"
+#include "webui/cgi/page_wrapper.h"
+#include "webui/cgi/service_message.h"
+#include "webui/cgi/utils/cookies.h"
+#include "webui/cgi/utils/encryption.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+constexpr std::size_t MAX_PASSWORD_LENGTH = 32;
+constexpr unsigned long CSRF_TOKEN_BYTES = 32;
+
+/// Asks the service to open a session. The session's id, empty when it refused.
+std::string openSession(const CQSControl& qs) {
+    std::string password = qs.getEnv("T1");
+    if (password.size() > MAX_PASSWORD_LENGTH) {
+        NORV_LOG(NORV_LOG_REFUSED, "Exceeds maximum length of a password");
+        return "";
+    }
+    const char* const address = std::getenv("REMOTE_ADDR");
+    if (!address) {
+        NORV_LOG(NORV_LOG_REFUSED, "Failed to get remote addr");
+        return "";
+    }
+    if (!encrypt_string(password)) {
+        NORV_LOG(NORV_LOG_REFUSED, "encrypt_string() failed.");
+        return "";
+    }
+    IPCMessage request(IPCMessage::SESSION, IPCMessage::PASSWORD_LOGON);
+    request.addParam("Password", password);
+    request.addParam("User", qs.getEnv("tfUserName"));
+    request.addParam("RemoteAddr", address);
+    IPCMessage reply;
+    return exchangeAccepted(request, reply) ? reply.value<std::string>("SessionID") : "";
+}
+
+}  // namespace
+
+void PasswordLogon(const CQSControl& qs) {
+    NORV_TRACE("ENTER");
+    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
+    const std::string session = openSession(qs);
+    if (session.empty()) {
+        page.outputPage("password_wrong.html");
+        return;
+    }
+    page.addCookie("hvssn", session);
+    page.addCookie("CsrfToken", genRandomHex(CSRF_TOKEN_BYTES));
+    page.addHeader("Status", "303 See Other");
+    page.addHeader("Location", "/NorvLinux/showpage.cgi?page=norv_main.html");
+    page.outputPage("");
+}
