@@ -16,6 +16,8 @@ struct ComponentVersions {
     std::string engineVersion, engineLastUpdate;
     std::string virusPatternVersion, virusPatternLastUpdate;
     std::string spywarePatternVersion, spywarePatternLastUpdate;
+
+    bool operator==(const ComponentVersions&) const = default;
 };
 
 /// What is installed in the database folder, and when that changed last. Kept in a file, for a database that is fetched

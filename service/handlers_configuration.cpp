@@ -1,5 +1,4 @@
 #include "service/handlers.h"
-#include "service/served_document.h"
 #include "service/service.h"
 
 namespace keldra::handlers {
@@ -11,7 +10,9 @@ bool checkConfiguration(Service&, const IPCMessage&, IPCMessage&) {
 
 bool getConfiguration(Service& service, const IPCMessage&, IPCMessage& reply) {
     const auto config = service.configuration().snapshot();
-    reply.addParam("Content", servedDocument(service, *config));
+    const RealtimeState realtime = service.realtime().state();
+    const ServedState state{service.varPath(), service.updater().versions(), realtime.running, realtime.kernelAllows};
+    reply.addParam("Content", service.servedDocument().text(config, state));
     reply.addParam("LastModified", config->lastModified());
     return true;
 }

@@ -94,9 +94,8 @@ Preview preview(const WalkPlan& plan) {
         result.complete = false;
         stop.request_stop();
     };
-    walkFiles(
-        everything, [&look](const ScannedFile& file) { look(file.path); },
-        [&look](const std::string& path, const std::string&) { look(path); }, stop.get_token());
+    FileWalk walk(everything, [&look](const std::string& path, const std::string&) { look(path); });
+    while (const auto file = walk.next(stop.get_token())) look(file->path);
     return result;
 }
 

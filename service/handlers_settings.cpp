@@ -6,7 +6,6 @@
 #include "service/settings_check.h"
 #include "service/share_roots.h"
 
-#include <sstream>
 #include <type_traits>
 
 namespace keldra::handlers {
@@ -37,8 +36,8 @@ bool store(Service& service, const char* name, const IPCMessage& request, IPCMes
     const auto change = [&](NORVConfig& config) {
         const Record before(config);
         Record record = before;
-        std::istringstream text(request.value<std::string>(name));
-        fault = text >> record ? faultOf(config, before, record) : "The settings are malformed.";
+        const bool parsed = parseRecord(request.value<std::string>(name), record);
+        fault = parsed ? faultOf(config, before, record) : "The settings are malformed.";
         if (!fault.empty()) return false;
         storeRecord(config, record);
         return true;

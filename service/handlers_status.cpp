@@ -91,7 +91,7 @@ bool getServiceStatus(Service& service, const IPCMessage&, IPCMessage& reply) {
     reply.addParam("Uptime", service.clock().now() - service.startedAt());
     reply.addParam("Configuration", good ? "" : service.configuration().error());
     reply.addParam("Sessions", service.sessions().size());
-    reply.addParam("Quarantined", service.quarantine().list().size());
+    reply.addParam("Quarantined", service.quarantine().size());
     reply.addParam("UpdateRunning", service.updater().status().running ? 1 : 0);
     addEngine(service, reply);
     addRealtime(service, reply);

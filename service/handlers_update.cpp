@@ -2,14 +2,11 @@
 #include "service/handlers.h"
 #include "service/service.h"
 
-#include <sstream>
-
 namespace keldra::handlers {
 
 bool startManualUpdate(Service& service, const IPCMessage& request, IPCMessage& reply) {
     NORVManualAUConfig record(*service.configuration().snapshot());
-    std::istringstream text(request.value<std::string>("ManualAUConfig"));
-    if (!(text >> record)) {
+    if (!parseRecord(request.value<std::string>("ManualAUConfig"), record)) {
         reply.addParam("Message", "The settings are malformed.");
         return false;
     }

@@ -24,9 +24,13 @@ namespace {
 using asio::local::stream_protocol;
 using SteadyTime = std::chrono::steady_clock::time_point;
 
+/// Holds most requests whole, so that one read fetches header and body.
+constexpr std::size_t FIRST_BLOCK = 1024;
 constexpr std::size_t READ_BLOCK = std::size_t{64} * 1024;
 constexpr mode_t SOCKET_MODE = 0660;
 constexpr std::chrono::milliseconds ACCEPT_PAUSE{100};
+/// Between two looks for connections whose time is up; shorter when the limits are.
+constexpr std::chrono::milliseconds SWEEP_INTERVAL{1000};
 /// Lines about misbehaving peers that the log takes in a second.
 constexpr unsigned COMPLAINTS_PER_SECOND = 10;
 
@@ -55,6 +59,9 @@ public:
         : io_(io),
           acceptor_(io),
           pause_(io),
+          sweep_(io),
+          sweepInterval_(std::clamp(std::min(limits.frameTime, limits.idleTime) / 4, std::chrono::milliseconds(1),
+                                    SWEEP_INTERVAL)),
           pool_(std::max(1U, limits.threads)),
           access_(std::move(access)),
           limits_(limits),
@@ -74,6 +81,8 @@ private:
     void retryLater(const asio::error_code& error);
     bool admits(stream_protocol::socket& socket);
     bool closeOldest();
+    void sweepLater();
+    void sweep();
     void complain(std::string_view what, std::size_t number);
     bool charge(std::size_t bytes);
     void release(std::size_t bytes) { buffered_ -= bytes; }
@@ -82,6 +91,9 @@ private:
     asio::io_context& io_;
     stream_protocol::acceptor acceptor_;
     asio::steady_timer pause_;
+    asio::steady_timer sweep_;
+    const std::chrono::milliseconds sweepInterval_;
+    bool sweeping_ = false;
     asio::thread_pool pool_;
     const ServerAccess access_;
     const ServerLimits limits_;
@@ -97,22 +109,22 @@ private:
 /// One client. All of it runs on the thread of the io_context, but for handlers that take their time.
 class MessageServer::Impl::Connection : public std::enable_shared_from_this<Connection> {
 public:
-    Connection(Impl& server, stream_protocol::socket socket)
-        : server_(server), socket_(std::move(socket)), timer_(server.io_) {}
+    Connection(Impl& server, stream_protocol::socket socket) : server_(server), socket_(std::move(socket)) {}
     ~Connection() = default;
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    void readHeader();
+    void readRequest();
     void close();
     /// Whether nothing is lost to an honest client when this connection goes: no request of it is being handled.
     bool expendable() const { return !handling_; }
     SteadyTime since() const { return since_; }
+    bool expired(SteadyTime now) const { return !handling_ && now - since_ >= limit_; }
 
 private:
     void limitTime(std::chrono::milliseconds time);
-    void readMoreOfHeader();
-    void headerComplete();
+    void readFirst();
+    void takeFirst();
     void readBody();
     void handle();
     void send(const std::string& payload);
@@ -122,30 +134,25 @@ private:
 
     Impl& server_;
     stream_protocol::socket socket_;
-    asio::steady_timer timer_;
-    std::array<char, FRAME_HEADER_SIZE> header_{};
-    std::size_t headerRead_ = 0;
+    std::array<char, FIRST_BLOCK> first_{};  ///< what came from the start of a frame on
+    std::size_t have_ = 0;                   ///< bytes of it
     std::size_t length_ = 0;
     std::string body_;
     std::size_t charged_ = 0;
     bool handling_ = false;
     bool closed_ = false;
     SteadyTime since_;
+    std::chrono::milliseconds limit_{};
 };
 
 void MessageServer::Impl::Connection::limitTime(std::chrono::milliseconds time) {
     since_ = std::chrono::steady_clock::now();
-    timer_.expires_after(time);
-    timer_.async_wait([self = shared_from_this()](const asio::error_code& error) {
-        // A wait that ended just as a new one was set up must not close what has moved on.
-        if (!error && !self->handling_ && self->timer_.expiry() <= std::chrono::steady_clock::now()) self->close();
-    });
+    limit_ = time;
 }
 
 void MessageServer::Impl::Connection::close() {
     if (std::exchange(closed_, true)) return;
     asio::error_code ignored;
-    timer_.cancel();
     socket_.close(ignored);
     shrink();
     server_.connections_.erase(shared_from_this());
@@ -164,28 +171,35 @@ bool MessageServer::Impl::Connection::grow(std::size_t bytes) {
 
 void MessageServer::Impl::Connection::shrink() { server_.release(std::exchange(charged_, 0)); }
 
-void MessageServer::Impl::Connection::readHeader() {
-    headerRead_ = 0;
-    limitTime(server_.limits_.idleTime);
-    readMoreOfHeader();
+void MessageServer::Impl::Connection::readRequest() {
+    // A client that did not wait for its reply has sent the next request already.
+    if (have_ >= FRAME_HEADER_SIZE) return takeFirst();
+    limitTime(have_ == 0 ? server_.limits_.idleTime : server_.limits_.frameTime);
+    readFirst();
 }
 
-void MessageServer::Impl::Connection::readMoreOfHeader() {
-    socket_.async_read_some(asio::buffer(header_.data() + headerRead_, header_.size() - headerRead_),
+void MessageServer::Impl::Connection::readFirst() {
+    socket_.async_read_some(asio::buffer(first_.data() + have_, first_.size() - have_),
                             [self = shared_from_this()](const asio::error_code& error, std::size_t count) {
                                 if (error || self->closed_) return self->close();
-                                if (self->headerRead_ == 0) self->limitTime(self->server_.limits_.frameTime);
-                                self->headerRead_ += count;
-                                if (self->headerRead_ < FRAME_HEADER_SIZE) return self->readMoreOfHeader();
-                                self->headerComplete();
+                                if (self->have_ == 0) self->limitTime(self->server_.limits_.frameTime);
+                                self->have_ += count;
+                                if (self->have_ < FRAME_HEADER_SIZE) return self->readFirst();
+                                self->takeFirst();
                             });
 }
 
-void MessageServer::Impl::Connection::headerComplete() {
-    length_ = frameLength(std::span<const char, FRAME_HEADER_SIZE>(header_));
+/// Header and as much of the body as came with it; what lies behind belongs to the next request.
+void MessageServer::Impl::Connection::takeFirst() {
+    length_ = frameLength(std::span(first_).first<FRAME_HEADER_SIZE>());
     if (length_ == 0 || length_ > MAX_FRAME_PAYLOAD) return refuse("a frame is refused for its length", length_);
-    body_.clear();
-    readBody();
+    const std::size_t count = std::min(length_, have_ - FRAME_HEADER_SIZE);
+    auto* const behind = first_.begin() + FRAME_HEADER_SIZE + count;
+    body_.assign(first_.begin() + FRAME_HEADER_SIZE, behind);
+    std::copy(behind, first_.begin() + have_, first_.begin());
+    have_ -= FRAME_HEADER_SIZE + count;
+    if (body_.size() < length_) return readBody();
+    handle();
 }
 
 /// Takes memory only for a block more than what has arrived, whatever length was announced.
@@ -208,14 +222,14 @@ void MessageServer::Impl::Connection::handle() {
     std::string().swap(body_);
     shrink();
     if (server_.quick_ && server_.quick_(request)) return send(server_.answerTo(request));
-    timer_.cancel();
     handling_ = true;
-    asio::post(server_.pool_, [self = shared_from_this(), server = server_.shared_from_this(), request] {
-        asio::post(server->io_, [self = self, payload = server->answerTo(request)] {
-            self->handling_ = false;
-            if (!self->closed_) self->send(payload);
-        });
-    });
+    asio::post(server_.pool_,
+               [self = shared_from_this(), server = server_.shared_from_this(), request = std::move(request)] {
+                   asio::post(server->io_, [self = self, payload = server->answerTo(request)] {
+                       self->handling_ = false;
+                       if (!self->closed_) self->send(payload);
+                   });
+               });
 }
 
 void MessageServer::Impl::Connection::send(const std::string& payload) {
@@ -227,7 +241,7 @@ void MessageServer::Impl::Connection::send(const std::string& payload) {
                           if (error || self->closed_) return self->close();
                           std::string().swap(self->body_);
                           self->shrink();
-                          self->readHeader();
+                          self->readRequest();
                       });
 }
 
@@ -302,7 +316,8 @@ void MessageServer::Impl::accepted(const asio::error_code& error, stream_protoco
     if (!error && admits(socket) && (connections_.size() < limits_.connections || closeOldest())) {
         const auto connection = std::make_shared<Connection>(*this, std::move(socket));
         connections_.insert(connection);
-        connection->readHeader();
+        connection->readRequest();
+        sweepLater();
     }
     accept();
 }
@@ -339,6 +354,24 @@ bool MessageServer::Impl::closeOldest() {
     return true;
 }
 
+void MessageServer::Impl::sweepLater() {
+    if (std::exchange(sweeping_, true)) return;
+    sweep_.expires_after(sweepInterval_);
+    sweep_.async_wait([self = shared_from_this()](const asio::error_code& stopped) {
+        self->sweeping_ = false;
+        if (!stopped) self->sweep();
+    });
+}
+
+/// One timer for all connections: setting one for each step of each request cost more than the requests.
+void MessageServer::Impl::sweep() {
+    const auto now = std::chrono::steady_clock::now();
+    const auto connections = connections_;
+    for (const auto& connection : connections)
+        if (connection->expired(now)) connection->close();
+    if (!connections_.empty()) sweepLater();
+}
+
 void MessageServer::Impl::stop() {
     asio::error_code ignored;
     if (acceptor_.is_open()) {
@@ -346,6 +379,7 @@ void MessageServer::Impl::stop() {
         ::unlink(path_.c_str());
     }
     pause_.cancel();
+    sweep_.cancel();
     const auto connections = connections_;
     for (const auto& connection : connections) connection->close();
     pool_.join();
