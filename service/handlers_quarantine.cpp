@@ -7,6 +7,8 @@ namespace keldra::handlers {
 
 namespace {
 
+constexpr std::size_t MAX_ITEMS = 1000;
+
 void writeItem(JsonText& json, const QuarantineItem& item) {
     json.object([&] {
         json.member("id", item.id).member("path", item.path).member("size", item.size);
@@ -26,12 +28,14 @@ std::string idOf(const IPCMessage& request) { return request.value<std::string>(
 
 }  // namespace
 
-bool listQuarantine(Service& service, const IPCMessage&, IPCMessage& reply) {
+bool listQuarantine(Service& service, const IPCMessage& request, IPCMessage& reply) {
     JsonText json;
     json.array([&] {
-        for (const QuarantineItem& item : service.quarantine().list()) writeItem(json, item);
+        for (const QuarantineItem& item : service.quarantine().list(request.value<std::size_t>("From"), MAX_ITEMS))
+            writeItem(json, item);
     });
     reply.addParam("Items", json.text());
+    reply.addParam("Total", service.quarantine().size());
     return true;
 }
 

@@ -8,6 +8,8 @@
 #include "service/version.h"
 
 #include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 #include <termios.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
@@ -21,6 +23,7 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -264,15 +267,40 @@ int runScan(const CommandLine& line) {
 
 // quarantine
 
+void printItem(const rapidjson::Value& item) {
+    print(text(item, "id") + "  " + keldra::timeText(number(item, "when")) + "  " +
+          (flag(item, "backup") ? "backup  " : "") + printable(text(item, "signature")) + "  " +
+          printable(text(item, "path")));
+}
+
+/// Calls `each` for all items, newest first. Returns why not, or nothing. What is put away meanwhile moves the others
+/// on, so some come twice.
+std::string forEachItem(const std::function<void(const rapidjson::Value&)>& each) {
+    std::set<std::string> seen;
+    for (std::size_t from = 0, before = 1; seen.size() != before;) {
+        before = seen.size();
+        const ControlReply reply = ask(IPCMessage::GET, IPCMessage::QUARANTINE, {{"From", std::to_string(from)}});
+        if (!reply.done) return reply.fault();
+        from += forEach(reply.text("Items"), [&](const rapidjson::Value& item) {
+            if (seen.insert(text(item, "id")).second) each(item);
+        });
+    }
+    return {};
+}
+
 int runQuarantineList(const CommandLine& line) {
-    const ControlReply reply = ask(IPCMessage::GET, IPCMessage::QUARANTINE);
-    if (!reply.done) return fail(reply.fault());
-    if (line.json) return print(reply.text("Items")), STATUS_CLEAN;
-    forEach(reply.text("Items"), [](const rapidjson::Value& item) {
-        print(text(item, "id") + "  " + keldra::timeText(number(item, "when")) + "  " +
-              (flag(item, "backup") ? "backup  " : "") + printable(text(item, "signature")) + "  " +
-              printable(text(item, "path")));
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> json(buffer);
+    json.StartArray();
+    const std::string fault = forEachItem([&](const rapidjson::Value& item) {
+        if (line.json)
+            item.Accept(json);
+        else
+            printItem(item);
     });
+    json.EndArray();
+    if (!fault.empty()) return fail(fault);
+    if (line.json) print({buffer.GetString(), buffer.GetSize()});
     return STATUS_CLEAN;
 }
 
@@ -396,7 +424,7 @@ void describeChange(CLI::App& quarantine, CommandLine& line, Run& run, const cha
 void describeQuarantine(CLI::App& app, CommandLine& line, Run& run) {
     CLI::App* const quarantine = app.add_subcommand("quarantine", "Look after the files put away");
     quarantine->require_subcommand(1);
-    CLI::App* const list = quarantine->add_subcommand("list", "List them");
+    CLI::App* const list = quarantine->add_subcommand("list", "List them, newest first");
     list->add_flag("--json", line.json, "As a JSON list");
     list->callback([&line, &run] { run = [&line] { return runQuarantineList(line); }; });
     CLI::App* const show = quarantine->add_subcommand("show", "Show all that is known about one");

@@ -53,16 +53,21 @@ QuarantineResult Quarantine::put(const ScannedFile& file, const QuarantineReason
     return {true, "", record.item.id};
 }
 
-std::vector<QuarantineItem> Quarantine::list() const {
+std::vector<QuarantineItem> Quarantine::list(std::size_t from, std::size_t count) const {
+    const std::lock_guard lock(mutex_);
+    std::vector<const QuarantineItem*> newest;
+    newest.reserve(records_.size());
+    for (const auto& [id, record] : records_) newest.push_back(&record.item);
+    std::stable_sort(newest.begin(), newest.end(),
+                     [](const QuarantineItem* a, const QuarantineItem* b) { return a->when > b->when; });
     std::vector<QuarantineItem> items;
-    {
-        const std::lock_guard lock(mutex_);
-        items.reserve(records_.size());
-        for (const auto& [id, record] : records_) items.push_back(record.item);
-    }
-    std::stable_sort(items.begin(), items.end(),
-                     [](const QuarantineItem& a, const QuarantineItem& b) { return a.when < b.when; });
+    for (std::size_t i = from; i < newest.size() && items.size() < count; ++i) items.push_back(*newest[i]);
     return items;
+}
+
+std::size_t Quarantine::size() const {
+    const std::lock_guard lock(mutex_);
+    return records_.size();
 }
 
 std::optional<QuarantineItem> Quarantine::find(const std::string& id) const {

@@ -45,8 +45,9 @@ public:
     /// Keeps a copy of a file and leaves the file alone.
     QuarantineResult backup(const ScannedFile& file, const QuarantineReason& reason);
 
-    /// All items, oldest first.
-    std::vector<QuarantineItem> list() const;
+    /// The items from number `from` on, newest first, at most `count`.
+    std::vector<QuarantineItem> list(std::size_t from = 0, std::size_t count = SIZE_MAX) const;
+    std::size_t size() const;
     std::optional<QuarantineItem> find(const std::string& id) const;
 
     /// Puts a file back with its path, owner, mode and times. Nothing is overwritten, and a folder that is gone is not

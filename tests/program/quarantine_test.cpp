@@ -14,7 +14,8 @@ class Quarantine : public ConsoleTest {
 protected:
     Quarantine() {
         console.writeTemplate("quarantine.html", "quarantine __LOCALE__\n");
-        service.on(M::GET, M::QUARANTINE, Answer::reply(1, {{"Items", R"([{"id":"a1","path":"/srv/ä"}])"}}));
+        service.on(M::GET, M::QUARANTINE,
+                   Answer::reply(1, {{"Items", R"([{"id":"a1","path":"/srv/ä"}])"}, {"Total", "1"}}));
         service.on(M::GET, M::QUARANTINE_TRUST,
                    Answer::reply(1, {{"Trusted", R"([{"sha256":"ff","name":"/srv/b"}])"}}));
         for (const auto command : {M::QUARANTINE_ITEM, M::QUARANTINE_TRUST}) {
@@ -31,7 +32,7 @@ protected:
 
 TEST_F(Quarantine, ThePageAndItsListAreShownToWhoIsLoggedOn) {
     expectPage(ask(""), "quarantine en-US\n");
-    EXPECT_EQ(ask("list=1").bytes, JSON_HEAD + R"({"items":[{"id":"a1","path":"/srv/ä"}],)" +
+    EXPECT_EQ(ask("list=1").bytes, JSON_HEAD + R"({"items":[{"id":"a1","path":"/srv/ä"}],"total":1,)" +
                                        R"("trusted":[{"sha256":"ff","name":"/srv/b"}]})");
 }
 

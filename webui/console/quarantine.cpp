@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -91,14 +92,19 @@ void writeList(JsonWriter& json, const char* name, const IPCMessage& reply, cons
     json.RawValue(list.data(), list.size(), rapidjson::kArrayType);
 }
 
-int list() {
+/// The files from number `From` on, newest first, as many as the service gives at a time; and what is trusted.
+int list(const ConsoleRequest& request) {
+    IPCMessage message(IPCMessage::GET, IPCMessage::QUARANTINE);
+    message.addParam("From", std::max(0, request.fields.getEnv<int>("From")));
     IPCMessage items;
     IPCMessage trusted;
-    if (!askService({IPCMessage::GET, IPCMessage::QUARANTINE}, items)) return 1;
+    if (!askService(message, items)) return 1;
     if (!askService({IPCMessage::GET, IPCMessage::QUARANTINE_TRUST}, trusted)) return 1;
     return answerJson(jsonText([&](JsonWriter& json) {
         json.StartObject();
         writeList(json, "items", items, "Items");
+        json.Key("total");
+        json.Int64(items.value<std::int64_t>("Total"));
         writeList(json, "trusted", trusted, "Trusted");
         json.EndObject();
     }));
@@ -111,7 +117,7 @@ int showPage() {
 
 int handle(const ConsoleRequest& request) {
     if (request.isPost() || request.has("action")) return act(request);
-    return request.has("list") ? list() : showPage();
+    return request.has("list") ? list(request) : showPage();
 }
 
 }  // namespace

@@ -18,6 +18,8 @@ const refusals = new Map();
 const copyOf = (id) => byId(id).content.firstElementChild.cloneNode(true);
 const wanted = () => byId('search').value.trim().toLocaleLowerCase();
 const fits = (item, words) => `${item.path}\n${item.signature}`.toLocaleLowerCase().includes(words);
+/** One piece of a row, which breaks between pieces only. */
+const unbroken = (text) => text.replace(/ /g, '\u00a0');
 const matching = () => items.filter((item) => fits(item, wanted()));
 const shown = () => matching().slice(0, limit);
 
@@ -65,7 +67,8 @@ function makeItem(item) {
   entry.querySelector('.kind').textContent = malwareText(item.type);
   entry.querySelector('.kind').title = item.signature;
   entry.querySelector('.copy').hidden = !item.backup;
-  entry.querySelector('.when').textContent = `${item.signature} · ${sizeText(item.size)} · ${timeText(item.when)}`;
+  entry.querySelector('.when').textContent =
+    [item.signature, unbroken(sizeText(item.size)), unbroken(timeText(item.when))].join(' · ');
   showRefusal(entry, item.id);
   return entry;
 }
@@ -106,12 +109,27 @@ function show() {
   showPicked();
 }
 
+/** All that is in quarantine, read page by page. What came in meanwhile moves the others on, so some come twice. */
+async function readAll() {
+  const found = new Map();
+  for (let from = 0, total = 1; from < total;) {
+    const page = await getJson(`./quarantine.cgi?list=1&From=${from}`);
+    for (const item of page.items) found.set(item.id, item);
+    trusted = page.trusted.sort((a, b) => a.name.localeCompare(b.name));
+    from += page.items.length;
+    total = page.items.length ? page.total : 0;
+    if (!items.length) {
+      items = page.items;
+      show();
+    }
+  }
+  return [...found.values()].sort((a, b) => b.when - a.when);
+}
+
 async function load() {
   const failed = byId('load-failed');
   try {
-    const lists = await getJson('./quarantine.cgi?list=1');
-    items = lists.items.sort((a, b) => b.when - a.when);
-    trusted = lists.trusted.sort((a, b) => a.name.localeCompare(b.name));
+    items = await readAll();
     failed.hidden = true;
     show();
   } catch (error) {
