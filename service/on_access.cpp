@@ -25,6 +25,7 @@
 #include <fstream>
 #include <optional>
 #include <set>
+#include <shared_mutex>
 #include <span>
 #include <sstream>
 #include <thread>
@@ -38,6 +39,8 @@ using Time = std::chrono::steady_clock::time_point;
 
 constexpr unsigned INIT_FLAGS = FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK;
 constexpr unsigned EVENT_FILE_FLAGS = O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME;
+constexpr auto LOOK_INTERVAL = std::chrono::seconds(2);  // how often folders that came or went are looked for
+constexpr const char* NO_FOLDER = "There is no folder to watch.";
 constexpr time_t SETTLED = 2;  // seconds after its last change from which a file's times can show the next one
 
 /// The kernel's own file systems hold no files that could be infected.
@@ -80,12 +83,12 @@ std::vector<std::string> mountsBelow(const std::vector<std::string>& folders) {
 class Group {
 public:
     bool open() {
-        const std::lock_guard lock(mutex_);
+        const std::unique_lock lock(mutex_);
         fd_ = FileDescriptor(fanotify_init(INIT_FLAGS, EVENT_FILE_FLAGS));
         return static_cast<bool>(fd_);
     }
     void close() {
-        const std::lock_guard lock(mutex_);
+        const std::unique_lock lock(mutex_);
         fd_.reset();
     }
     /// For the one thread that reads, which is gone when the group is closed.
@@ -93,11 +96,11 @@ public:
 
     /// `directory` and `path` as for the system call. False with errno set.
     bool mark(unsigned flags, uint64_t mask, int directory, const char* path) {
-        const std::lock_guard lock(mutex_);
+        const std::shared_lock lock(mutex_);
         return fanotify_mark(fd_.get(), flags, mask, directory, path) == 0;
     }
     void answer(int fd, bool deny) {
-        const std::lock_guard lock(mutex_);
+        const std::shared_lock lock(mutex_);
         fanotify_response response{};
         response.fd = fd;
         response.response = deny ? FAN_DENY : FAN_ALLOW;
@@ -106,7 +109,7 @@ public:
     }
 
 private:
-    std::mutex mutex_;
+    std::shared_mutex mutex_;  ///< shared but for the descriptor itself: a mark may wait for a folder's server
     FileDescriptor fd_;
 };
 
@@ -162,15 +165,43 @@ std::string pathOf(int fd) {
     return path.ends_with(" (deleted)") ? std::string() : path;
 }
 
-std::vector<std::string> realFolders(const std::vector<std::string>& folders, bool report) {
-    std::vector<std::string> real;
-    for (const std::string& folder : folders) {
-        const std::unique_ptr<char, decltype(&std::free)> path(realpath(folder.c_str(), nullptr), &std::free);
-        if (path) real.emplace_back(path.get());
-        if (!path && report)
-            NORV_LOG(NORV_LOG_WARNING, "The folder %s is not watched: %s", folder.c_str(), errorText(errno).c_str());
+/// The folder's path without symbolic links; empty with errno set.
+std::string realFolder(const std::string& folder) {
+    const std::unique_ptr<char, decltype(&std::free)> path(realpath(folder.c_str(), nullptr), &std::free);
+    return path ? path.get() : std::string();
+}
+
+/// Where the folders of the settings are at the moment.
+struct Places {
+    std::vector<std::string> watched;    ///< without symbolic links
+    std::vector<std::string> neverScan;  ///< both as set and without symbolic links
+    std::vector<std::string> missing;    ///< with the reason, for the log
+
+    bool operator==(const Places&) const = default;
+};
+
+Places placesOf(const OnAccessSettings& settings) {
+    Places places;
+    for (const std::string& folder : settings.folders) {
+        std::string path = realFolder(folder);
+        if (path.empty()) places.missing.push_back(folder + ": " + errorText(errno));
+        if (!path.empty()) places.watched.push_back(std::move(path));
     }
-    return real;
+    places.neverScan = settings.neverScan;
+    for (const std::string& folder : settings.neverScan) {
+        std::string path = realFolder(folder);
+        if (!path.empty()) places.neverScan.push_back(std::move(path));
+    }
+    return places;
+}
+
+/// Whether the file holds anything that could be scanned, as far as can be told without waiting for the server or
+/// program behind a file system. What such a file system remembers of a file's size may be out of date.
+bool mayHoldSomething(int fd) {
+    struct statx status {};
+    if (statx(fd, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_TYPE | STATX_SIZE, &status) != 0) return false;
+    const bool onDisk = status.stx_dev_major != 0;
+    return S_ISREG(status.stx_mode) && (status.stx_size > 0 || !onDisk);
 }
 
 /// Why the kernel does not let this process watch file accesses; empty when it does.
@@ -193,58 +224,69 @@ public:
     Listener(const OnAccessHooks& hooks, OnAccessSettings settings);
     ~Listener() { end(); }
 
-    /// False, with the reason in words, when nothing can be watched.
+    /// Begins to listen; what there is not to watch yet is looked for again and again. False, with the reason in words,
+    /// when it cannot listen at all.
     bool start(std::string& problem);
     /// Allows what waits, ends the threads and waits for them.
     void end();
-    bool running() const { return running_; }
+    bool running() const { return alive_ && watching_; }
+    std::string problem();
     void forgetClean() { group_->mark(FAN_MARK_FLUSH, 0, AT_FDCWD, "/"); }
 
 private:
     using Item = std::shared_ptr<Access>;
 
-    bool markAll();
+    void look(bool mountsChanged);
+    bool mark(const std::vector<std::string>& folders, bool report);
+    std::shared_ptr<const Places> places();
     void read();
+    void readUntilStopped();
+    void noteFailure();
+    void lookLater(bool mountsChanged);
     int pollTimeout();
     bool readEvents();
     void receive(const fanotify_event_metadata& event);
     void admit(const fanotify_event_metadata& event, FileDescriptor file, bool waiting);
-    bool concerns(int fd, const std::string& path) const;
+    bool concerns(int fd, const std::string& path);
     void enqueue(Item item);
     void expire(bool all);
     void note(std::string text);
 
     void work();
     bool takeNotes(std::unique_lock<std::mutex>& lock);
+    bool takeLook(std::unique_lock<std::mutex>& lock);
     void scan(Access& access);
+    void scanFile(Access& access);
     void remember(const Access& access, const struct stat& before);
 
     const OnAccessHooks& hooks_;
-    OnAccessSettings settings_;
+    const OnAccessSettings settings_;
     const std::shared_ptr<Group> group_ = std::make_shared<Group>();
     FileDescriptor wake_{eventfd(0, EFD_CLOEXEC)};
     FileDescriptor mounts_{::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)};
     std::stop_source stop_;
-    std::atomic<bool> running_{false};
+    std::atomic<bool> alive_{false};
+    std::atomic<bool> watching_{false};  ///< there is something to watch
     std::atomic<bool> remembers_{true};
     std::thread reader_;
     std::vector<std::thread> workers_;
     std::deque<std::weak_ptr<Access>> waiting_;  ///< the reader's, by deadline
+    Time nextLook_;                              ///< the reader's
 
     std::mutex mutex_;
     std::condition_variable ready_;
     std::deque<Item> queue_;
     std::vector<std::string> notes_;
     std::size_t lostNotes_ = 0;
+    std::shared_ptr<const Places> places_ = std::make_shared<const Places>();
+    bool marked_ = false;  ///< all of these places
+    bool lookDue_ = false;
     bool mountsChanged_ = false;
+    bool looking_ = false;  ///< one worker at a time, for a folder's server may not answer
 };
 
 OnAccess::Listener::Listener(const OnAccessHooks& hooks, OnAccessSettings settings)
-    : hooks_(hooks), settings_(std::move(settings)) {
-    settings_.folders = realFolders(settings_.folders, true);
-    const auto real = realFolders(settings_.neverScan, false);
-    settings_.neverScan.insert(settings_.neverScan.end(), real.begin(), real.end());
-}
+    : hooks_(hooks), settings_(std::move(settings)) {}
 
 void OnAccess::Listener::end() {
     stop_.request_stop();
@@ -263,62 +305,108 @@ void OnAccess::Listener::end() {
 }
 
 bool OnAccess::Listener::start(std::string& problem) {
-    if (settings_.folders.empty()) return problem = "There is no folder to watch.", false;
+    if (settings_.folders.empty()) return problem = NO_FOLDER, false;
     if (!wake_ || !group_->open()) return problem = "fanotify: " + errorText(errno), false;
-    if (!markAll()) return problem = "None of the folders can be watched.", false;
-    running_ = true;
+    look(true);
+    alive_ = true;
     for (unsigned i = 0; i < std::max(1U, settings_.workers); ++i) workers_.emplace_back([this] { work(); });
     reader_ = std::thread([this] { read(); });
     return true;
 }
 
-bool OnAccess::Listener::markAll() {
+std::string OnAccess::Listener::problem() {
+    if (!alive_) return "The listener has failed, see the log.";
+    if (watching_) return {};
+    return places()->watched.empty() ? NO_FOLDER : "None of the folders can be watched.";
+}
+
+std::shared_ptr<const Places> OnAccess::Listener::places() {
+    const std::lock_guard lock(mutex_);
+    return places_;
+}
+
+/// Follows folders that came, went or lead elsewhere now, and file systems mounted since.
+void OnAccess::Listener::look(bool mountsChanged) {
+    auto now = std::make_shared<const Places>(placesOf(settings_));
+    const bool moved = *now != *places();
+    if (!moved && !mountsChanged && marked_) return;
+    if (moved)
+        for (const std::string& folder : now->missing)
+            NORV_LOG(NORV_LOG_WARNING, "The folder is not watched, %s", folder.c_str());
+    marked_ = mark(now->watched, moved || mountsChanged);
+    const std::lock_guard lock(mutex_);
+    places_ = std::move(now);
+}
+
+/// False when some of the folders, or of the file systems mounted below them, cannot be watched.
+bool OnAccess::Listener::mark(const std::vector<std::string>& folders, bool report) {
     // Writes are always listened to: they end what is remembered as clean.
     const uint64_t mask = FAN_CLOSE_WRITE | (settings_.incoming ? FAN_OPEN_PERM : 0);
-    std::vector<std::string> places = settings_.folders;
-    for (std::string& mount : mountsBelow(settings_.folders)) places.push_back(std::move(mount));
-    bool any = false;
+    std::vector<std::string> places = folders;
+    for (std::string& mount : mountsBelow(folders)) places.push_back(std::move(mount));
+    std::size_t count = 0;
     for (const std::string& place : places) {
         const bool marked = group_->mark(FAN_MARK_ADD | FAN_MARK_FILESYSTEM, mask, AT_FDCWD, place.c_str());
-        any = any || marked;
-        if (!marked) NORV_LOG(NORV_LOG_ERROR, "%s cannot be watched: %s", place.c_str(), errorText(errno).c_str());
+        if (marked) ++count;
+        if (!marked && report)
+            NORV_LOG(NORV_LOG_ERROR, "%s cannot be watched: %s", place.c_str(), errorText(errno).c_str());
     }
-    return any;
+    watching_ = count > 0;
+    return count == places.size();
 }
 
 void OnAccess::Listener::read() {
+    try {
+        readUntilStopped();
+    } catch (const std::exception&) {
+        // Out of memory: ended like any other failure, so that nobody is left waiting.
+    }
+    expire(true);
+    alive_ = false;
+    if (!stop_.stop_requested()) noteFailure();
+}
+
+void OnAccess::Listener::noteFailure() try {
+    group_->close();
+    note("The real-time scan has ended by a failure of its listener; accesses are allowed unscanned");
+} catch (const std::exception&) {
+    // `problem()` tells as well.
+}
+
+void OnAccess::Listener::readUntilStopped() {
     std::array<pollfd, 3> files = {pollfd{group_->get(), POLLIN, 0}, pollfd{wake_.get(), POLLIN, 0},
                                    pollfd{mounts_.get(), POLLPRI, 0}};
+    nextLook_ = std::chrono::steady_clock::now() + LOOK_INTERVAL;
     while (!stop_.stop_requested()) {
         if (poll(files.data(), files.size(), pollTimeout()) < 0 && errno != EINTR) break;
         expire(false);
         if ((files[0].revents & POLLIN) != 0 && !readEvents()) break;
-        if ((files[2].revents & (POLLPRI | POLLERR)) != 0) {
-            const std::lock_guard lock(mutex_);
-            mountsChanged_ = true;
-            ready_.notify_one();
-        }
-    }
-    expire(true);
-    running_ = false;
-    if (!stop_.stop_requested()) {
-        note("The real-time scan has ended by a failure of its listener; accesses are allowed unscanned");
-        group_->close();
+        const bool mountsChanged = (files[2].revents & (POLLPRI | POLLERR)) != 0;
+        if (mountsChanged || std::chrono::steady_clock::now() >= nextLook_) lookLater(mountsChanged);
     }
 }
 
-/// Milliseconds until somebody has waited too long; -1: nobody waits.
+void OnAccess::Listener::lookLater(bool mountsChanged) {
+    nextLook_ = std::chrono::steady_clock::now() + LOOK_INTERVAL;
+    const std::lock_guard lock(mutex_);
+    lookDue_ = true;
+    mountsChanged_ = mountsChanged_ || mountsChanged;
+    ready_.notify_one();
+}
+
+/// Milliseconds until somebody has waited too long or the folders are to be looked at again.
 int OnAccess::Listener::pollTimeout() {
+    Time until = nextLook_;
     while (!waiting_.empty()) {
         const Item item = waiting_.front().lock();
         if (item && item->waiting()) {
-            const auto left =
-                std::chrono::ceil<std::chrono::milliseconds>(item->deadline() - std::chrono::steady_clock::now());
-            return static_cast<int>(std::clamp<int64_t>(left.count(), 0, 60000));
+            until = std::min(until, item->deadline());
+            break;
         }
         waiting_.pop_front();
     }
-    return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+    return static_cast<int>(std::clamp<int64_t>(left.count(), 0, 60000));
 }
 
 /// Answers for the scans that take too long, or for all that wait when the listener ends.
@@ -382,10 +470,10 @@ void OnAccess::Listener::admit(const fanotify_event_metadata& event, FileDescrip
     enqueue(item);
 }
 
-bool OnAccess::Listener::concerns(int fd, const std::string& path) const {
-    if (path.empty() || !liesBelow(path, settings_.folders) || liesBelow(path, settings_.neverScan)) return false;
-    const struct stat status = statusOf(fd);
-    return S_ISREG(status.st_mode) && status.st_size > 0;
+bool OnAccess::Listener::concerns(int fd, const std::string& path) {
+    const auto where = places();
+    if (path.empty() || !liesBelow(path, where->watched) || liesBelow(path, where->neverScan)) return false;
+    return mayHoldSomething(fd);
 }
 
 void OnAccess::Listener::enqueue(Item item) {
@@ -415,9 +503,10 @@ void OnAccess::Listener::note(std::string text) {
 void OnAccess::Listener::work() {
     std::unique_lock lock(mutex_);
     while (true) {
-        ready_.wait(lock,
-                    [this] { return stop_.stop_requested() || !queue_.empty() || !notes_.empty() || mountsChanged_; });
-        if (takeNotes(lock)) continue;
+        ready_.wait(lock, [this] {
+            return stop_.stop_requested() || !queue_.empty() || !notes_.empty() || (lookDue_ && !looking_);
+        });
+        if (takeNotes(lock) || takeLook(lock)) continue;
         if (stop_.stop_requested()) return;
         if (queue_.empty()) continue;
         Item item = std::move(queue_.front());
@@ -433,18 +522,43 @@ void OnAccess::Listener::work() {
 bool OnAccess::Listener::takeNotes(std::unique_lock<std::mutex>& lock) {
     const auto notes = std::exchange(notes_, {});
     const auto lost = std::exchange(lostNotes_, 0);
-    const bool mounts = std::exchange(mountsChanged_, false) && !stop_.stop_requested() && running_;
-    if (notes.empty() && !mounts) return false;
+    if (notes.empty()) return false;
     lock.unlock();
     for (const std::string& text : notes) NORV_LOG(NORV_LOG_WARNING, "%s", text.c_str());
     if (lost > 0) NORV_LOG(NORV_LOG_WARNING, "%zu more such lines of the real-time scan were left out", lost);
-    if (mounts) markAll();
     lock.lock();
     return true;
 }
 
+/// Looks for the folders, if that is due, without the lock. True when it did.
+bool OnAccess::Listener::takeLook(std::unique_lock<std::mutex>& lock) {
+    if (looking_ || !std::exchange(lookDue_, false)) return false;
+    const bool mounts = std::exchange(mountsChanged_, false);
+    if (stop_.stop_requested() || !alive_) return false;
+    looking_ = true;
+    lock.unlock();
+    try {
+        look(mounts);
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "The watched folders could not be looked for: %s", error.what());
+    }
+    lock.lock();
+    looking_ = false;
+    return true;
+}
+
 void OnAccess::Listener::scan(Access& access) {
+    try {
+        scanFile(access);
+    } catch (const std::exception& error) {
+        // The access is answered by its end.
+        NORV_LOG(NORV_LOG_ERROR, "The real-time scan of %s failed: %s", access.path().c_str(), error.what());
+    }
+}
+
+void OnAccess::Listener::scanFile(Access& access) {
     const struct stat before = statusOf(access.fd());
+    if (!S_ISREG(before.st_mode) || before.st_size == 0) return;
     const bool waited = access.waiting();
     const OnAccessAnswer answer = hooks_.scan(access.fd(), access.path(), stop_.get_token());
     if (waited && answer.cacheable && !answer.deny) remember(access, before);
@@ -489,9 +603,8 @@ bool OnAccess::configure(const OnAccessSettings& settings) {
     auto listener = std::make_shared<Listener>(hooks_, settings);
     if (!kernelAllows(&problem) || !listener->start(problem)) listener.reset();
     if (!listener) NORV_LOG(NORV_LOG_ERROR, "The real-time scan does not run: %s", problem.c_str());
-    const bool started = listener != nullptr;
     replace(std::move(listener), problem);
-    return started;
+    return running();
 }
 
 void OnAccess::stop() { configure({}); }
@@ -518,8 +631,7 @@ bool OnAccess::running() const {
 
 std::string OnAccess::problem() const {
     const std::lock_guard lock(mutex_);
-    if (problem_.empty() && listener_ && !listener_->running()) return "The listener has failed, see the log.";
-    return problem_;
+    return problem_.empty() && listener_ ? listener_->problem() : problem_;
 }
 
 void OnAccess::forgetClean() {

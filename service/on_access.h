@@ -14,10 +14,9 @@ namespace keldra {
 
 /// What the real-time scan watches and how it behaves.
 struct OnAccessSettings {
-    bool incoming = false;  ///< scan a file before it is opened and refuse what is infected
-    bool outgoing = false;  ///< scan a file after it was written
-    std::vector<std::string>
-        folders;  ///< watched, with all below them; those that do not exist are logged and left out
+    bool incoming = false;               ///< scan a file before it is opened and refuse what is infected
+    bool outgoing = false;               ///< scan a file after it was written
+    std::vector<std::string> folders;    ///< watched, with all below them; those that do not exist, once they do
     std::vector<std::string> neverScan;  ///< left out, with all below them: excluded folders and the service's own
     std::chrono::milliseconds timeLimit{10000};  ///< how long whoever opens a file may wait for its scan
     bool denyOnTimeout = false;                  ///< what happens then: refuse, else allow and log
@@ -61,7 +60,8 @@ public:
     static bool kernelAllows(std::string* reason = nullptr);
 
     /// Listens with these settings; restarts when they differ from those before, ends when neither direction is set.
-    /// Returns whether the listener runs as wished; `problem()` tells why not.
+    /// Returns whether the listener runs as wished; `problem()` tells why not. While none of the folders exists it is
+    /// not running, but begins by itself when one does.
     bool configure(const OnAccessSettings& settings);
     void stop();
 

@@ -61,14 +61,17 @@ protected:
         if (mounted_) ::umount2(service_.file("samples").c_str(), MNT_DETACH);
     }
 
-    /// Watches the folder in these directions; finds are put into quarantine.
-    void watch(uint32_t directions) {
+    /// Has a folder watched in these directions; finds are put into quarantine.
+    void watch(uint32_t directions, const char* folder = "samples") {
         auto record = read<NORVRealtimeScanConfig>(REALTIME_SCAN_CONFIG, "RealtimeScanConfig");
         record.scanDirection = directions;
         record.universeAction = "2-2";
-        record.scanPaths = service_.file("samples");
+        record.scanPaths = service_.file(folder);
         ASSERT_EQ(store(REALTIME_SCAN_CONFIG, "RealtimeScanConfig", record).result, 1);
-        ASSERT_TRUE(read<NORVRealtimeScanConfig>(REALTIME_SCAN_CONFIG, "RealtimeScanConfig").serviceRunning);
+        ASSERT_TRUE(running());
+    }
+    bool running() const {
+        return read<NORVRealtimeScanConfig>(REALTIME_SCAN_CONFIG, "RealtimeScanConfig").serviceRunning;
     }
     /// The id of the only file in quarantine, once it is there.
     std::string quarantined() const {
@@ -109,13 +112,28 @@ TEST_F(RealtimeTest, AVirusThatIsWrittenIsPutAwayWithoutBeingOpenedAgain) {
     EXPECT_FALSE(std::filesystem::exists(service_.file("samples") / "outgoing.com"));
 }
 
+TEST_F(RealtimeTest, AFolderThatWasMissingAtTheStartIsWatchedOnceItIsThere) {
+    const std::filesystem::path folder = service_.file("samples") / "later";
+    std::filesystem::create_directory(folder);
+    ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING, "samples/later"));
+    service_.stop();
+    std::filesystem::remove(folder);
+    ASSERT_TRUE(service_.start());
+    EXPECT_EQ(get(SERVICE_STATUS).value<std::string>("RealtimeMessage"), "There is no folder to watch.");
+    EXPECT_FALSE(running());
+    writeFile(folder / "eicar.com", testFile());
+    EXPECT_TRUE(waitFor([this] { return running(); }));
+    EXPECT_EQ(openElsewhere(folder / "eicar.com"), EPERM);
+    EXPECT_EQ(quarantined().size(), 32U);
+}
+
 TEST_F(RealtimeTest, AKilledServiceFreezesNobody) {
     writeFile(service_.file("samples") / "eicar.com", testFile());
     ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING | NORVRealtimeScanConfig::OUTGOING));
     service_.crash();
     EXPECT_EQ(openElsewhere(service_.file("samples") / "eicar.com"), 0);
     ASSERT_TRUE(service_.start());
-    EXPECT_TRUE(read<NORVRealtimeScanConfig>(REALTIME_SCAN_CONFIG, "RealtimeScanConfig").serviceRunning);
+    EXPECT_TRUE(running());
     EXPECT_EQ(openElsewhere(service_.file("samples") / "eicar.com"), EPERM) << "watched again after the start";
 }
 

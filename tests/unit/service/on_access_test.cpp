@@ -198,6 +198,29 @@ TEST_F(OnAccessTest, AFileSystemMountedLaterBelowAFolderIsWatchedToo) {
     EXPECT_TRUE(waitFor([&] { return openElsewhere(shared() / "usb" / "bad.txt") == EPERM; }));
 }
 
+TEST_F(OnAccessTest, AFolderMadeLaterIsWatchedWhereverItIsAndHoweverOftenItIsReplaced) {
+    settings_.folders = {root() / "later"};
+    ASSERT_FALSE(listener_.configure(settings_));
+    const auto bad = root() / "later" / "bad.txt";
+    const auto refused = [&] { return openElsewhere(bad) == EPERM; };
+    writeFile(bad, "EICAR");
+    EXPECT_TRUE(waitFor(refused)) << "made";
+    EXPECT_TRUE(listener_.running());
+    EXPECT_EQ(listener_.problem(), "");
+
+    std::filesystem::rename(root() / "later", root() / "earlier");
+    EXPECT_TRUE(waitFor([&] { return !listener_.running(); })) << "gone";
+    EXPECT_EQ(openElsewhere(root() / "earlier" / "bad.txt"), 0);
+    std::filesystem::create_directory_symlink(shared(), root() / "later");
+    EXPECT_TRUE(waitFor(refused)) << "leads elsewhere";
+
+    std::filesystem::remove(root() / "later");
+    std::filesystem::create_directory(root() / "later");
+    ASSERT_EQ(mount("tmpfs", (root() / "later").c_str(), "tmpfs", 0, "size=1m"), 0);
+    writeFile(bad, "EICAR");
+    EXPECT_TRUE(waitFor(refused)) << "another file system";
+}
+
 TEST_F(OnAccessTest, ManyAccessesAtOnceAreAllAnswered) {
     ASSERT_TRUE(listener_.configure(settings_));
     std::vector<std::future<int>> all;

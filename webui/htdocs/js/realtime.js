@@ -24,6 +24,8 @@ if (variables.get('bRealTimeScanDisabled') === true) {
   const state = byId('realtime-state');
   state.classList.replace('warning', 'danger');
   state.setAttribute('role', 'alert');
+  // Only the notice of a kernel that does not let files be watched names its module, and does so in every language.
+  byId('realtime-why').hidden = !state.textContent.includes('KHM');
 }
 
 validateOnSubmit(form, bindScanSettings(form, variables));
