@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <deque>
 #include <filesystem>
 #include <set>
 #include <utility>
@@ -18,7 +19,7 @@ namespace keldra {
 namespace {
 
 /// Folders inside folders; each level holds a descriptor while it is walked.
-constexpr int DEEPEST = 256;
+constexpr std::size_t DEEPEST = 256;
 
 using Folder = std::shared_ptr<const FileDescriptor>;
 using Identity = std::pair<dev_t, ino_t>;
@@ -58,177 +59,175 @@ bool isKernelFileSystem(int fd) {
     return std::find(TYPES.begin(), TYPES.end(), type) != TYPES.end();
 }
 
-/// What a walk does with what it meets.
-class Visitor {
-public:
-    Visitor() = default;
-    Visitor(const Visitor&) = delete;
-    Visitor& operator=(const Visitor&) = delete;
-    virtual ~Visitor() = default;
-    virtual void file(const Folder& folder, const std::string& name, const std::string& path) = 0;
-    virtual void skipped(const std::string& path, const std::string& reason) = 0;
+using Entries = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+/// A folder on the way from a root to where the walk is.
+struct Level {
+    Folder folder;
+    std::string path;
+    dev_t device = 0;
+    Entries entries{nullptr, ::closedir};  ///< gone once all are read; the subfolders come afterwards
+    std::deque<std::string> subfolders;
 };
 
-class Walk {
+}  // namespace
+
+class FileWalk::State {
 public:
-    Walk(const WalkPlan& plan, Visitor& visitor, std::stop_token stop);
-    void run();
+    State(const WalkPlan& plan, Skipped skipped);
+    std::optional<FoundFile> next(const std::stop_token& stop);
 
 private:
-    void root(const std::string& path);
-    void folder(const Folder& folder, const std::string& path, dev_t device, int depth);
-    void subfolder(const Folder& parent, const std::string& name, const std::string& path, dev_t device, int depth);
-    bool readEntries(const Folder& folder, const std::string& path, std::vector<std::string>& subfolders);
-    void entry(const Folder& folder, const dirent& found, const std::string& path,
-               std::vector<std::string>& subfolders);
-    void file(const Folder& folder, const std::string& name, const std::string& path);
+    std::optional<FoundFile> root(const std::string& path);
+    void enter(Folder folder, const std::string& path, dev_t device);
+    void enterNext();
+    std::optional<FoundFile> readEntry();
+    std::optional<FoundFile> entry(const dirent& found);
+    std::optional<FoundFile> file(const Folder& folder, const std::string& name, std::string path) const;
     bool excluded(const std::string& path, const struct stat& status) const;
-    void skip(const std::string& path, int error) { visitor_.skipped(path, errorText(error)); }
+    void skip(const std::string& path, int error) { skipped_(path, errorText(error)); }
 
     const WalkPlan& plan_;
-    Visitor& visitor_;
-    std::stop_token stop_;
-    std::vector<std::string> roots_;
+    const Skipped skipped_;
+    std::vector<std::string> roots_;  ///< the next one last
     std::vector<std::string> excludePaths_;
     std::set<Identity> excludeIdentities_;
+    std::vector<Level> levels_;
 };
 
-Walk::Walk(const WalkPlan& plan, Visitor& visitor, std::stop_token stop)
+FileWalk::State::State(const WalkPlan& plan, Skipped skipped)
     : plan_(plan),
-      visitor_(visitor),
-      stop_(std::move(stop)),
+      skipped_(std::move(skipped)),
       roots_(outermost(plan.roots)),
       excludePaths_(normalPaths(plan.excludeFolders)) {
+    std::reverse(roots_.begin(), roots_.end());
     for (const std::string& path : excludePaths_) {
         struct stat status {};
         if (::stat(path.c_str(), &status) == 0) excludeIdentities_.emplace(status.st_dev, status.st_ino);
     }
 }
 
-void Walk::run() {
-    for (const std::string& path : roots_) {
-        if (stop_.stop_requested()) return;
-        root(path);
+std::optional<FoundFile> FileWalk::State::next(const std::stop_token& stop) {
+    std::optional<FoundFile> found;
+    while (!found && !stop.stop_requested()) {
+        if (levels_.empty()) {
+            if (roots_.empty()) break;
+            const std::string path = std::move(roots_.back());
+            roots_.pop_back();
+            found = root(path);
+        } else if (levels_.back().entries) {
+            found = readEntry();
+        } else if (!levels_.back().subfolders.empty()) {
+            enterNext();
+        } else {
+            levels_.pop_back();
+        }
     }
+    return found;
 }
 
-bool Walk::excluded(const std::string& path, const struct stat& status) const {
+bool FileWalk::State::excluded(const std::string& path, const struct stat& status) const {
     return excludeIdentities_.count({status.st_dev, status.st_ino}) != 0 || liesBelow(path, excludePaths_);
 }
 
-void Walk::root(const std::string& path) {
+std::optional<FoundFile> FileWalk::State::root(const std::string& path) {
     struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) return skip(path, errno);
-    if (S_ISLNK(status.st_mode)) return visitor_.skipped(path, "it is a symbolic link, which is not followed");
-    if (excluded(path, status)) return;
+    if (::lstat(path.c_str(), &status) != 0) return skip(path, errno), std::nullopt;
+    if (S_ISLNK(status.st_mode)) return skipped_(path, "it is a symbolic link, which is not followed"), std::nullopt;
+    if (excluded(path, status)) return std::nullopt;
     if (S_ISDIR(status.st_mode)) {
         auto opened =
             std::make_shared<FileDescriptor>(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (!*opened) return skip(path, errno);
-        if (!isKernelFileSystem(opened->get())) folder(opened, path, status.st_dev, 0);
-        return;
+        if (!*opened) return skip(path, errno), std::nullopt;
+        if (!isKernelFileSystem(opened->get())) enter(std::move(opened), path, status.st_dev);
+        return std::nullopt;
     }
-    if (!S_ISREG(status.st_mode)) return visitor_.skipped(path, "it is neither a folder nor a regular file");
+    if (!S_ISREG(status.st_mode)) return skipped_(path, "it is neither a folder nor a regular file"), std::nullopt;
     const std::filesystem::path whole(path);
     auto parent =
         std::make_shared<FileDescriptor>(::open(whole.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!*parent) return skip(path, errno);
-    file(parent, whole.filename().string(), path);
+    if (!*parent) return skip(path, errno), std::nullopt;
+    return file(parent, whole.filename().string(), path);
 }
 
-void Walk::folder(const Folder& folder, const std::string& path, dev_t device, int depth) {
-    std::vector<std::string> subfolders;
-    if (!readEntries(folder, path, subfolders)) return;
-    for (const std::string& name : subfolders) {
-        if (stop_.stop_requested()) return;
-        subfolder(folder, name, below(path, name), device, depth + 1);
-    }
+void FileWalk::State::enter(Folder folder, const std::string& path, dev_t device) {
+    FileDescriptor own(::openat(folder->get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Entries entries(own ? ::fdopendir(own.get()) : nullptr, ::closedir);
+    if (!entries) return skip(path, errno);
+    own.release();
+    levels_.push_back({std::move(folder), path, device, std::move(entries), {}});
 }
 
-void Walk::subfolder(const Folder& parent, const std::string& name, const std::string& path, dev_t device, int depth) {
-    if (depth > DEEPEST) return visitor_.skipped(path, "its folder is nested too deeply");
+void FileWalk::State::enterNext() {
+    Level& parent = levels_.back();
+    const std::string name = std::move(parent.subfolders.front());
+    parent.subfolders.pop_front();
+    const std::string path = below(parent.path, name);
+    if (levels_.size() > DEEPEST) return skipped_(path, "its folder is nested too deeply");
     auto opened = std::make_shared<FileDescriptor>(
-        ::openat(parent->get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        ::openat(parent.folder->get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!*opened) return skip(path, errno);
     struct stat status {};
     if (::fstat(opened->get(), &status) != 0) return skip(path, errno);
     if (excluded(path, status)) return;
-    if (status.st_dev != device && isKernelFileSystem(opened->get())) return;
-    folder(opened, path, status.st_dev, depth);
+    if (status.st_dev != parent.device && isKernelFileSystem(opened->get())) return;
+    enter(std::move(opened), path, status.st_dev);
 }
 
 /// Files are dealt with at once; the names of folders are kept until the reading is over.
-bool Walk::readEntries(const Folder& folder, const std::string& path, std::vector<std::string>& subfolders) {
-    FileDescriptor own(::openat(folder->get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(own ? ::fdopendir(own.get()) : nullptr, ::closedir);
-    if (!entries) {
-        skip(path, errno);
-        return false;
-    }
-    own.release();
-    while (!stop_.stop_requested()) {
-        errno = 0;
-        const dirent* found = ::readdir(entries.get());
-        if (found == nullptr) {
-            if (errno != 0) skip(path, errno);
-            return true;
-        }
-        entry(folder, *found, path, subfolders);
-    }
-    return false;
+std::optional<FoundFile> FileWalk::State::readEntry() {
+    Level& level = levels_.back();
+    errno = 0;
+    const dirent* found = ::readdir(level.entries.get());
+    if (found != nullptr) return entry(*found);
+    if (errno != 0) skip(level.path, errno);
+    level.entries.reset();
+    return std::nullopt;
 }
 
-void Walk::entry(const Folder& folder, const dirent& found, const std::string& path,
-                 std::vector<std::string>& subfolders) {
+std::optional<FoundFile> FileWalk::State::entry(const dirent& found) {
+    Level& level = levels_.back();
     const std::string name = &found.d_name[0];
-    if (name == "." || name == "..") return;
-    const std::string whole = below(path, name);
+    if (name == "." || name == "..") return std::nullopt;
     unsigned char type = found.d_type;
     if (type == DT_UNKNOWN) {
         struct stat status {};
-        if (::fstatat(folder->get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return skip(whole, errno);
+        if (::fstatat(level.folder->get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            skip(below(level.path, name), errno);
+            return std::nullopt;
+        }
         type = static_cast<unsigned char>(IFTODT(status.st_mode));
     }
-    if (type == DT_DIR) subfolders.push_back(name);
-    if (type == DT_REG) file(folder, name, whole);
+    if (type == DT_DIR) level.subfolders.push_back(name);
+    return type == DT_REG ? file(level.folder, name, below(level.path, name)) : std::nullopt;
 }
 
-void Walk::file(const Folder& folder, const std::string& name, const std::string& path) {
-    if (matchesPattern(name, plan_.excludePatterns)) return;
-    if (plan_.wanted && !plan_.wanted(name)) return;
-    visitor_.file(folder, name, path);
+std::optional<FoundFile> FileWalk::State::file(const Folder& folder, const std::string& name, std::string path) const {
+    if (matchesPattern(name, plan_.excludePatterns)) return std::nullopt;
+    if (plan_.wanted && !plan_.wanted(name)) return std::nullopt;
+    return FoundFile{folder, name, std::move(path)};
 }
 
-class OpeningVisitor : public Visitor {
-public:
-    OpeningVisitor(const std::function<void(ScannedFile)>& visit,
-                   const std::function<void(const std::string&, const std::string&)>& skipped)
-        : visit_(visit), skipped_(skipped) {}
+FileWalk::FileWalk(const WalkPlan& plan, Skipped skipped)
+    : skipped_(std::move(skipped)), state_(std::make_unique<State>(plan, skipped_)) {}
 
-    void file(const Folder& folder, const std::string& name, const std::string& path) override {
-        std::optional<ScannedFile> opened = openInFolder(folder, name, path);
-        if (opened) return visit_(std::move(*opened));
+FileWalk::~FileWalk() = default;
+
+std::optional<FoundFile> FileWalk::next(const std::stop_token& stop) {
+    const std::lock_guard lock(mutex_);
+    return state_->next(stop);
+}
+
+std::optional<ScannedFile> FileWalk::nextOpened(const std::stop_token& stop) {
+    while (const std::optional<FoundFile> found = next(stop)) {
+        std::optional<ScannedFile> opened = openInFolder(found->folder, found->name, found->path);
+        if (opened) return opened;
         // EINVAL: it became a pipe or the like; ELOOP: it became a symbolic link.
-        skipped_(path, errno == EINVAL || errno == ELOOP ? "it is no regular file any more" : errorText(errno));
+        const bool other = errno == EINVAL || errno == ELOOP;
+        skipped_(found->path, other ? "it is no regular file any more" : errorText(errno));
     }
-    void skipped(const std::string& path, const std::string& reason) override { skipped_(path, reason); }
-
-private:
-    const std::function<void(ScannedFile)>& visit_;
-    const std::function<void(const std::string&, const std::string&)>& skipped_;
-};
-
-class CountingVisitor : public Visitor {
-public:
-    explicit CountingVisitor(const std::function<void()>& found) : found_(found) {}
-    void file(const Folder& /*folder*/, const std::string& /*name*/, const std::string& /*path*/) override { found_(); }
-    void skipped(const std::string& /*path*/, const std::string& /*reason*/) override { found_(); }
-
-private:
-    const std::function<void()>& found_;
-};
-
-}  // namespace
+    return std::nullopt;
+}
 
 bool matchesPattern(const std::string& name, const std::vector<std::string>& patterns) {
     return std::any_of(patterns.begin(), patterns.end(), [&name](const std::string& pattern) {
@@ -252,16 +251,9 @@ bool liesBelow(const std::string& path, const std::vector<std::string>& folders)
     });
 }
 
-void walkFiles(const WalkPlan& plan, const std::function<void(ScannedFile)>& visit,
-               const std::function<void(const std::string& path, const std::string& reason)>& skipped,
-               std::stop_token stop) {
-    OpeningVisitor visitor(visit, skipped);
-    Walk(plan, visitor, std::move(stop)).run();
-}
-
-void countFiles(const WalkPlan& plan, const std::function<void()>& found, std::stop_token stop) {
-    CountingVisitor visitor(found);
-    Walk(plan, visitor, std::move(stop)).run();
+void countFiles(const WalkPlan& plan, const std::function<void()>& found, const std::stop_token& stop) {
+    FileWalk walk(plan, [&found](const std::string&, const std::string&) { found(); });
+    while (walk.next(stop)) found();
 }
 
 }  // namespace keldra

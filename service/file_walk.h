@@ -3,6 +3,9 @@
 #include "service/scanned_file.h"
 
 #include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -27,15 +30,43 @@ std::vector<std::string> normalPaths(const std::vector<std::string>& paths);
 /// Whether `path` is one of `folders` (both normal) or lies below one of them.
 bool liesBelow(const std::string& path, const std::vector<std::string>& folders);
 
-/// Calls `visit` for every wanted regular file, opened for reading, and `skipped` for everything that could not be
-/// opened or read, with the reason in words. Symbolic links are not followed, neither below a root nor as a root;
-/// devices, pipes and sockets are passed over; the kernel's own file systems (such as /proc) are left out. What lies
-/// under two roots is visited once. Returns when all is done or a stop was asked for.
-void walkFiles(const WalkPlan& plan, const std::function<void(ScannedFile)>& visit,
-               const std::function<void(const std::string& path, const std::string& reason)>& skipped,
-               std::stop_token stop);
+/// A file that a walk came to.
+struct FoundFile {
+    std::shared_ptr<const FileDescriptor> folder;
+    std::string name;  ///< in that folder
+    std::string path;
+};
 
-/// Counts what `walkFiles` would visit or skip, without opening files: `found` is called for each of them.
-void countFiles(const WalkPlan& plan, const std::function<void()>& found, std::stop_token stop);
+/// Goes through the wanted regular files of a plan. Symbolic links are not followed, neither below a root nor as a
+/// root; devices, pipes and sockets are passed over; the kernel's own file systems (such as /proc) are left out. What
+/// lies under two roots is visited once. May be used by several threads at once: each file comes to one of them.
+class FileWalk {
+public:
+    /// Called for everything that cannot be opened or read, with the reason in words; from whichever thread asks for
+    /// the next file.
+    using Skipped = std::function<void(const std::string& path, const std::string& reason)>;
+
+    /// `plan` must outlive the walk.
+    FileWalk(const WalkPlan& plan, Skipped skipped);
+    ~FileWalk();
+    FileWalk(const FileWalk&) = delete;
+    FileWalk& operator=(const FileWalk&) = delete;
+
+    /// The next file; nothing when there is none any more or a stop was asked for.
+    std::optional<FoundFile> next(const std::stop_token& stop);
+    /// The next one that can be opened, opened for reading.
+    std::optional<ScannedFile> nextOpened(const std::stop_token& stop);
+
+private:
+    class State;
+
+    const Skipped skipped_;
+    std::mutex mutex_;
+    std::unique_ptr<State> state_;
+};
+
+/// Counts what a walk would visit or skip, without opening files: `found` is called for each of them. Returns when all
+/// is done or a stop was asked for.
+void countFiles(const WalkPlan& plan, const std::function<void()>& found, const std::stop_token& stop);
 
 }  // namespace keldra

@@ -2,17 +2,23 @@
 
 #include "norv/log.h"
 #include "norv/scan_config.h"
+#include "service/clean_cache.h"
+#include "service/files.h"
 
 #include <clamav.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <condition_variable>
 #include <ctime>
 #include <deque>
 #include <filesystem>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -28,7 +34,17 @@ constexpr uint32_t ENGINE_RECURSION = 24;
 constexpr uint32_t MOST_LAYERS = 20;
 constexpr uint64_t MEBIBYTE = uint64_t{1} << 20U;
 
-using Engine = std::shared_ptr<cl_engine>;
+struct FreeEngine {
+    void operator()(cl_engine* old) const { cl_engine_free(old); }
+};
+
+/// The library with one set of signatures, and what was clean by them.
+struct LoadedEngine {
+    std::unique_ptr<cl_engine, FreeEngine> library;
+    CleanCache clean;
+};
+
+using Engine = std::shared_ptr<LoadedEngine>;
 
 void logEngineMessage(enum cl_msg severity, const char* /*full*/, const char* text, void* /*context*/) {
     NORV_LOG(severity >= CL_MSG_WARN ? NORV_LOG_WARNING : NORV_LOG_TRACE, "engine: %s", text ? text : "");
@@ -57,6 +73,8 @@ bool isArchive(std::string_view type) {
     return std::find(TYPES.begin(), TYPES.end(), type) != TYPES.end();
 }
 
+constexpr const char* STOPPED = "the scan was stopped";
+
 /// What a scan knows about the layers it is in; the engine hands it to `inspect` for each of them.
 struct LayerWatch {
     ScanOptions options;
@@ -83,7 +101,7 @@ std::size_t LayerWatch::enter(std::size_t level, std::string_view type) {
 bool LayerWatch::leaveOut(std::size_t archives, uint64_t size) {
     const uint32_t layers = options.layers == 0 || options.layers > MOST_LAYERS ? MOST_LAYERS : options.layers;
     if (stop.stop_requested()) {
-        incomplete = "the scan was stopped";
+        incomplete = STOPPED;
     } else if (archives > layers) {
         incomplete = "archives are nested more deeply than the settings allow";
     } else if (archives > 0 && options.memberSizeLimit != 0 && size > options.memberSizeLimit) {
@@ -141,12 +159,90 @@ ScanResult judge(cl_error_t code, const char* name, const LayerWatch& watch) {
         const ScanResult find = judgeFind(name ? name : "unknown");
         return find.verdict == Verdict::INFECTED || watch.incomplete.empty() ? find : notFullyScanned(watch.incomplete);
     }
+    // A reading that a stop cut short may look like any failure.
+    if (watch.incomplete == STOPPED) return notFullyScanned(STOPPED);
     if (code == CL_ETIMEOUT || code == CL_EMAXREC || code == CL_EMAXSIZE || code == CL_EMAXFILES) {
         return notFullyScanned("a limit of the engine was met");
     }
     if (code != CL_CLEAN) return {Verdict::FAILED, "", std::string("the engine failed: ") + cl_strerror(code)};
     if (!watch.incomplete.empty()) return notFullyScanned(watch.incomplete);
     return {Verdict::CLEAN, "", ""};
+}
+
+/// Up to here a file is read at once into memory that is used again and again, which spares the library a mapping and
+/// its page faults for every file.
+constexpr std::size_t SMALL_FILE = std::size_t{1} << 20U;
+/// From here on the library reads through `readUnlessStopped`, so that a stop need not wait for the end of the file.
+constexpr std::size_t LARGE_FILE = std::size_t{32} << 20U;
+
+using Map = std::unique_ptr<cl_fmap_t, decltype(&cl_fmap_close)>;
+
+/// One scan: what is scanned, and how.
+struct ContentScan {
+    int fd;
+    std::size_t size;
+    const char* path;
+    LoadedEngine& engine;
+    LayerWatch& watch;
+};
+
+ScanResult scanMap(const ContentScan& scan, const Map& map) {
+    if (!map) return judge(CL_EMAP, nullptr, scan.watch);
+    cl_scan_options flags = engineOptions(scan.watch.options);
+    const char* name = nullptr;
+    unsigned long scanned = 0;
+    const cl_error_t code =
+        cl_scanmap_callback(map.get(), scan.path, &name, &scanned, scan.engine.library.get(), &flags, &scan.watch);
+    return judge(code, name, scan.watch);
+}
+
+/// The content of a small file, shorter when it was cut short since; nothing, with errno set, when it cannot be read.
+std::optional<std::span<const char>> readSmall(const ContentScan& scan) {
+    thread_local std::vector<char> buffer(SMALL_FILE);
+    std::size_t length = 0;
+    while (length < scan.size) {
+        const ssize_t got = ::pread(scan.fd, buffer.data() + length, scan.size - length, static_cast<off_t>(length));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return std::nullopt;
+        if (got == 0) break;
+        length += static_cast<std::size_t>(got);
+    }
+    return std::span<const char>(buffer).first(length);
+}
+
+ScanResult scanSmall(const ContentScan& scan) {
+    const auto content = readSmall(scan);
+    if (!content) return {Verdict::FAILED, "", "it cannot be read: " + errorText(errno)};
+    if (content->empty()) return {Verdict::CLEAN, "", ""};
+    const CleanCache::Key key = CleanCache::keyOf(*content, scan.watch.options);
+    if (scan.engine.clean.knows(key)) return {Verdict::CLEAN, "", ""};
+    const Map map(cl_fmap_open_memory(content->data(), content->size()), cl_fmap_close);
+    ScanResult result = scanMap(scan, map);
+    if (result.verdict == Verdict::CLEAN) scan.engine.clean.add(key);
+    return result;
+}
+
+off_t readUnlessStopped(void* handle, void* buffer, size_t count, off_t offset) {
+    const ContentScan& scan = *static_cast<const ContentScan*>(handle);
+    if (!scan.watch.stop.stop_requested()) return ::pread(scan.fd, buffer, count, offset);
+    scan.watch.incomplete = STOPPED;
+    errno = EIO;
+    return -1;
+}
+
+ScanResult scanLarge(ContentScan& scan) {
+    return scanMap(scan, Map(cl_fmap_open_handle(&scan, 0, scan.size, readUnlessStopped, 1), cl_fmap_close));
+}
+
+ScanResult scanContent(ContentScan& scan) {
+    if (scan.size <= SMALL_FILE) return scanSmall(scan);
+    if (scan.size >= LARGE_FILE) return scanLarge(scan);
+    cl_scan_options flags = engineOptions(scan.watch.options);
+    const char* name = nullptr;
+    unsigned long scanned = 0;
+    const cl_error_t code =
+        cl_scandesc_callback(scan.fd, scan.path, &name, &scanned, scan.engine.library.get(), &flags, &scan.watch);
+    return judge(code, name, scan.watch);
 }
 
 bool isSignatureFile(const fs::path& path) {
@@ -191,22 +287,22 @@ struct Built {
 };
 
 Engine newEngine(const EngineSettings& settings) {
-    Engine engine(initLibrary() ? cl_engine_new() : nullptr, [](cl_engine* old) {
-        if (old) cl_engine_free(old);
-    });
-    if (!engine) return engine;
-    // The library's memory of clean files does not know with which options they were found clean.
-    cl_engine_set_num(engine.get(), CL_ENGINE_DISABLE_CACHE, 1);
-    cl_engine_set_num(engine.get(), CL_ENGINE_MAX_RECURSION, ENGINE_RECURSION);
-    cl_engine_set_num(engine.get(), CL_ENGINE_MAX_FILESIZE, static_cast<long long>(settings.fileSize));
-    cl_engine_set_num(engine.get(), CL_ENGINE_MAX_SCANSIZE, static_cast<long long>(settings.scanSize));
-    cl_engine_set_num(engine.get(), CL_ENGINE_MAX_FILES, settings.files);
-    cl_engine_set_num(engine.get(), CL_ENGINE_MAX_SCANTIME, static_cast<long long>(settings.scanTime) * 1000);
+    auto loaded = std::make_shared<LoadedEngine>();
+    if (initLibrary()) loaded->library.reset(cl_engine_new());
+    if (!loaded->library) return nullptr;
+    cl_engine* const engine = loaded->library.get();
+    // The library's own memory of clean files does not know with which options they were found clean.
+    cl_engine_set_num(engine, CL_ENGINE_DISABLE_CACHE, 1);
+    cl_engine_set_num(engine, CL_ENGINE_MAX_RECURSION, ENGINE_RECURSION);
+    cl_engine_set_num(engine, CL_ENGINE_MAX_FILESIZE, static_cast<long long>(settings.fileSize));
+    cl_engine_set_num(engine, CL_ENGINE_MAX_SCANSIZE, static_cast<long long>(settings.scanSize));
+    cl_engine_set_num(engine, CL_ENGINE_MAX_FILES, settings.files);
+    cl_engine_set_num(engine, CL_ENGINE_MAX_SCANTIME, static_cast<long long>(settings.scanTime) * 1000);
     if (!settings.temporaryFolder.empty()) {
-        cl_engine_set_str(engine.get(), CL_ENGINE_TMPDIR, settings.temporaryFolder.c_str());
+        cl_engine_set_str(engine, CL_ENGINE_TMPDIR, settings.temporaryFolder.c_str());
     }
-    cl_engine_set_clcb_file_inspection(engine.get(), inspect);
-    return engine;
+    cl_engine_set_clcb_file_inspection(engine, inspect);
+    return loaded;
 }
 
 Built failedBuild(std::string message, std::string folder = "") {
@@ -219,7 +315,7 @@ Built failedBuild(std::string message, std::string folder = "") {
 
 void describe(Built& built, int64_t newest) {
     int error = 0;
-    const long long version = cl_engine_get_num(built.engine.get(), CL_ENGINE_DB_VERSION, &error);
+    const long long version = cl_engine_get_num(built.engine->library.get(), CL_ENGINE_DB_VERSION, &error);
     built.state.database = EngineState::Database::LOADED;
     built.state.databaseTime = newest;
     built.state.databaseVersion = version > 0 ? std::to_string(version) : versionFromTime(newest);
@@ -234,7 +330,8 @@ Built buildEngine(const EngineSettings& settings, const std::vector<std::string>
     for (const std::string& folder : folders) {
         const FolderContent content = lookInto(folder);
         if (content.files == 0) continue;
-        const cl_error_t code = cl_load(folder.c_str(), built.engine.get(), &built.state.signatures, CL_DB_STDOPT);
+        const cl_error_t code =
+            cl_load(folder.c_str(), built.engine->library.get(), &built.state.signatures, CL_DB_STDOPT);
         if (code != CL_SUCCESS) {
             return failedBuild("The signatures in " + folder + " cannot be loaded: " + cl_strerror(code), folder);
         }
@@ -245,7 +342,7 @@ Built buildEngine(const EngineSettings& settings, const std::vector<std::string>
         built.state.message = "There are no virus signatures.";
         return built;
     }
-    const cl_error_t code = cl_engine_compile(built.engine.get());
+    const cl_error_t code = cl_engine_compile(built.engine->library.get());
     if (code != CL_SUCCESS) return failedBuild(std::string("The signatures cannot be used: ") + cl_strerror(code));
     describe(built, newest);
     return built;
@@ -297,11 +394,8 @@ ScanResult ClamEngine::scan(int fd, const std::string& path, const ScanOptions& 
     LayerWatch watch;
     watch.options = options;
     watch.stop = std::move(stop);
-    cl_scan_options flags = engineOptions(options);
-    const char* name = nullptr;
-    unsigned long scanned = 0;
-    const cl_error_t code = cl_scandesc_callback(fd, path.c_str(), &name, &scanned, engine.get(), &flags, &watch);
-    ScanResult result = judge(code, name, watch);
+    ContentScan content{fd, static_cast<std::size_t>(status.st_size), path.c_str(), *engine, watch};
+    ScanResult result = scanContent(content);
     if (result.verdict == Verdict::INFECTED && settings_.trusted && settings_.trusted(fd))
         return {Verdict::CLEAN, "", ""};
     return result;

@@ -54,7 +54,7 @@ public:
     virtual ~ScanEngine() = default;
 
     /// Scans an open regular file from its beginning, whatever its offset. `path` is for messages only. A stop asked
-    /// for in the meantime ends the scan at the next archive member.
+    /// for in the meantime ends the scan at the next archive member, and soon in a large file.
     virtual ScanResult scan(int fd, const std::string& path, const ScanOptions& options, std::stop_token stop) = 0;
 
     virtual EngineState state() const = 0;

@@ -72,9 +72,9 @@ void removeOrphan(const std::filesystem::path& finds) {
 std::string scanKindName(ScanKind kind) { return KINDS.at(static_cast<std::size_t>(kind)); }
 
 const std::vector<std::string>& scanMessages() {
-    static const std::vector<std::string> MESSAGES{SCAN_COMPLETE,        SCAN_STOPPED,       SCAN_SHUT_DOWN,
-                                                   SCAN_INTERRUPTED,     SCAN_NO_SIGNATURES, SCAN_NO_FOLDER,
-                                                   SCAN_NOTHING_READABLE};
+    static const std::vector<std::string> MESSAGES{SCAN_COMPLETE,    SCAN_STOPPED,         SCAN_SHUT_DOWN,
+                                                   SCAN_INTERRUPTED, SCAN_BROKEN,          SCAN_NO_SIGNATURES,
+                                                   SCAN_NO_FOLDER,   SCAN_NOTHING_READABLE};
     return MESSAGES;
 }
 

@@ -6,13 +6,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
+#include <system_error>
 #include <utility>
 
 namespace keldra {
 
 namespace {
 
-constexpr std::size_t QUEUE_LIMIT = 64;
 constexpr unsigned int USUAL_WORKERS = 2;
 constexpr unsigned int MOST_WORKERS = 32;
 constexpr int64_t SAVE_EVERY = 5000;  // milliseconds
@@ -30,7 +31,6 @@ ScanJob::ScanJob(std::string id, ScanRequest request, const ScanTools& tools)
       selector_(request_.settings),
       options_(scanOptionsOf(request_.settings)),
       findsFile_(tools.history.openFinds(id)),
-      queue_(QUEUE_LIMIT),
       stopMessage_(SCAN_SHUT_DOWN),
       saved_(tools.clock.steadyMilliseconds()) {
     status_.id = std::move(id);
@@ -38,10 +38,10 @@ ScanJob::ScanJob(std::string id, ScanRequest request, const ScanTools& tools)
     status_.state = ScanState::RUNNING;
     status_.started = tools.clock.now();
     tools_.history.save(status_);
-    thread_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
+    begin();
 }
 
-ScanJob::~ScanJob() = default;
+ScanJob::~ScanJob() { stop_.request_stop(); }
 
 ScanStatus ScanJob::status() const {
     const std::lock_guard lock(mutex_);
@@ -62,7 +62,7 @@ void ScanJob::stop(const char* message) {
         const std::lock_guard lock(mutex_);
         stopMessage_ = message;
     }
-    thread_.request_stop();
+    stop_.request_stop();
 }
 
 const char* ScanJob::stopMessage() const {
@@ -91,21 +91,64 @@ unsigned int ScanJob::workers() const {
     return request_.workers == 0 ? std::min(USUAL_WORKERS, cores) : std::min(request_.workers, MOST_WORKERS);
 }
 
-void ScanJob::run(const std::stop_token& stop) {
-    NORV_LOG(NORV_LOG_INFO, "%s scan %s started", scanKindName(request_.kind).c_str(), status().id.c_str());
-    if (!prepare(stop)) return;
-    walk(stop);
-    finishAfterWalk(stop);
+void ScanJob::begin() try {
+    thread_ = std::jthread([this] { run(); });
+} catch (const std::system_error& error) {
+    NORV_LOG(NORV_LOG_ERROR, "The scan has no thread to run on: %s", error.what());
+    abandon();
+}
+
+void ScanJob::run() {
+    guarded([this] {
+        NORV_LOG(NORV_LOG_INFO, "%s scan %s started", scanKindName(request_.kind).c_str(), status().id.c_str());
+        if (!prepare()) return;
+        walk();
+        if (!broken_) finishAfterWalk();
+    });
+    if (broken_) abandon();
+}
+
+/// What is thrown on a thread of the scan, such as for want of memory, ends the scan and not the service.
+void ScanJob::guarded(const std::function<void()>& body) {
+    try {
+        body();
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "A scan ends by an error: %s", error.what());
+        broken_ = true;
+        stop_.request_stop();
+    }
+}
+
+/// A further thread. Without it the scan takes longer, that is all.
+std::jthread ScanJob::helper(std::function<void(const std::stop_token&)> body) {
+    try {
+        return std::jthread(
+            [this, body = std::move(body)](const std::stop_token& own) { guarded([&body, &own] { body(own); }); });
+    } catch (const std::system_error& error) {
+        NORV_LOG(NORV_LOG_WARNING, "A scan has fewer threads than wanted: %s", error.what());
+        return {};
+    }
+}
+
+void ScanJob::abandon() {
+    try {
+        return finish(ScanState::FAILED, SCAN_BROKEN);
+    } catch (const std::exception&) {
+        // Not even that; who waits for its end must be told all the same.
+    }
+    const std::lock_guard lock(mutex_);
+    status_.state = ScanState::FAILED;
+    ended_.notify_all();
 }
 
 /// Waits for signatures that are just being loaded. False when the scan ended here.
-bool ScanJob::prepare(const std::stop_token& stop) {
+bool ScanJob::prepare() {
     EngineState state = tools_.engine.state();
-    while (state.database != EngineState::Database::LOADED && state.reloading && !stop.stop_requested()) {
+    while (state.database != EngineState::Database::LOADED && state.reloading && !stopping()) {
         std::this_thread::sleep_for(ENGINE_POLL);
         state = tools_.engine.state();
     }
-    if (stop.stop_requested()) {
+    if (stopping()) {
         finish(ScanState::STOPPED, stopMessage());
     } else if (state.database != EngineState::Database::LOADED) {
         finish(ScanState::FAILED, SCAN_NO_SIGNATURES);
@@ -117,33 +160,36 @@ bool ScanJob::prepare(const std::stop_token& stop) {
     return false;
 }
 
-void ScanJob::walk(const std::stop_token& stop) {
+/// This thread is one of the workers, so that a single one need not pass files from thread to thread.
+void ScanJob::walk() {
     const WalkPlan where = plan();
+    FileWalk files(where, [this](const std::string& path, const std::string& reason) { skip(path, reason); });
     // Counting goes ahead of the scan; once all files are visited its result is not needed any more.
-    std::jthread counter([this, &where](std::stop_token own) {
+    const std::jthread counter = helper([this, &where](const std::stop_token& own) {
         countFiles(
-            where, [this] { ++counted_; }, std::move(own));
+            where, [this] { ++counted_; }, own);
     });
-    std::vector<std::jthread> threads;
-    for (unsigned int i = 0; i < workers(); ++i) threads.emplace_back([this, &stop] { work(stop); });
-    walkFiles(
-        where, [this, &stop](ScannedFile file) { queue_.push(std::move(file), stop); },
-        [this](const std::string& path, const std::string& reason) { skip(path, reason); }, stop);
-    queue_.close();
+    std::vector<std::jthread> others;
+    others.reserve(workers());
+    for (unsigned int i = 1; i < workers(); ++i)
+        others.push_back(helper([this, &files](const std::stop_token&) { work(files); }));
+    // What it throws must stop the others before they are waited for.
+    guarded([this, &files] { work(files); });
 }
 
-void ScanJob::work(const std::stop_token& stop) {
-    while (const std::optional<ScannedFile> file = queue_.pop(stop)) scanFile(*file, stop);
+void ScanJob::work(FileWalk& files) {
+    while (const std::optional<ScannedFile> file = files.nextOpened(stop_.get_token())) scanFile(*file);
 }
 
-void ScanJob::scanFile(const ScannedFile& file, const std::stop_token& stop) {
+void ScanJob::scanFile(const ScannedFile& file) {
     {
         const std::lock_guard lock(mutex_);
         status_.currentFile = file.path;
     }
     ScanResult result{Verdict::CLEAN, "", ""};
-    if (selector_.byContent(file.file.get())) result = tools_.engine.scan(file.file.get(), file.path, options_, stop);
-    if (stop.stop_requested() && result.verdict == Verdict::NOT_FULLY_SCANNED) return;
+    if (selector_.byContent(file.file.get()))
+        result = tools_.engine.scan(file.file.get(), file.path, options_, stop_.get_token());
+    if (stopping() && result.verdict == Verdict::NOT_FULLY_SCANNED) return;
     account(file, result);
     saveNowAndThen();
 }
@@ -198,11 +244,11 @@ void ScanJob::saveNowAndThen() {
     tools_.history.save(status());
 }
 
-void ScanJob::finishAfterWalk(const std::stop_token& stop) {
+void ScanJob::finishAfterWalk() {
     std::unique_lock lock(mutex_);
     const bool nothing = status_.scanned == 0 && rootsSkipped_ > 0 && rootsSkipped_ == status_.skipped;
     lock.unlock();
-    if (stop.stop_requested()) return finish(ScanState::STOPPED, stopMessage());
+    if (stopping()) return finish(ScanState::STOPPED, stopMessage());
     if (nothing) return finish(ScanState::FAILED, SCAN_NOTHING_READABLE);
     finish(ScanState::COMPLETED, SCAN_COMPLETE);
 }

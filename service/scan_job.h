@@ -3,7 +3,6 @@
 #include "service/actions.h"
 #include "service/clock.h"
 #include "service/extension_list.h"
-#include "service/file_queue.h"
 #include "service/file_walk.h"
 #include "service/scan_engine.h"
 #include "service/scan_history.h"
@@ -12,6 +11,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <stop_token>
 #include <string>
@@ -50,17 +50,22 @@ public:
     bool wait(int milliseconds) const;
 
 private:
-    void run(const std::stop_token& stop);
-    bool prepare(const std::stop_token& stop);
-    void walk(const std::stop_token& stop);
-    void work(const std::stop_token& stop);
-    void scanFile(const ScannedFile& file, const std::stop_token& stop);
+    void begin();
+    void run();
+    bool prepare();
+    void walk();
+    void work(FileWalk& files);
+    void scanFile(const ScannedFile& file);
+    bool stopping() const { return stop_.stop_requested(); }
+    void guarded(const std::function<void()>& body);
+    std::jthread helper(std::function<void(const std::stop_token&)> body);
+    void abandon();
     void account(const ScannedFile& file, const ScanResult& result);
     void report(ScanFind find);
     void skip(const std::string& path, const std::string& reason);
     void saveNowAndThen();
     void finish(ScanState state, const char* message);
-    void finishAfterWalk(const std::stop_token& stop);
+    void finishAfterWalk();
     const char* stopMessage() const;
     WalkPlan plan() const;
     unsigned int workers() const;
@@ -70,7 +75,8 @@ private:
     const FileSelector selector_;
     const ScanOptions options_;
     FileDescriptor findsFile_;
-    FileQueue queue_;
+    std::stop_source stop_;
+    std::atomic<bool> broken_ = false;  ///< something was thrown
     std::atomic<uint64_t> counted_ = 0;
 
     mutable std::mutex mutex_;

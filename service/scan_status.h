@@ -56,6 +56,7 @@ inline constexpr const char* SCAN_COMPLETE = "The scan is complete.";
 inline constexpr const char* SCAN_STOPPED = "The scan was stopped.";
 inline constexpr const char* SCAN_SHUT_DOWN = "The scan was stopped because the service was shut down.";
 inline constexpr const char* SCAN_INTERRUPTED = "The scan was interrupted because the service ended unexpectedly.";
+inline constexpr const char* SCAN_BROKEN = "The scan was ended by an error, see the log of the service.";
 inline constexpr const char* SCAN_NO_SIGNATURES = "There are no virus signatures. Update the signatures first.";
 inline constexpr const char* SCAN_NO_FOLDER = "No folder to scan is set.";
 inline constexpr const char* SCAN_NOTHING_READABLE = "None of the folders to scan can be read.";

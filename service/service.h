@@ -11,6 +11,7 @@
 #include "service/scan_engine.h"
 #include "service/scan_jobs.h"
 #include "service/scheduler.h"
+#include "service/served_document.h"
 #include "service/session_store.h"
 #include "service/updater.h"
 
@@ -56,6 +57,7 @@ public:
     const ServiceOptions& options() const { return options_; }
     const Clock& clock() const { return clock_; }
     ConfigurationStore& configuration() { return configuration_; }
+    ServedDocument& servedDocument() { return servedDocument_; }
     SessionStore& sessions() { return sessions_; }
     LogonGuard& logonGuard() { return logonGuard_; }
     Quarantine& quarantine() { return quarantine_; }
@@ -95,6 +97,7 @@ private:
     asio::steady_timer cleaning_;
     FileDescriptor stateLock_;
     ConfigurationStore configuration_;
+    ServedDocument servedDocument_;
     SessionStore sessions_;
     LogonGuard logonGuard_;
     Quarantine quarantine_;

@@ -1,5 +1,7 @@
 #include "tests/service/service_test.h"
 
+#include <iomanip>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -62,6 +64,27 @@ TEST_F(ControlTest, AFindIsPutAwayListedAndGivenBack) {
     EXPECT_EQ(readFile(victim), testFile());
     EXPECT_EQ(service_.control({"scan", victim}).status, 0) << "trusted by its content";
     EXPECT_EQ(service_.control({"quarantine", "delete", "no such id"}).status, 2);
+}
+
+TEST_F(ControlTest, AQuarantineOfManyFilesIsListedWhollyPageByPage) {
+    constexpr int ITEMS = 2345;
+    const std::filesystem::path folder = service_.file("state") / "quarantine";
+    for (int i = 0; i < ITEMS; ++i) {
+        std::ostringstream id;
+        id << std::setw(32) << std::setfill('0') << (i * 7919) % ITEMS;
+        writeFile(folder / (id.str() + ".data"), "x");
+        writeFile(folder / (id.str() + ".json"), R"({"id":")" + id.str() + R"(","phase":"kept","path":"/srv/)" +
+                                                     std::to_string(i) + R"(","when":)" + std::to_string(i) + "}\n");
+    }
+    ASSERT_TRUE(service_.start());
+    const IPCMessage page = ask(IPCMessage::GET, QUARANTINE, "From", "2000");
+    EXPECT_EQ(page.value<int>("Total"), ITEMS);
+    EXPECT_EQ(page.value<std::string>("Items").find("/srv/345\""), std::string::npos);
+    EXPECT_NE(page.value<std::string>("Items").find("/srv/344\""), std::string::npos);
+    std::istringstream lines(service_.control({"quarantine", "list"}).output);
+    int left = ITEMS;
+    for (std::string line; std::getline(lines, line);) EXPECT_TRUE(line.ends_with("/srv/" + std::to_string(--left)));
+    EXPECT_EQ(left, 0);
 }
 
 TEST_F(ControlTest, TheConsolesScanRunsToItsEndAndStaysReadable) {

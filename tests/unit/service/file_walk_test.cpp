@@ -21,9 +21,11 @@ protected:
 
     /// Visits everything and notes what came, relative to the folder.
     void walk() {
-        walkFiles(
-            plan_, [this](const ScannedFile& file) { visited_.insert(relative(file.path)); },
-            [this](const std::string& path, const std::string&) { skipped_.insert(relative(path)); }, {});
+        walk([this](const ScannedFile& file) { visited_.insert(relative(file.path)); });
+    }
+    void walk(const std::function<void(const ScannedFile&)>& visit, const std::stop_token& stop = {}) {
+        FileWalk walk(plan_, [this](const std::string& path, const auto&) { skipped_.insert(relative(path)); });
+        while (const auto file = walk.nextOpened(stop)) visit(*file);
     }
     std::size_t count() const {
         std::size_t found = 0;
@@ -104,14 +106,11 @@ TEST_F(FileWalkTest, FolderThatTurnsIntoALinkDuringTheWalkIsNotEntered) {
     writeFile(elsewhere / "secret", "x");
     writeFile(dir_ / "first", "x");
     fs::create_directory(dir_ / "folder");
-    walkFiles(
-        plan_,
-        [&](const ScannedFile& file) {
-            visited_.insert(file.name);
-            fs::remove(dir_ / "folder");
-            fs::create_directory_symlink(elsewhere.path(), dir_ / "folder");
-        },
-        [&](const std::string& path, const std::string&) { skipped_.insert(relative(path)); }, {});
+    walk([&](const ScannedFile& file) {
+        visited_.insert(file.name);
+        fs::remove(dir_ / "folder");
+        fs::create_directory_symlink(elsewhere.path(), dir_ / "folder");
+    });
     EXPECT_EQ(visited_, Names({"first"}));
     EXPECT_EQ(skipped_, Names({"folder"}));
 }
@@ -141,8 +140,7 @@ TEST_F(FileWalkTest, WalkEndsSoonAfterAStop) {
         ++visits;
         stop.request_stop();
     };
-    walkFiles(
-        plan_, visit, [](const std::string&, const std::string&) {}, stop.get_token());
+    walk(visit, stop.get_token());
     EXPECT_EQ(visits, 1);
 }
 

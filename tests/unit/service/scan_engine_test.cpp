@@ -94,6 +94,33 @@ TEST_F(ScanEngineTest, ScansWithOtherSettingsDoNotSpoilEachOther) {
     EXPECT_EQ(scan(zip, {true, 1, NO_LIMIT}).verdict, Verdict::INFECTED);
 }
 
+TEST_F(ScanEngineTest, WhatWasCleanIsScannedAnewWithOtherSettingsOtherContentOrOtherSignatures) {
+    const std::string zip = zipOf({{"virus", "first-bad-content"}});
+    writeFile(dir_ / "one/a.ndb", signatureLine("Other", "other-bad-content"));
+    const std::unique_ptr<ScanEngine> engine = engineOver({"one"});
+    ASSERT_TRUE(engine->load());
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(verdictOf(*engine, zip), Verdict::CLEAN);
+    EXPECT_EQ(verdictOf(*engine, "x" + zipOf({{"virus", "other-bad-content"}})), Verdict::INFECTED);
+    writeFile(dir_ / "one/b.ndb", signatureLine("First", "first-bad-content"));
+    ASSERT_TRUE(engine->load());
+    EXPECT_EQ(verdictOf(*engine, zip), Verdict::INFECTED);
+}
+
+TEST_F(ScanEngineTest, StopInTheMiddleOfALargeFileDoesNotWaitForItsEnd) {
+    writeFile(dir_ / "large", "begin");
+    std::filesystem::resize_file(dir_ / "large", uint64_t{1} << 30U);
+    const ScannedFile file = opened(dir_ / "large");
+    std::stop_source stop;
+    const std::jthread stopper([&stop] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        stop.request_stop();
+    });
+    const auto begin = std::chrono::steady_clock::now();
+    const ScanResult result = shippedEngine().scan(file.file.get(), file.path, {}, stop.get_token());
+    EXPECT_EQ(result.verdict, Verdict::NOT_FULLY_SCANNED) << result.detail;
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+}
+
 TEST_F(ScanEngineTest, EncryptedArchiveIsNeitherCleanNorInfected) {
     const ScanResult result = scan(zipOf({{"secret", "0123456789abcdef"}}, true), {true, 1, NO_LIMIT});
     EXPECT_EQ(result.verdict, Verdict::NOT_FULLY_SCANNED);

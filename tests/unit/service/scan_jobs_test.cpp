@@ -25,6 +25,7 @@ class GatedEngine : public ScanEngine {
 public:
     ScanResult scan(int, const std::string&, const ScanOptions&, std::stop_token stop) override {
         ++scans;
+        if (throws) throw std::bad_alloc();
         std::unique_lock lock(mutex_);
         changed_.wait(lock, stop, [this] { return open_; });
         return {stop.stop_requested() ? Verdict::NOT_FULLY_SCANNED : verdict, "", "gated"};
@@ -43,6 +44,7 @@ public:
     }
 
     std::atomic<int> scans = 0;
+    bool throws = false;
     Verdict verdict = Verdict::CLEAN;
     EngineState::Database database = EngineState::Database::LOADED;
 
@@ -257,6 +259,21 @@ TEST_F(ScanJobsTest, ScanThatCannotBeDoneFailsWithAReason) {
     const ScanStatus status = run();
     EXPECT_EQ(status.state, ScanState::FAILED);
     EXPECT_EQ(status.message, SCAN_NOTHING_READABLE);
+}
+
+TEST_F(ScanJobsTest, ScanThatRunsOutOfMemoryFailsAndTheServiceGoesOn) {
+    for (const unsigned int workers : {1U, 3U}) {
+        request_.workers = workers;
+        gated_.throws = true;
+        restart(gated_);
+        for (int i = 0; i < 20; ++i) put("f" + std::to_string(i), "x");
+        const ScanStatus status = run();
+        EXPECT_EQ(status.state, ScanState::FAILED) << workers;
+        EXPECT_EQ(status.message, SCAN_BROKEN) << workers;
+        gated_.throws = false;
+        gated_.open();
+        EXPECT_EQ(run().scanned, 20U) << workers;
+    }
 }
 
 TEST_F(ScanJobsTest, FileThatTheEngineCannotScanIsNotCountedAsScanned) {

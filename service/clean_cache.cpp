@@ -1,0 +1,38 @@
+#include "service/clean_cache.h"
+
+#include <nettle/sha2.h>
+
+namespace keldra {
+
+namespace {
+
+std::size_t placeOf(const CleanCache::Key& key) {
+    std::size_t place = 0;
+    for (std::size_t i = 0; i < sizeof place; ++i) place = place << 8U | key[i];
+    return place;
+}
+
+}  // namespace
+
+CleanCache::Key CleanCache::keyOf(std::span<const char> content, const ScanOptions& options) {
+    const std::array<uint64_t, 3> how{options.archives ? 1U : 0U, options.layers, options.memberSizeLimit};
+    sha256_ctx context{};
+    nettle_sha256_init(&context);
+    nettle_sha256_update(&context, sizeof how, reinterpret_cast<const uint8_t*>(how.data()));
+    nettle_sha256_update(&context, content.size(), reinterpret_cast<const uint8_t*>(content.data()));
+    Key key{};
+    nettle_sha256_digest(&context, key.size(), key.data());
+    return key;
+}
+
+bool CleanCache::knows(const Key& key) const {
+    const std::lock_guard lock(mutex_);
+    return entries_[placeOf(key) % ENTRIES] == key;
+}
+
+void CleanCache::add(const Key& key) {
+    const std::lock_guard lock(mutex_);
+    entries_[placeOf(key) % ENTRIES] = key;
+}
+
+}  // namespace keldra
