@@ -11,6 +11,14 @@ export const numberText = (value) => numberFormat.format(value);
 /** `seconds`: since the epoch. A dash for 0. */
 export const timeText = (seconds) => (seconds ? dateTimeFormat.format(new Date(seconds * 1000)) : '–');
 
+/** A time that the server tells by its own clock, "2026-01-31 03:30:00"; any other text stays as it is. */
+export function localTimeText(text) {
+  const parts = /^(\d{4})-(\d\d)-(\d\d) (\d\d):(\d\d)/.exec(text)?.slice(1).map(Number);
+  if (!parts) return text;
+  const [year, month, ...rest] = parts;
+  return dateTimeFormat.format(new Date(year, month - 1, ...rest));
+}
+
 const unitText = (unit, count, unitDisplay = 'short') => new Intl.NumberFormat(language,
   { style: 'unit', unit, unitDisplay, maximumFractionDigits: 1 }).format(count);
 
