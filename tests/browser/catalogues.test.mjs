@@ -4,24 +4,17 @@ import { execFileSync } from 'node:child_process';
 import { readFileSync, readdirSync } from 'node:fs';
 import { join } from 'node:path';
 import test from 'node:test';
-import { root } from './support/templates.mjs';
+import { catalogueEntries, languages, root, templates } from './support/templates.mjs';
 
 const source = (path) => readFileSync(join(root, path), 'utf8');
-const unquote = (text) => JSON.parse(`"${text}"`);
 
-/** The entries of a catalogue, text to translation. */
-function entries(path) {
-  const found = source(path).matchAll(/^msgid "((?:[^"\\]|\\.)*)"\nmsgstr "((?:[^"\\]|\\.)*)"$/gm);
-  return new Map([...found].map(([, id, text]) => [unquote(id), unquote(text)]).filter(([id]) => id !== ''));
-}
-
-const template = entries('po/messages.pot');
+const template = catalogueEntries('messages.pot');
 const catalogues = readdirSync(join(root, 'po')).filter((name) => name.endsWith('.po'));
 
 test('every catalogue translates every text, and no other', () => {
   assert.ok(catalogues.length >= 2);
   for (const name of catalogues) {
-    const texts = entries(`po/${name}`);
+    const texts = catalogueEntries(name);
     assert.deepEqual([...texts.keys()], [...template.keys()], name);
     for (const [id, text] of texts) assert.notEqual(text.trim(), '', `${name}: ${id}`);
     assert.doesNotMatch(source(`po/${name}`), /fuzzy/, name);
@@ -58,4 +51,12 @@ test('the catalogue knows what the programs of the console say themselves', () =
 
 test('the answer to a second update stays as it is', () => {
   assert.ok(!template.has('There is another update currently in progress.'));
+});
+
+test('the log-on page and the web server’s error pages are told in every language', () => {
+  const keys = (language, file) => readFileSync(join(templates, 'texts', language, file), 'utf8')
+    .split('\n').filter((line) => line && !line.startsWith('#')).map((line) => line.slice(0, line.indexOf('=')));
+  for (const file of ['logon.txt', 'errors.txt']) {
+    for (const language of languages) assert.deepEqual(keys(language, file), keys('en-US', file), `${language}/${file}`);
+  }
 });

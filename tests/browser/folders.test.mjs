@@ -3,9 +3,11 @@ import assert from 'node:assert/strict';
 import { chmodSync, mkdirSync, mkdtempSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import test, { after, before, beforeEach } from 'node:test';
-import { addresses, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
+import test, { beforeEach } from 'node:test';
+import { addresses, logOn, newPage } from './support/console.mjs';
 import { fitsAndIsAccessible } from './support/looks.mjs';
+import { audited, browser, console_, page, shareConsole } from './support/shared.mjs';
+import { inEveryView } from './support/views.mjs';
 
 const share = mkdtempSync(join(tmpdir(), 'keldra-share-'));
 const outside = mkdtempSync(join(tmpdir(), 'keldra-outside-'));
@@ -17,48 +19,46 @@ for (const folder of ['docs/letters', 'photos; old', 'tmp']) {
 symlinkSync(outside, join(share, 'link'));
 chmodSync(share, 0o755);
 
-let console_;
-let browser;
-let page;
-before(async () => {
-  [console_, browser] = await Promise.all([startConsole(['--scan-path', share]), openBrowser()]);
-  page = await newPage(browser, console_, { bypassCSP: true, reducedMotion: 'reduce' });
-  await logOn(page, console_);
-});
-after(async () => {
-  await browser?.close();
-  await console_?.stop();
-  for (const folder of [share, outside]) rmSync(folder, { recursive: true, force: true });
+shareConsole({
+  options: ['--scan-path', share],
+  shared: audited,
+  tidy: () => { for (const folder of [share, outside]) rmSync(folder, { recursive: true, force: true }); },
 });
 
-const box = (folder) => page.locator(`#tree input[value="${join(share, folder)}"]`);
-const chosen = () => page.locator('#chosen li bdi').allTextContents();
-const open = async (folder) => page.locator(`#tree li:has(> .branch input[value="${folder}"]) > .branch .opener`).click();
+const box = (folder, on = page) => on.locator(`#tree input[value="${join(share, folder)}"]`);
+const chosen = (on = page) => on.locator('#chosen li bdi').allTextContents();
+const open = (folder, on = page) =>
+  on.locator(`#tree li:has(> .branch input[value="${folder}"]) > .branch .opener`).click();
 
 beforeEach(async () => {
   await page.goto(addresses.manual);
   await page.locator('#tree .opener').first().waitFor();
 });
 
-test('a folder is left out with all in it, and the choice is there after a reload', async () => {
-  await open(share);
-  await box('tmp').uncheck();
-  await page.locator('#patterns').fill('*.iso');
-  await page.locator('#folders-preview').click();
-  await page.locator('#preview-text', { hasText: '4 of 6 files are left out.' }).waitFor();
-  assert.match(await page.locator('#preview-examples').textContent(), /tmp\/text\.txt/);
-  await fitsAndIsAccessible(page, 'folders');
-  await page.locator('#folders-save').click();
-  await page.locator('#folders-saved').waitFor();
-  await page.goto(addresses.manual);
-  await page.locator('#chosen li').nth(1).waitFor();
-  assert.deepEqual(await chosen(), [share, join(share, 'tmp')]);
-  assert.equal(await page.locator('#patterns').inputValue(), '*.iso');
-  await open(share);
-  await box('docs').waitFor();
-  assert.equal(await box('tmp').isChecked(), false);
-  assert.equal(await box('docs').isChecked(), true);
-  assert.equal(await page.locator('#tree').textContent().then((text) => text.includes('link')), false);
+inEveryView('a folder is left out with all in it, and the choice is there after a reload', async (own, view) => {
+  await own.goto(addresses.manual);
+  await open(share, own);
+  await box('', own).setChecked(true);
+  await box('tmp', own).setChecked(true);
+  await box('tmp', own).uncheck();
+  await own.locator('#patterns').fill('*.iso');
+  await own.locator('#folders-preview').click();
+  await own.locator('#preview-text').getByText(view.text('PREVIEW_TEXT', { left: 4, total: 6 }), { exact: true }).waitFor();
+  assert.match(await own.locator('#preview-examples').textContent(), /tmp\/text\.txt/);
+  await view.suits(own);
+  await own.locator('#folders-save').click();
+  await own.locator('#folders-saved').waitFor();
+  await view.suits(own);
+  if (view.plain) await fitsAndIsAccessible(own, 'folders');
+  await own.goto(addresses.manual);
+  await own.locator('#chosen li').nth(1).waitFor();
+  assert.deepEqual(await chosen(own), [share, join(share, 'tmp')]);
+  assert.equal(await own.locator('#patterns').inputValue(), '*.iso');
+  await open(share, own);
+  await box('docs', own).waitFor();
+  assert.equal(await box('tmp', own).isChecked(), false);
+  assert.equal(await box('docs', own).isChecked(), true);
+  assert.equal(await own.locator('#tree').textContent().then((text) => text.includes('link')), false);
 });
 
 test('one folder instead of all is chosen by keyboard, also one with a semicolon in its name', async () => {

@@ -3,28 +3,16 @@ import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { readFileSync, rmSync } from 'node:fs';
 import { join } from 'node:path';
-import test, { after, before } from 'node:test';
-import { addresses, build, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
+import test from 'node:test';
+import { addresses, build } from './support/console.mjs';
 import { fitsAndIsAccessible } from './support/looks.mjs';
 import { REPORT, scan } from './support/scans.mjs';
+import { audited, console_, openList, page, shareConsole } from './support/shared.mjs';
+import { inEveryView } from './support/views.mjs';
 
-let console_;
-let browser;
-let page;
-before(async () => {
-  [console_, browser] = await Promise.all([startConsole(), openBrowser()]);
-  page = await newPage(browser, console_, { bypassCSP: true, reducedMotion: 'reduce' });
-  await logOn(page, console_);
-});
-after(async () => {
-  await browser?.close();
-  await console_?.stop();
-});
+shareConsole({ shared: audited });
 
-async function open() {
-  await page.goto(addresses.history);
-  await page.locator('#scans .entry, #nothing:not([hidden])').first().waitFor();
-}
+const open = () => openList(page, addresses.history);
 
 /** A scan of chosen files, as an administrator starts it in a shell. */
 function scanFromShell(path) {
@@ -34,7 +22,7 @@ function scanFromShell(path) {
 
 /** What a link saves. */
 async function saved(link) {
-  const [download] = await Promise.all([page.waitForEvent('download'), link.click()]);
+  const [download] = await Promise.all([link.page().waitForEvent('download'), link.click()]);
   return { name: download.suggestedFilename(), text: readFileSync(await download.path(), 'utf8') };
 }
 
@@ -86,26 +74,32 @@ test('a scan has an address of its own, and going back leads to the list', async
   assert.equal(await page.locator('#one-scan').isVisible(), false);
 });
 
-test('list and finds are saved as CSV', async () => {
-  await open();
-  const list = await saved(page.locator('#export'));
-  assert.equal(list.name, 'keldra-scans.csv');
-  assert.match(list.text, /^\uFEFFScan,Kind,State,.*\r\n(.*\r\n){2}$/);
-  await page.locator('#scans a', { hasText: 'Manual scan' }).click();
-  await page.locator('#finds .entry').first().waitFor();
-  const finds = await saved(page.locator('#scan-export'));
-  assert.match(finds.name, /^keldra-scan-[0-9_]+\.csv$/);
-  assert.match(finds.text, /test-file\.com,Infected,.*,Test_Virus,left in place\r\n/);
-  assert.deepEqual(page.errors, []);
-});
+/** How a day and a time look in each language. */
+const times = {
+  'en-US': /^[A-Z][a-z]{2} \d{1,2}, \d{4}, \d{1,2}:\d\d\s[AP]M$/, 'de-DE': /^\d\d\.\d\d\.\d{4}, \d\d:\d\d$/, 'ja-JP': /^\d{4}\/\d\d\/\d\d \d{1,2}:\d\d$/,
+};
 
-test('times, numbers and the service speak the language of the page', async () => {
-  const german = await newPage(browser, console_, { locale: 'de-DE' });
-  await logOn(german, console_);
-  await german.goto(addresses.history);
-  await german.locator('#scans a', { hasText: 'Manuelle Prüfung' }).click();
-  await german.locator('#finds .entry').first().waitFor();
-  assert.match(await german.locator('#finds .detail').first().textContent(), / · an ihrem Ort belassen$/);
-  assert.match(await german.locator('#scan-title').textContent(), /^Manuelle Prüfung vom \d\d\.\d\d\.\d{4}, \d\d:\d\d$/);
-  await german.context().close();
+inEveryView('scans and their finds are told in the language of the page, and saved as CSV', async (own, view) => {
+  await openList(own, addresses.history);
+  await view.suits(own);
+  const list = await saved(own.locator('#export'));
+  assert.equal(list.name, 'keldra-scans.csv');
+  assert.ok(list.text.startsWith(`\uFEFF${['Scan', 'Kind', 'State'].map((word) => view.said(word)).join(',')},`), list.text);
+  assert.equal(list.text.match(/\r\n/g).length, 3);
+
+  const kind = view.text('MANUAL');
+  await own.locator('#scans a', { hasText: kind }).click();
+  await own.locator('#finds .entry').first().waitFor();
+  const title = await own.locator('#scan-title').textContent();
+  const [before, after] = view.text('SCAN_TITLE', { kind }).split('{time}');
+  assert.ok(title.startsWith(before) && title.endsWith(after), title);
+  assert.match(title.slice(before.length, title.length - after.length), times[view.locale] ?? /\d/);
+  const left = view.said('left in place');
+  assert.ok((await own.locator('#finds .detail').first().textContent()).endsWith(` · ${left}`));
+  await view.suits(own);
+  const finds = await saved(own.locator('#scan-export'));
+  assert.match(finds.name, /^keldra-scan-[0-9_]+\.csv$/);
+  assert.match(finds.text, new RegExp(`test-file\\.com,${view.said('Infected')},.*,Test_Virus,${left}\r\n`));
+  await own.locator('#back').click();
+  await own.locator('#scans .entry').first().waitFor();
 });

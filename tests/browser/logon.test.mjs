@@ -1,23 +1,44 @@
 // Getting in and out.
 import assert from 'node:assert/strict';
-import test, { after, before } from 'node:test';
-import { addresses, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
+import { join } from 'node:path';
+import test from 'node:test';
+import { addresses, build, logOn, newPage } from './support/console.mjs';
+import { browser, console_, shareConsole } from './support/shared.mjs';
+import { inEveryView } from './support/views.mjs';
 
-let console_;
-let browser;
-before(async () => { [console_, browser] = await Promise.all([startConsole(), openBrowser()]); });
-after(async () => { await browser?.close(); await console_?.stop(); });
+const { LANGUAGES } = await import(join(build, 'console/htdocs/js/logon-texts.js'));
+shareConsole({ shared: null });
 
-test('a wrong password is told so and leads back to the log-on page', async () => {
-  const page = await newPage(browser, console_);
+inEveryView('a wrong password is told so, the right one leads in, and the way out is confirmed', async (page, view) => {
+  const { texts } = LANGUAGES[view.locale.split('-')[0]];
   await page.goto('/');
+  assert.equal(await page.locator('h1').textContent(), texts.title);
+  await view.suits(page);
   await page.locator('#user').fill(console_.user);
   await page.locator('#password').fill('not the password');
-  await page.locator('button').click();
-  assert.match(await page.locator('[role=alert]').textContent(), /user name or the password is wrong/);
+  await page.locator('#logon button').click();
+  assert.equal(await page.locator('[role=alert]').textContent(), view.text('LOGON_FAILED_TEXT'));
+  await view.suits(page);
   await page.locator('#again').click();
+  await logOn(page, console_);
+  await view.suits(page);
+  await page.locator('#logoff button').click();
+  await page.locator('#left', { hasText: texts.left }).waitFor();
+  await view.suits(page);
+}, { guest: true });
+
+inEveryView('an address that leads nowhere is explained, with a way back', async (page, view) => {
+  const [title, text] = view.errorPage(404);
+  const answer = await page.goto('/nothing-here');
+  assert.equal(answer.status(), 404);
+  assert.equal(await page.locator('h1:visible').textContent(), title);
+  assert.equal(await page.locator('.notice:visible').textContent(), text);
+  await view.suits(page);
+  // Chromium tells of the answer's status itself.
+  page.errors.length = 0;
+  await page.locator('a.button:visible').click();
   assert.equal(new URL(page.url()).pathname, '/');
-});
+}, { guest: true });
 
 test('nobody sees a page without logging on', async () => {
   const page = await newPage(browser, console_);
@@ -60,8 +81,8 @@ test('the session cookie is out of reach of scripts and of other sites', async (
   assert.equal(cookies.CsrfToken.sameSite, 'Strict');
 });
 
-test('the log-on page speaks the language of the browser', async () => {
-  for (const [locale, title] of [['de-AT', 'Anmelden'], ['ja-JP', 'ログオン'], ['fr-FR', 'Log on']]) {
+test('the log-on page speaks the language of the browser, else English', async () => {
+  for (const [locale, title] of [['de-AT', LANGUAGES.de.texts.title], ['fr-FR', LANGUAGES.en.texts.title]]) {
     const page = await newPage(browser, console_, { locale });
     await page.goto('/');
     assert.equal(await page.locator('h1').textContent(), title);

@@ -1,19 +1,19 @@
 // Every page as people see it: by every colour scheme, width and language, and with assistive technology.
 import assert from 'node:assert/strict';
-import test, { after, before } from 'node:test';
-import { addresses, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
+import test from 'node:test';
+import { addresses, logOn, newPage } from './support/console.mjs';
 import { desktop, faults, fitsScreen, phone, picture } from './support/looks.mjs';
+import { browser, console_, shareConsole } from './support/shared.mjs';
 
-let console_;
-let browser;
-before(async () => { [console_, browser] = await Promise.all([startConsole(), openBrowser()]); });
-after(async () => { await browser?.close(); await console_?.stop(); });
+shareConsole({ shared: null });
 
 const views = [
   { name: 'desktop', viewport: desktop, colorScheme: 'light', locale: 'en-US' },
   { name: 'desktop-dark', viewport: desktop, colorScheme: 'dark', locale: 'en-US' },
   { name: 'phone', viewport: phone, colorScheme: 'light', locale: 'en-US' },
   { name: 'phone-dark', viewport: phone, colorScheme: 'dark', locale: 'en-US' },
+  { name: 'desktop-de', viewport: desktop, colorScheme: 'light', locale: 'de-DE' },
+  { name: 'desktop-ja', viewport: desktop, colorScheme: 'light', locale: 'ja-JP' },
   { name: 'phone-de', viewport: phone, colorScheme: 'light', locale: 'de-DE' },
   { name: 'phone-ja', viewport: phone, colorScheme: 'light', locale: 'ja-JP' },
 ];

@@ -1,34 +1,23 @@
 // The progress of a scan that one can trust: finds as they happen, what was not scanned, and the way back to it.
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
-import { chmodSync, mkdirSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import test, { after, before } from 'node:test';
-import { addresses, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
+import test from 'node:test';
+import { addresses } from './support/console.mjs';
 import { setControls } from './support/controls.mjs';
 import { fitsAndIsAccessible } from './support/looks.mjs';
-import { root } from './support/templates.mjs';
+import { anew, fillForLongScan } from './support/scans.mjs';
+import { audited, page, shareConsole } from './support/shared.mjs';
 
 const FILES = 12_000;
 const samples = mkdtempSync(join(tmpdir(), 'keldra-progress-'));
 
-let console_;
-let browser;
-let page;
-before(async () => {
-  execFileSync(join(root, 'scripts/make-samples'), [join(samples, 'a-finds')]);
-  mkdirSync(join(samples, 'b-many'));
-  for (let i = 0; i < FILES; i += 1) writeFileSync(join(samples, `b-many/${i}.txt`), `file ${i}\n`.repeat(2000));
-  chmodSync(samples, 0o755);
-  [console_, browser] = await Promise.all([startConsole(['--scan-path', samples]), openBrowser()]);
-  page = await newPage(browser, console_, { bypassCSP: true, reducedMotion: 'reduce' });
-  await logOn(page, console_);
-});
-after(async () => {
-  await browser?.close();
-  await console_?.stop();
-  rmSync(samples, { recursive: true, force: true });
+shareConsole({
+  options: ['--scan-path', samples],
+  shared: audited,
+  prepare: () => fillForLongScan(samples, FILES),
+  tidy: () => rmSync(samples, { recursive: true, force: true }),
 });
 
 test('finds appear while the scan goes on, and a scan that was left is found again', async () => {
@@ -71,9 +60,14 @@ const find = (path, infected) => ({
 
 test('rate and time left are told, and what was not fully scanned stands apart from finds', async () => {
   await page.goto(addresses.manual);
+  await setControls(page, anew());
   await page.locator('#save-and-scan').click();
   await page.waitForURL('**/scanoption.cgi?id=scan_progress_query&RequestID=*');
   const progress = page.url();
+  // The scan may end while its page is looked at; the page is kept as it was in the middle of it.
+  const middle = await (await page.request.get(progress)).text();
+  assert.match(middle, /data-page="scan-progress"/);
+  await page.route('**/scanoption.cgi?id=scan_progress_query*', (route) => route.fulfill({ body: middle, contentType: 'text/html' }));
   await page.goto(addresses.overview);
   const asked = [];
   await page.route('**/scanstatus.cgi*', (route) => {
@@ -91,6 +85,7 @@ test('rate and time left are told, and what was not fully scanned stands apart f
   assert.deepEqual([...new Set(asked)], [0, 2], 'no find is asked for twice');
   await fitsAndIsAccessible(page, 'progress');
   await page.unroute('**/scanstatus.cgi*');
+  await page.unroute('**/scanoption.cgi?id=scan_progress_query*');
   // The real scan may have ended meanwhile; the next test needs it ended either way.
   await page.goto(progress);
   if (await page.locator('#stop').count()) await page.locator('#stop').click({ timeout: 3000 }).catch(() => {});

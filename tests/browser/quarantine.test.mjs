@@ -2,40 +2,26 @@
 import assert from 'node:assert/strict';
 import { existsSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import test, { after, before } from 'node:test';
-import { addresses, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
+import test from 'node:test';
+import { addresses } from './support/console.mjs';
 import { fitsAndIsAccessible } from './support/looks.mjs';
-import { QUARANTINE, scan } from './support/scans.mjs';
+import { QUARANTINE, makeSamples, scan } from './support/scans.mjs';
+import { audited, console_, openList, page, shareConsole } from './support/shared.mjs';
+import { inEveryView } from './support/views.mjs';
 
-let console_;
-let browser;
-let page;
-before(async () => {
-  [console_, browser] = await Promise.all([startConsole(), openBrowser()]);
-  page = await newPage(browser, console_, { bypassCSP: true, reducedMotion: 'reduce' });
-  await logOn(page, console_);
-});
-after(async () => {
-  await browser?.close();
-  await console_?.stop();
-});
+shareConsole({ shared: audited });
 
 const sample = (name) => join(console_.folder, 'samples/Downloads', name);
-const entry = (name) => page.locator('#items .entry', { has: page.locator('.open', { hasText: name }) });
-const names = () => page.locator('#items .open').allTextContents();
+const entry = (name, on = page) => on.locator('#items .entry', { has: on.locator('.open', { hasText: name }) });
+const names = (on = page) => on.locator('#items .open').allTextContents();
+const open = (on = page) => openList(on, addresses.quarantine);
+const outcome = (text, on = page) => on.locator('#outcome').getByText(text, { exact: true }).waitFor();
 
-async function open() {
-  await page.goto(addresses.quarantine);
-  await page.locator('#items .entry, #nothing:not([hidden])').first().waitFor();
-}
-
-/** Chooses files and does something to them, answering the question with yes. */
-async function act(action, files, answer = '#question-yes') {
-  for (const name of files) await entry(name).locator('.pick').check();
-  await page.locator(`#bulk [data-action="${action}"]`).click();
-  await page.locator('#question[open]').waitFor();
-  await page.locator(answer).click();
-  if (answer === '#question-yes') await page.locator('#outcome:not([hidden])').waitFor();
+/** Chooses files and asks for something to be done to them. */
+async function ask(action, files, on = page) {
+  for (const name of files) await entry(name, on).locator('.pick').check();
+  await on.locator(`#bulk [data-action="${action}"]`).click();
+  await on.locator('#question[open]').waitFor();
 }
 
 test('an empty quarantine says so and how it fills', async () => {
@@ -45,28 +31,69 @@ test('an empty quarantine says so and how it fills', async () => {
   await fitsAndIsAccessible(page, 'quarantine-empty');
 });
 
-test('what a scan put away is listed, found by search and shown in detail', async () => {
-  await scan(page, QUARANTINE);
-  await open();
-  assert.deepEqual((await names()).sort(), ['test-file.com', 'test-file.zip']);
+inEveryView('finds are put away, looked up, restored, trusted and deleted', async (own, view) => {
+  makeSamples(join(console_.folder, 'samples'));
+  await scan(own, QUARANTINE);
+  await own.locator('#something-found').waitFor();
+  await view.suits(own);
+  await open(own);
+  assert.deepEqual((await names(own)).sort(), ['test-file.com', 'test-file.zip']);
   assert.equal(existsSync(sample('test-file.com')), false);
-  await page.locator('#search').fill('ZIP');
-  assert.deepEqual(await names(), ['test-file.zip']);
-  await page.locator('#search').fill('no such thing');
-  await page.locator('#no-match').waitFor();
-  await page.locator('#search').fill('');
-  await entry('test-file.com').locator('.open').click();
-  assert.equal(await page.locator('#details-path').textContent(), sample('test-file.com'));
-  assert.match(await page.locator('#details-malware').textContent(), /^Test file \(/);
-  assert.equal(await page.locator('#details-size').textContent(), '68 bytes');
-  assert.match(await page.locator('#details-hash').textContent(), /^275a021b[0-9a-f]{56}$/);
-  await fitsAndIsAccessible(page, 'quarantine-details');
-  await page.keyboard.press('Escape');
-  await fitsAndIsAccessible(page, 'quarantine');
+  await view.suits(own);
+  await own.locator('#search').fill('no such thing');
+  await own.locator('#no-match').waitFor();
+  await own.locator('#search').fill('ZIP');
+  assert.deepEqual(await names(own), ['test-file.zip']);
+  await own.locator('#search').fill('');
+  await entry('test-file.com', own).locator('.open').click();
+  assert.equal(await own.locator('#details-path').textContent(), sample('test-file.com'));
+  assert.ok((await own.locator('#details-malware').textContent()).startsWith(`${view.text('MALWARE_TEST')} (`));
+  assert.match(await own.locator('#details-size').textContent(), /^68\s?[^ ]+$/);
+  assert.match(await own.locator('#details-hash').textContent(), /^275a021b[0-9a-f]{56}$/);
+  await view.suits(own);
+  if (view.plain) await fitsAndIsAccessible(own, 'quarantine-details');
+  await own.keyboard.press('Escape');
+
+  writeFileSync(sample('test-file.zip'), 'somebody put another file here');
+  await ask('restore', ['test-file.com', 'test-file.zip'], own);
+  assert.equal(await own.locator('#question-text').textContent(), view.text('RESTORE_TEXT'));
+  await view.suits(own);
+  await own.locator('#question-yes').click();
+  await outcome(`${view.text('RESTORE_DONE', { count: 1 })} · ${view.text('SOME_FAILED', { count: 1 })}`, own);
+  assert.equal(await entry('test-file.zip', own).locator('.error').textContent(),
+    view.said('There is a file of that name already; nothing was overwritten.'));
+  assert.equal(existsSync(sample('test-file.com')), true);
+  assert.deepEqual(await names(own), ['test-file.zip']);
+  await view.suits(own);
+  if (view.plain) await fitsAndIsAccessible(own, 'quarantine-refused');
+
+  await entry('test-file.zip', own).locator('.open').click();
+  await own.locator('#details [data-action="trust"]').click();
+  await own.locator('#restore-too').uncheck();
+  await view.suits(own);
+  await own.locator('#question-yes').click();
+  await outcome(view.text('TRUST_DONE', { count: 1 }), own);
+  await view.suits(own);
+  await own.locator('#trusted .distrust').click();
+  await own.locator('#question-yes').click();
+  await own.locator('#none-trusted').waitFor();
+
+  await ask('delete', ['test-file.zip'], own);
+  assert.equal(await own.locator('#question-text').textContent(), view.text('DELETE_TEXT'));
+  await view.suits(own);
+  await own.locator('#question-yes').click();
+  await outcome(view.text('DELETE_DONE', { count: 1 }), own);
+  assert.equal(await own.locator('#nothing').textContent(), view.text('QUARANTINE_EMPTY'));
+  await view.suits(own);
 });
 
 test('no answer, or no, changes nothing', async () => {
-  await act('delete', ['test-file.com', 'test-file.zip'], '#question-no');
+  makeSamples(join(console_.folder, 'samples'));
+  await scan(page, QUARANTINE);
+  await open();
+  await fitsAndIsAccessible(page, 'quarantine');
+  await ask('delete', ['test-file.com', 'test-file.zip']);
+  await page.locator('#question-no').click();
   await page.locator('#bulk [data-action="delete"]').click();
   assert.match(await page.locator('#question-text').textContent(), /cannot be undone/);
   assert.equal(await page.locator('#question-names li').count(), 2);
@@ -77,29 +104,10 @@ test('no answer, or no, changes nothing', async () => {
   assert.equal((await names()).length, 2);
 });
 
-test('a file that cannot be put back stays, with the reason beside it, while the others come back', async () => {
-  writeFileSync(sample('test-file.zip'), 'somebody put another file here');
-  await act('restore', ['test-file.com', 'test-file.zip']);
-  assert.match(await page.locator('#outcome').textContent(), /Restored: 1.*Not possible: 1/);
-  assert.equal(await entry('test-file.zip').locator('.error').textContent(),
-    'There is a file of that name already; nothing was overwritten.');
-  assert.equal(existsSync(sample('test-file.com')), true);
-  assert.deepEqual(await names(), ['test-file.zip']);
-  await fitsAndIsAccessible(page, 'quarantine-refused');
-});
-
-test('a deleted file is gone for good', async () => {
-  await act('delete', ['test-file.zip']);
-  await page.locator('#nothing').waitFor();
-  assert.match(await page.locator('#outcome').textContent(), /Deleted for good: 1/);
-});
-
 test('a trusted file comes back and no scan finds it again, until it is trusted no longer', async () => {
-  await scan(page, QUARANTINE);
-  await open();
-  await act('trust', ['test-file.com']);
-  assert.equal(existsSync(sample('test-file.com')), true);
-  assert.equal(await page.locator('#outcome').textContent(), 'Trusted: 1 · Restored: 1');
+  await ask('trust', ['test-file.com']);
+  await page.locator('#question-yes').click();
+  await outcome('Trusted: 1 · Restored: 1');
   assert.match(await page.locator('#trusted .name').textContent(), /test-file\.com$/);
   await fitsAndIsAccessible(page, 'quarantine-trusted');
   await scan(page, QUARANTINE);
@@ -120,7 +128,7 @@ test('everything is worked by keyboard and the focus is never lost', async () =>
   await page.keyboard.press('Enter');
   await page.locator('#question-yes').focus();
   await page.keyboard.press('Enter');
-  await page.locator('#nothing').waitFor();
+  await outcome('Deleted for good: 1');
   assert.equal(await page.evaluate(() => document.activeElement.id), 'outcome');
   assert.deepEqual(page.errors, []);
 });

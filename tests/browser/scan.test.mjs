@@ -1,48 +1,34 @@
 // A scan from the button to its result.
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
-import { chmodSync, mkdirSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import test, { after, before } from 'node:test';
-import { addresses, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
+import test from 'node:test';
+import { addresses, logOn, newPage } from './support/console.mjs';
 import { setControls } from './support/controls.mjs';
-import { root } from './support/templates.mjs';
+import { anew, fillForLongScan } from './support/scans.mjs';
+import { browser, console_, page, shareConsole } from './support/shared.mjs';
+import { inEveryView } from './support/views.mjs';
 
 const FILES = 12_000;
 const samples = mkdtempSync(join(tmpdir(), 'keldra-samples-'));
 
-/** Sample files and enough others for a scan that takes some seconds. */
-function makeFiles() {
-  execFileSync(join(root, 'scripts/make-samples'), [join(samples, 'samples')]);
-  mkdirSync(join(samples, 'many'));
-  for (let i = 0; i < FILES; i += 1) writeFileSync(join(samples, `many/${i}.txt`), `file ${i}\n`.repeat(2000));
-  chmodSync(samples, 0o755);
-}
-
-let console_;
-let browser;
-let page;
-before(async () => {
-  makeFiles();
-  [console_, browser] = await Promise.all([startConsole(['--scan-path', samples]), openBrowser()]);
-  page = await newPage(browser, console_);
-  await logOn(page, console_);
-});
-after(async () => {
-  await browser?.close();
-  await console_?.stop();
-  rmSync(samples, { recursive: true, force: true });
+shareConsole({
+  options: ['--scan-path', samples],
+  prepare: () => fillForLongScan(samples, FILES),
+  tidy: () => rmSync(samples, { recursive: true, force: true }),
 });
 
-const figure = async (id) => Number((await page.locator(`#${id}`).textContent()).replace(/\D/g, ''));
+const figure = async (id, onPage = page) => Number((await onPage.locator(`#${id}`).textContent()).replace(/\D/g, ''));
 
-async function startScan() {
-  await page.goto(addresses.manual);
-  // Finds are only reported, so that every scan of this file meets the same ones.
-  await setControls(page, { 'files-all': true, 'actions-universal': true, 'first:Universe': '1' });
-  await page.locator('#save-and-scan').click();
-  await page.waitForURL('**/scanoption.cgi?id=scan_progress_query&RequestID=*');
+// Finds are only reported, so that every scan of this file meets the same ones.
+const reportOnly = { 'files-all': true, 'actions-universal': true, 'first:Universe': '1' };
+
+async function startScan(onPage = page) {
+  await onPage.goto(addresses.manual);
+  await setControls(onPage, { ...reportOnly, ...anew() });
+  await onPage.locator('#save-and-scan').click();
+  await onPage.waitForURL('**/scanoption.cgi?id=scan_progress_query&RequestID=*');
 }
 
 test('saving and scanning leads to a page that counts, and to the finds', async () => {
@@ -62,14 +48,28 @@ test('saving and scanning leads to a page that counts, and to the finds', async 
   assert.deepEqual(page.errors, []);
 });
 
-test('a running scan is stopped by its button and the page says so', async () => {
-  await startScan();
-  await page.locator('#stop').click();
-  await page.locator('body[data-page="scan-stopped"]').waitFor();
-  assert.equal(await page.locator('#message').textContent(), 'The scan was stopped.');
-  assert.ok(await figure('scanned') < FILES);
-  await page.locator('#back').click();
-  assert.match(page.url(), /id=manual_scan$/);
+inEveryView('a scan is set up, saved, started, watched and stopped', async (own, view) => {
+  await own.goto(addresses.manual);
+  await own.locator('#tree .opener').first().waitFor();
+  await view.suits(own);
+  await setControls(own, reportOnly);
+  await own.locator('#pass-warning').waitFor();
+  await view.suits(own);
+  await own.locator('#save').click();
+  await own.locator('.notice.success').waitFor();
+  await startScan(own);
+  await own.locator('#finds .entry').first().waitFor();
+  await own.locator('#rate', { hasText: /[1-9]/ }).waitFor();
+  assert.equal(await own.locator('#finds .kind').first().textContent(), view.text('MALWARE_TEST'));
+  assert.equal(await own.locator('#finds .detail').first().textContent(), view.said('left in place'));
+  await view.suits(own);
+  await own.locator('#stop').click();
+  await own.locator('body[data-page="scan-stopped"]').waitFor();
+  assert.equal(await own.locator('#message').textContent(), view.said('The scan was stopped.'));
+  assert.ok(await figure('scanned', own) < FILES);
+  await view.suits(own);
+  await own.locator('#back').click();
+  assert.match(own.url(), /id=manual_scan$/);
 });
 
 test('a scan that is refused because another one runs is told, and the settings can still be saved', async () => {
@@ -94,6 +94,7 @@ test('the question whether to overwrite does not forget that a scan was wanted',
   await other.locator('#save').click();
   await other.locator('.notice.success').waitFor();
   await other.context().close();
+  await setControls(page, anew());
   await page.locator('#save-and-scan').click();
   await page.locator('#overwrite-question').waitFor();
   assert.match(page.url(), /scanoption\.cgi$/, 'no scan was started yet');

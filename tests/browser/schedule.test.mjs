@@ -1,21 +1,11 @@
 // A schedule from its page to the scan that it starts.
 import assert from 'node:assert/strict';
-import test, { after, before } from 'node:test';
-import { addresses, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
+import test from 'node:test';
+import { addresses } from './support/console.mjs';
 import { setControls } from './support/controls.mjs';
+import { openList, page, shareConsole } from './support/shared.mjs';
 
-let console_;
-let browser;
-let page;
-before(async () => {
-  [console_, browser] = await Promise.all([startConsole(), openBrowser()]);
-  page = await newPage(browser, console_);
-  await logOn(page, console_);
-});
-after(async () => {
-  await browser?.close();
-  await console_?.stop();
-});
+shareConsole();
 
 /** The coming minute of the local clock, as the form writes it; at least five seconds are left to save. */
 function nextMinute() {
@@ -36,8 +26,7 @@ test('a scan scheduled one minute ahead runs, is in the history, and its finds a
   const end = Date.now() + 150_000;
   while (Date.now() < end && !(await list.count())) {
     await page.waitForTimeout(2000);
-    await page.goto(addresses.history);
-    await page.locator('#scans .entry, #nothing:not([hidden])').first().waitFor();
+    await openList(page, addresses.history);
   }
   assert.deepEqual(await page.locator('#scans .name').allTextContents(), ['Scheduled scan']);
   await page.goto(addresses.quarantine);

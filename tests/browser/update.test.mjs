@@ -3,26 +3,24 @@ import assert from 'node:assert/strict';
 import { chmodSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import test, { after, before } from 'node:test';
-import { addresses, logOn, newPage, openBrowser, startConsole } from './support/console.mjs';
+import test from 'node:test';
+import { addresses } from './support/console.mjs';
 import { setControls } from './support/controls.mjs';
+import { console_, page, shareConsole } from './support/shared.mjs';
+import { inEveryView } from './support/views.mjs';
 
 const source = mkdtempSync(join(tmpdir(), 'keldra-source-'));
 
-let console_;
-let browser;
-let page;
-before(async () => {
-  chmodSync(source, 0o755);
-  writeFileSync(join(source, 'local.ndb'), 'Keldra.Browser.Test:0:0:6b656c647261\n');
-  [console_, browser] = await Promise.all([startConsole(), openBrowser()]);
-  page = await newPage(browser, console_);
-  await logOn(page, console_);
-});
-after(async () => {
-  await browser?.close();
-  await console_?.stop();
-  rmSync(source, { recursive: true });
+let release = 0;
+/** Something new to fetch. */
+function publish() {
+  release += 1;
+  writeFileSync(join(source, 'local.ndb'), `Keldra.Browser.Test-${release}:0:0:6b656c647261\n`);
+}
+
+shareConsole({
+  prepare: () => { chmodSync(source, 0o755); publish(); },
+  tidy: () => rmSync(source, { recursive: true }),
 });
 
 test('an update without a component is told before anything is asked for', async () => {
@@ -33,32 +31,36 @@ test('an update without a component is told before anything is asked for', async
   assert.match(page.url(), /update_manual/);
 });
 
-async function update() {
-  await page.goto(addresses.update);
-  await setControls(page, { 'virus-pattern': true, 'spyware-pattern': true });
-  await page.locator('#update').click();
-  await page.waitForURL(/id=update_progress&RequestID=[0-9_]+$/);
-  await page.locator('body[data-page="update-done"], body[data-page="update-ended"]').waitFor({ timeout: 60_000 });
+async function update(on = page) {
+  await on.goto(addresses.update);
+  await setControls(on, { 'virus-pattern': true, 'spyware-pattern': true });
+  await on.locator('#update').click();
+  await on.waitForURL(/id=update_progress&RequestID=[0-9_]+$/);
+  await on.locator('body[data-page="update-done"], body[data-page="update-ended"]').waitFor({ timeout: 60_000 });
 }
+const state = (on) => on.locator('#virus-pattern-state').textContent();
 
-test('an update from a local source is followed to its end, and its versions are shown', async () => {
+inEveryView('an update from a local source is followed to its end, and its versions are shown', async (own, view) => {
+  publish();
   console_.configureUpdates({ Source: 'custom', CustomURLs: join(source, 'local.ndb') });
-  await update();
-  assert.equal(await page.locator('body').getAttribute('data-page'), 'update-done');
-  await page.locator('#back').click();
-  await page.waitForURL('**/showpage.cgi?page=update_manual.html');
-  assert.match(await page.locator('#virus-pattern-state').textContent(), /Version \S+, last updated \d/);
-});
+  await own.goto(addresses.update);
+  await view.suits(own);
+  const before = await state(own);
+  await update(own);
+  assert.equal(await own.locator('main .notice').textContent(), view.text('UPDATE_DONE_TEXT'));
+  await view.suits(own);
+  await own.locator('#back').click();
+  await own.waitForURL('**/showpage.cgi?page=update_manual.html');
+  assert.notEqual(await state(own), before);
+  await view.suits(own);
 
-test('an update that finds nothing new says that all is current', async () => {
-  await update();
-  assert.equal(await page.locator('h1').textContent(), 'Update complete');
-  assert.equal(await page.locator('main .notice').textContent(), 'All components are current.');
-});
+  await update(own);
+  assert.equal(await own.locator('h1').textContent(), view.said('Update complete'));
+  assert.equal(await own.locator('main .notice').textContent(), view.said('All components are current.'));
+  await view.suits(own);
 
-test('an update that fails says why', async () => {
   console_.configureUpdates({ CustomURLs: join(source, 'missing.ndb') });
-  await update();
-  assert.equal(await page.locator('h1').textContent(), 'Update not completed.');
-  assert.match(await page.locator('main .notice').textContent(), /cannot be (read|reached)/);
+  await update(own);
+  assert.equal(await own.locator('h1').textContent(), view.said('Update not completed.'));
+  await view.suits(own);
 });

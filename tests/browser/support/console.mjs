@@ -38,17 +38,22 @@ function descendants(pid) {
   return children.flatMap((child) => [child, ...descendants(child)]);
 }
 
-/** A started console. `options`: further arguments of run-console. */
-export async function startConsole(options = []) {
+/** A started console. `options`: further arguments of run-console; `enclosure`: a command that runs it, with arguments. */
+export async function startConsole(options = [], enclosure = []) {
   const folder = mkdtempSync(join(tmpdir(), 'keldra-browser-'));
   const port = await freePort();
-  const child = spawn(join(root, 'scripts/run-console'),
-    ['--port', String(port), '--dir', folder, '--build', build, ...options], { stdio: ['ignore', 'pipe', 'inherit'] });
-  const { user, password } = await facts(child);
+  const [program, ...rest] = [...enclosure, join(root, 'scripts/run-console'), '--port', String(port), '--dir', folder,
+    '--build', build, ...options];
+  const child = spawn(program, rest, { stdio: ['ignore', 'pipe', 'inherit'] });
+  const { user, password } = await facts(child).catch((error) => {
+    rmSync(folder, { recursive: true, force: true });
+    throw error;
+  });
   child.stdout.resume();
   return {
     base: `http://127.0.0.1:${port}`,
     folder,
+    pid: child.pid,
     user,
     password,
     /** Sets where updates come from as an administrator would, and has the service read it. */
@@ -110,3 +115,10 @@ export const addresses = {
   history: '/NorvLinux/history.cgi',
   notSupported: '/NorvLinux/scanoption.cgi?id=nothing',
 };
+
+/** From the answer back to the settings page, once its script has filled it. */
+export async function goBack(page) {
+  // The answer is read before it is loaded wholly; its end must not be taken for that of the next page.
+  await page.waitForLoadState('load');
+  await Promise.all([page.waitForEvent('load'), page.locator('#back').click()]);
+}

@@ -6,7 +6,7 @@ import { fileURLToPath } from 'node:url';
 
 export const root = join(dirname(fileURLToPath(import.meta.url)), '../../..');
 export const templates = join(root, 'templates');
-export const languages = readdirSync(join(templates, 'texts')).map((name) => name.replace(/\.txt$/, ''));
+export const languages = readdirSync(join(templates, 'texts'));
 
 export const read = (path) => readFileSync(path, 'latin1');
 export const letters = (bytes) => Buffer.from(bytes, 'latin1').toString('utf8');
@@ -23,7 +23,7 @@ export function pageNames(folder = templates) {
 /** A language's table, marker to text. */
 export function stringTable(language) {
   const script = join(root, 'scripts/make-string-table');
-  const table = execFileSync(script, [join(templates, 'layout.html'), join(templates, `texts/${language}.txt`)],
+  const table = execFileSync(script, [join(templates, 'layout.html'), join(templates, `texts/${language}/pages.txt`)],
     { encoding: 'latin1' });
   return new Map(table.trimEnd().split('\n').map((line) => {
     const at = line.indexOf('=');
@@ -51,3 +51,16 @@ export function replaceItems(text, items) {
   for (const name of Object.keys(items).sort()) text = text.split(name).join(items[name]);
   return text;
 }
+
+const unquote = (text) => JSON.parse(`"${text}"`);
+
+/** The entries of a catalogue, text to translation. `name`: as in the folder of catalogues. */
+export function catalogueEntries(name) {
+  const found = readFileSync(join(root, 'po', name), 'utf8')
+    .matchAll(/^msgid "((?:[^"\\]|\\.)*)"\nmsgstr "((?:[^"\\]|\\.)*)"$/gm);
+  return new Map([...found].map(([, id, text]) => [unquote(id), unquote(text)]).filter(([id]) => id !== ''));
+}
+
+/** What the programs and the service say in a language; empty for the one that they speak by themselves. */
+export const catalogue = (language) =>
+  (language === 'en-US' ? new Map() : catalogueEntries(`${language.split('-')[0]}.po`));
