@@ -15,6 +15,7 @@
 #include <set>
 #include <span>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 namespace keldra {
@@ -33,6 +34,9 @@ constexpr std::chrono::milliseconds ACCEPT_PAUSE{100};
 constexpr std::chrono::milliseconds SWEEP_INTERVAL{1000};
 /// Lines about misbehaving peers that the log takes in a second.
 constexpr unsigned COMPLAINTS_PER_SECOND = 10;
+/// A program that a killed service was just starting holds its socket until it runs itself.
+constexpr std::chrono::milliseconds PREDECESSOR_TIME{2000};
+constexpr std::chrono::milliseconds PREDECESSOR_LOOK{20};
 
 bool somebodyListens(const std::filesystem::path& socket) {
     asio::io_context io;
@@ -42,12 +46,21 @@ bool somebodyListens(const std::filesystem::path& socket) {
     return !error;
 }
 
+bool somebodyGoesOnListening(const std::filesystem::path& socket) {
+    const auto until = std::chrono::steady_clock::now() + PREDECESSOR_TIME;
+    while (somebodyListens(socket)) {
+        if (std::chrono::steady_clock::now() >= until) return true;
+        std::this_thread::sleep_for(PREDECESSOR_LOOK);
+    }
+    return false;
+}
+
 /// Removes what a service that was killed left behind. Returns what is in the way, empty when nothing is.
 std::string clearPath(const std::filesystem::path& socket) {
     struct stat status {};
     if (::lstat(socket.c_str(), &status) != 0) return {};
     if (!S_ISSOCK(status.st_mode)) return socket.string() + " exists and is not a socket.";
-    if (somebodyListens(socket)) return "Another keldrad already listens on " + socket.string() + ".";
+    if (somebodyGoesOnListening(socket)) return "Another keldrad already listens on " + socket.string() + ".";
     return ::unlink(socket.c_str()) == 0 ? "" : "Cannot remove " + socket.string() + ": " + errorText(errno) + ".";
 }
 

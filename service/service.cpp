@@ -6,7 +6,6 @@
 #include "service/notify.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/resource.h>
 
 #include <array>
@@ -88,10 +87,16 @@ std::vector<std::string> Service::ownFolders() const {
 bool Service::lockState(std::string& error) {
     const auto path = options_.state / "keldrad.lock";
     stateLock_ = FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    // A record lock, since it ends with this process; flock() would live on in a child that has not become freshclam
+    // yet.
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
     if (!stateLock_) {
         error = "Cannot open " + path.string() + ": " + errorText(errno) + ".";
-    } else if (::flock(stateLock_.get(), LOCK_EX | LOCK_NB) != 0) {
-        error = "Another keldrad already works on " + options_.state.string() + ".";
+    } else if (::fcntl(stateLock_.get(), F_SETLK, &whole) != 0) {
+        const bool held = errno == EACCES || errno == EAGAIN;
+        error = held ? "Another keldrad already works on " + options_.state.string() + "."
+                     : "Cannot lock " + path.string() + ": " + errorText(errno) + ".";
     }
     return error.empty();
 }

@@ -184,12 +184,17 @@ TEST_F(MessageServerTest, ALiveServiceKeepsItsSocketAndADeadOneLosesIt) {
     EXPECT_TRUE(serves());
     stop();
 
-    // What a killed service leaves: a socket file that nobody listens on.
+    // What a killed service leaves: a socket file that nobody listens on, before long.
     const int left = ::socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
     socket_.string().copy(address.sun_path, sizeof address.sun_path - 1);
     ASSERT_EQ(::bind(left, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ::close(left);
+    // Killed while it started a program: the child holds the socket a moment longer.
+    ASSERT_EQ(::listen(left, 128), 0);
+    std::jthread child([left] {
+        std::this_thread::sleep_for(milliseconds(200));
+        ::close(left);
+    });
     MessageServer third(io, {}, {}, [](const IPCMessage&) { return IPCMessage(); });
     EXPECT_TRUE(third.listen(socket_, error)) << error;
     struct stat status {};
