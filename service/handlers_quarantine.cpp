@@ -31,8 +31,10 @@ std::string idOf(const IPCMessage& request) { return request.value<std::string>(
 bool listQuarantine(Service& service, const IPCMessage& request, IPCMessage& reply) {
     JsonText json;
     json.array([&] {
-        for (const QuarantineItem& item : service.quarantine().list(request.value<std::size_t>("From"), MAX_ITEMS))
+        for (const QuarantineItem& item : service.quarantine().list(request.value<std::size_t>("From"), MAX_ITEMS)) {
+            if (json.full()) break;
             writeItem(json, item);
+        }
     });
     reply.addParam("Items", json.text());
     reply.addParam("Total", service.quarantine().size());

@@ -106,12 +106,14 @@ bool getScanFinds(Service& service, const IPCMessage& request, IPCMessage& reply
         reply.addParam("Message", "There is no such scan.");
         return false;
     }
+    const std::vector<ScanFind> finds = service.scans().finds(id, request.value<std::size_t>("From"), MAX_FINDS);
+    std::size_t written = 0;
     JsonText json;
     json.array([&] {
-        for (const ScanFind& find : service.scans().finds(id, request.value<std::size_t>("From"), MAX_FINDS))
-            writeFind(json, find);
+        for (; written < finds.size() && !json.full(); ++written) writeFind(json, finds[written]);
     });
     reply.addParam("Finds", json.text());
+    reply.addParam("More", written < finds.size() || written == MAX_FINDS ? 1 : 0);
     return true;
 }
 

@@ -4,6 +4,7 @@
 #include <rapidjson/writer.h>
 
 #include <concepts>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -33,9 +34,13 @@ public:
         return name(memberName).value(memberValue);
     }
 
+    /// Long enough for one reply: a list goes on in the next. Leaves room in a message for what else it carries.
+    bool full() const { return buffer_.GetSize() >= PAGE_BYTES; }
     std::string text() const { return {buffer_.GetString(), buffer_.GetSize()}; }
 
 private:
+    static constexpr std::size_t PAGE_BYTES = std::size_t{8} << 20;
+
     rapidjson::StringBuffer buffer_;
     rapidjson::Writer<rapidjson::StringBuffer> writer_{buffer_};
 };

@@ -22,11 +22,11 @@ protected:
     void serveScans(const std::string& scans) {
         service.on(M::GET, M::SCAN_HISTORY, Answer::reply(1, {{"Scans", scans}}));
     }
-    /// The reports, a page for each request, and none after that.
+    /// The reports, a page for each request.
     void serveFinds(const Strings& pages) {
         std::deque<Answer> answers;
-        for (const std::string& page : pages) answers.push_back(Answer::reply(1, {{"Finds", page}}));
-        answers.push_back(Answer::reply(1, {{"Finds", "[]"}}));
+        for (const std::string& page : pages)
+            answers.push_back(Answer::reply(1, {{"Finds", page}, {"More", &page == &pages.back() ? "0" : "1"}}));
         service.on(M::GET, M::SCAN_FINDS, answers);
     }
     CgiResponse ask(const std::string& query) {
@@ -50,11 +50,11 @@ TEST_F(History, ThePageIsShownToWhoIsLoggedOnOnly) {
 
 TEST_F(History, ScansAndFindsReachThePageAsTheServiceKnowsThem) {
     serveScans(R"([{"id":"17_1","found":2,"message":"a \"b\""}])");
-    EXPECT_EQ(ask("list=1").bytes, JSON_HEAD + R"({"scans":[{"id":"17_1","found":2,"message":"a \"b\""}]})");
+    EXPECT_EQ(ask("list=1").bytes, JSON_HEAD + R"({"scans":[{"id":"17_1","found":2,"message":"a \"b\""}],"more":false})");
     sent();
-    serveFinds({R"([{"path":"/ä\u0001","infected":true,"detail":"deleted"}])"});
+    serveFinds({R"([{"path":"/ä\u0001","infected":true,"detail":"deleted"}])", "[]"});
     EXPECT_EQ(ask("RequestID=17_1&From=1000").bytes,
-              JSON_HEAD + R"({"finds":[{"path":"/ä\u0001","infected":true,"detail":"deleted"}]})");
+              JSON_HEAD + R"({"finds":[{"path":"/ä\u0001","infected":true,"detail":"deleted"}],"more":true})");
     EXPECT_EQ(sentByHandler(), Strings{"0/102"});
     EXPECT_EQ(lastParam("RequestID"), "17_1");
     EXPECT_EQ(lastParam("From"), "1000");
@@ -83,8 +83,8 @@ TEST_F(History, FindsAreSavedAsCsvWholly) {
     EXPECT_EQ(ask("csv=1&RequestID=17_1").bytes, csvHead("keldra-scan-17_1.csv") + FIND_COLUMNS +
                                                      "/srv/a,Infected,Eicar,Test_Virus,deleted\r\n"
                                                      "/srv/b,Not fully scanned,,,it is encrypted\r\n");
-    EXPECT_EQ(sentByHandler(), (Strings{"0/102", "0/102", "0/102"}));
-    EXPECT_EQ(lastParam("From"), "2");
+    EXPECT_EQ(sentByHandler(), (Strings{"0/102", "0/102"}));
+    EXPECT_EQ(lastParam("From"), "1");
 }
 
 TEST_F(History, NamesOfFilesCannotBreakTheTableOrRunAsFormulas) {
@@ -111,7 +111,7 @@ TEST_F(History, WhatWasDoneIsToldInTheLanguageOfTheConsole) {
     request.environment["KELDRA_LOCALE"] = "de-DE";
     EXPECT_EQ(console.run(consoleProgram("history.cgi"), request).bytes,
               JSON_HEAD + R"({"finds":[{"detail":"Nicht gesäubert: geht nicht; in Quarantäne"},)" +
-                  R"({"detail":"umbenannt in no limit"},)" + "{\"detail\":\"ohne Grenze (Heuristics)\"}]}");
+                  R"({"detail":"umbenannt in no limit"},)" + "{\"detail\":\"ohne Grenze (Heuristics)\"}],\"more\":false}");
 }
 
 TEST_F(History, WhatNoCatalogueKnowsIsShownAsTheServiceSaidIt) {
@@ -120,7 +120,7 @@ TEST_F(History, WhatNoCatalogueKnowsIsShownAsTheServiceSaidIt) {
         SCOPED_TRACE(text);
         const std::string object = std::string(R"({"detail":")") + text + R"("})";
         serveFinds({"[" + object + "]"});
-        EXPECT_EQ(ask("RequestID=17_1").bytes, JSON_HEAD + R"({"finds":[)" + object + "]}");
+        EXPECT_EQ(ask("RequestID=17_1").bytes, JSON_HEAD + R"({"finds":[)" + object + "],\"more\":false}");
     }
 }
 
@@ -137,7 +137,7 @@ TEST_F(History, AFailureIsToldInsteadOfAHalfTable) {
     const auto error = [](const std::string& status, const std::string& message) {
         return "Content-type: application/json\nStatus: " + status + "\n\n{\"error\":\"" + message + "\"}";
     };
-    service.on(M::GET, M::SCAN_FINDS, {Answer::reply(1, {{"Finds", R"([{"path":"/a"}])"}}), Answer::hangUp()});
+    service.on(M::GET, M::SCAN_FINDS, {Answer::reply(1, {{"Finds", R"([{"path":"/a"}])"}, {"More", "1"}}), Answer::hangUp()});
     EXPECT_EQ(ask("csv=1&RequestID=17_1").bytes, error("503 Service Unavailable", NOT_RESPONDING));
     service.on(M::GET, M::SCAN_FINDS, Answer::reply(2, {{"Message", "There is no such scan."}}));
     EXPECT_EQ(ask("RequestID=17_1").bytes, error("404 Not Found", "There is no such scan."));

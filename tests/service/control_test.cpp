@@ -1,5 +1,6 @@
 #include "tests/service/service_test.h"
 
+#include <algorithm>
 #include <iomanip>
 #include <sstream>
 #include <string>
@@ -42,6 +43,17 @@ TEST_F(ControlTest, AFileNameCannotDriveTheTerminal) {
     const ProcessResult found = service_.control({"scan", service_.file("samples")});
     EXPECT_EQ(found.output.find('\x1b'), std::string::npos);
     EXPECT_NE(found.output.find("\\x1b[2J\\x0a"), std::string::npos) << found.output;
+}
+
+TEST_F(ControlTest, FindsWithTheLongestNamesAreAllTold) {
+    // Six bytes for each of these in the reply: more than one message could carry.
+    std::filesystem::path folder = service_.file("samples") / "deep";
+    for (int level = 0; level < 15; ++level) folder /= std::string(250, '\x01');
+    constexpr int FILES = 720;
+    for (int i = 0; i < FILES; ++i) writeFile(folder / std::to_string(i), testFile());
+    ASSERT_TRUE(service_.start());
+    const std::string found = service_.control({"scan", service_.file("samples") / "deep"}).output;
+    EXPECT_EQ(std::count(found.begin(), found.end(), '\n'), FILES + 1);
 }
 
 TEST_F(ControlTest, AFindIsPutAwayListedAndGivenBack) {

@@ -37,17 +37,25 @@ bool fetchScans(rapidjson::Document& scans) {
     return askService({IPCMessage::GET, IPCMessage::SCAN_HISTORY}, reply) && readList(reply, "Scans", scans);
 }
 
-/// The reports of a scan from number `from` on, as many as the service gives at a time; none behind the last one.
-bool fetchFinds(const std::string& requestID, std::size_t from, rapidjson::Document& finds) {
+/// Reports of a scan, and whether there are more behind them.
+struct Finds {
+    rapidjson::Document list;
+    bool more = false;
+};
+
+/// Those from number `from` on, as many as the service gives at a time.
+bool fetchFinds(const std::string& requestID, std::size_t from, Finds& finds) {
     IPCMessage message(IPCMessage::GET, IPCMessage::SCAN_FINDS);
     message.addParam("RequestID", requestID);
     message.addParam("From", from);
     IPCMessage reply;
-    return askService(message, reply, "404 Not Found") && readList(reply, "Finds", finds);
+    if (!askService(message, reply, "404 Not Found") || !readList(reply, "Finds", finds.list)) return false;
+    finds.more = reply.value<int>("More") != 0;
+    return true;
 }
 
-/// {"name": list}, with one text of each entry in the console's language.
-int answerList(const char* name, rapidjson::Document& list, const char* translated) {
+/// {"name": list, "more": whether it goes on}, with one text of each entry in the console's language.
+int answerList(const char* name, rapidjson::Document& list, const char* translated, bool more = false) {
     for (Entry& entry : list.GetArray()) {
         const std::string value = translateServiceText(textOf(entry, translated));
         if (!entry.HasMember(translated)) continue;
@@ -57,6 +65,8 @@ int answerList(const char* name, rapidjson::Document& list, const char* translat
         json.StartObject();
         json.Key(name);
         list.Accept(json);
+        json.Key("more");
+        json.Bool(more);
         json.EndObject();
     }));
 }
@@ -68,9 +78,9 @@ int listScans() {
 
 int listFinds(const ConsoleRequest& request) {
     const int from = std::max(0, request.fields.getEnv<int>("From"));
-    rapidjson::Document finds;
+    Finds finds;
     if (!fetchFinds(request.text("RequestID"), static_cast<std::size_t>(from), finds)) return 1;
-    return answerList("finds", finds, "detail");
+    return answerList("finds", finds.list, "detail", finds.more);
 }
 
 /// A time as spreadsheets understand it, in the server's time zone; nothing for 0.
@@ -137,12 +147,13 @@ int exportFinds(const std::string& requestID) {
         return answerError("404 Not Found", "There is no such scan.");
     }
     std::string csv = headings({"File", "Result", "Malware", "Type", "What was done"});
-    for (std::size_t from = 0;;) {
-        rapidjson::Document finds;
+    std::size_t from = 0;
+    for (bool more = true; more;) {
+        Finds finds;
         if (!fetchFinds(requestID, from, finds)) return 1;
-        for (const Entry& find : finds.GetArray()) csv += findLine(find);
-        if (finds.Empty()) break;
-        from += finds.Size();
+        for (const Entry& find : finds.list.GetArray()) csv += findLine(find);
+        from += finds.list.Size();
+        more = finds.more && !finds.list.Empty();
     }
     return answerDownload(std::string(CSV_TYPE), "keldra-scan-" + requestID + ".csv", csv);
 }

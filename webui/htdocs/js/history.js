@@ -6,8 +6,6 @@ import { durationText, malwareText, numberText, sizeText, splitPath, timeText } 
 
 const RUNNING = 4;
 const REFRESH = 5000;
-/** Finds that the service gives at a time. */
-const AT_A_TIME = 1000;
 
 let scans = [];
 let current = '';
@@ -65,12 +63,12 @@ async function readFinds() {
   const id = current;
   const failed = byId('finds-failed');
   try {
-    const { finds } = await getJson(`./history.cgi?RequestID=${encodeURIComponent(id)}&From=${read}`);
+    const { finds, more } = await getJson(`./history.cgi?RequestID=${encodeURIComponent(id)}&From=${read}`);
     if (id !== current) return;
     read += finds.length;
     byId('finds').append(...finds.filter(({ infected }) => infected).map(makeFind));
     byId('unsure').append(...finds.filter(({ infected }) => !infected).map(makeFind));
-    byId('more').hidden = finds.length < AT_A_TIME;
+    byId('more').hidden = !more;
     failed.hidden = true;
   } catch (error) {
     failed.textContent = error.message || failed.dataset.text;
