@@ -7,20 +7,20 @@ import test from 'node:test';
 import { addresses } from './support/console.mjs';
 import { setControls } from './support/controls.mjs';
 import { fitsAndIsAccessible } from './support/looks.mjs';
-import { anew, fillForLongScan } from './support/scans.mjs';
+import { fillForLongScan, keepBusy } from './support/scans.mjs';
 import { audited, page, shareConsole } from './support/shared.mjs';
 
-const FILES = 12_000;
 const samples = mkdtempSync(join(tmpdir(), 'keldra-progress-'));
 
 shareConsole({
   options: ['--scan-path', samples],
   shared: audited,
-  prepare: () => fillForLongScan(samples, FILES),
+  prepare: () => fillForLongScan(samples),
   tidy: () => rmSync(samples, { recursive: true, force: true }),
 });
 
 test('finds appear while the scan goes on, and a scan that was left is found again', async () => {
+  keepBusy(samples);
   await page.goto(addresses.manual);
   await setControls(page, { 'files-all': true, 'actions-universal': true, 'first:Universe': '1' });
   await page.locator('#save-and-scan').click();
@@ -60,7 +60,6 @@ const find = (path, infected) => ({
 
 test('rate and time left are told, and what was not fully scanned stands apart from finds', async () => {
   await page.goto(addresses.manual);
-  await setControls(page, anew());
   await page.locator('#save-and-scan').click();
   await page.waitForURL('**/scanoption.cgi?id=scan_progress_query&RequestID=*');
   const progress = page.url();

@@ -1,6 +1,6 @@
 // Scans for tests whose subject is what comes after one, and files that keep one busy.
 import { execFileSync } from 'node:child_process';
-import { chmodSync, mkdirSync, writeFileSync } from 'node:fs';
+import { chmodSync, existsSync, mkdirSync, truncateSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { addresses } from './console.mjs';
 import { setControls } from './controls.mjs';
@@ -12,12 +12,33 @@ export function makeSamples(folder) {
   execFileSync('chown', ['-R', `--reference=${folder}`, folder]);
 }
 
-/** Sample files, and behind them so many others that a scan takes some seconds. */
-export function fillForLongScan(folder, files) {
+/** Files that take the engine a while though they hold nothing and need no room. */
+function makeSlowFiles(folder, count) {
+  mkdirSync(folder);
+  for (let i = 0; i < count; i += 1) {
+    const path = join(folder, `${i}.bin`);
+    writeFileSync(path, '');
+    truncateSync(path, 24 << 20);
+  }
+}
+
+// Below the samples with finds: a folder's own files are scanned before its subfolders.
+const behindFinds = (folder) => join(folder, 'a-finds/Downloads/many');
+
+/** Sample files, and behind them others: a scan comes to its end after some seconds. */
+export function fillForLongScan(folder) {
   makeSamples(join(folder, 'a-finds'));
-  mkdirSync(join(folder, 'b-many'));
-  for (let i = 0; i < files; i += 1) writeFileSync(join(folder, `b-many/${i}.txt`), `file ${i}\n`.repeat(2000));
+  const many = behindFinds(folder);
+  mkdirSync(many);
+  for (let i = 0; i < 500; i += 1) writeFileSync(join(many, `${i}.txt`), `file ${i}\n`.repeat(2000));
+  makeSlowFiles(join(many, 'slow'), 40);
   chmodSync(folder, 0o755);
+}
+
+/** Makes a scan of such a folder last until it is stopped, however fast the machine is. */
+export function keepBusy(folder) {
+  const endless = join(behindFinds(folder), 'slow/endless');
+  if (!existsSync(endless)) makeSlowFiles(endless, 5000);
 }
 
 /**
@@ -31,9 +52,5 @@ export async function scan(page, action, more = {}) {
   await page.waitForURL('**/scanoption.cgi?id=scan_progress_query&RequestID=*');
   await page.locator('body[data-page="scan-done"]').waitFor();
 }
-let limit = 1000;
-/** Settings with which the service looks at every file anew, whatever it knows to be clean from the scan before. */
-export const anew = () => ({ 'scan-archives': true, 'size-limit': String(limit += 1) });
-
 export const REPORT = '1';
 export const QUARANTINE = '4';
