@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -18,15 +19,19 @@ concept StreamedNumber = std::integral<T> &&(sizeof(T) > 1 || std::same_as<T, bo
 // What streams write and read, without a stream: the first one in a process sets up all locale facets, which costs a
 // page more than its messages do.
 
-/// The text that stream insertion gives a value: a text, a number, or a settings record.
+/// The text that stream insertion gives a value. Only what is neither text nor number nor settings record needs one.
 template <typename T>
 std::string textForm(const T& value) {
     if constexpr (std::is_convertible_v<const T&, std::string_view>) {
         return std::string(std::string_view(value));
     } else if constexpr (StreamedNumber<T>) {
         return std::to_string(value);
-    } else {
+    } else if constexpr (requires { recordText(value); }) {
         return recordText(value);
+    } else {
+        std::ostringstream text;
+        text << value;
+        return text.str();
     }
 }
 

@@ -79,6 +79,19 @@ void expectReadAsByStreams(const std::string& text) {
     EXPECT_EQ(number, read ? expected : 7) << text;
 }
 
+struct Streamed {
+    friend std::ostream& operator<<(std::ostream& out, const Streamed&) { return out << "streamed"; }
+};
+
+TEST(TextForm, IsWhatAStreamWritesWhateverTheType) {
+    EXPECT_EQ("text", textForm("text"));
+    EXPECT_EQ("-7", textForm(-7L));
+    EXPECT_EQ("1", textForm(true));
+    EXPECT_EQ("1.5", textForm(1.5));
+    EXPECT_EQ("c", textForm('c'));
+    EXPECT_EQ("streamed", textForm(Streamed()));
+}
+
 TEST(Numbers, AreReadFromFormsAndRepliesAsStreamsReadThem) {
     for (const char* text : {"",
                              " ",
