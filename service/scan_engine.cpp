@@ -3,22 +3,21 @@
 #include "norv/log.h"
 #include "norv/scan_config.h"
 #include "service/clean_cache.h"
-#include "service/files.h"
+#include "service/content_scan.h"
+#include "service/memory_budget.h"
 
 #include <clamav.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <condition_variable>
+#include <cstdint>
 #include <ctime>
 #include <deque>
 #include <filesystem>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -29,9 +28,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Layers of any sort that the engine itself follows; archives, mail, documents and what is inside them all count.
-constexpr uint32_t ENGINE_RECURSION = 24;
-constexpr uint32_t MOST_LAYERS = 20;
 constexpr uint64_t MEBIBYTE = uint64_t{1} << 20U;
 
 struct FreeEngine {
@@ -56,193 +52,6 @@ bool initLibrary() {
         return cl_init(CL_INIT_DEFAULT) == CL_SUCCESS;
     }();
     return ready;
-}
-
-/// The engine's names for what counts as an archive layer, without "CL_TYPE_".
-bool isArchive(std::string_view type) {
-    static constexpr std::array<std::string_view, 32> TYPES{
-        "ZIP",       "ZIPSFX",   "RAR",       "RARSFX",   "7Z",
-        "7ZSFX",     "ARJ",      "ARJSFX",    "GZ",       "BZ",
-        "XZ",        "OLD_TAR",  "POSIX_TAR", "CPIO_OLD", "CPIO_ODC",
-        "CPIO_NEWC", "CPIO_CRC", "MSCAB",     "CABSFX",   "ISO9660",
-        "UDF",       "DMG",      "XAR",       "HFSPLUS",  "HFSPLUS_CARVED",
-        "MBR",       "GPT",      "APM",       "EGG",      "ALZ",
-        "LHA_LZH",   "AUTOIT"};
-    constexpr std::string_view PREFIX = "CL_TYPE_";
-    if (type.substr(0, PREFIX.size()) == PREFIX) type.remove_prefix(PREFIX.size());
-    return std::find(TYPES.begin(), TYPES.end(), type) != TYPES.end();
-}
-
-constexpr const char* STOPPED = "the scan was stopped";
-
-/// What a scan knows about the layers it is in; the engine hands it to `inspect` for each of them.
-struct LayerWatch {
-    ScanOptions options;
-    std::stop_token stop;
-    std::array<bool, ENGINE_RECURSION + 8> archive{};  ///< by level: whether that layer is an archive
-    std::size_t last = 0;
-    std::string incomplete;  ///< why something was left out
-
-    /// Archives around the layer at `level`, which is of the type `type`.
-    std::size_t enter(std::size_t level, std::string_view type);
-    bool leaveOut(std::size_t archives, uint64_t size);
-};
-
-std::size_t LayerWatch::enter(std::size_t level, std::string_view type) {
-    level = std::min(level, archive.size() - 1);
-    // Levels that the engine passed without a word (embedded and normalized data) are no archives.
-    for (std::size_t passed = last + 1; passed < level; ++passed) archive[passed] = false;
-    archive[level] = isArchive(type);
-    last = level;
-    return static_cast<std::size_t>(
-        std::count(archive.begin(), archive.begin() + static_cast<std::ptrdiff_t>(level), true));
-}
-
-bool LayerWatch::leaveOut(std::size_t archives, uint64_t size) {
-    const uint32_t layers = options.layers == 0 || options.layers > MOST_LAYERS ? MOST_LAYERS : options.layers;
-    if (stop.stop_requested()) {
-        incomplete = STOPPED;
-    } else if (archives > layers) {
-        incomplete = "archives are nested more deeply than the settings allow";
-    } else if (archives > 0 && options.memberSizeLimit != 0 && size > options.memberSizeLimit) {
-        incomplete = "a file in the archive is larger than the settings allow";
-    } else {
-        return false;
-    }
-    return true;
-}
-
-/// The engine's question about each layer, from the file itself inwards; CL_BREAK leaves it out.
-cl_error_t inspect(int /*fd*/, const char* type, const char** /*ancestors*/, size_t /*parentSize*/,
-                   const char* /*name*/, size_t size, const char* /*content*/, uint32_t level, uint32_t /*attributes*/,
-                   void* context) {
-    if (context == nullptr) return CL_CLEAN;
-    LayerWatch& watch = *static_cast<LayerWatch*>(context);
-    const std::size_t archives = watch.enter(level, type ? type : "");
-    return watch.leaveOut(archives, size) ? CL_BREAK : CL_CLEAN;
-}
-
-cl_scan_options engineOptions(const ScanOptions& options) {
-    cl_scan_options flags{};
-    flags.general = CL_SCAN_GENERAL_HEURISTICS;
-    flags.parse = ~0U;
-    if (!options.archives) flags.parse &= ~static_cast<uint32_t>(CL_SCAN_PARSE_ARCHIVE);
-    flags.heuristic = CL_SCAN_HEURISTIC_EXCEEDS_MAX | CL_SCAN_HEURISTIC_ENCRYPTED_DOC;
-    if (options.archives) flags.heuristic |= CL_SCAN_HEURISTIC_ENCRYPTED_ARCHIVE;
-    return flags;
-}
-
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
-
-/// A name of a signature of our own ends in this.
-std::string withoutSuffix(std::string name) {
-    constexpr std::string_view SUFFIX = ".UNOFFICIAL";
-    if (name.size() > SUFFIX.size() && name.compare(name.size() - SUFFIX.size(), SUFFIX.size(), SUFFIX) == 0) {
-        name.resize(name.size() - SUFFIX.size());
-    }
-    return name;
-}
-
-ScanResult notFullyScanned(std::string detail) { return {Verdict::NOT_FULLY_SCANNED, "", std::move(detail)}; }
-
-/// Finds that only tell that the engine could not see everything.
-ScanResult judgeFind(const std::string& name) {
-    if (startsWith(name, "Heuristics.Limits.Exceeded"))
-        return notFullyScanned("a limit of the engine was met (" + name + ")");
-    if (startsWith(name, "Heuristics.Encrypted"))
-        return notFullyScanned("it is encrypted, wholly or in parts (" + name + ")");
-    return {Verdict::INFECTED, withoutSuffix(name), ""};
-}
-
-ScanResult judge(cl_error_t code, const char* name, const LayerWatch& watch) {
-    if (code == CL_VIRUS) {
-        const ScanResult find = judgeFind(name ? name : "unknown");
-        return find.verdict == Verdict::INFECTED || watch.incomplete.empty() ? find : notFullyScanned(watch.incomplete);
-    }
-    // A reading that a stop cut short may look like any failure.
-    if (watch.incomplete == STOPPED) return notFullyScanned(STOPPED);
-    if (code == CL_ETIMEOUT || code == CL_EMAXREC || code == CL_EMAXSIZE || code == CL_EMAXFILES) {
-        return notFullyScanned("a limit of the engine was met");
-    }
-    if (code != CL_CLEAN) return {Verdict::FAILED, "", std::string("the engine failed: ") + cl_strerror(code)};
-    if (!watch.incomplete.empty()) return notFullyScanned(watch.incomplete);
-    return {Verdict::CLEAN, "", ""};
-}
-
-/// Up to here a file is read at once into memory that is used again and again, which spares the library a mapping and
-/// its page faults for every file.
-constexpr std::size_t SMALL_FILE = std::size_t{1} << 20U;
-/// From here on the library reads through `readUnlessStopped`, so that a stop need not wait for the end of the file.
-constexpr std::size_t LARGE_FILE = std::size_t{32} << 20U;
-
-using Map = std::unique_ptr<cl_fmap_t, decltype(&cl_fmap_close)>;
-
-/// One scan: what is scanned, and how.
-struct ContentScan {
-    int fd;
-    std::size_t size;
-    const char* path;
-    LoadedEngine& engine;
-    LayerWatch& watch;
-};
-
-ScanResult scanMap(const ContentScan& scan, const Map& map) {
-    if (!map) return judge(CL_EMAP, nullptr, scan.watch);
-    cl_scan_options flags = engineOptions(scan.watch.options);
-    const char* name = nullptr;
-    unsigned long scanned = 0;
-    const cl_error_t code =
-        cl_scanmap_callback(map.get(), scan.path, &name, &scanned, scan.engine.library.get(), &flags, &scan.watch);
-    return judge(code, name, scan.watch);
-}
-
-/// The content of a small file, shorter when it was cut short since; nothing, with errno set, when it cannot be read.
-std::optional<std::span<const char>> readSmall(const ContentScan& scan) {
-    thread_local std::vector<char> buffer(SMALL_FILE);
-    std::size_t length = 0;
-    while (length < scan.size) {
-        const ssize_t got = ::pread(scan.fd, buffer.data() + length, scan.size - length, static_cast<off_t>(length));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return std::nullopt;
-        if (got == 0) break;
-        length += static_cast<std::size_t>(got);
-    }
-    return std::span<const char>(buffer).first(length);
-}
-
-ScanResult scanSmall(const ContentScan& scan) {
-    const auto content = readSmall(scan);
-    if (!content) return {Verdict::FAILED, "", "it cannot be read: " + errorText(errno)};
-    if (content->empty()) return {Verdict::CLEAN, "", ""};
-    const CleanCache::Key key = CleanCache::keyOf(*content, scan.watch.options);
-    if (scan.engine.clean.knows(key)) return {Verdict::CLEAN, "", ""};
-    const Map map(cl_fmap_open_memory(content->data(), content->size()), cl_fmap_close);
-    ScanResult result = scanMap(scan, map);
-    if (result.verdict == Verdict::CLEAN) scan.engine.clean.add(key);
-    return result;
-}
-
-off_t readUnlessStopped(void* handle, void* buffer, size_t count, off_t offset) {
-    const ContentScan& scan = *static_cast<const ContentScan*>(handle);
-    if (!scan.watch.stop.stop_requested()) return ::pread(scan.fd, buffer, count, offset);
-    scan.watch.incomplete = STOPPED;
-    errno = EIO;
-    return -1;
-}
-
-ScanResult scanLarge(ContentScan& scan) {
-    return scanMap(scan, Map(cl_fmap_open_handle(&scan, 0, scan.size, readUnlessStopped, 1), cl_fmap_close));
-}
-
-ScanResult scanContent(ContentScan& scan) {
-    if (scan.size <= SMALL_FILE) return scanSmall(scan);
-    if (scan.size >= LARGE_FILE) return scanLarge(scan);
-    cl_scan_options flags = engineOptions(scan.watch.options);
-    const char* name = nullptr;
-    unsigned long scanned = 0;
-    const cl_error_t code =
-        cl_scandesc_callback(scan.fd, scan.path, &name, &scanned, scan.engine.library.get(), &flags, &scan.watch);
-    return judge(code, name, scan.watch);
 }
 
 bool isSignatureFile(const fs::path& path) {
@@ -301,7 +110,7 @@ Engine newEngine(const EngineSettings& settings) {
     if (!settings.temporaryFolder.empty()) {
         cl_engine_set_str(engine, CL_ENGINE_TMPDIR, settings.temporaryFolder.c_str());
     }
-    cl_engine_set_clcb_file_inspection(engine, inspect);
+    askAboutLayers(*engine);
     return loaded;
 }
 
@@ -369,6 +178,7 @@ private:
     void reloadLoop(const std::stop_token& stop);
 
     const EngineSettings settings_;
+    MemoryBudget memory_;
     mutable std::mutex mutex_;
     std::condition_variable_any wanted_;
     Engine engine_;
@@ -391,11 +201,12 @@ ScanResult ClamEngine::scan(int fd, const std::string& path, const ScanOptions& 
     if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return {Verdict::FAILED, "", "it is not a regular file"};
     if (static_cast<uint64_t>(status.st_size) > settings_.fileSize)
         return notFullyScanned("it is too large for the engine");
-    LayerWatch watch;
-    watch.options = options;
-    watch.stop = std::move(stop);
-    ContentScan content{fd, static_cast<std::size_t>(status.st_size), path.c_str(), *engine, watch};
-    ScanResult result = scanContent(content);
+    const auto size = static_cast<std::size_t>(status.st_size);
+    const auto memory = memory_.take(size, stop);
+    if (!memory)
+        return notFullyScanned(stop.stop_requested() ? STOPPED : "there is not enough memory for a file of its size");
+    ScanResult result =
+        scanContent({fd, size, path.c_str(), engine->library.get(), engine->clean, options, std::move(stop)});
     if (result.verdict == Verdict::INFECTED && settings_.trusted && settings_.trusted(fd))
         return {Verdict::CLEAN, "", ""};
     return result;

@@ -3,11 +3,13 @@
 #include "norv/log.h"
 #include "service/command_table.h"
 #include "service/extension_list.h"
+#include "service/memory_budget.h"
 #include "service/notify.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -157,7 +159,8 @@ void Service::prepareVar() {
 void Service::makeParts() {
     engine_ = makeScanEngine({.signatureFolders = signatureFolders(options_),
                               .temporaryFolder = options_.state / "tmp",
-                              .trusted = [this](int fd) { return quarantine_.isTrusted(fd); }});
+                              .trusted = [this](int fd) { return quarantine_.isTrusted(fd); },
+                              .fileSize = std::min(EngineSettings().fileSize, physicalMemory() / 4)});
     ScanJobsSettings scans;
     scans.historyFolder = options_.state / "history";
     scans.ownFolders = ownFolders();
