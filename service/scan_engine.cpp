@@ -203,8 +203,8 @@ ScanResult ClamEngine::scan(int fd, const std::string& path, const ScanOptions& 
         return notFullyScanned("it is too large for the engine");
     const auto size = static_cast<std::size_t>(status.st_size);
     const auto memory = memory_.take(size, stop);
-    if (!memory)
-        return notFullyScanned(stop.stop_requested() ? STOPPED : "there is not enough memory for a file of its size");
+    if (!memory && stop.stop_requested()) return notFullyScanned(STOPPED);
+    if (!memory) return notFullyScanned("there is not enough memory for a file of its size");
     ScanResult result =
         scanContent({fd, size, path.c_str(), engine->library.get(), engine->clean, options, std::move(stop)});
     if (result.verdict == Verdict::INFECTED && settings_.trusted && settings_.trusted(fd))

@@ -30,8 +30,9 @@ test('the catalogue knows every text that the service shows on a page', () => {
     ['service/quarantine_store.cpp', /(?:failure\(|return )"(\w[^"]+?)(?:: )?"/g],
     ['service/actions.cpp', /(?:\{true,|text =|return \{true,) "([^"]+?) ?"/g],
     ['service/scan_engine.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
+    ['service/content_scan.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
     ['service/share_roots.cpp', /(?:return|fault =) "([A-Z][^"]+)"/g],
-    ['service/scan_engine.cpp', /incomplete = "([^"]+)"/g],
+    ['service/content_scan.cpp', /incomplete = "([^"]+)"/g],
   ];
   for (const [path, pattern] of lists) {
     const texts = [...source(path).matchAll(pattern)].map((match) => match[1]);
