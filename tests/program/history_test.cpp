@@ -50,7 +50,8 @@ TEST_F(History, ThePageIsShownToWhoIsLoggedOnOnly) {
 
 TEST_F(History, ScansAndFindsReachThePageAsTheServiceKnowsThem) {
     serveScans(R"([{"id":"17_1","found":2,"message":"a \"b\""}])");
-    EXPECT_EQ(ask("list=1").bytes, JSON_HEAD + R"({"scans":[{"id":"17_1","found":2,"message":"a \"b\""}],"more":false})");
+    EXPECT_EQ(ask("list=1").bytes,
+              JSON_HEAD + R"({"scans":[{"id":"17_1","found":2,"message":"a \"b\""}],"more":false})");
     sent();
     serveFinds({R"([{"path":"/ä\u0001","infected":true,"detail":"deleted"}])", "[]"});
     EXPECT_EQ(ask("RequestID=17_1&From=1000").bytes,
@@ -111,7 +112,8 @@ TEST_F(History, WhatWasDoneIsToldInTheLanguageOfTheConsole) {
     request.environment["KELDRA_LOCALE"] = "de-DE";
     EXPECT_EQ(console.run(consoleProgram("history.cgi"), request).bytes,
               JSON_HEAD + R"({"finds":[{"detail":"Nicht gesäubert: geht nicht; in Quarantäne"},)" +
-                  R"({"detail":"umbenannt in no limit"},)" + "{\"detail\":\"ohne Grenze (Heuristics)\"}],\"more\":false}");
+                  R"({"detail":"umbenannt in no limit"},)" +
+                  "{\"detail\":\"ohne Grenze (Heuristics)\"}],\"more\":false}");
 }
 
 TEST_F(History, WhatNoCatalogueKnowsIsShownAsTheServiceSaidIt) {
@@ -137,7 +139,8 @@ TEST_F(History, AFailureIsToldInsteadOfAHalfTable) {
     const auto error = [](const std::string& status, const std::string& message) {
         return "Content-type: application/json\nStatus: " + status + "\n\n{\"error\":\"" + message + "\"}";
     };
-    service.on(M::GET, M::SCAN_FINDS, {Answer::reply(1, {{"Finds", R"([{"path":"/a"}])"}, {"More", "1"}}), Answer::hangUp()});
+    service.on(M::GET, M::SCAN_FINDS,
+               {Answer::reply(1, {{"Finds", R"([{"path":"/a"}])"}, {"More", "1"}}), Answer::hangUp()});
     EXPECT_EQ(ask("csv=1&RequestID=17_1").bytes, error("503 Service Unavailable", NOT_RESPONDING));
     service.on(M::GET, M::SCAN_FINDS, Answer::reply(2, {{"Message", "There is no such scan."}}));
     EXPECT_EQ(ask("RequestID=17_1").bytes, error("404 Not Found", "There is no such scan."));
