@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <system_error>
 
 namespace keldra {
@@ -127,6 +128,13 @@ std::optional<std::string> readFile(const std::filesystem::path& path, std::size
     }
     error = 0;
     return content;
+}
+
+std::string descriptorPath(int fd) {
+    std::array<char, PATH_MAX> target{};
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t length = ::readlink(link.c_str(), target.data(), target.size());
+    return length > 0 && target[0] == '/' ? std::string(target.data(), static_cast<std::size_t>(length)) : "";
 }
 
 std::string errorText(int error) { return std::generic_category().message(error); }

@@ -53,6 +53,10 @@ void removeUnfinishedWrites(const std::filesystem::path& folder, std::string_vie
 /// longer; `error` then holds an errno (EFBIG when longer).
 std::optional<std::string> readFile(const std::filesystem::path& path, std::size_t limit, int& error);
 
+/// The kernel's name for an open file, without symbolic links; empty when it cannot tell it (longer than a page). That
+/// of a file which was deleted ends in " (deleted)", but so may the name of one that was not.
+std::string descriptorPath(int fd);
+
 /// The system's text for an errno.
 std::string errorText(int error);
 

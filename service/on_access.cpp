@@ -2,8 +2,9 @@
 
 #include "norv/log.h"
 #include "norv/path_list.h"
-#include "service/file_walk.h"
+#include "service/fanotify_group.h"
 #include "service/files.h"
+#include "service/watched_places.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -16,18 +17,12 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <condition_variable>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <deque>
-#include <fstream>
 #include <optional>
-#include <set>
-#include <shared_mutex>
 #include <span>
-#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -35,115 +30,11 @@ namespace keldra {
 
 namespace {
 
-using Time = std::chrono::steady_clock::time_point;
+using Time = FileAccess::Time;
 
-constexpr unsigned INIT_FLAGS = FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK;
-constexpr unsigned EVENT_FILE_FLAGS = O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME;
 constexpr auto LOOK_INTERVAL = std::chrono::seconds(2);  // how often folders that came or went are looked for
 constexpr const char* NO_FOLDER = "There is no folder to watch.";
 constexpr time_t SETTLED = 2;  // seconds after its last change from which a file's times can show the next one
-
-/// The kernel's own file systems hold no files that could be infected.
-bool isKernelFileSystem(const std::string& type) {
-    static const std::set<std::string> TYPES = {
-        "proc",   "sysfs",  "cgroup",    "cgroup2", "devtmpfs", "devpts",  "debugfs",     "tracefs",  "securityfs",
-        "pstore", "mqueue", "hugetlbfs", "bpf",     "configfs", "fusectl", "binfmt_misc", "efivarfs", "autofs"};
-    return TYPES.count(type) != 0;
-}
-
-/// A field of /proc/self/mountinfo: the kernel writes blanks and backslashes as three octal digits.
-std::string unescapeMount(const std::string& field) {
-    std::string text;
-    for (size_t i = 0; i < field.size(); ++i) {
-        const bool escape = field[i] == '\\' && i + 3 < field.size();
-        text += escape ? static_cast<char>(std::strtol(field.substr(i + 1, 3).c_str(), nullptr, 8)) : field[i];
-        if (escape) i += 3;
-    }
-    return text;
-}
-
-/// Mount points below the folders, whose file systems are watched as well.
-std::vector<std::string> mountsBelow(const std::vector<std::string>& folders) {
-    std::vector<std::string> mounts;
-    std::ifstream file("/proc/self/mountinfo");
-    for (std::string line; std::getline(file, line);) {
-        std::istringstream fields(line);
-        std::string skipped, point, type;
-        for (int i = 0; i < 4; ++i) fields >> skipped;
-        fields >> point;
-        while (fields >> skipped && skipped != "-") continue;
-        fields >> type;
-        point = unescapeMount(point);
-        if (!isKernelFileSystem(type) && liesBelow(point, folders)) mounts.push_back(point);
-    }
-    return mounts;
-}
-
-/// The fanotify group. Once closed, all accesses that wait for it go on.
-class Group {
-public:
-    bool open() {
-        const std::unique_lock lock(mutex_);
-        fd_ = FileDescriptor(fanotify_init(INIT_FLAGS, EVENT_FILE_FLAGS));
-        return static_cast<bool>(fd_);
-    }
-    void close() {
-        const std::unique_lock lock(mutex_);
-        fd_.reset();
-    }
-    /// For the one thread that reads, which is gone when the group is closed.
-    int get() const { return fd_.get(); }
-
-    /// `directory` and `path` as for the system call. False with errno set.
-    bool mark(unsigned flags, uint64_t mask, int directory, const char* path) {
-        const std::shared_lock lock(mutex_);
-        return fanotify_mark(fd_.get(), flags, mask, directory, path) == 0;
-    }
-    void answer(int fd, bool deny) {
-        const std::shared_lock lock(mutex_);
-        fanotify_response response{};
-        response.fd = fd;
-        response.response = deny ? FAN_DENY : FAN_ALLOW;
-        // An answer that comes too late, because the process that asked was killed, fails; nobody waits for it.
-        if (fd_ && ::write(fd_.get(), &response, sizeof response) < 0) return;
-    }
-
-private:
-    std::shared_mutex mutex_;  ///< shared but for the descriptor itself: a mark may wait for a folder's server
-    FileDescriptor fd_;
-};
-
-/// One file access under way. Whoever opens the file waits until it is answered, at the latest when this object goes.
-class Access {
-public:
-    Access(std::shared_ptr<Group> group, FileDescriptor file, std::string path, bool waiting, Time deadline)
-        : group_(std::move(group)),
-          file_(std::move(file)),
-          path_(std::move(path)),
-          deadline_(deadline),
-          open_(waiting) {}
-    ~Access() { answer(false); }
-    Access(const Access&) = delete;
-    Access& operator=(const Access&) = delete;
-
-    int fd() const { return file_.get(); }
-    const std::string& path() const { return path_; }
-    Time deadline() const { return deadline_; }
-    bool waiting() const { return open_; }
-    /// True when it was this call that answered.
-    bool answer(bool deny) {
-        if (!open_.exchange(false)) return false;
-        group_->answer(file_.get(), deny);
-        return true;
-    }
-
-private:
-    const std::shared_ptr<Group> group_;
-    const FileDescriptor file_;
-    const std::string path_;
-    const Time deadline_;
-    std::atomic<bool> open_;
-};
 
 struct stat statusOf(int fd) {
     struct stat status {};
@@ -155,46 +46,6 @@ bool sameContent(const struct stat& a, const struct stat& b) {
     return a.st_size == b.st_size && a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
 }
 
-/// The kernel's name for an open file; empty when it has none (any more).
-std::string pathOf(int fd) {
-    std::array<char, PATH_MAX> text{};
-    const std::string link = "/proc/self/fd/" + std::to_string(fd);
-    const ssize_t length = readlink(link.c_str(), text.data(), text.size());
-    if (length <= 0 || text[0] != '/') return {};
-    std::string path(text.data(), static_cast<size_t>(length));
-    return path.ends_with(" (deleted)") ? std::string() : path;
-}
-
-/// The folder's path without symbolic links; empty with errno set.
-std::string realFolder(const std::string& folder) {
-    const std::unique_ptr<char, decltype(&std::free)> path(realpath(folder.c_str(), nullptr), &std::free);
-    return path ? path.get() : std::string();
-}
-
-/// Where the folders of the settings are at the moment.
-struct Places {
-    std::vector<std::string> watched;    ///< without symbolic links
-    std::vector<std::string> neverScan;  ///< both as set and without symbolic links
-    std::vector<std::string> missing;    ///< with the reason, for the log
-
-    bool operator==(const Places&) const = default;
-};
-
-Places placesOf(const OnAccessSettings& settings) {
-    Places places;
-    for (const std::string& folder : settings.folders) {
-        std::string path = realFolder(folder);
-        if (path.empty()) places.missing.push_back(folder + ": " + errorText(errno));
-        if (!path.empty()) places.watched.push_back(std::move(path));
-    }
-    places.neverScan = settings.neverScan;
-    for (const std::string& folder : settings.neverScan) {
-        std::string path = realFolder(folder);
-        if (!path.empty()) places.neverScan.push_back(std::move(path));
-    }
-    return places;
-}
-
 /// Whether the file holds anything that could be scanned, as far as can be told without waiting for the server or
 /// program behind a file system. What such a file system remembers of a file's size may be out of date.
 bool mayHoldSomething(int fd) {
@@ -202,16 +53,6 @@ bool mayHoldSomething(int fd) {
     if (statx(fd, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_TYPE | STATX_SIZE, &status) != 0) return false;
     const bool onDisk = status.stx_dev_major != 0;
     return S_ISREG(status.stx_mode) && (status.stx_size > 0 || !onDisk);
-}
-
-/// Why the kernel does not let this process watch file accesses; empty when it does.
-std::string kernelRefusal() {
-    const FileDescriptor group(fanotify_init(INIT_FLAGS, EVENT_FILE_FLAGS));
-    if (group && fanotify_mark(group.get(), FAN_MARK_ADD, FAN_OPEN_PERM, AT_FDCWD, "/") == 0) return {};
-    const int error = errno;
-    if (error == EPERM) return "The right to watch file accesses (CAP_SYS_ADMIN) is missing.";
-    if (error == EINVAL || error == ENOSYS) return "This kernel has no fanotify permission events.";
-    return "fanotify: " + errorText(error);
 }
 
 }  // namespace
@@ -234,10 +75,10 @@ public:
     void forgetClean() { group_->mark(FAN_MARK_FLUSH, 0, AT_FDCWD, "/"); }
 
 private:
-    using Item = std::shared_ptr<Access>;
+    using Item = std::shared_ptr<FileAccess>;
 
     void look(bool mountsChanged);
-    bool mark(const std::vector<std::string>& folders, bool report);
+    bool mark(const std::vector<std::string>& places, bool report);
     std::shared_ptr<const Places> places();
     void read();
     void readUntilStopped();
@@ -247,7 +88,7 @@ private:
     bool readEvents();
     void receive(const fanotify_event_metadata& event);
     void admit(const fanotify_event_metadata& event, FileDescriptor file, bool waiting);
-    bool concerns(int fd, const std::string& path);
+    bool mayConcern(const FileAccess& access);
     void enqueue(Item item);
     void expire(bool all);
     void note(std::string text);
@@ -255,13 +96,14 @@ private:
     void work();
     bool takeNotes(std::unique_lock<std::mutex>& lock);
     bool takeLook(std::unique_lock<std::mutex>& lock);
-    void scan(Access& access);
-    void scanFile(Access& access);
-    void remember(const Access& access, const struct stat& before);
+    void scan(FileAccess& access);
+    void scanFile(FileAccess& access);
+    std::optional<std::string> pathToScan(const FileAccess& access);
+    void remember(const FileAccess& access, const struct stat& before);
 
     const OnAccessHooks& hooks_;
     const OnAccessSettings settings_;
-    const std::shared_ptr<Group> group_ = std::make_shared<Group>();
+    const std::shared_ptr<FanotifyGroup> group_ = std::make_shared<FanotifyGroup>();
     FileDescriptor wake_{eventfd(0, EFD_CLOEXEC)};
     FileDescriptor mounts_{::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)};
     std::stop_source stop_;
@@ -270,8 +112,8 @@ private:
     std::atomic<bool> remembers_{true};
     std::thread reader_;
     std::vector<std::thread> workers_;
-    std::deque<std::weak_ptr<Access>> waiting_;  ///< the reader's, by deadline
-    Time nextLook_;                              ///< the reader's
+    std::deque<std::weak_ptr<FileAccess>> waiting_;  ///< the reader's, by deadline
+    Time nextLook_;                                  ///< the reader's
 
     std::mutex mutex_;
     std::condition_variable ready_;
@@ -282,7 +124,8 @@ private:
     bool marked_ = false;  ///< all of these places
     bool lookDue_ = false;
     bool mountsChanged_ = false;
-    bool looking_ = false;  ///< one worker at a time, for a folder's server may not answer
+    bool looking_ = false;           ///< one worker at a time, for a folder's server may not answer
+    std::vector<Mount> seenMounts_;  ///< that one's
 };
 
 OnAccess::Listener::Listener(const OnAccessHooks& hooks, OnAccessSettings settings)
@@ -327,23 +170,23 @@ std::shared_ptr<const Places> OnAccess::Listener::places() {
 
 /// Follows folders that came, went or lead elsewhere now, and file systems mounted since.
 void OnAccess::Listener::look(bool mountsChanged) {
-    auto now = std::make_shared<const Places>(placesOf(settings_));
-    const bool moved = *now != *places();
+    if (mountsChanged) seenMounts_ = currentMounts();
+    auto now = std::make_shared<const Places>(placesOf(settings_.folders, settings_.neverScan, seenMounts_));
+    const auto before = places();
+    const bool moved = *now != *before;
     if (!moved && !mountsChanged && marked_) return;
-    if (moved)
+    if (now->missing != before->missing)
         for (const std::string& folder : now->missing)
             NORV_LOG(NORV_LOG_WARNING, "The folder is not watched, %s", folder.c_str());
-    marked_ = mark(now->watched, moved || mountsChanged);
+    marked_ = mark(now->toMark, moved || mountsChanged);
     const std::lock_guard lock(mutex_);
     places_ = std::move(now);
 }
 
-/// False when some of the folders, or of the file systems mounted below them, cannot be watched.
-bool OnAccess::Listener::mark(const std::vector<std::string>& folders, bool report) {
+/// False when some of the file systems cannot be watched.
+bool OnAccess::Listener::mark(const std::vector<std::string>& places, bool report) {
     // Writes are always listened to: they end what is remembered as clean.
     const uint64_t mask = FAN_CLOSE_WRITE | (settings_.incoming ? FAN_OPEN_PERM : 0);
-    std::vector<std::string> places = folders;
-    for (std::string& mount : mountsBelow(folders)) places.push_back(std::move(mount));
     std::size_t count = 0;
     for (const std::string& place : places) {
         const bool marked = group_->mark(FAN_MARK_ADD | FAN_MARK_FILESYSTEM, mask, AT_FDCWD, place.c_str());
@@ -463,17 +306,28 @@ void OnAccess::Listener::receive(const fanotify_event_metadata& event) {
 
 void OnAccess::Listener::admit(const fanotify_event_metadata& event, FileDescriptor file, bool waiting) {
     const Time deadline = std::chrono::steady_clock::now() + settings_.timeLimit;
-    std::string path = pathOf(event.fd);
-    const auto item = std::make_shared<Access>(group_, std::move(file), std::move(path), waiting, deadline);
-    if (!concerns(item->fd(), item->path())) return;  // its end answers it
+    std::string path = descriptorPath(event.fd);
+    const auto item = std::make_shared<FileAccess>(group_, std::move(file), std::move(path), waiting, deadline);
+    if (!mayConcern(*item) || !mayHoldSomething(item->fd())) return;  // its end answers it
     if (waiting) waiting_.push_back(item);
     enqueue(item);
 }
 
-bool OnAccess::Listener::concerns(int fd, const std::string& path) {
+/// What is plainly none of ours is answered at once. What came through another system's mounts, or has no path that the
+/// kernel could tell, needs a closer look (`pathToScan`).
+bool OnAccess::Listener::mayConcern(const FileAccess& access) {
     const auto where = places();
-    if (path.empty() || !liesBelow(path, where->watched) || liesBelow(path, where->neverScan)) return false;
-    return mayHoldSomething(fd);
+    return where->concern(access.path()) || access.path().empty() || openedElsewhere(access.fd(), *where);
+}
+
+/// The file's path here; nothing when it is not to be scanned. What cannot be told may be a watched file: it is
+/// scanned.
+std::optional<std::string> OnAccess::Listener::pathToScan(const FileAccess& access) {
+    const auto where = places();
+    if (where->concern(access.path())) return access.path();
+    std::string here = pathHere(access.fd(), *where);
+    if (here.empty()) return access.path();
+    return where->concern(here) ? std::optional(std::move(here)) : std::nullopt;
 }
 
 void OnAccess::Listener::enqueue(Item item) {
@@ -547,7 +401,7 @@ bool OnAccess::Listener::takeLook(std::unique_lock<std::mutex>& lock) {
     return true;
 }
 
-void OnAccess::Listener::scan(Access& access) {
+void OnAccess::Listener::scan(FileAccess& access) {
     try {
         scanFile(access);
     } catch (const std::exception& error) {
@@ -556,21 +410,23 @@ void OnAccess::Listener::scan(Access& access) {
     }
 }
 
-void OnAccess::Listener::scanFile(Access& access) {
+void OnAccess::Listener::scanFile(FileAccess& access) {
     const struct stat before = statusOf(access.fd());
     if (!S_ISREG(before.st_mode) || before.st_size == 0) return;
+    const auto path = pathToScan(access);
+    if (!path) return;
     const bool waited = access.waiting();
-    const OnAccessAnswer answer = hooks_.scan(access.fd(), access.path(), stop_.get_token());
+    const OnAccessAnswer answer = hooks_.scan(access.fd(), *path, stop_.get_token());
     if (waited && answer.cacheable && !answer.deny) remember(access, before);
     const bool answered = access.answer(answer.deny);
     if (answer.deny && answered)
-        NORV_LOG(NORV_LOG_WARNING, "Refused the access to %s: %s", access.path().c_str(), answer.find.c_str());
-    if (answer.act && hooks_.act && !stop_.stop_requested()) hooks_.act(access.fd(), access.path(), answer);
+        NORV_LOG(NORV_LOG_WARNING, "Refused the access to %s: %s", path->c_str(), answer.find.c_str());
+    if (answer.act && hooks_.act && !stop_.stop_requested()) hooks_.act(access.fd(), *path, answer);
 }
 
 /// Tells the kernel that opening this file need not be asked about until it is written to. Its times must be able to
 /// show a change since the scan began, or a change in between would go unnoticed.
-void OnAccess::Listener::remember(const Access& access, const struct stat& before) {
+void OnAccess::Listener::remember(const FileAccess& access, const struct stat& before) {
     if (!remembers_ || time(nullptr) - before.st_ctim.tv_sec < SETTLED) return;
     constexpr unsigned FLAGS = FAN_MARK_ADD | FAN_MARK_IGNORED_MASK | FAN_MARK_EVICTABLE;
     if (!group_->mark(FLAGS, FAN_OPEN_PERM, access.fd(), nullptr)) {
@@ -587,7 +443,7 @@ OnAccess::~OnAccess() { stop(); }
 
 bool OnAccess::kernelAllows(std::string* reason) {
     // Neither the kernel nor the process's rights change, and taking a mark away waits for all of the kernel's readers.
-    static const std::string refusal = kernelRefusal();
+    static const std::string refusal = FanotifyGroup::refusal();
     if (reason && !refusal.empty()) *reason = refusal;
     return refusal.empty();
 }

@@ -72,7 +72,7 @@ OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_tok
 }
 
 void RealtimeScan::act(int fd, const std::string& path, const OnAccessAnswer& answer) {
-    const auto file = scannedFileOf(fd);
+    const auto file = scannedFileAt(fd, path);
     if (!file) {
         NORV_LOG(NORV_LOG_WARNING, "%s is gone, nothing can be done about it", path.c_str());
         return;

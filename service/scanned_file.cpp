@@ -3,22 +3,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <thread>
 
 namespace keldra {
 
 namespace {
-
-std::string nameOfDescriptor(int fd) {
-    std::array<char, PATH_MAX + 1> target{};
-    const std::string link = "/proc/self/fd/" + std::to_string(fd);
-    const ssize_t length = ::readlink(link.c_str(), target.data(), target.size() - 1);
-    return length > 0 ? std::string(target.data(), static_cast<std::size_t>(length)) : std::string();
-}
 
 bool sameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
 
@@ -48,8 +39,8 @@ bool ScannedFile::stillThere() const {
 }
 
 std::string ScannedFile::realPath() const {
-    std::string place = nameOfDescriptor(folder->get());
-    if (place.empty() || place.front() != '/') return path;
+    std::string place = descriptorPath(folder->get());
+    if (place.empty()) return path;
     if (place.back() != '/') place += '/';
     return place + name;
 }
@@ -82,14 +73,14 @@ std::optional<ScannedFile> openScannedFile(const std::string& path) {
     return openInFolder(std::move(folder), name, path);
 }
 
-std::optional<ScannedFile> scannedFileOf(int fd) {
+std::optional<ScannedFile> scannedFileAt(int fd, const std::string& path) {
     ScannedFile found;
     if (::fstat(fd, &found.status) != 0 || !S_ISREG(found.status.st_mode)) return std::nullopt;
-    found.path = nameOfDescriptor(fd);
-    const std::size_t slash = found.path.rfind('/');
-    if (found.path.empty() || found.path.front() != '/' || slash == std::string::npos) return std::nullopt;
-    found.name = found.path.substr(slash + 1);
-    const std::string parent = found.path.substr(0, slash + 1);
+    found.path = path;
+    const std::size_t slash = path.rfind('/');
+    if (!path.starts_with('/')) return std::nullopt;
+    found.name = path.substr(slash + 1);
+    const std::string parent = path.substr(0, slash + 1);
     // O_PATH: a folder whose content is not listed needs no reading, and raises no event for those who watch it.
     auto folder = std::make_shared<FileDescriptor>(::open(parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     found.file = FileDescriptor(::fcntl(fd, F_DUPFD_CLOEXEC, 0));

@@ -25,10 +25,9 @@ struct ScannedFile {
     std::string realPath() const;
 };
 
-/// The same for a descriptor that came without a name, such as one of an access event: the kernel's own name for it is
-/// looked up and verified. The descriptor is duplicated. Nothing when the file has no name any more or is no regular
-/// file.
-std::optional<ScannedFile> scannedFileOf(int fd);
+/// The same for a file that is open already, such as that of an access event, and its path, which is verified. The
+/// descriptor is duplicated. Nothing when the file is not there (any more) or is no regular file.
+std::optional<ScannedFile> scannedFileAt(int fd, const std::string& path);
 
 /// Opens a regular file of an open folder for reading, without following a symbolic link, without waiting for a pipe or
 /// device and, where the owner allows it, without touching its access time. `path` is only noted. Nothing, with errno

@@ -147,11 +147,13 @@ TEST_F(FileWalkTest, WalkEndsSoonAfterAStop) {
 TEST_F(FileWalkTest, FileOfAnAccessEventIsTracedToItsFolder) {
     writeFile(dir_ / "a/file", "x");
     const ScannedFile file = opened(dir_ / "a/file");
-    const std::optional<ScannedFile> traced = scannedFileOf(file.file.get());
+    const std::optional<ScannedFile> traced = scannedFileAt(file.file.get(), file.path);
     ASSERT_TRUE(traced);
-    EXPECT_EQ(traced->path, fs::canonical(dir_ / "a/file"));
+    EXPECT_TRUE(traced->stillThere());
+    writeFile(dir_ / "a/other", "x");
+    EXPECT_FALSE(scannedFileAt(file.file.get(), dir_ / "a/other")) << "another file is not dealt with";
     fs::remove(dir_ / "a/file");
-    EXPECT_FALSE(scannedFileOf(file.file.get())) << "a deleted file has no place any more";
+    EXPECT_FALSE(scannedFileAt(file.file.get(), file.path)) << "a deleted file has no place any more";
 }
 
 }  // namespace

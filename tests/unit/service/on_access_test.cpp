@@ -27,10 +27,12 @@ using namespace std::chrono_literals;
 namespace {
 
 /// What another process meets that opens a file: 0 or an errno. Bounded by an alarm: 255 when it hangs.
-int openElsewhere(const std::filesystem::path& path, int flags = O_RDONLY) {
+/// `prepare`: what it does before; false for 253.
+int openElsewhere(const std::filesystem::path& path, int flags = O_RDONLY, bool (*prepare)() = nullptr) {
     const pid_t child = fork();
     if (child == 0) {
         alarm(20);
+        if (prepare && !prepare()) _exit(253);
         const int fd = open(path.c_str(), flags);
         const int error = fd < 0 ? errno : 0;
         if (fd >= 0 && (flags & O_ACCMODE) != O_RDONLY && write(fd, "EICAR", 5) != 5) _exit(254);
@@ -119,6 +121,44 @@ TEST_F(OnAccessTest, OnlyTheWatchedFoldersAreScanned) {
         EXPECT_EQ(openElsewhere(root() / name), 0) << name;
     EXPECT_EQ(scans_, 0);
     EXPECT_EQ(openElsewhere(shared() / "bad.txt"), EPERM);
+}
+
+TEST_F(OnAccessTest, NoNameHidesAFileFromTheScan) {
+    ASSERT_TRUE(listener_.configure(settings_));
+    writeFile(shared() / "bad (deleted)", "EICAR");
+    EXPECT_EQ(openElsewhere(shared() / "bad (deleted)"), EPERM);
+    EXPECT_TRUE(waitFor([&] { return acted(shared() / "bad (deleted)"); }));
+    // Longer than any path that the kernel tells.
+    std::filesystem::current_path(shared());
+    for (int level = 0; level < 20; ++level) {
+        const std::string name(250, 'd');
+        ASSERT_EQ(mkdir(name.c_str(), 0755), 0);
+        ASSERT_EQ(chdir(name.c_str()), 0);
+    }
+    writeFile("bad.txt", "EICAR");
+    EXPECT_EQ(openElsewhere("bad.txt"), EPERM);
+    std::filesystem::current_path("/");
+}
+
+TEST_F(OnAccessTest, NoMountLeadsAroundTheScan) {
+    ASSERT_TRUE(listener_.configure(settings_));
+    std::filesystem::create_directory(root() / "export");
+    ASSERT_EQ(mount(shared().c_str(), (root() / "export").c_str(), nullptr, MS_BIND, nullptr), 0);
+    EXPECT_TRUE(waitFor([&] { return openElsewhere(root() / "export" / "bad.txt") == EPERM; }));
+    EXPECT_EQ(openElsewhere(root() / "elsewhere" / "bad.txt"), 0);
+
+    // As in a container that was given the folder under another name.
+    static std::filesystem::path from, to;
+    std::filesystem::create_directory(to = root() / "data");
+    const auto contain = [] {
+        return unshare(CLONE_NEWNS) == 0 && mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    };
+    from = shared();
+    acted_.clear();
+    EXPECT_EQ(openElsewhere(to / "bad.txt", O_RDONLY, contain), EPERM);
+    EXPECT_TRUE(waitFor([&] { return acted(shared() / "bad.txt"); })) << "by the name it has here";
+    from = root() / "elsewhere";
+    EXPECT_EQ(openElsewhere(to / "bad.txt", O_RDONLY, contain), 0);
 }
 
 TEST_F(OnAccessTest, TheServiceItselfIsNeverHeldUpByItsOwnListener) {

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "service/files.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <shared_mutex>
+#include <string>
+#include <utility>
+
+namespace keldra {
+
+/// A group of the kernel's file access events. Once closed, all accesses that wait for it go on. May be used from
+/// several threads.
+class FanotifyGroup {
+public:
+    /// False with errno set.
+    bool open();
+    void close();
+    /// For the one thread that reads, which is gone when the group is closed.
+    int get() const { return fd_.get(); }
+    /// The arguments are those of fanotify_mark(2). False with errno set.
+    bool mark(unsigned flags, std::uint64_t mask, int directory, const char* path);
+    /// Lets the access of an event go on, or refuses it.
+    void answer(int fd, bool deny);
+
+    /// Why the kernel does not let this process watch file accesses; empty when it does.
+    static std::string refusal();
+
+private:
+    std::shared_mutex mutex_;  ///< shared but for the descriptor itself: a mark may wait for a folder's server
+    FileDescriptor fd_;
+};
+
+/// One file access under way. Whoever opens the file waits until it is answered, at the latest when this object goes.
+class FileAccess {
+public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    /// `file`, `path`: the event's descriptor and the kernel's name for it. `waiting`: whether an answer is waited for,
+    /// at most until `deadline`.
+    FileAccess(std::shared_ptr<FanotifyGroup> group, FileDescriptor file, std::string path, bool waiting, Time deadline)
+        : group_(std::move(group)),
+          file_(std::move(file)),
+          path_(std::move(path)),
+          deadline_(deadline),
+          open_(waiting) {}
+    ~FileAccess() { answer(false); }
+    FileAccess(const FileAccess&) = delete;
+    FileAccess& operator=(const FileAccess&) = delete;
+
+    int fd() const { return file_.get(); }
+    const std::string& path() const { return path_; }
+    Time deadline() const { return deadline_; }
+    bool waiting() const { return open_; }
+    /// True when it was this call that answered.
+    bool answer(bool deny);
+
+private:
+    const std::shared_ptr<FanotifyGroup> group_;
+    const FileDescriptor file_;
+    const std::string path_;
+    const Time deadline_;
+    std::atomic<bool> open_;
+};
+
+}  // namespace keldra
