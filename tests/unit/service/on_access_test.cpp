@@ -135,7 +135,7 @@ TEST_F(OnAccessTest, NoNameHidesAFileFromTheScan) {
         ASSERT_EQ(mkdir(name.c_str(), 0755), 0);
         ASSERT_EQ(chdir(name.c_str()), 0);
     }
-    writeFile("bad.txt", "EICAR");
+    std::ofstream("bad.txt") << "EICAR";
     EXPECT_EQ(openElsewhere("bad.txt"), EPERM);
     std::filesystem::current_path("/");
 }
