@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/fanotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -48,6 +49,17 @@ std::string FanotifyGroup::refusal() {
     if (error == EPERM) return "The right to watch file accesses (CAP_SYS_ADMIN) is missing.";
     if (error == EINVAL || error == ENOSYS) return "This kernel has no fanotify permission events.";
     return "fanotify: " + errorText(error);
+}
+
+FileGlance glanceAt(int fd) {
+    struct statx status {};
+    constexpr unsigned WANTED = STATX_TYPE | STATX_SIZE | STATX_INO;
+    if (statx(fd, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, WANTED, &status) != 0) return {};
+    const std::uint64_t device = std::uint64_t{status.stx_dev_major} << 32U | status.stx_dev_minor;
+    const bool onDisk = status.stx_dev_major != 0;
+    return {.identity = {device, status.stx_ino},
+            .size = status.stx_size,
+            .mayHoldSomething = S_ISREG(status.stx_mode) && (status.stx_size > 0 || !onDisk)};
 }
 
 bool FileAccess::answer(bool deny) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <shared_mutex>
+#include <stop_token>
 #include <string>
 #include <utility>
 
@@ -34,6 +35,18 @@ private:
     FileDescriptor fd_;
 };
 
+/// A file's device and number.
+using FileIdentity = std::pair<std::uint64_t, std::uint64_t>;
+
+/// What the kernel remembers of an open file, asked for without waiting for the server or program behind a file system;
+/// a size may then be out of date.
+struct FileGlance {
+    FileIdentity identity;
+    std::uint64_t size = 0;
+    bool mayHoldSomething = false;  ///< a regular file, and not surely empty
+};
+FileGlance glanceAt(int fd);
+
 /// One file access under way. Whoever opens the file waits until it is answered, at the latest when this object goes.
 class FileAccess {
 public:
@@ -45,6 +58,7 @@ public:
         : group_(std::move(group)),
           file_(std::move(file)),
           path_(std::move(path)),
+          glance_(glanceAt(file_.get())),
           deadline_(deadline),
           open_(waiting) {}
     ~FileAccess() { answer(false); }
@@ -53,17 +67,23 @@ public:
 
     int fd() const { return file_.get(); }
     const std::string& path() const { return path_; }
+    const FileGlance& glance() const { return glance_; }
     Time deadline() const { return deadline_; }
     bool waiting() const { return open_; }
     /// True when it was this call that answered.
     bool answer(bool deny);
+    /// For a scan whose answer nobody waits for any more, so that it makes room.
+    std::stop_source& scanStop() { return scanStop_; }
+    bool overdue() const { return scanStop_.stop_requested(); }
 
 private:
     const std::shared_ptr<FanotifyGroup> group_;
     const FileDescriptor file_;
     const std::string path_;
+    const FileGlance glance_;
     const Time deadline_;
     std::atomic<bool> open_;
+    std::stop_source scanStop_;
 };
 
 }  // namespace keldra

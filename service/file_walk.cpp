@@ -101,15 +101,20 @@ FileWalk::State::State(const WalkPlan& plan, Skipped skipped)
       roots_(outermost(plan.roots)),
       excludePaths_(normalPaths(plan.excludeFolders)) {
     std::reverse(roots_.begin(), roots_.end());
+    struct stat status {};
     for (const std::string& path : excludePaths_) {
-        struct stat status {};
+        const FileDescriptor folder = openPlainFolder(path);
+        if (folder && ::fstat(folder.get(), &status) == 0) excludeIdentities_.emplace(status.st_dev, status.st_ino);
+    }
+    for (const std::string& path : normalPaths(plan.ownFolders)) {
         if (::stat(path.c_str(), &status) == 0) excludeIdentities_.emplace(status.st_dev, status.st_ino);
+        excludePaths_.push_back(path);
     }
 }
 
 std::optional<FoundFile> FileWalk::State::next(const std::stop_token& stop) {
     std::optional<FoundFile> found;
-    while (!found && !stop.stop_requested()) {
+    while (!found && !stop.stop_requested() && std::chrono::steady_clock::now() < plan_.until) {
         if (levels_.empty()) {
             if (roots_.empty()) break;
             const std::string path = std::move(roots_.back());

@@ -2,6 +2,7 @@
 
 #include "service/scanned_file.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -14,10 +15,14 @@ namespace keldra {
 
 /// Where a walk goes.
 struct WalkPlan {
-    std::vector<std::string> roots;                       ///< folders or single files, absolute
-    std::vector<std::string> excludeFolders;              ///< left out with all below them
+    std::vector<std::string> roots;  ///< folders or single files, absolute
+    /// Left out with all below them. A symbolic link in such a path does not count: who may put one into a share would
+    /// choose what is left out.
+    std::vector<std::string> excludeFolders;
+    std::vector<std::string> ownFolders;                  ///< left out as well, wherever links lead them
     std::vector<std::string> excludePatterns;             ///< shell patterns that a whole file name is matched against
     std::function<bool(const std::string& name)> wanted;  ///< by name; empty: every file
+    std::chrono::steady_clock::time_point until = std::chrono::steady_clock::time_point::max();  ///< ends there
 };
 
 /// Whether a file name is left out by one of the patterns. A pattern covers the whole name, so "*.tmp" leaves out

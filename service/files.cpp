@@ -137,6 +137,13 @@ std::string descriptorPath(int fd) {
     return length > 0 && target[0] == '/' ? std::string(target.data(), static_cast<std::size_t>(length)) : "";
 }
 
+FileDescriptor openPlainFolder(const std::string& path) {
+    FileDescriptor folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || descriptorPath(folder.get()) == path) return folder;
+    errno = ELOOP;
+    return {};
+}
+
 std::string errorText(int error) { return std::generic_category().message(error); }
 
 bool makeFolder(const std::filesystem::path& path, mode_t mode) {

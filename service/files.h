@@ -57,6 +57,10 @@ std::optional<std::string> readFile(const std::filesystem::path& path, std::size
 /// of a file which was deleted ends in " (deleted)", but so may the name of one that was not.
 std::string descriptorPath(int fd);
 
+/// A folder (O_PATH) that its path leads to without any symbolic link; none, with errno set (ELOOP for a link),
+/// otherwise. `path`: absolute, without "." and "..".
+FileDescriptor openPlainFolder(const std::string& path);
+
 /// The system's text for an errno.
 std::string errorText(int error);
 

@@ -82,20 +82,18 @@ struct Preview {
 
 Preview preview(const WalkPlan& plan) {
     Preview result;
-    const WalkPlan everything{.roots = plan.roots, .excludeFolders = {}, .excludePatterns = {}, .wanted = {}};
-    std::stop_source stop;
-    const auto end = std::chrono::steady_clock::now() + PREVIEW_TIME;
+    WalkPlan everything;
+    everything.roots = plan.roots;
+    everything.until = std::chrono::steady_clock::now() + PREVIEW_TIME;
     const auto look = [&](const std::string& path) {
         const bool out = liesBelow(path, plan.excludeFolders) ||
                          matchesPattern(std::filesystem::path(path).filename(), plan.excludePatterns);
         ++(out ? result.left : result.kept);
         if (out && result.examples.size() < MAX_EXAMPLES) result.examples.push_back(path);
-        if (std::chrono::steady_clock::now() < end) return;
-        result.complete = false;
-        stop.request_stop();
     };
     FileWalk walk(everything, [&look](const std::string& path, const std::string&) { look(path); });
-    while (const auto file = walk.next(stop.get_token())) look(file->path);
+    while (const auto file = walk.next({})) look(file->path);
+    result.complete = std::chrono::steady_clock::now() < everything.until;
     return result;
 }
 
@@ -132,10 +130,10 @@ bool listFolders(Service& service, const IPCMessage& request, IPCMessage& reply)
 }
 
 bool previewExcludes(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const WalkPlan plan{.roots = splitPathList(request.value<std::string>("ScanPaths")),
-                        .excludeFolders = normalPaths(splitPathList(request.value<std::string>("ExcludePaths"))),
-                        .excludePatterns = splitPathList(request.value<std::string>("ExcludePatterns")),
-                        .wanted = {}};
+    WalkPlan plan;
+    plan.roots = splitPathList(request.value<std::string>("ScanPaths"));
+    plan.excludeFolders = normalPaths(splitPathList(request.value<std::string>("ExcludePaths")));
+    plan.excludePatterns = splitPathList(request.value<std::string>("ExcludePatterns"));
     const std::string fault = faultOf(shareRoots(*service.configuration().snapshot()), plan.roots);
     if (!fault.empty()) return refuse(fault, reply);
     const Preview result = preview(plan);

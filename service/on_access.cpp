@@ -2,6 +2,7 @@
 
 #include "norv/log.h"
 #include "norv/path_list.h"
+#include "service/access_queue.h"
 #include "service/fanotify_group.h"
 #include "service/files.h"
 #include "service/watched_places.h"
@@ -46,20 +47,13 @@ bool sameContent(const struct stat& a, const struct stat& b) {
     return a.st_size == b.st_size && a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
 }
 
-/// Whether the file holds anything that could be scanned, as far as can be told without waiting for the server or
-/// program behind a file system. What such a file system remembers of a file's size may be out of date.
-bool mayHoldSomething(int fd) {
-    struct statx status {};
-    if (statx(fd, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_TYPE | STATX_SIZE, &status) != 0) return false;
-    const bool onDisk = status.stx_dev_major != 0;
-    return S_ISREG(status.stx_mode) && (status.stx_size > 0 || !onDisk);
-}
-
 }  // namespace
 
 /// One group with its threads. The reader answers the service's own accesses and everything outside of the folders at
 /// once, and whatever has waited too long. It must not wait for anything that may open a file, so it does not even log:
-/// a worker writes its notes.
+/// the clerk writes its notes, and looks where the folders are. Workers scan what is waited for; what takes too long
+/// for that, and what was written, is left to those in the background, so that whoever keeps some of them busy with
+/// large files does not keep all files from being scanned.
 class OnAccess::Listener {
 public:
     Listener(const OnAccessHooks& hooks, OnAccessSettings settings);
@@ -75,7 +69,8 @@ public:
     void forgetClean() { group_->mark(FAN_MARK_FLUSH, 0, AT_FDCWD, "/"); }
 
 private:
-    using Item = std::shared_ptr<FileAccess>;
+    using Item = AccessQueue::Item;
+    using Lane = AccessQueue::Lane;
 
     void look(bool mountsChanged);
     bool mark(const std::vector<std::string>& places, bool report);
@@ -89,15 +84,17 @@ private:
     void receive(const fanotify_event_metadata& event);
     void admit(const fanotify_event_metadata& event, FileDescriptor file, bool waiting);
     bool mayConcern(const FileAccess& access);
-    void enqueue(Item item);
+    void enqueue(Lane lane, const Item& item);
+    void answerUnscanned(FileAccess& access, const char* why);
     void expire(bool all);
     void note(std::string text);
 
-    void work();
+    void keepHouse();
     bool takeNotes(std::unique_lock<std::mutex>& lock);
     bool takeLook(std::unique_lock<std::mutex>& lock);
-    void scan(FileAccess& access);
-    void scanFile(FileAccess& access);
+    void work(Lane lane);
+    void scan(Lane lane, const Item& item);
+    bool scanFile(FileAccess& access, const std::stop_token& stop);
     std::optional<std::string> pathToScan(const FileAccess& access);
     void remember(const FileAccess& access, const struct stat& before);
 
@@ -110,26 +107,29 @@ private:
     std::atomic<bool> alive_{false};
     std::atomic<bool> watching_{false};  ///< there is something to watch
     std::atomic<bool> remembers_{true};
+    AccessQueue queue_;
     std::thread reader_;
+    std::thread clerk_;
     std::vector<std::thread> workers_;
     std::deque<std::weak_ptr<FileAccess>> waiting_;  ///< the reader's, by deadline
     Time nextLook_;                                  ///< the reader's
 
     std::mutex mutex_;
     std::condition_variable ready_;
-    std::deque<Item> queue_;
     std::vector<std::string> notes_;
     std::size_t lostNotes_ = 0;
     std::shared_ptr<const Places> places_ = std::make_shared<const Places>();
-    bool marked_ = false;  ///< all of these places
+    bool marked_ = false;  ///< all of these places; the clerk's
     bool lookDue_ = false;
     bool mountsChanged_ = false;
-    bool looking_ = false;           ///< one worker at a time, for a folder's server may not answer
-    std::vector<Mount> seenMounts_;  ///< that one's
+    std::vector<Mount> seenMounts_;  ///< the clerk's
 };
 
 OnAccess::Listener::Listener(const OnAccessHooks& hooks, OnAccessSettings settings)
-    : hooks_(hooks), settings_(std::move(settings)) {}
+    : hooks_(hooks),
+      settings_(std::move(settings)),
+      // One worker at least is there for small files.
+      queue_(settings_.queueLimit, std::max(2U, settings_.workers) - 1) {}
 
 void OnAccess::Listener::end() {
     stop_.request_stop();
@@ -138,13 +138,14 @@ void OnAccess::Listener::end() {
     if (reader_.joinable()) reader_.join();
     // Closed before the workers are waited for: one of them may wait for an access that nobody answers any more.
     group_->close();
+    queue_.end();
     {
-        const std::lock_guard lock(mutex_);
-        queue_.clear();
+        const std::lock_guard lock(mutex_);  // or the clerk, about to wait, would miss it
     }
     ready_.notify_all();
     for (std::thread& worker : workers_) worker.join();
     workers_.clear();
+    if (clerk_.joinable()) clerk_.join();
 }
 
 bool OnAccess::Listener::start(std::string& problem) {
@@ -152,7 +153,12 @@ bool OnAccess::Listener::start(std::string& problem) {
     if (!wake_ || !group_->open()) return problem = "fanotify: " + errorText(errno), false;
     look(true);
     alive_ = true;
-    for (unsigned i = 0; i < std::max(1U, settings_.workers); ++i) workers_.emplace_back([this] { work(); });
+    const unsigned workers = std::max(1U, settings_.workers);
+    for (unsigned i = 0; settings_.incoming && i < workers; ++i)
+        workers_.emplace_back([this] { work(Lane::WAITED_FOR); });
+    for (unsigned i = 0; i < (settings_.incoming ? 1 : workers); ++i)
+        workers_.emplace_back([this] { work(Lane::BACKGROUND); });
+    clerk_ = std::thread([this] { keepHouse(); });
     reader_ = std::thread([this] { read(); });
     return true;
 }
@@ -171,13 +177,12 @@ std::shared_ptr<const Places> OnAccess::Listener::places() {
 /// Follows folders that came, went or lead elsewhere now, and file systems mounted since.
 void OnAccess::Listener::look(bool mountsChanged) {
     if (mountsChanged) seenMounts_ = currentMounts();
-    auto now = std::make_shared<const Places>(placesOf(settings_.folders, settings_.neverScan, seenMounts_));
+    auto now = std::make_shared<const Places>(placesOf(settings_, seenMounts_));
     const auto before = places();
     const bool moved = *now != *before;
     if (!moved && !mountsChanged && marked_) return;
-    if (now->missing != before->missing)
-        for (const std::string& folder : now->missing)
-            NORV_LOG(NORV_LOG_WARNING, "The folder is not watched, %s", folder.c_str());
+    if (now->troubles != before->troubles)
+        for (const std::string& trouble : now->troubles) NORV_LOG(NORV_LOG_WARNING, "%s", trouble.c_str());
     marked_ = mark(now->toMark, moved || mountsChanged);
     const std::lock_guard lock(mutex_);
     places_ = std::move(now);
@@ -259,10 +264,18 @@ void OnAccess::Listener::expire(bool all) {
         const Item item = waiting_.front().lock();
         if (item && item->waiting() && !all && item->deadline() > now) return;
         waiting_.pop_front();
-        if (!item || !item->answer(!all && settings_.denyOnTimeout) || all) continue;
-        note(std::string(settings_.denyOnTimeout ? "Refused" : "Allowed") +
-             " unscanned, the scan takes too long: " + item->path());
+        if (!item || !item->waiting()) continue;
+        item->scanStop().request_stop();
+        if (all)
+            item->answer(false);
+        else
+            answerUnscanned(*item, "the scan takes too long");
     }
+}
+
+void OnAccess::Listener::answerUnscanned(FileAccess& access, const char* why) {
+    if (!access.answer(settings_.denyOnTimeout)) return;
+    note(std::string(settings_.denyOnTimeout ? "Refused" : "Allowed") + " unscanned, " + why + ": " + access.path());
 }
 
 /// False when the group cannot be read any more.
@@ -308,9 +321,11 @@ void OnAccess::Listener::admit(const fanotify_event_metadata& event, FileDescrip
     const Time deadline = std::chrono::steady_clock::now() + settings_.timeLimit;
     std::string path = descriptorPath(event.fd);
     const auto item = std::make_shared<FileAccess>(group_, std::move(file), std::move(path), waiting, deadline);
-    if (!mayConcern(*item) || !mayHoldSomething(item->fd())) return;  // its end answers it
-    if (waiting) waiting_.push_back(item);
-    enqueue(item);
+    if (!mayConcern(*item) || !item->glance().mayHoldSomething) return;  // its end answers it
+    if (!waiting) return enqueue(Lane::BACKGROUND, item);
+    if (queue_.isSlow(*item)) return answerUnscanned(*item, "its scan goes on in the background");
+    waiting_.push_back(item);
+    enqueue(Lane::WAITED_FOR, item);
 }
 
 /// What is plainly none of ours is answered at once. What came through another system's mounts, or has no path that the
@@ -330,18 +345,10 @@ std::optional<std::string> OnAccess::Listener::pathToScan(const FileAccess& acce
     return where->concern(here) ? std::optional(std::move(here)) : std::nullopt;
 }
 
-void OnAccess::Listener::enqueue(Item item) {
-    {
-        const std::lock_guard lock(mutex_);
-        if (queue_.size() < settings_.queueLimit) {
-            queue_.push_back(std::move(item));
-            ready_.notify_one();
-            return;
-        }
-    }
-    const bool deny = item->waiting() && settings_.denyOnTimeout;
-    item->answer(deny);
-    note(std::string(deny ? "Refused" : "Left") + " unscanned, too many files wait for their scan: " + item->path());
+void OnAccess::Listener::enqueue(Lane lane, const Item& item) {
+    if (queue_.push(lane, item)) return;
+    if (item->waiting()) return answerUnscanned(*item, "too many files wait for their scan");
+    note("Left unscanned, too many files wait for their scan: " + item->path());
 }
 
 void OnAccess::Listener::note(std::string text) {
@@ -354,25 +361,16 @@ void OnAccess::Listener::note(std::string text) {
     ready_.notify_one();
 }
 
-void OnAccess::Listener::work() {
+void OnAccess::Listener::keepHouse() {
     std::unique_lock lock(mutex_);
     while (true) {
-        ready_.wait(lock, [this] {
-            return stop_.stop_requested() || !queue_.empty() || !notes_.empty() || (lookDue_ && !looking_);
-        });
+        ready_.wait(lock, [this] { return stop_.stop_requested() || !notes_.empty() || lookDue_; });
         if (takeNotes(lock) || takeLook(lock)) continue;
         if (stop_.stop_requested()) return;
-        if (queue_.empty()) continue;
-        Item item = std::move(queue_.front());
-        queue_.pop_front();
-        lock.unlock();
-        scan(*item);
-        item.reset();
-        lock.lock();
     }
 }
 
-/// What the reader leaves to the workers, done without the lock. True when there was something.
+/// What the reader has to say, logged without the lock. True when there was something.
 bool OnAccess::Listener::takeNotes(std::unique_lock<std::mutex>& lock) {
     const auto notes = std::exchange(notes_, {});
     const auto lost = std::exchange(lostNotes_, 0);
@@ -386,10 +384,9 @@ bool OnAccess::Listener::takeNotes(std::unique_lock<std::mutex>& lock) {
 
 /// Looks for the folders, if that is due, without the lock. True when it did.
 bool OnAccess::Listener::takeLook(std::unique_lock<std::mutex>& lock) {
-    if (looking_ || !std::exchange(lookDue_, false)) return false;
+    if (!std::exchange(lookDue_, false)) return false;
     const bool mounts = std::exchange(mountsChanged_, false);
     if (stop_.stop_requested() || !alive_) return false;
-    looking_ = true;
     lock.unlock();
     try {
         look(mounts);
@@ -397,31 +394,46 @@ bool OnAccess::Listener::takeLook(std::unique_lock<std::mutex>& lock) {
         NORV_LOG(NORV_LOG_ERROR, "The watched folders could not be looked for: %s", error.what());
     }
     lock.lock();
-    looking_ = false;
     return true;
 }
 
-void OnAccess::Listener::scan(FileAccess& access) {
-    try {
-        scanFile(access);
-    } catch (const std::exception& error) {
-        // The access is answered by its end.
-        NORV_LOG(NORV_LOG_ERROR, "The real-time scan of %s failed: %s", access.path().c_str(), error.what());
+void OnAccess::Listener::work(Lane lane) {
+    while (const Item item = queue_.pop(lane)) {
+        scan(lane, item);
+        queue_.done(lane, *item);
     }
 }
 
-void OnAccess::Listener::scanFile(FileAccess& access) {
+void OnAccess::Listener::scan(Lane lane, const Item& item) {
+    try {
+        if (lane == Lane::BACKGROUND) {
+            scanFile(*item, stop_.get_token());
+            return;
+        }
+        const std::stop_callback ending(stop_.get_token(), [&] { item->scanStop().request_stop(); });
+        // Whoever opened it has his answer, but nothing was found out about the file yet.
+        if (!scanFile(*item, item->scanStop().get_token()) && !stop_.stop_requested()) enqueue(Lane::BACKGROUND, item);
+    } catch (const std::exception& error) {
+        // The access is answered by its end.
+        NORV_LOG(NORV_LOG_ERROR, "The real-time scan of %s failed: %s", item->path().c_str(), error.what());
+    }
+}
+
+/// False when the scan was stopped before anything could be said about the file.
+bool OnAccess::Listener::scanFile(FileAccess& access, const std::stop_token& stop) {
+    if (stop.stop_requested()) return false;
     const struct stat before = statusOf(access.fd());
-    if (!S_ISREG(before.st_mode) || before.st_size == 0) return;
+    if (!S_ISREG(before.st_mode) || before.st_size == 0) return true;
     const auto path = pathToScan(access);
-    if (!path) return;
-    const bool waited = access.waiting();
-    const OnAccessAnswer answer = hooks_.scan(access.fd(), *path, stop_.get_token());
-    if (waited && answer.cacheable && !answer.deny) remember(access, before);
+    if (!path) return true;
+    const OnAccessAnswer answer = hooks_.scan(access.fd(), *path, stop);
+    if (stop.stop_requested() && !answer.deny && !answer.act && !answer.cacheable) return false;
+    if (settings_.incoming && answer.cacheable && !answer.deny) remember(access, before);
     const bool answered = access.answer(answer.deny);
     if (answer.deny && answered)
         NORV_LOG(NORV_LOG_WARNING, "Refused the access to %s: %s", path->c_str(), answer.find.c_str());
     if (answer.act && hooks_.act && !stop_.stop_requested()) hooks_.act(access.fd(), *path, answer);
+    return true;
 }
 
 /// Tells the kernel that opening this file need not be asked about until it is written to. Its times must be able to

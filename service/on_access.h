@@ -14,10 +14,11 @@ namespace keldra {
 
 /// What the real-time scan watches and how it behaves.
 struct OnAccessSettings {
-    bool incoming = false;               ///< scan a file before it is opened and refuse what is infected
-    bool outgoing = false;               ///< scan a file after it was written
-    std::vector<std::string> folders;    ///< watched, with all below them; those that do not exist, once they do
-    std::vector<std::string> neverScan;  ///< left out, with all below them: excluded folders and the service's own
+    bool incoming = false;                ///< scan a file before it is opened and refuse what is infected
+    bool outgoing = false;                ///< scan a file after it was written
+    std::vector<std::string> folders;     ///< watched, with all below them; those that do not exist, once they do
+    std::vector<std::string> neverScan;   ///< left out, with all below them; symbolic links in them are not followed
+    std::vector<std::string> ownFolders;  ///< the service's, left out as well, wherever links lead them
     std::chrono::milliseconds timeLimit{10000};  ///< how long whoever opens a file may wait for its scan
     bool denyOnTimeout = false;                  ///< what happens then: refuse, else allow and log
     unsigned workers = 2;                        ///< files scanned at a time
@@ -26,7 +27,7 @@ struct OnAccessSettings {
     bool operator==(const OnAccessSettings&) const = default;
 };
 
-/// The settings that a record asks for; the service adds its own folders to `neverScan`.
+/// The settings that a record asks for; the service adds its own folders.
 OnAccessSettings onAccessSettings(const NORVRealtimeScanConfig& record);
 
 /// What a scan of one file says.

@@ -30,10 +30,10 @@ struct RealtimeScan::Policy {
     const std::vector<std::string> excludePatterns;
 };
 
-RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> neverScan)
+RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders)
     : engine_(engine),
       actions_(actions),
-      neverScan_(std::move(neverScan)),
+      ownFolders_(std::move(ownFolders)),
       policy_(std::make_shared<const Policy>(NORVRealtimeScanConfig())),
       listener_(
           {[this](int fd, const std::string& path, std::stop_token stop) { return scan(fd, path, std::move(stop)); },
@@ -46,7 +46,7 @@ void RealtimeScan::configure(const NORVConfig& config) {
         policy_ = std::make_shared<const Policy>(record);
     }
     OnAccessSettings settings = onAccessSettings(record);
-    settings.neverScan.insert(settings.neverScan.end(), neverScan_.begin(), neverScan_.end());
+    settings.ownFolders = ownFolders_;
     listener_.configure(settings);
     // After the new settings are in force, for what was scanned under the old ones.
     listener_.forgetClean();

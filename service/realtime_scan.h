@@ -22,8 +22,8 @@ struct RealtimeState {
 /// The real-time scan's policy: what the stored settings mean for a file that is opened or was written.
 class RealtimeScan {
 public:
-    /// `neverScan`: the service's own folders.
-    RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> neverScan);
+    /// `ownFolders`: the service's, never scanned.
+    RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders);
 
     /// Acts by these settings from here on.
     void configure(const NORVConfig& config);
@@ -41,7 +41,7 @@ private:
 
     ScanEngine& engine_;
     Actions& actions_;
-    const std::vector<std::string> neverScan_;
+    const std::vector<std::string> ownFolders_;
     mutable std::mutex mutex_;
     std::shared_ptr<const Policy> policy_;
     OnAccess listener_;

@@ -80,7 +80,7 @@ WalkPlan ScanJob::plan() const {
     WalkPlan plan;
     plan.roots = rootsOf(request_);
     plan.excludeFolders = splitPathList(request_.settings.excludePaths);
-    plan.excludeFolders.insert(plan.excludeFolders.end(), tools_.ownFolders.begin(), tools_.ownFolders.end());
+    plan.ownFolders = tools_.ownFolders;
     plan.excludePatterns = splitPathList(request_.settings.excludePatterns);
     plan.wanted = [this](const std::string& name) { return selector_.byName(name); };
     return plan;

@@ -83,6 +83,20 @@ void addNames(std::vector<std::string>& all, const std::string& folder, const st
     for (std::string& name : otherNames(folder, mounts)) all.push_back(std::move(name));
 }
 
+/// Links that lead to a watched folder are the administrator's; one below it may be anybody's.
+void addExcluded(Places& places, const std::string& excluded, const OnAccessSettings& settings,
+                 const std::vector<Mount>& mounts) {
+    std::string path = excluded;
+    for (const std::string& folder : normalPaths(settings.folders)) {
+        const std::string real = liesBelow(excluded, {folder}) ? realFolder(folder) : std::string();
+        if (!real.empty()) path = joined(real, behind(folder, excluded));
+    }
+    if (openPlainFolder(path))
+        addNames(places.neverScan, path, mounts);
+    else if (errno == ELOOP)
+        places.troubles.push_back(excluded + " is left out by its name only: a symbolic link leads to it");
+}
+
 /// A file's handle: names it within its file system, whatever the path.
 struct FileHandle {
     alignas(file_handle) char bytes[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
@@ -116,18 +130,18 @@ std::vector<Mount> currentMounts() {
 
 bool Places::concern(const std::string& path) const { return liesBelow(path, watched) && !liesBelow(path, neverScan); }
 
-Places placesOf(const std::vector<std::string>& folders, const std::vector<std::string>& neverScan,
-                const std::vector<Mount>& mounts) {
+Places placesOf(const OnAccessSettings& settings, const std::vector<Mount>& mounts) {
     Places places;
-    for (const std::string& folder : folders) {
+    for (const std::string& folder : settings.folders) {
         const std::string path = realFolder(folder);
-        if (path.empty()) places.missing.push_back(folder + ": " + errorText(errno));
+        if (path.empty()) places.troubles.push_back(folder + " is not watched: " + errorText(errno));
         if (!path.empty()) addNames(places.watched, path, mounts);
     }
-    places.neverScan = neverScan;
-    for (const std::string& folder : neverScan) {
+    places.neverScan = normalPaths(settings.neverScan);
+    for (const std::string& folder : normalPaths(settings.neverScan)) addExcluded(places, folder, settings, mounts);
+    for (const std::string& folder : settings.ownFolders) {
         const std::string path = realFolder(folder);
-        if (!path.empty()) addNames(places.neverScan, path, mounts);
+        addNames(places.neverScan, path.empty() ? folder : path, mounts);
     }
     places.toMark = places.watched;
     for (const Mount& mount : mounts) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "service/on_access.h"
+
 #include <cstdint>
 #include <set>
 #include <string>
@@ -18,11 +20,11 @@ struct Mount {
 /// All but the kernel's own file systems, which hold no files that could be infected.
 std::vector<Mount> currentMounts();
 
-/// Where watched folders are at the moment.
+/// Where the folders of the settings are at the moment.
 struct Places {
     std::vector<std::string> watched;    ///< without symbolic links, by every name that a mount gives them
     std::vector<std::string> neverScan;  ///< the same, and as set
-    std::vector<std::string> missing;    ///< with the reason, for the log
+    std::vector<std::string> troubles;   ///< what cannot be watched or left out, and why, for the log
     std::vector<std::string> toMark;     ///< a path on each file system that has a part in what is watched
     std::set<std::uint64_t> mounts;      ///< ids of those in which paths mean what they mean here
 
@@ -31,9 +33,7 @@ struct Places {
     bool concern(const std::string& path) const;
 };
 
-/// `folders` are watched but for what lies in `neverScan`; both with all that is below them.
-Places placesOf(const std::vector<std::string>& folders, const std::vector<std::string>& neverScan,
-                const std::vector<Mount>& mounts);
+Places placesOf(const OnAccessSettings& settings, const std::vector<Mount>& mounts);
 
 /// Whether a descriptor was opened through a mount that this process does not see, as in a container. Its path is then
 /// another system's. False where the kernel does not tell (before 5.8).

@@ -79,11 +79,22 @@ TEST_F(FileWalkTest, ExcludedFoldersAndNamesAreLeftOutWholly) {
         writeFile(dir_ / name, "x");
     }
     fs::create_directory_symlink("b", dir_ / "alias");
-    plan_.excludeFolders = {(dir_ / "alias").string() + "/"};
+    writeFile(dir_ / "d/file", "x");
+    plan_.excludeFolders = {(dir_ / "d").string() + "/"};
+    plan_.ownFolders = {dir_ / "alias"};
     plan_.excludePatterns = {"*.tmp"};
     walk();
     EXPECT_EQ(visited_, Names({"a/keep.txt", "a/x.tmp.txt", "bb/file"}));
     EXPECT_EQ(count(), 3U) << "the total would never be reached";
+}
+
+TEST_F(FileWalkTest, ALinkInPlaceOfAnExcludedFolderLeavesNothingOut) {
+    writeFile(dir_ / "share/virus", "x");
+    fs::create_directory_symlink(".", dir_ / "share/excluded");
+    plan_.roots = {dir_ / "share"};
+    plan_.excludeFolders = {dir_ / "share/excluded"};
+    walk();
+    EXPECT_EQ(visited_, Names({"share/virus"}));
 }
 
 TEST_F(FileWalkTest, UnreadableAndVanishedFilesAreToldAndTheRestIsVisited) {

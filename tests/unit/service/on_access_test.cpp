@@ -77,11 +77,17 @@ protected:
     OnAccessAnswer scan(int fd, const std::string& path, const std::stop_token& stop) {
         ++scans_;
         if (meanwhile_) meanwhile_(stop);
+        if (path.ends_with("slow") && !waitUntilStopped(stop)) return {};
         std::array<char, 5> head{};
         const bool bad = pread(fd, head.data(), head.size(), 0) == 5 && std::memcmp(head.data(), "EICAR", 5) == 0;
         const std::lock_guard lock(mutex_);
         scanned_.insert(path);
         return {.deny = bad, .act = bad, .cacheable = !bad, .find = bad ? "Test" : ""};
+    }
+    /// The scan of a huge file. False when it was stopped.
+    static bool waitUntilStopped(const std::stop_token& stop) {
+        for (int i = 0; i < 100 && !stop.stop_requested(); ++i) std::this_thread::sleep_for(10ms);
+        return !stop.stop_requested();
     }
     void act(const std::string& path) {
         const std::lock_guard lock(mutex_);
@@ -120,6 +126,13 @@ TEST_F(OnAccessTest, OnlyTheWatchedFoldersAreScanned) {
     for (const char* name : {"elsewhere/bad.txt", "share2/bad.txt", "share/quarantine/bad.txt"})
         EXPECT_EQ(openElsewhere(root() / name), 0) << name;
     EXPECT_EQ(scans_, 0);
+    EXPECT_EQ(openElsewhere(shared() / "bad.txt"), EPERM);
+
+    // Whoever may write to the share cannot leave all of it out.
+    std::filesystem::rename(shared() / "quarantine", shared() / "other");
+    std::filesystem::create_directory_symlink(".", shared() / "quarantine");
+    settings_.workers = 3;
+    ASSERT_TRUE(listener_.configure(settings_));
     EXPECT_EQ(openElsewhere(shared() / "bad.txt"), EPERM);
 }
 
@@ -182,6 +195,25 @@ TEST_F(OnAccessTest, AScanThatTakesTooLongIsAnsweredByThePolicyAndStillActedOn) 
         EXPECT_TRUE(waitFor([&] { return acted(shared() / "bad.txt"); }));
         acted_.clear();
     }
+}
+
+TEST_F(OnAccessTest, FilesThatTakeTooLongDoNotKeepOthersFromBeingScanned) {
+    settings_.timeLimit = 300ms;
+    ASSERT_TRUE(listener_.configure(settings_));
+    std::vector<std::future<int>> opened;
+    for (const char* name : {"1.slow", "2.slow", "3.slow"}) {
+        writeFile(shared() / name, "huge");
+        opened.push_back(std::async(std::launch::async, [=, this] { return openElsewhere(shared() / name); }));
+    }
+    for (auto& each : opened) EXPECT_EQ(each.get(), 0);
+    EXPECT_EQ(openElsewhere(shared() / "bad.txt"), EPERM) << "both workers are there again";
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(openElsewhere(shared() / "3.slow"), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 200ms) << "known to be slow: nobody waits again";
+    EXPECT_TRUE(waitFor([&] {
+        const std::lock_guard lock(mutex_);
+        return scanned_.count(shared() / "1.slow") != 0;
+    })) << "scanned all the same";
 }
 
 TEST_F(OnAccessTest, WhatDoesNotFitTheQueueDoesNotFreezeAnybody) {
