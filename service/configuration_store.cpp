@@ -29,7 +29,7 @@ std::string faultOf(const NORVConfig& config) {
 ConfigurationStore::ConfigurationStore(std::filesystem::path file, const Clock& clock)
     : file_(std::move(file)), clock_(clock), good_(std::make_shared<const NORVConfig>()) {}
 
-void ConfigurationStore::onChange(std::function<void()> listener) {
+void ConfigurationStore::onChange(std::function<void(Change)> listener) {
     const std::lock_guard lock(mutex_);
     listener_ = std::move(listener);
 }
@@ -43,14 +43,14 @@ ConfigurationStore::Identity ConfigurationStore::identify(const std::filesystem:
 
 bool ConfigurationStore::refresh() {
     bool changed = false;
-    std::function<void()> listener;
+    std::function<void(Change)> listener;
     bool good = false;
     {
         const std::lock_guard lock(mutex_);
         good = refreshLocked(changed);
         if (changed) listener = listener_;
     }
-    if (listener) listener();
+    if (listener) listener(Change::BY_HAND);
     return good;
 }
 
@@ -66,7 +66,10 @@ bool ConfigurationStore::refreshLocked(bool& changed) {
 bool ConfigurationStore::loadLocked() {
     int error = 0;
     const auto text = readFile(file_, MAX_DOCUMENT, error);
-    if (!text) return fail(errorText(error));
+    if (!text) {
+        loaded_ = false;  // what keeps a file from being read may pass without a trace on it
+        return fail(errorText(error));
+    }
 
     // A file set back in time is newer all the same: pages that show the old one must notice.
     const std::int64_t stamp = std::max(identity_.seconds, lastStamp_ + (identity_.seconds < lastStamp_ ? 1 : 0));
@@ -83,6 +86,7 @@ bool ConfigurationStore::loadLocked() {
 }
 
 bool ConfigurationStore::fail(const std::string& what) {
+    if (error_ == what) return false;
     error_ = what;
     NORV_LOG(NORV_LOG_ERROR, "The configuration %s cannot be used and is left as it is: %s", file_.c_str(),
              what.c_str());
@@ -103,7 +107,7 @@ std::string ConfigurationStore::error() const {
 
 SaveOutcome ConfigurationStore::update(const std::function<bool(NORVConfig&)>& change) {
     bool changed = false;
-    std::function<void()> listener;
+    std::function<void(Change)> listener;
     SaveOutcome outcome = SaveOutcome::FAILED;
     {
         const std::lock_guard lock(mutex_);
@@ -113,7 +117,7 @@ SaveOutcome ConfigurationStore::update(const std::function<bool(NORVConfig&)>& c
         }
         if (changed || saved(outcome)) listener = listener_;
     }
-    if (listener) listener();
+    if (listener) listener(Change::SAVED);
     return outcome;
 }
 

@@ -32,8 +32,10 @@ public:
     /// `file`: the document; its backup stands beside it with ".bak" appended.
     ConfigurationStore(std::filesystem::path file, const Clock& clock);
 
-    /// Called after each change of the document, from the thread that made it and outside of the store's lock.
-    void onChange(std::function<void()> listener);
+    enum class Change { SAVED, BY_HAND };
+    /// Called after each change of the document, outside of the store's lock: by the thread that saved it, or by the
+    /// one that came upon a change by hand.
+    void onChange(std::function<void(Change)> listener);
 
     /// Reads the file when it is not the one that was read last. True when the document is good. What is wrong with a
     /// file is logged once.
@@ -71,7 +73,7 @@ private:
     const std::filesystem::path file_;
     const Clock& clock_;
     mutable std::mutex mutex_;
-    std::function<void()> listener_;
+    std::function<void(Change)> listener_;
     std::shared_ptr<const NORVConfig> good_;
     Identity identity_;
     bool loaded_ = false;

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <asio/post.hpp>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -138,7 +139,11 @@ bool Service::open(std::string& error) {
     if (!quarantine_.open()) NORV_LOG(NORV_LOG_ERROR, "The quarantine cannot be used; finds are not put away");
     makeParts();
     loadSignatures();
-    configuration_.onChange([this] { configurationChanged(); });
+    configuration_.onChange([this](ConfigurationStore::Change change) {
+        if (change == ConfigurationStore::Change::SAVED) return configurationChanged();
+        // Whoever comes upon it may be the thread that all connections share.
+        asio::post(applying_, [this] { applyGuarded(); });
+    });
     configurationChanged();
     updater_->recover();
     scheduler_->start();
@@ -229,6 +234,10 @@ void Service::configurationChanged() {
     realtime_->configure(*config);
 }
 
+void Service::applyGuarded() noexcept try { configurationChanged(); } catch (const std::exception& error) {
+    NORV_LOG(NORV_LOG_ERROR, "The configuration cannot be applied: %s", error.what());
+}
+
 void Service::awaitSignal() {
     signals_.async_wait([this](const asio::error_code& error, int signal) {
         if (error) return;
@@ -266,7 +275,14 @@ void Service::run() {
     server_.start();
     NORV_LOG(NORV_LOG_INFO, "Ready on %s", options_.socket.c_str());
     notifyManager("READY=1");
-    io_.run();
+    // What one handler throws, for want of memory for instance, ends neither the others nor the service.
+    while (!io_.stopped()) {
+        try {
+            io_.run();
+        } catch (const std::exception& error) {
+            NORV_LOG(NORV_LOG_ERROR, "A request or timer failed: %s", error.what());
+        }
+    }
 }
 
 /// Whatever works with another part ends before it.
@@ -275,6 +291,7 @@ void Service::stop() {
     signals_.cancel(ignored);
     cleaning_.cancel();
     server_.stop();
+    applying_.join();
     if (scheduler_) scheduler_->stop();
     if (realtime_) realtime_->stop();
     if (updater_) updater_->stop();

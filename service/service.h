@@ -18,6 +18,7 @@
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
+#include <asio/thread_pool.hpp>
 #include <filesystem>
 #include <memory>
 #include <mutex>
@@ -84,6 +85,7 @@ private:
     bool startScheduledUpdate();
     void signaturesChanged();
     void configurationChanged();
+    void applyGuarded() noexcept;
     void awaitSignal();
     void reload();
     void cleanUpLater();
@@ -108,6 +110,7 @@ private:
     std::unique_ptr<Scheduler> scheduler_;
     std::unique_ptr<RealtimeScan> realtime_;
     std::mutex changing_;
+    asio::thread_pool applying_{1};  ///< applies what was changed by hand
     std::string preparedVar_;
     MessageServer server_;
 };
