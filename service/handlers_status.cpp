@@ -59,7 +59,7 @@ void addUntreated(Service& service, IPCMessage& reply) {
     std::string scan;
     for (const ScanStatus& status : service.scans().history()) {
         if (status.state == ScanState::RUNNING || !seen.insert(status.kind).second || status.found == 0) continue;
-        for (const ScanFind& find : service.scans().finds(status.id, 0, MAX_FINDS_LOOKED_AT)) {
+        for (const ScanFind& find : service.scans().leftFinds(status.id, MAX_FINDS_LOOKED_AT)) {
             if (!isUntreated(find)) continue;
             untreated.insert(find.path);
             if (scan.empty()) scan = status.id;

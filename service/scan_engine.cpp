@@ -175,6 +175,7 @@ private:
     Engine engine() const;
     Built build();
     bool adopt(Built built);
+    bool loadGuarded();
     void reloadLoop(const std::stop_token& stop);
 
     const EngineSettings settings_;
@@ -266,6 +267,18 @@ bool ClamEngine::load() {
     return adopt(build());
 }
 
+/// For the thread that nobody else watches.
+bool ClamEngine::loadGuarded() {
+    try {
+        return load();
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "The signatures cannot be loaded: %s", error.what());
+        const std::lock_guard lock(mutex_);
+        --loading_;
+        return false;
+    }
+}
+
 void ClamEngine::reload(std::function<void(bool)> done) {
     const std::lock_guard lock(mutex_);
     reloads_.push_back(std::move(done));
@@ -292,7 +305,7 @@ void ClamEngine::reloadLoop(const std::stop_token& stop) {
             waiting.swap(reloads_);
             ++loading_;  // so that the state never shows a gap between being asked and being at it
         }
-        const bool loaded = load();
+        const bool loaded = loadGuarded();
         {
             const std::lock_guard lock(mutex_);
             --loading_;

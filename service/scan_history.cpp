@@ -140,9 +140,12 @@ void ScanHistory::append(const FileDescriptor& finds, const ScanFind& find) {
     json.add("path", find.path).add("infected", find.infected).add("signature", find.signature);
     json.add("type", find.type).add("detail", find.detail).add("left", find.left);
     const std::string line = json.text() + "\n";
-    if (::write(finds.get(), line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
-        NORV_LOG(NORV_LOG_ERROR, "a report of a scan cannot be stored: %s", errorText(errno).c_str());
-    }
+    const off_t end = ::lseek(finds.get(), 0, SEEK_END);
+    if (::write(finds.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size())) return;
+    NORV_LOG(NORV_LOG_ERROR, "a report of a scan cannot be stored: %s", errorText(errno).c_str());
+    // Half a line would spoil the next one.
+    if (end < 0 || ::ftruncate(finds.get(), end) != 0)
+        NORV_LOG(NORV_LOG_ERROR, "the reports of a scan cannot be cut to whole lines: %s", errorText(errno).c_str());
 }
 
 std::vector<ScanFind> ScanHistory::finds(const std::string& id, std::size_t from, std::size_t count) const {
@@ -153,6 +156,17 @@ std::vector<ScanFind> ScanHistory::finds(const std::string& id, std::size_t from
         if (i >= from) found.push_back(findFromText(line));
     }
     return found;
+}
+
+std::vector<ScanFind> ScanHistory::leftFinds(const std::string& id, std::size_t count) const {
+    std::vector<ScanFind> left;
+    std::ifstream file(pathOf(id, ".finds"));
+    for (std::string line; left.size() < count && std::getline(file, line);) {
+        if (line.find("\"left\":true") == std::string::npos) continue;  // spares reading all the others
+        ScanFind find = findFromText(line);
+        if (find.left) left.push_back(std::move(find));
+    }
+    return left;
 }
 
 void ScanHistory::forget(const std::string& id) const {

@@ -25,6 +25,7 @@ public:
     static void append(const FileDescriptor& finds, const ScanFind& find);
     /// The reports of a scan from number `from` on, at most `count`.
     std::vector<ScanFind> finds(const std::string& id, std::size_t from, std::size_t count) const;
+    std::vector<ScanFind> leftFinds(const std::string& id, std::size_t count) const;
     void forget(const std::string& id) const;
 
 private:

@@ -57,6 +57,14 @@ std::vector<ScanFind> ScanJob::finds(std::size_t from, std::size_t count) const 
     return {begin, begin + static_cast<std::ptrdiff_t>(std::min(count, finds_.size() - from))};
 }
 
+std::vector<ScanFind> ScanJob::leftFinds(std::size_t count) const {
+    std::vector<ScanFind> left;
+    const std::lock_guard lock(mutex_);
+    for (auto find = finds_.begin(); find != finds_.end() && left.size() < count; ++find)
+        if (find->left) left.push_back(*find);
+    return left;
+}
+
 void ScanJob::stop(const char* message) {
     {
         const std::lock_guard lock(mutex_);
@@ -220,7 +228,9 @@ void ScanJob::account(const ScannedFile& file, const ScanResult& result) {
 
 void ScanJob::report(ScanFind find) {
     const std::lock_guard lock(mutex_);
-    if (finds_.size() >= tools_.findLimit) return;
+    // Half of the room is for what is infected: nobody hides that behind any number of encrypted files.
+    if (finds_.size() >= tools_.findLimit || (!find.infected && unsureReports_ >= tools_.findLimit / 2)) return;
+    if (!find.infected) ++unsureReports_;
     ScanHistory::append(findsFile_, find);
     finds_.push_back(std::move(find));
 }

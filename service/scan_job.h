@@ -44,6 +44,7 @@ public:
     bool running() const { return status().state == ScanState::RUNNING; }
     /// The reports from number `from` on, at most `count`.
     std::vector<ScanFind> finds(std::size_t from, std::size_t count) const;
+    std::vector<ScanFind> leftFinds(std::size_t count) const;
     /// Asks it to end; `message` says why.
     void stop(const char* message);
     /// Waits for its end, at most so many milliseconds. True when it has ended.
@@ -83,6 +84,7 @@ private:
     mutable std::condition_variable ended_;
     ScanStatus status_;
     std::vector<ScanFind> finds_;
+    std::size_t unsureReports_ = 0;  ///< of them, not infected
     const char* stopMessage_;
     std::size_t rootsSkipped_ = 0;
     int64_t saved_ = 0;  ///< steady milliseconds of the last time the status was stored

@@ -92,6 +92,15 @@ std::vector<ScanFind> ScanJobs::finds(const std::string& id, std::size_t from, s
     return history_.finds(id, from, count);
 }
 
+std::vector<ScanFind> ScanJobs::leftFinds(const std::string& id, std::size_t count) const {
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto job = jobs_.find(id); job != jobs_.end()) return job->second->leftFinds(count);
+        if (ended_.count(id) == 0) return {};
+    }
+    return history_.leftFinds(id, count);
+}
+
 std::optional<ScanStatus> ScanJobs::running(ScanKind kind) const {
     const std::lock_guard lock(mutex_);
     for (const auto& [id, job] : jobs_) {

@@ -50,6 +50,8 @@ public:
     std::optional<ScanStatus> status(const std::string& id) const;
     /// The reports of a scan from number `from` on, at most `count`.
     std::vector<ScanFind> finds(const std::string& id, std::size_t from, std::size_t count = 1000) const;
+    /// The first ones of infected files that were left where they are.
+    std::vector<ScanFind> leftFinds(const std::string& id, std::size_t count) const;
     /// The running scan of a kind, if there is one.
     std::optional<ScanStatus> running(ScanKind kind) const;
     /// All scans that are known, newest first.

@@ -210,6 +210,18 @@ TEST_F(ScanJobsTest, TotalIsKnownBeforeTheScanIsThrough) {
     EXPECT_EQ(finish(id).scanned, 500U);
 }
 
+TEST_F(ScanJobsTest, NoNumberOfEncryptedFilesHidesAFind) {
+    settings_.findLimit = 4;
+    restart(shippedEngine());
+    for (int i = 0; i < 9; ++i) put("a" + std::to_string(i), zipOf({{"secret", "x"}}, true));
+    put("folder/virus", testVirus());
+    request_.settings.scanCompressed = true;
+    request_.act = false;
+    const ScanStatus status = run();
+    EXPECT_EQ(status.notFullyScanned, 9U);
+    EXPECT_EQ(jobs_->leftFinds(status.id, 9).size(), 1U);
+}
+
 TEST_F(ScanJobsTest, ResultsSurviveARestart) {
     put("virus", testVirus());
     request_.act = false;
@@ -221,6 +233,8 @@ TEST_F(ScanJobsTest, ResultsSurviveARestart) {
     EXPECT_EQ(after->found, 1U);
     ASSERT_EQ(jobs_->finds(before.id, 0).size(), 1U);
     EXPECT_EQ(jobs_->finds(before.id, 0).front().path, dir_ / "share/virus");
+    ASSERT_EQ(jobs_->leftFinds(before.id, 9).size(), 1U);
+    EXPECT_EQ(jobs_->leftFinds(before.id, 9).front().signature, jobs_->finds(before.id, 0).front().signature);
     EXPECT_EQ(jobs_->history().size(), 1U);
     EXPECT_FALSE(jobs_->status("999_9"));
 }
