@@ -6,10 +6,33 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 
 namespace keldra {
 
 namespace {
+
+/// One command: turns a request into a reply. `reply` comes with the request's kind and command and without
+/// parameters. Returns whether what was asked is done; of a refusal only the parameter "Message" is sent.
+using Handler = bool (*)(Service& service, const IPCMessage& request, IPCMessage& reply);
+
+/// What must hold before a command's handler runs.
+enum class Needs : std::uint8_t { NOTHING, CONFIGURATION };
+
+/// Where a command's handler runs. What is answered from memory, but for a rare look at a file, is done at once, on the
+/// thread that received it: a page of the console asks several such questions, and each change of threads would cost as
+/// much as the answer.
+enum class Runs : std::uint8_t { IN_POOL, AT_ONCE };
+
+/// A row of the command table.
+struct Command {
+    std::int32_t commandID;
+    std::int32_t operation;
+    Needs needs;
+    const char* name;
+    Handler handler;
+    Runs runs = Runs::IN_POOL;
+};
 
 using enum IPCMessage::Operation;
 using enum Needs;
@@ -76,8 +99,6 @@ void keepMessageOnly(IPCMessage& reply) {
 }
 
 }  // namespace
-
-std::span<const Command> commandTable() { return COMMANDS; }
 
 bool answersAtOnce(const IPCMessage& request) {
     const Command* const command = findCommand(request);

@@ -98,8 +98,6 @@ std::shared_ptr<const NORVConfig> ConfigurationStore::snapshot() const {
     return good_;
 }
 
-std::shared_ptr<const NORVConfig> ConfigurationStore::current() { return refresh() ? snapshot() : nullptr; }
-
 std::string ConfigurationStore::error() const {
     const std::lock_guard lock(mutex_);
     return error_;

@@ -44,16 +44,12 @@ public:
     /// The last good document, never null (empty when there was none); for those who must go on when the file is
     /// broken.
     std::shared_ptr<const NORVConfig> snapshot() const;
-    /// The document as `refresh()` left it; null when the file does not parse.
-    std::shared_ptr<const NORVConfig> current();
     /// What is wrong with the file, empty when nothing is.
     std::string error() const;
 
     /// Changes the document: `change` gets a copy, returns whether it is to be stored. On return the new document is on
     /// disk, synced, or the old one stands.
     SaveOutcome update(const std::function<bool(NORVConfig&)>& change);
-
-    const std::filesystem::path& file() const { return file_; }
 
 private:
     struct Identity {

@@ -79,11 +79,10 @@ std::string Service::varPath() const {
     return path.empty() ? options_.var.string() : path;
 }
 
-/// Never scanned: what lies here is meant to hold what is found elsewhere.
+/// Never scanned: what lies here is meant to hold what is found elsewhere, its names and its content.
 std::vector<std::string> Service::ownFolders() const {
     std::vector<std::string> folders = signatureFolders(options_);
-    folders.push_back(options_.state / "quarantine");
-    folders.push_back(options_.state / "tmp");
+    folders.push_back(options_.state);
     return folders;
 }
 

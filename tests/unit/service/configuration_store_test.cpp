@@ -65,7 +65,7 @@ TEST_F(ConfigurationStoreTest, ABrokenFileIsNeverOverwritten) {
     for (const std::string broken : {"<Document><Group", "", "<Other/>", "not XML at all"}) {
         ::writeFile(file_, broken);
         fs::last_write_time(file_, fs::last_write_time(file_) + std::chrono::seconds(5));
-        EXPECT_EQ(store_.current(), nullptr) << broken;
+        EXPECT_FALSE(store_.refresh()) << broken;
         EXPECT_EQ(set("2"), SaveOutcome::FAILED) << broken;
         EXPECT_FALSE(store_.error().empty());
         EXPECT_EQ(::readFile(file_), broken);
