@@ -93,6 +93,10 @@ protected:
         const std::lock_guard lock(mutex_);
         acted_.insert(path);
     }
+    void forgetActed() {
+        const std::lock_guard lock(mutex_);
+        acted_.clear();
+    }
     bool acted(const std::filesystem::path& path) {
         const std::lock_guard lock(mutex_);
         return acted_.count(path) != 0;
@@ -167,7 +171,7 @@ TEST_F(OnAccessTest, NoMountLeadsAroundTheScan) {
         return unshare(CLONE_NEWNS) == 0 && mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr) == 0;
     };
     from = shared();
-    acted_.clear();
+    forgetActed();
     EXPECT_EQ(openElsewhere(to / "bad.txt", O_RDONLY, contain), EPERM);
     EXPECT_TRUE(waitFor([&] { return acted(shared() / "bad.txt"); })) << "by the name it has here";
     from = root() / "elsewhere";
@@ -193,7 +197,7 @@ TEST_F(OnAccessTest, AScanThatTakesTooLongIsAnsweredByThePolicyAndStillActedOn) 
         EXPECT_EQ(openElsewhere(shared() / "bad.txt"), deny ? EPERM : 0);
         EXPECT_LT(std::chrono::steady_clock::now() - begin, 500ms);
         EXPECT_TRUE(waitFor([&] { return acted(shared() / "bad.txt"); }));
-        acted_.clear();
+        forgetActed();
     }
 }
 
