@@ -87,7 +87,11 @@ bool renameNoReplace(int fromFolder, const std::string& from, int toFolder, cons
     if (errno != EINVAL && errno != ENOSYS) return false;
     // A file system that does not know the flag: the new name is made as a link, which never replaces anything.
     if (::linkat(fromFolder, from.c_str(), toFolder, to.c_str(), 0) != 0) return false;
-    return ::unlinkat(fromFolder, from.c_str(), 0) == 0;
+    if (::unlinkat(fromFolder, from.c_str(), 0) == 0) return true;
+    const int error = errno;
+    ::unlinkat(toFolder, to.c_str(), 0);
+    errno = error;
+    return false;
 }
 
 bool renameExactly(const ScannedFile& file, int toFolder, const std::string& to) {

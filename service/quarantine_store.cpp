@@ -52,14 +52,16 @@ Origin originOf(const QuarantineItem& item) {
     return origin;
 }
 
-/// The status of a name in a folder; false when there is none.
+/// The status of a name in a folder; false with errno set.
 bool statusOf(int folder, const std::string& name, struct stat& status) {
     return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+bool isInode(const struct stat& status, uint64_t inode) { return S_ISREG(status.st_mode) && status.st_ino == inode; }
+
 bool hasInode(int folder, const std::string& name, uint64_t inode) {
     struct stat status {};
-    return statusOf(folder, name, status) && S_ISREG(status.st_mode) && status.st_ino == inode;
+    return statusOf(folder, name, status) && isInode(status, inode);
 }
 
 FileDescriptor openExisting(int folder, const std::string& name) {
@@ -68,6 +70,16 @@ FileDescriptor openExisting(int folder, const std::string& name) {
 
 FileDescriptor createNew(int folder, const std::string& name) {
     return FileDescriptor(::openat(folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, SEALED));
+}
+
+/// How what lies under a name compares with the content of an item.
+enum class Content { SAME, OTHER, UNKNOWN };
+
+Content contentOf(int folder, const std::string& name, const std::string& sha256) {
+    const FileDescriptor file = openExisting(folder, name);
+    const std::string found = file ? sha256Of(file.get()) : std::string();
+    if (found.empty()) return Content::UNKNOWN;
+    return found == sha256 ? Content::SAME : Content::OTHER;
 }
 
 std::string explainOrigin(int error) {
@@ -116,13 +128,9 @@ void QuarantineStore::sealData(const std::string& id) const {
     if (data) seal(data.get());
 }
 
-bool QuarantineStore::dataStatus(const std::string& id, struct stat& status) const {
-    return statusOf(folder_.get(), dataName(id), status);
-}
-
-bool QuarantineStore::dataComplete(const QuarantineRecord& record) const {
-    const FileDescriptor data = openExisting(folder_.get(), dataName(record.item.id));
-    return data && sha256Of(data.get()) == record.item.sha256;
+/// 0 when the content is there, else errno; only ENOENT says that it is not.
+int QuarantineStore::dataStatus(const std::string& id, struct stat& status) const {
+    return statusOf(folder_.get(), dataName(id), status) ? 0 : errno;
 }
 
 StoreResult QuarantineStore::put(const ScannedFile& file, QuarantineRecord record) {
@@ -147,7 +155,7 @@ StoreResult QuarantineStore::put(const ScannedFile& file, QuarantineRecord recor
 /// back) stays with its record, for `repair` to put back.
 void QuarantineStore::discard(const QuarantineRecord& record) {
     struct stat data {};
-    if (record.phase == QuarantinePhase::MOVING && dataStatus(record.item.id, data)) return;
+    if (record.phase == QuarantinePhase::MOVING && dataStatus(record.item.id, data) != ENOENT) return;
     erase(record.item.id);
 }
 
@@ -266,6 +274,10 @@ StoreResult QuarantineStore::erase(const std::string& id) {
         return failure("The quarantined file cannot be deleted", errno);
     }
     if (!step("data erased")) return dead();
+    return eraseRecord(id);
+}
+
+StoreResult QuarantineStore::eraseRecord(const std::string& id) {
     if (::unlinkat(folder_.get(), recordName(id).c_str(), 0) != 0 && errno != ENOENT) {
         return failure("The record of the file cannot be deleted", errno);
     }
@@ -298,47 +310,55 @@ std::vector<QuarantineRecord> QuarantineStore::repair() {
     if (!readRecords(records)) NORV_LOG(NORV_LOG_ERROR, "cannot read all of %s", path_.c_str());
     std::vector<QuarantineRecord> kept;
     for (QuarantineRecord& record : records) {
-        const bool interrupted = record.phase != QuarantinePhase::KEPT;
         const Mend result = mend(record);
-        if (interrupted) {
-            NORV_LOG(NORV_LOG_WARNING, "quarantine of %s was interrupted and is now %s", record.item.path.c_str(),
-                     result == Mend::KEEP ? "complete" : "undone");
-        }
-        if (result == Mend::FORGET) {
-            erase(record.item.id);
-            continue;
-        }
-        if (interrupted) write(record, QuarantinePhase::KEPT);
+        if (record.phase != QuarantinePhase::KEPT) logMended(record, result);
+        if (result == Mend::FORGET) eraseRecord(record.item.id);
+        if (result == Mend::ERASE) erase(record.item.id);
+        if (result == Mend::FORGET || result == Mend::ERASE) continue;
+        if (result == Mend::KEEP && record.phase != QuarantinePhase::KEPT) write(record, QuarantinePhase::KEPT);
         record.phase = QuarantinePhase::KEPT;
         kept.push_back(std::move(record));
     }
     return kept;
 }
 
+void QuarantineStore::logMended(const QuarantineRecord& record, Mend result) {
+    const char* const became = result == Mend::KEEP    ? "is now complete"
+                               : result == Mend::LATER ? "cannot be mended now; nothing was removed"
+                                                       : "is now undone";
+    NORV_LOG(NORV_LOG_WARNING, "quarantine of %s was interrupted and %s", record.item.path.c_str(), became);
+}
+
 QuarantineStore::Mend QuarantineStore::mend(const QuarantineRecord& record) const {
     struct stat data {};
-    const bool present = dataStatus(record.item.id, data);
+    const int error = dataStatus(record.item.id, data);
+    if (error == ENOENT) return Mend::FORGET;
+    if (error != 0) return Mend::LATER;
     switch (record.phase) {
         case QuarantinePhase::KEPT:
-            return present ? Mend::KEEP : Mend::FORGET;
+            return Mend::KEEP;
         case QuarantinePhase::MOVING:
-            return present ? mendMove(record) : Mend::FORGET;
+            return mendMove(record, data);
         case QuarantinePhase::COPYING:
-            return present ? mendCopy(record) : Mend::FORGET;
+            return mendCopy(record);
         case QuarantinePhase::BACKING_UP:
-            return present && dataComplete(record) ? Mend::KEEP : Mend::FORGET;
+            return mendBackup(record);
         case QuarantinePhase::RESTORING:
             return mendRestore(record);
     }
     return Mend::KEEP;
 }
 
-/// The file was renamed; if it was another one that had got its name, that one goes back.
-QuarantineStore::Mend QuarantineStore::mendMove(const QuarantineRecord& record) const {
-    const std::string data = dataName(record.item.id);
-    if (!hasInode(folder_.get(), data, record.inode)) {
-        const Origin origin = originOf(record.item);
-        if (origin.error == 0 && renameNoReplace(folder_.get(), data, origin.folder.get(), origin.name)) {
+/// The file was renamed; if it was another one that had got its name, that one goes back. Where a rename is a link and
+/// an unlink, the file may bear both names: the move had not come to its end.
+QuarantineStore::Mend QuarantineStore::mendMove(const QuarantineRecord& record, const struct stat& data) const {
+    const Origin origin = originOf(record.item);
+    if (origin.error == 0) {
+        struct stat there {};
+        const bool shown = statusOf(origin.folder.get(), origin.name, there);
+        if (shown && there.st_dev == data.st_dev && there.st_ino == data.st_ino) return Mend::ERASE;
+        if (!isInode(data, record.inode) &&
+            renameNoReplace(folder_.get(), dataName(record.item.id), origin.folder.get(), origin.name)) {
             return Mend::FORGET;
         }
     }
@@ -346,29 +366,45 @@ QuarantineStore::Mend QuarantineStore::mendMove(const QuarantineRecord& record) 
     return Mend::KEEP;
 }
 
-/// The copy counts once the file itself has left its name; until then the file counts.
+/// The copy counts once the file itself has left its name. It is given up only for a file that provably has the same
+/// content: whatever cannot be read may be the last one there is.
 QuarantineStore::Mend QuarantineStore::mendCopy(const QuarantineRecord& record) const {
+    const Content data = contentOf(folder_.get(), dataName(record.item.id), record.item.sha256);
     const Origin origin = originOf(record.item);
     if (origin.error == 0) {
         const std::string passing = passingName(record.item.id);
-        if (hasInode(origin.folder.get(), passing, record.inode) && dataComplete(record)) {
-            ::unlinkat(origin.folder.get(), passing.c_str(), 0);
-            return Mend::KEEP;
+        if (hasInode(origin.folder.get(), passing, record.inode)) {
+            if (data == Content::SAME) {
+                ::unlinkat(origin.folder.get(), passing.c_str(), 0);
+                return Mend::KEEP;
+            }
+            renameNoReplace(origin.folder.get(), passing, origin.folder.get(), origin.name);
         }
-        if (hasInode(origin.folder.get(), origin.name, record.inode)) return Mend::FORGET;
+        if (contentOf(origin.folder.get(), origin.name, record.item.sha256) == Content::SAME) return Mend::ERASE;
     }
-    return dataComplete(record) ? Mend::KEEP : Mend::FORGET;
+    return data == Content::SAME ? Mend::KEEP : Mend::LATER;
+}
+
+/// Half a backup is none; the file itself was left in place.
+QuarantineStore::Mend QuarantineStore::mendBackup(const QuarantineRecord& record) const {
+    switch (contentOf(folder_.get(), dataName(record.item.id), record.item.sha256)) {
+        case Content::SAME:
+            return Mend::KEEP;
+        case Content::OTHER:
+            return Mend::ERASE;
+        case Content::UNKNOWN:
+            break;
+    }
+    return Mend::LATER;
 }
 
 /// Either the file is back in its place or it is still in quarantine; a copy on the way is dropped.
 QuarantineStore::Mend QuarantineStore::mendRestore(const QuarantineRecord& record) const {
-    struct stat data {};
-    const bool present = dataStatus(record.item.id, data);
     const Origin origin = originOf(record.item);
-    if (origin.error == 0) ::unlinkat(origin.folder.get(), passingName(record.item.id).c_str(), 0);
-    if (!present) return Mend::FORGET;
-    const FileDescriptor placed = openExisting(origin.folder.get(), origin.name);
-    if (origin.error == 0 && placed && sha256Of(placed.get()) == record.item.sha256) return Mend::FORGET;
+    if (origin.error == 0) {
+        ::unlinkat(origin.folder.get(), passingName(record.item.id).c_str(), 0);
+        if (contentOf(origin.folder.get(), origin.name, record.item.sha256) == Content::SAME) return Mend::ERASE;
+    }
     sealData(record.item.id);
     return Mend::KEEP;
 }

@@ -33,13 +33,16 @@ public:
     StoreResult giveBack(const QuarantineRecord& record);
     /// Deletes an item's content and record.
     StoreResult erase(const std::string& id);
-    /// Completes or undoes whatever was interrupted and returns the records of all items that are there then.
+    /// Completes or undoes whatever was interrupted and returns the records of all items that are there then. Nothing
+    /// is deleted for want of being readable.
     std::vector<QuarantineRecord> repair();
 
     void setStepHook(std::function<bool(const char*)> hook) { hook_ = std::move(hook); }
 
 private:
-    enum class Mend { KEEP, FORGET };
+    /// What an interrupted operation comes to: the item stays; all is left for the next start, since something could
+    /// not be looked at; the record goes; content and record go.
+    enum class Mend { KEEP, LATER, FORGET, ERASE };
 
     void discard(const QuarantineRecord& record);
     StoreResult moveIn(const ScannedFile& file, QuarantineRecord& record);
@@ -52,14 +55,16 @@ private:
     bool write(const QuarantineRecord& record, QuarantinePhase phase) const;
     void seal(int fd) const;
     void sealData(const std::string& id) const;
-    bool dataStatus(const std::string& id, struct stat& status) const;
-    bool dataComplete(const QuarantineRecord& record) const;
+    int dataStatus(const std::string& id, struct stat& status) const;
+    StoreResult eraseRecord(const std::string& id);
     bool readRecords(std::vector<QuarantineRecord>& records) const;
 
     Mend mend(const QuarantineRecord& record) const;
-    Mend mendMove(const QuarantineRecord& record) const;
+    Mend mendMove(const QuarantineRecord& record, const struct stat& data) const;
     Mend mendCopy(const QuarantineRecord& record) const;
+    Mend mendBackup(const QuarantineRecord& record) const;
     Mend mendRestore(const QuarantineRecord& record) const;
+    static void logMended(const QuarantineRecord& record, Mend result);
 
     bool step(const char* name) const { return !hook_ || hook_(name); }
 

@@ -66,7 +66,16 @@ protected:
         EXPECT_EQ(status.st_mtim.tv_nsec, 123456789);
     }
 
+    /// Stops an operation at a step, as a power cut does; `id_` is its item then.
+    template <typename Operation>
+    void dieAt(const std::string& last, const Operation& operation) {
+        quarantine_->setStepHook([last](const char* step) { return step != last; });
+        operation();
+        for (const auto& entry : fs::directory_iterator(dir_ / "store")) id_ = entry.path().stem().string();
+    }
+
     static constexpr const char* CONTENT = "bad content";
+    std::string id_;
     TempDir dir_;
     std::unique_ptr<fs::path> other_;
     std::unique_ptr<Quarantine> quarantine_;
@@ -151,6 +160,14 @@ TEST_F(QuarantineTest, RestoreOverwritesNothing) {
     EXPECT_NE(restored.message.find("nothing was overwritten"), std::string::npos);
     EXPECT_EQ(::readFile(dir_ / "share/virus"), "newer");
     EXPECT_EQ(quarantine_->list().size(), 1U);
+}
+
+TEST_F(QuarantineTest, FileThatHadBothNamesAtAPowerCutStaysInPlaceAsItWas) {
+    dieAt("recorded", [this] { take(bad()); });
+    fs::create_hard_link(dir_ / "share/virus", dir_ / ("store/" + id_ + ".data"));
+    restart();
+    expectRestored(dir_ / "share/virus");
+    EXPECT_EQ(filesInStore(), 0U);
 }
 
 TEST_F(QuarantineTest, RestoreGoesNeitherToAGoneFolderNorThroughALink) {
@@ -250,6 +267,42 @@ protected:
         expectInOnePlace(path);
     }
 };
+
+/// What a start makes of an interrupted operation when it may not read what was stored.
+class UnreadableTest : public QuarantineTest {
+protected:
+    /// A start by somebody who may delete everything in the store but not read the content.
+    void startUnableToRead() {
+        constexpr uid_t NOBODY = 65534;
+        ::chmod(dir_.path().c_str(), 0755);
+        for (const fs::path& path : {dir_ / "store", dir_ / ("store/" + id_ + ".json")}) {
+            ASSERT_EQ(::geteuid() == 0 ? ::chown(path.c_str(), NOBODY, NOBODY) : 0, 0);
+        }
+        ASSERT_EQ(::chmod((dir_ / ("store/" + id_ + ".data")).c_str(), 0), 0);
+        withoutPrivilege([this] { restart(); });
+        EXPECT_EQ(quarantine_->list().size(), 1U);
+        ::chmod((dir_ / ("store/" + id_ + ".data")).c_str(), 0600);
+    }
+};
+
+TEST_F(UnreadableTest, TheOnlyCopyOfAFileIsNotErased) {
+    fs::create_hard_link(bad(), dir_ / "other");  // so that it is copied in
+    dieAt("removed", [this] { take(dir_ / "share/virus"); });
+    ASSERT_FALSE(fs::exists(dir_ / "share/virus"));
+    startUnableToRead();
+    restart();
+    ASSERT_TRUE(quarantine_->restore(id_).done);
+    expectRestored(dir_ / "share/virus");
+}
+
+TEST_F(UnreadableTest, BackupIsNotErased) {
+    dieAt("copied", [this] { quarantine_->backup(opened(bad()), {}); });
+    startUnableToRead();
+    fs::remove(dir_ / "share/virus");
+    restart();
+    ASSERT_TRUE(quarantine_->restore(id_).done);
+    expectRestored(dir_ / "share/virus");
+}
 
 TEST_F(PowerCutTest, LosesNothingAtAnyStep) { cutEverywhere(dir_ / "share/virus"); }
 
