@@ -23,6 +23,7 @@ constexpr mode_t SEALED = 0600;
 StoreResult success() { return {true, "", false}; }
 StoreResult failure(std::string message) { return {false, std::move(message), false}; }
 StoreResult failure(const char* what, int error) { return failure(std::string(what) + ": " + errorText(error)); }
+StoreResult damaged() { return failure("The quarantined file cannot be read as it was stored."); }
 StoreResult dead() { return {false, "interrupted", true}; }
 
 std::string dataName(const std::string& id) { return id + ".data"; }
@@ -233,6 +234,11 @@ StoreResult QuarantineStore::placeByRename(const QuarantineRecord& record, int f
     const std::string data = dataName(record.item.id);
     const FileDescriptor file = openExisting(folder_.get(), data);
     if (!file) return failure("The quarantined file cannot be opened", errno);
+    // Who had it open for writing when it was put away could still change it.
+    if (sha256Of(file.get()) != record.item.sha256) {
+        errno = EIO;
+        return damaged();
+    }
     if (!applyAttributes(file.get(), record.item)) {
         const int error = errno == EXDEV ? EIO : errno;
         errno = error;
@@ -258,7 +264,7 @@ StoreResult QuarantineStore::placeByCopy(const QuarantineRecord& record, int fol
     if (!whole || !applyAttributes(copy.get(), record.item) || ::fsync(copy.get()) != 0) {
         const int error = errno;
         ::unlinkat(folder, passing.c_str(), 0);
-        return failure(whole ? explainPlacing(error) : "The quarantined file cannot be read as it was stored.");
+        return whole ? failure(explainPlacing(error)) : damaged();
     }
     if (!step("copied back")) return dead();
     if (!renameNoReplace(folder, passing, folder, name)) {

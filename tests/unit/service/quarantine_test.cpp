@@ -162,6 +162,17 @@ TEST_F(QuarantineTest, RestoreOverwritesNothing) {
     EXPECT_EQ(quarantine_->list().size(), 1U);
 }
 
+TEST_F(QuarantineTest, WhatWasChangedWhileItLayInQuarantineDoesNotComeBack) {
+    bad();
+    const FileDescriptor writer(::open((dir_ / "share/virus").c_str(), O_WRONLY));
+    const QuarantineResult taken = take(dir_ / "share/virus");
+    ASSERT_EQ(::write(writer.get(), "even worse!", 11), 11);
+    const QuarantineResult restored = quarantine_->restore(taken.id);
+    EXPECT_EQ(restored.message, "The quarantined file cannot be read as it was stored.");
+    EXPECT_TRUE(fs::is_empty(dir_ / "share"));
+    EXPECT_EQ(quarantine_->list().size(), 1U);
+}
+
 TEST_F(QuarantineTest, FileThatHadBothNamesAtAPowerCutStaysInPlaceAsItWas) {
     dieAt("recorded", [this] { take(bad()); });
     fs::create_hard_link(dir_ / "share/virus", dir_ / ("store/" + id_ + ".data"));
