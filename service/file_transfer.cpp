@@ -108,8 +108,15 @@ bool renameExactly(const ScannedFile& file, int toFolder, const std::string& to)
 }
 
 bool removeExactly(const ScannedFile& file, const std::string& passing) {
-    if (!renameExactly(file, file.folder->get(), passing)) return false;
-    return ::unlinkat(file.folder->get(), passing.c_str(), 0) == 0;
+    return renameExactly(file, file.folder->get(), passing) && removeSetAside(file, passing);
+}
+
+bool removeSetAside(const ScannedFile& file, const std::string& passing) {
+    if (::unlinkat(file.folder->get(), passing.c_str(), 0) == 0) return true;
+    const int error = errno;
+    renameNoReplace(file.folder->get(), passing, file.folder->get(), file.name);
+    errno = error;
+    return false;
 }
 
 std::string randomName() {

@@ -23,7 +23,12 @@ bool renameExactly(const ScannedFile& file, int toFolder, const std::string& to)
 
 /// Removes the very file that `file` holds open from its folder. When its name leads to another file by now, nothing is
 /// removed and errno is ENOENT. `passing`: a name that is free in that folder; the file bears it for a moment.
+/// On failure it has its own name again.
 bool removeExactly(const ScannedFile& file, const std::string& passing);
+
+/// The second half of that: removes the file under the name `passing` that `renameExactly` gave it, or else gives it
+/// its own name back.
+bool removeSetAside(const ScannedFile& file, const std::string& passing);
 
 /// 32 random hexadecimal digits; empty when the kernel gives none.
 std::string randomName();

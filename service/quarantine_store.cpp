@@ -194,11 +194,7 @@ StoreResult QuarantineStore::copyInAndRemove(const ScannedFile& file, Quarantine
     const std::string passing = passingName(record.item.id);
     if (!renameExactly(file, file.folder->get(), passing)) return failure("the file cannot be removed", errno);
     if (!step("set aside")) return dead();
-    if (::unlinkat(file.folder->get(), passing.c_str(), 0) != 0) {
-        const int error = errno;
-        renameNoReplace(file.folder->get(), passing, file.folder->get(), file.name);
-        return failure("the file cannot be removed", error);
-    }
+    if (!removeSetAside(file, passing)) return failure("the file cannot be removed", errno);
     ::fsync(file.folder->get());
     return step("removed") ? success() : dead();
 }
