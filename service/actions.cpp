@@ -143,11 +143,12 @@ ActionOutcome Actions::perform(const ScannedFile& file, const ScanResult& result
     if (result.verdict != Verdict::INFECTED) return outcome;
     const QuarantineReason reason{result.signature, virusTypeOf(result.signature), task};
     const ActionPlan plan = actionPlanOf(settings, reason.type);
-    outcome = outcomeOf(plan.first, attempt(plan.first, quarantine_, file, reason, settings.backupBeforeClean), "");
+    // A file that goes to quarantine next is its own backup.
+    const bool backup = settings.backupBeforeClean && plan.second != Action::QUARANTINE;
+    outcome = outcomeOf(plan.first, attempt(plan.first, quarantine_, file, reason, backup), "");
     if (!outcome.done && plan.second != plan.first) {
         const std::string before = outcome.text + "; ";
-        outcome =
-            outcomeOf(plan.second, attempt(plan.second, quarantine_, file, reason, settings.backupBeforeClean), before);
+        outcome = outcomeOf(plan.second, attempt(plan.second, quarantine_, file, reason, backup), before);
     }
     NORV_LOG(NORV_LOG_WARNING, "%s in %s: %s", result.signature.c_str(), file.path.c_str(), outcome.text.c_str());
     return outcome;

@@ -46,11 +46,24 @@ QuarantineResult Quarantine::put(const ScannedFile& file, const QuarantineReason
     if (record.item.id.empty() || record.item.sha256.empty()) {
         return {false, "the file cannot be read: " + errorText(errno), ""};
     }
+    if (backup) {
+        const std::string kept = backupLike(record.item);
+        if (!kept.empty()) return {true, "", kept};
+    }
     const StoreResult result = store_.put(file, record);
     if (!result.done) return {false, result.message, ""};
     const std::lock_guard lock(mutex_);
     records_[record.item.id] = record;
     return {true, "", record.item.id};
+}
+
+std::string Quarantine::backupLike(const QuarantineItem& item) const {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [id, record] : records_) {
+        const QuarantineItem& kept = record.item;
+        if (kept.backup && kept.sha256 == item.sha256 && kept.path == item.path && busy_.count(id) == 0) return id;
+    }
+    return "";
 }
 
 std::vector<QuarantineItem> Quarantine::list(std::size_t from, std::size_t count) const {

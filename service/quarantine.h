@@ -42,7 +42,8 @@ public:
     /// Moves a file into quarantine. Goes by its descriptor: when its path no longer leads to it, nothing is removed
     /// and the call fails.
     QuarantineResult take(const ScannedFile& file, const QuarantineReason& reason);
-    /// Keeps a copy of a file and leaves the file alone.
+    /// Keeps a copy of a file and leaves the file alone. A file that is found again as it was has one copy, not one for
+    /// each time.
     QuarantineResult backup(const ScannedFile& file, const QuarantineReason& reason);
 
     /// The items from number `from` on, newest first, at most `count`.
@@ -71,6 +72,8 @@ public:
 
 private:
     QuarantineResult put(const ScannedFile& file, const QuarantineReason& reason, bool backup);
+    /// The id of a backup of the same content from the same path; empty when there is none.
+    std::string backupLike(const QuarantineItem& item) const;
     /// Marks an item as worked on, so that nothing else touches it; its record, or nothing when it is unknown or taken.
     std::optional<QuarantineRecord> claim(const std::string& id, QuarantineResult& refusal);
     void release(const std::string& id, bool gone);

@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -19,6 +20,8 @@ namespace {
 
 constexpr std::size_t LARGEST_RECORD = std::size_t{1} << 20U;
 constexpr mode_t SEALED = 0600;
+/// What a copy leaves free for the rest of the service, which shares the disk.
+constexpr uint64_t LEFT_FREE = uint64_t{64} << 20U;
 
 StoreResult success() { return {true, "", false}; }
 StoreResult failure(std::string message) { return {false, std::move(message), false}; }
@@ -81,6 +84,14 @@ Content contentOf(int folder, const std::string& name, const std::string& sha256
     const std::string found = file ? sha256Of(file.get()) : std::string();
     if (found.empty()) return Content::UNKNOWN;
     return found == sha256 ? Content::SAME : Content::OTHER;
+}
+
+/// Whether the disk of a folder takes a copy of so many bytes without getting full.
+bool hasRoomFor(int folder, uint64_t size) {
+    struct statvfs disk {};
+    if (::fstatvfs(folder, &disk) != 0) return true;
+    const uint64_t free = uint64_t{disk.f_bavail} * disk.f_frsize;
+    return free >= LEFT_FREE && free - LEFT_FREE >= size;
 }
 
 std::string explainOrigin(int error) {
@@ -175,6 +186,7 @@ StoreResult QuarantineStore::moveIn(const ScannedFile& file, QuarantineRecord& r
 }
 
 StoreResult QuarantineStore::copyIn(const ScannedFile& file, const QuarantineRecord& record) {
+    if (!hasRoomFor(folder_.get(), record.item.size)) return failure("the disk of the quarantine is almost full");
     const FileDescriptor data = createNew(folder_.get(), dataName(record.item.id));
     if (!data) return failure("the quarantine cannot be written", errno);
     if (!step("created")) return dead();

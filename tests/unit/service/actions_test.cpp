@@ -107,6 +107,26 @@ TEST_F(ActionsTest, BackupIsKeptBeforeCleaningWhenItsSwitchIsOn) {
     EXPECT_TRUE(quarantine_.list().front().backup);
 }
 
+TEST_F(ActionsTest, BackupIsKeptOnceHoweverOftenAFileIsFound) {
+    settings_.backupBeforeClean = true;
+    for (int i = 0; i < 3; ++i) perform("3-0");
+    EXPECT_EQ(quarantine_.list().size(), 1U);
+    ::writeFile(virus(), "other bad content");
+    perform("3-0");
+    EXPECT_EQ(quarantine_.list().size(), 2U) << "another content needs a copy of its own";
+    quarantine_.remove(quarantine_.list().front().id);
+    quarantine_.remove(quarantine_.list().front().id);
+    perform("3-0");
+    EXPECT_EQ(quarantine_.list().size(), 1U);
+}
+
+TEST_F(ActionsTest, FileThatGoesToQuarantineIsNotStoredTwice) {
+    settings_.backupBeforeClean = true;
+    EXPECT_TRUE(perform("3-2").done);
+    ASSERT_EQ(quarantine_.list().size(), 1U);
+    EXPECT_FALSE(quarantine_.list().front().backup);
+}
+
 TEST_F(ActionsTest, WhenBothFailTheOutcomeSaysSo) {
     const ActionOutcome outcome = perform("3-3");
     EXPECT_FALSE(outcome.done);

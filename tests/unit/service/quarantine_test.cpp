@@ -224,6 +224,17 @@ TEST_F(QuarantineTest, BackupLeavesTheFileInPlace) {
     expectRestored(dir_ / "share/virus");
 }
 
+TEST_F(QuarantineTest, CopyThatWouldFillTheDiskIsNotMade) {
+    fs::create_hard_link(bad(), dir_ / "other");  // so that quarantine copies it, too
+    ScannedFile file = opened(dir_ / "share/virus");
+    file.status.st_size = off_t{1} << 60U;
+    for (const QuarantineResult& result : {quarantine_->backup(file, {}), quarantine_->take(file, {})}) {
+        EXPECT_EQ(result.message, "the disk of the quarantine is almost full");
+    }
+    expectRestored(dir_ / "share/virus");
+    EXPECT_EQ(filesInStore(), 0U);
+}
+
 TEST_F(QuarantineTest, DamagedRecordDoesNotHideTheOthers) {
     ASSERT_TRUE(take(bad()).done);
     ::writeFile(dir_ / "store/garbage.json", "{\"id\":");
