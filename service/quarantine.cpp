@@ -14,7 +14,7 @@ Quarantine::Quarantine(std::string folder, std::string trustFile)
     : store_(std::move(folder)), trusted_(std::move(trustFile)) {}
 
 bool Quarantine::open() {
-    const bool trustRead = trusted_.read();
+    trusted_.read();
     if (!store_.open()) return false;
     const std::lock_guard lock(mutex_);
     for (QuarantineRecord& record : store_.repair()) {
@@ -22,7 +22,7 @@ bool Quarantine::open() {
         records_[id] = std::move(record);
     }
     usable_ = true;
-    return trustRead;
+    return true;
 }
 
 QuarantineResult Quarantine::take(const ScannedFile& file, const QuarantineReason& reason) {
@@ -133,16 +133,18 @@ QuarantineResult Quarantine::remove(const std::string& id) {
 QuarantineResult Quarantine::trust(const std::string& id) {
     const std::optional<QuarantineItem> item = find(id);
     if (!item) return {false, "There is no such file in quarantine.", id};
+    if (!trusted_.read()) return {false, "The list of trusted files cannot be read.", id};
     if (!trusted_.add(item->sha256, item->path)) return {false, "The list of trusted files cannot be written.", id};
     NORV_LOG(NORV_LOG_INFO, "trusted %s (%s)", item->path.c_str(), item->sha256.c_str());
     return {true, "", id};
 }
 
-bool Quarantine::isTrusted(int fd) const { return trusted_.contains(fd); }
+bool Quarantine::isTrusted(int fd) { return trusted_.contains(fd); }
 
-std::map<std::string, std::string> Quarantine::trusted() const { return trusted_.all(); }
+std::map<std::string, std::string> Quarantine::trusted() { return trusted_.all(); }
 
 QuarantineResult Quarantine::distrust(const std::string& sha256) {
+    if (!trusted_.read()) return {false, "The list of trusted files cannot be read.", ""};
     if (trusted_.all().count(sha256) == 0) return {false, "No such file is trusted.", ""};
     if (!trusted_.remove(sha256)) return {false, "The list of trusted files cannot be written.", ""};
     return {true, "", ""};

@@ -36,7 +36,7 @@ public:
     Quarantine(std::string folder, std::string trustFile);
 
     /// Makes the folder and completes or undoes what was interrupted. False, with a log line, when the quarantine
-    /// cannot be used. To be called once, before the rest.
+    /// cannot be used; a list of trusted contents that cannot be read is no reason. To be called once, before the rest.
     bool open();
 
     /// Moves a file into quarantine. Goes by its descriptor: when its path no longer leads to it, nothing is removed
@@ -61,9 +61,9 @@ public:
     QuarantineResult trust(const std::string& id);
 
     /// Whether the content of an open file is trusted.
-    bool isTrusted(int fd) const;
+    bool isTrusted(int fd);
     /// The trusted hashes with the path or name they were trusted for.
-    std::map<std::string, std::string> trusted() const;
+    std::map<std::string, std::string> trusted();
     /// Trusts a content no longer.
     QuarantineResult distrust(const std::string& sha256);
 

@@ -12,22 +12,27 @@ class TrustList {
 public:
     explicit TrustList(std::string file) : file_(std::move(file)) {}
 
-    /// Reads the file; a missing one is an empty list. False, with a log line, when it cannot be read.
+    /// Reads the file unless that was done before; a missing one is an empty list. False, with a log line, when it
+    /// cannot be read. All others try again then: a list that was not read is not overwritten.
     bool read();
     /// Whether the content of an open file is on the list.
-    bool contains(int fd) const;
+    bool contains(int fd);
     /// The hashes, with the path each was trusted for.
-    std::map<std::string, std::string> all() const;
-    /// Both are on disk when they return true; otherwise nothing has changed.
+    std::map<std::string, std::string> all();
+    /// Both are on disk when they return true; otherwise nothing has changed. Lines of the file that are no entries
+    /// stay.
     bool add(const std::string& sha256, const std::string& path);
     bool remove(const std::string& sha256);
 
 private:
+    bool readLocked();
     bool replace(std::map<std::string, std::string> entries);
 
     std::string file_;
-    mutable std::mutex mutex_;
+    std::mutex mutex_;
+    bool read_ = false;
     std::map<std::string, std::string> entries_;
+    std::string otherLines_;
 };
 
 }  // namespace keldra

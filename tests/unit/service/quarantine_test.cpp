@@ -213,6 +213,23 @@ TEST_F(QuarantineTest, TrustedContentIsKnownAgainAfterARestartUntilItIsDistruste
     EXPECT_FALSE(quarantine_->isTrusted(opened(dir_ / "share/virus").file.get()));
 }
 
+TEST_F(QuarantineTest, ListOfTrustedFilesOutlivesAStartThatCannotReadIt) {
+    const std::string earlier = "{\"sha256\":\"" + std::string(64, 'a') + "\",\"path\":\"/earlier\"}\n";
+    ::writeFile(dir_ / "aside", "of a later version\n" + earlier);
+    fs::create_directory(dir_ / "trusted");
+    restart();
+    const QuarantineResult taken = take(bad());
+    EXPECT_EQ(quarantine_->trust(taken.id).message, "The list of trusted files cannot be read.");
+    EXPECT_EQ(quarantine_->distrust(std::string(64, 'a')).message, "The list of trusted files cannot be read.");
+    fs::remove(dir_ / "trusted");
+    fs::rename(dir_ / "aside", dir_ / "trusted");
+    EXPECT_TRUE(quarantine_->trust(taken.id).done);
+    EXPECT_EQ(quarantine_->trusted().size(), 2U);
+    const std::string text = ::readFile(dir_ / "trusted");
+    EXPECT_NE(text.find("of a later version\n"), std::string::npos);
+    EXPECT_NE(text.find("/earlier"), std::string::npos);
+}
+
 TEST_F(QuarantineTest, BackupLeavesTheFileInPlace) {
     const QuarantineResult kept = quarantine_->backup(opened(bad()), {"Win.Virus.X", "Virus", "7_1"});
     ASSERT_TRUE(kept.done) << kept.message;
