@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::size_t LONGEST_NAME = 255;
 constexpr int MOST_NAMES = 1000;
+constexpr std::string_view SUFFIX = ".infected";
 constexpr std::array<const char*, 5> NAMES{"pass", "delete", "quarantine", "clean", "rename"};
 
 const char* nameOf(Action action) { return NAMES.at(static_cast<std::size_t>(action)); }
@@ -53,10 +54,25 @@ Attempt deleteFile(const ScannedFile& file) {
     return {true, "deleted", ""};
 }
 
+/// Whether a name is one that `renameFile` gives.
+bool isRenamed(std::string_view name) {
+    const std::size_t end = name.find_last_not_of("0123456789");
+    return end != std::string_view::npos && name.size() - end <= 4 && name.substr(0, end + 1).ends_with(SUFFIX);
+}
+
+/// At most so many bytes of a name, without cutting a character of UTF-8 apart.
+std::string beginningOf(const std::string& name, std::size_t most) {
+    const auto continues = [&name](std::size_t at) { return (static_cast<unsigned char>(name[at]) & 0xc0U) == 0x80U; };
+    if (name.size() <= most) return name;
+    std::size_t length = most;
+    while (length + 3 > most && continues(length)) --length;
+    return name.substr(0, length);
+}
+
 /// "name.infected", and with a number behind it where that is taken.
 Attempt renameFile(const ScannedFile& file) {
-    constexpr std::string_view SUFFIX = ".infected";
-    const std::string stem = file.name.substr(0, LONGEST_NAME - SUFFIX.size() - 4) + std::string(SUFFIX);
+    if (isRenamed(file.name)) return {true, "left under its changed name", ""};
+    const std::string stem = beginningOf(file.name, LONGEST_NAME - SUFFIX.size() - 4) + std::string(SUFFIX);
     for (int i = 0; i < MOST_NAMES; ++i) {
         const std::string name = i == 0 ? stem : stem + std::to_string(i);
         if (renameExactly(file, file.folder->get(), name)) return {true, "renamed to " + name, ""};

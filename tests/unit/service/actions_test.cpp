@@ -85,6 +85,26 @@ TEST_F(ActionsTest, RenameOverwritesNothing) {
     EXPECT_FALSE(fs::exists(virus()));
 }
 
+TEST_F(ActionsTest, RenamedFileKeepsItsNameWhenItIsFoundAgain) {
+    settings_.universeAction = "4-1";
+    for (const char* const name : {"virus.infected", "virus.infected999"}) {
+        ::writeFile(dir_ / "again" / name, "bad content");
+        const ScannedFile file = opened(dir_ / "again" / name);
+        EXPECT_TRUE(actions_.perform(file, {Verdict::INFECTED, "Win.Virus.X", ""}, settings_, "").done);
+        EXPECT_TRUE(fs::exists(dir_ / "again" / name));
+    }
+}
+
+TEST_F(ActionsTest, RenameCutsNoCharacterOfALongNameApart) {
+    std::string name;
+    while (name.size() < 255) name += "\u65e5";  // three bytes each
+    ::writeFile(dir_ / "share" / name, "bad content");
+    settings_.universeAction = "4-0";
+    const ScannedFile file = opened(dir_ / "share" / name);
+    EXPECT_TRUE(actions_.perform(file, {Verdict::INFECTED, "Win.Virus.X", ""}, settings_, "").done);
+    EXPECT_TRUE(fs::exists(dir_ / "share" / (name.substr(0, 240) + ".infected")));
+}
+
 TEST_F(ActionsTest, QuarantineTellsWhereTheFileIs) {
     const ActionOutcome outcome = perform("2-0");
     ASSERT_TRUE(outcome.done) << outcome.text;
