@@ -1,7 +1,5 @@
 #include "service/clean_cache.h"
 
-#include <nettle/sha2.h>
-
 namespace keldra {
 
 namespace {
@@ -16,13 +14,10 @@ std::size_t placeOf(const CleanCache::Key& key) {
 
 CleanCache::Key CleanCache::keyOf(std::span<const char> content, const ScanOptions& options) {
     const std::array<uint64_t, 3> how{options.archives ? 1U : 0U, options.layers, options.memberSizeLimit};
-    sha256_ctx context{};
-    nettle_sha256_init(&context);
-    nettle_sha256_update(&context, sizeof how, reinterpret_cast<const uint8_t*>(how.data()));
-    nettle_sha256_update(&context, content.size(), reinterpret_cast<const uint8_t*>(content.data()));
-    Key key{};
-    nettle_sha256_digest(&context, key.size(), key.data());
-    return key;
+    Sha256 hash;
+    hash.add({reinterpret_cast<const char*>(how.data()), sizeof how});
+    hash.add({content.data(), content.size()});
+    return hash.digest();
 }
 
 bool CleanCache::knows(const Key& key) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "service/scan_engine.h"
+#include "service/sha256.h"
 
 #include <array>
 #include <cstddef>
@@ -16,7 +17,7 @@ namespace keldra {
 /// displaces what is old. May be used from any thread.
 class CleanCache {
 public:
-    using Key = std::array<uint8_t, 32>;
+    using Key = Sha256::Digest;
 
     static Key keyOf(std::span<const char> content, const ScanOptions& options);
 

@@ -1,15 +1,14 @@
 #include "service/file_transfer.h"
 
 #include "norv/crypto.h"
+#include "service/sha256.h"
 
 #include <fcntl.h>
-#include <nettle/sha2.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <span>
+#include <string_view>
 #include <vector>
 
 namespace keldra {
@@ -18,40 +17,16 @@ namespace {
 
 constexpr std::size_t BLOCK = std::size_t{256} * 1024;
 
-class Sha256 {
-public:
-    Sha256() { nettle_sha256_init(&context_); }
-    void add(std::span<const unsigned char> bytes) { nettle_sha256_update(&context_, bytes.size(), bytes.data()); }
-    std::string digest() {
-        std::vector<unsigned char> bytes(SHA256_DIGEST_SIZE);
-        nettle_sha256_digest(&context_, bytes.size(), bytes.data());
-        return bin2hex(bytes);
-    }
-
-private:
-    sha256_ctx context_{};
-};
-
-bool writeAll(int fd, std::span<const unsigned char> bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        bytes = bytes.subspan(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 /// Reads the whole file, handing each block to `use`, which returns whether to go on.
 template <typename Use>
 bool readBlocks(int fd, const Use& use) {
-    std::vector<unsigned char> block(BLOCK);
+    std::vector<char> block(BLOCK);
     off_t offset = 0;
     while (true) {
         const ssize_t length = ::pread(fd, block.data(), block.size(), offset);
         if (length < 0 && errno == EINTR) continue;
         if (length <= 0) return length == 0;
-        if (!use(std::span<const unsigned char>(block).first(static_cast<std::size_t>(length)))) return false;
+        if (!use(std::string_view(block.data(), static_cast<std::size_t>(length)))) return false;
         offset += length;
     }
 }
@@ -66,20 +41,20 @@ bool isFile(int folder, const std::string& name, const struct stat& wanted) {
 
 std::string sha256Of(int fd) {
     Sha256 hash;
-    const bool read = readBlocks(fd, [&hash](std::span<const unsigned char> bytes) {
+    const bool read = readBlocks(fd, [&hash](std::string_view bytes) {
         hash.add(bytes);
         return true;
     });
-    return read ? hash.digest() : std::string();
+    return read ? hash.hex() : std::string();
 }
 
 std::string copyContent(int from, int to) {
     Sha256 hash;
-    const bool copied = readBlocks(from, [&hash, to](std::span<const unsigned char> bytes) {
+    const bool copied = readBlocks(from, [&hash, to](std::string_view bytes) {
         hash.add(bytes);
         return writeAll(to, bytes);
     });
-    return copied && ::fsync(to) == 0 ? hash.digest() : std::string();
+    return copied && ::fsync(to) == 0 ? hash.hex() : std::string();
 }
 
 bool renameNoReplace(int fromFolder, const std::string& from, int toFolder, const std::string& to) {

@@ -24,16 +24,6 @@ bool isTemporaryName(std::string_view name) {
     return name.size() > suffix.size() && name.substr(name.size() - suffix.size()).starts_with(fixed);
 }
 
-bool writeAll(int descriptor, std::string_view content) {
-    while (!content.empty()) {
-        const ssize_t written = ::write(descriptor, content.data(), content.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        content.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 bool setModified(int descriptor, std::int64_t modified) {
     timespec stamp{};
     stamp.tv_sec = static_cast<time_t>(modified);
@@ -79,6 +69,16 @@ FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
 void FileDescriptor::reset() {
     if (descriptor_ >= 0) ::close(descriptor_);
     descriptor_ = -1;
+}
+
+bool writeAll(int descriptor, std::string_view content) {
+    while (!content.empty()) {
+        const ssize_t written = ::write(descriptor, content.data(), content.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        content.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
 }
 
 WriteResult writeFileAtomically(const std::filesystem::path& path, std::string_view content, mode_t mode,

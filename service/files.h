@@ -32,6 +32,9 @@ private:
     int descriptor_ = -1;
 };
 
+/// Writes all of it where the descriptor stands. False with errno set.
+bool writeAll(int descriptor, std::string_view content);
+
 /// What became of a file that was to be replaced.
 struct WriteResult {
     bool written = false;

@@ -3,8 +3,7 @@
 #include "norv/crypto.h"
 #include "norv/log.h"
 #include "service/files.h"
-
-#include <nettle/sha2.h>
+#include "service/sha256.h"
 
 #include <algorithm>
 #include <sstream>
@@ -24,12 +23,9 @@ constexpr std::size_t MAX_ADDRESS = 128;
 std::string hex(std::string_view text) { return bin2hex({text.begin(), text.end()}); }
 
 std::string digest(const std::string& text) {
-    sha256_ctx context;
-    sha256_init(&context);
-    sha256_update(&context, text.size(), reinterpret_cast<const std::uint8_t*>(text.data()));
-    std::vector<unsigned char> bytes(SHA256_DIGEST_SIZE);
-    sha256_digest(&context, bytes.size(), bytes.data());
-    return bin2hex(bytes);
+    Sha256 hash;
+    hash.add(text);
+    return hash.hex();
 }
 
 bool isId(const std::string& text) {
