@@ -43,15 +43,14 @@ std::optional<ActionPlan> planOf(const std::string& pair) {
 struct Attempt {
     bool done = false;
     std::string text;
-    std::string quarantineId;
 };
 
-Attempt failed(std::string why) { return {false, std::move(why), ""}; }
+Attempt failed(std::string why) { return {false, std::move(why)}; }
 
 Attempt deleteFile(const ScannedFile& file) {
     const std::string passing = ".keldra-" + randomName();
     if (!removeExactly(file, passing)) return failed(errorText(errno));
-    return {true, "deleted", ""};
+    return {true, "deleted"};
 }
 
 /// Whether a name is one that `renameFile` gives.
@@ -71,11 +70,11 @@ std::string beginningOf(const std::string& name, std::size_t most) {
 
 /// "name.infected", and with a number behind it where that is taken.
 Attempt renameFile(const ScannedFile& file) {
-    if (isRenamed(file.name)) return {true, "left under its changed name", ""};
+    if (isRenamed(file.name)) return {true, "left under its changed name"};
     const std::string stem = beginningOf(file.name, LONGEST_NAME - SUFFIX.size() - 4) + std::string(SUFFIX);
     for (int i = 0; i < MOST_NAMES; ++i) {
         const std::string name = i == 0 ? stem : stem + std::to_string(i);
-        if (renameExactly(file, file.folder->get(), name)) return {true, "renamed to " + name, ""};
+        if (renameExactly(file, file.folder->get(), name)) return {true, "renamed to " + name};
         if (errno != EEXIST) return failed(errorText(errno));
     }
     return failed(errorText(EEXIST));
@@ -84,7 +83,7 @@ Attempt renameFile(const ScannedFile& file) {
 Attempt quarantineFile(Quarantine& quarantine, const ScannedFile& file, const QuarantineReason& reason) {
     const QuarantineResult result = quarantine.take(file, reason);
     if (!result.done) return failed(result.message);
-    return {true, "moved to quarantine", result.id};
+    return {true, "moved to quarantine"};
 }
 
 /// The engine can tell that a file is infected but cannot take the infection out.
@@ -101,7 +100,7 @@ Attempt attempt(Action action, Quarantine& quarantine, const ScannedFile& file, 
                 bool backup) {
     switch (action) {
         case Action::PASS:
-            return {true, "left in place", ""};
+            return {true, "left in place"};
         case Action::DELETE:
             return deleteFile(file);
         case Action::QUARANTINE:
@@ -118,7 +117,6 @@ ActionOutcome outcomeOf(Action action, const Attempt& attempt, const std::string
     ActionOutcome outcome;
     outcome.done = attempt.done;
     outcome.performed = action;
-    outcome.quarantineId = attempt.quarantineId;
     outcome.text = before;
     outcome.text += attempt.done ? attempt.text : std::string(nameOf(action)) + " failed: " + attempt.text;
     return outcome;

@@ -32,7 +32,6 @@ struct ActionOutcome {
     bool done = false;                ///< whether one of the two actions succeeded
     Action performed = Action::PASS;  ///< the one that succeeded, else the last one tried
     std::string text;                 ///< English, for the log and for people
-    std::string quarantineId;         ///< when it was put in quarantine
 };
 
 /// Does to a find what the settings say. May be used from any thread.

@@ -105,10 +105,11 @@ TEST_F(ActionsTest, RenameCutsNoCharacterOfALongNameApart) {
     EXPECT_TRUE(fs::exists(dir_ / "share" / (name.substr(0, 240) + ".infected")));
 }
 
-TEST_F(ActionsTest, QuarantineTellsWhereTheFileIs) {
+TEST_F(ActionsTest, QuarantineKeepsTheFileWithItsType) {
     const ActionOutcome outcome = perform("2-0");
     ASSERT_TRUE(outcome.done) << outcome.text;
-    EXPECT_EQ(quarantine_.find(outcome.quarantineId)->type, "Virus");
+    ASSERT_EQ(quarantine_.list().size(), 1U);
+    EXPECT_EQ(quarantine_.list().front().type, "Virus");
 }
 
 TEST_F(ActionsTest, CleanCannotBeDoneAndTheSecondActionFollows) {
