@@ -11,7 +11,7 @@ bool startManualUpdate(Service& service, const IPCMessage& request, IPCMessage& 
         return false;
     }
     const auto id = request.value<std::string>("RequestID");
-    if (service.updater().startManual(id, "", record.components)) return true;
+    if (service.updater().startManual(id, record.components)) return true;
     reply.addParam("Message", "There is another update currently in progress.");
     return false;
 }

@@ -93,23 +93,22 @@ Updater::Updater(UpdaterSettings settings, UpdaterHooks hooks, const Clock& cloc
 
 Updater::~Updater() { stop(); }
 
-bool Updater::startManual(const std::string& requestId, const std::string& caller, uint8_t components) {
+bool Updater::startManual(const std::string& requestId, uint8_t components) {
     if (!isUpdateId(requestId)) return false;
-    return begin({requestId, caller, components});
+    return begin({requestId, components});
 }
 
-bool Updater::startScheduled(uint8_t components) { return begin({{}, {}, components}); }
+bool Updater::startScheduled(uint8_t components) { return begin({{}, components}); }
 
 bool Updater::begin(Request request) {
     const std::lock_guard lock(mutex_);
     if (stopping_) return false;
-    if (status_.running) return !request.id.empty() && status_.requestId == request.id && caller_ == request.caller;
+    if (status_.running) return !request.id.empty() && status_.requestId == request.id;
     if (thread_.joinable()) thread_.join();  // it has finished its work
     status_ = {};
     status_.scheduled = request.id.empty();
     status_.requestId = request.id;
     status_.started = clock_.now();
-    caller_ = request.caller;
     if (!request.id.empty()) progress_.write(request.id, "0");
     thread_ = std::thread([this, request = std::move(request)] { execute(request); });
     // Not before the thread exists, or a start that fails would stand in the way of all others; it waits for the lock.

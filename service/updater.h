@@ -64,10 +64,9 @@ public:
     Updater(const Updater&) = delete;
     Updater& operator=(const Updater&) = delete;
 
-    /// Starts an update of these components (bits UPDATE_…). `caller` tells callers apart, such as a session's id. True
-    /// when it was started, also when this id of this caller is running already; false when another update runs, the id
-    /// is not a legal one or the service is ending.
-    bool startManual(const std::string& requestId, const std::string& caller, uint8_t components);
+    /// Starts an update of these components (bits UPDATE_…). True when it was started, also when this id is running
+    /// already; false when another update runs, the id is not a legal one or the service is ending.
+    bool startManual(const std::string& requestId, uint8_t components);
     /// The same for the schedule; false when an update runs.
     bool startScheduled(uint8_t components);
     /// Ends a running update and waits for it; nothing can be started afterwards.
@@ -86,7 +85,6 @@ public:
 private:
     struct Request {
         std::string id;  ///< empty: the schedule's
-        std::string caller;
         uint8_t components = 0;
     };
     struct Outcome {
@@ -112,7 +110,6 @@ private:
     std::atomic<bool> stopping_{false};
     mutable std::mutex mutex_;
     UpdateStatus status_;
-    std::string caller_;
     std::thread thread_;
 };
 

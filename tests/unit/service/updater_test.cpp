@@ -74,7 +74,7 @@ protected:
     }
     /// Runs an update to its end and returns what the console would read.
     std::string run(const std::string& id, uint8_t components = ALL) {
-        EXPECT_TRUE(updater().startManual(id, "me", components));
+        EXPECT_TRUE(updater().startManual(id, components));
         EXPECT_TRUE(waitFor([this] { return !updater().status().running; }));
         return progress(id);
     }
@@ -157,10 +157,9 @@ TEST_F(RealUpdate, ADatabaseThatTheEngineRefusesIsReported) {
 
 TEST_F(UpdaterTest, OneUpdateAtATimeAndARepeatOfItIsNoSecondOne) {
     standIn("echo $$ > " + (folder_ / "pid").string() + "; exec sleep 60");
-    ASSERT_TRUE(updater().startManual("7", "me", ALL));
-    EXPECT_TRUE(updater().startManual("7", "me", ALL));
-    EXPECT_FALSE(updater().startManual("7", "you", ALL));
-    EXPECT_FALSE(updater().startManual("8", "me", ALL));
+    ASSERT_TRUE(updater().startManual("7", ALL));
+    EXPECT_TRUE(updater().startManual("7", ALL));
+    EXPECT_FALSE(updater().startManual("8", ALL));
     EXPECT_FALSE(updater().startScheduled(ALL));
     EXPECT_TRUE(waitFor([this] { return progress("7") == "1"; }));
     writeFile(progressFile("7"), "DUPLICATE");  // as the console does when it takes the repeat for refused
@@ -169,7 +168,7 @@ TEST_F(UpdaterTest, OneUpdateAtATimeAndARepeatOfItIsNoSecondOne) {
     updater().stop();
     EXPECT_EQ(progress("7"), "The update was interrupted because the service ended.");
     EXPECT_NE(kill(child, 0), 0);
-    EXPECT_FALSE(updater().startManual("9", "me", ALL));
+    EXPECT_FALSE(updater().startManual("9", ALL));
 }
 
 TEST_F(UpdaterTest, AnUpdateThatHangsIsEndedWithAllItStarted) {
@@ -184,7 +183,7 @@ TEST_F(UpdaterTest, ACrashOfTheServiceEndsItsUpdateAndClosesItsProgress) {
             "; exec sleep 60");
     const pid_t service = fork();
     if (service == 0) {
-        updater().startManual("5", "me", ALL);
+        updater().startManual("5", ALL);
         std::this_thread::sleep_for(60s);
         _exit(0);
     }
@@ -222,8 +221,7 @@ TEST_F(UpdaterTest, EveryWayToFailHasAReasonThatTheConsoleShowsAsAFailure) {
 }
 
 TEST_F(UpdaterTest, TheConsoleCannotNameAnyOtherFile) {
-    for (const char* id : {"", "../1", "1/2", "a", "1.2", " 1", "1\n"})
-        EXPECT_FALSE(updater().startManual(id, "me", ALL));
+    for (const char* id : {"", "../1", "1/2", "a", "1.2", " 1", "1\n"}) EXPECT_FALSE(updater().startManual(id, ALL));
     EXPECT_FALSE(isUpdateId(std::string(242, '1')));
     EXPECT_TRUE(isUpdateId(std::string(241, '1')));
     standIn("exit 0");
@@ -237,7 +235,7 @@ TEST_F(UpdaterTest, OldProgressFilesGoAwayAndTheRunningOneStays) {
     std::filesystem::last_write_time(progressFile("9"), std::filesystem::file_time_type::clock::now() - 48h);
     writeFile(folder_ / "var/HVDefaultExt.txt", "kept");
     standIn("exec sleep 60");
-    ASSERT_TRUE(updater().startManual("9", "me", ALL));
+    ASSERT_TRUE(updater().startManual("9", ALL));
     updater().cleanUp();
     EXPECT_TRUE(waitFor([this] { return progress("9") == "1"; }));
     size_t files = 0;
