@@ -5,9 +5,9 @@
 #include "service/files.h"
 #include "service/freshclam.h"
 #include "service/json_text.h"
+#include "service/json_value.h"
 
 #include <fcntl.h>
-#include <rapidjson/document.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,17 +65,6 @@ std::string formatTime(int64_t instant, const char* format, bool utc) {
 }
 
 std::string localTime(int64_t instant) { return formatTime(instant, "%Y-%m-%d %H:%M:%S", false); }
-
-std::string textOf(const rapidjson::Value& object, const char* name) {
-    const auto member = object.FindMember(name);
-    if (member == object.MemberEnd() || !member->value.IsString()) return {};
-    return {member->value.GetString(), member->value.GetStringLength()};
-}
-
-int64_t numberOf(const rapidjson::Value& object, const char* name) {
-    const auto member = object.FindMember(name);
-    return member == object.MemberEnd() || !member->value.IsInt64() ? 0 : member->value.GetInt64();
-}
 
 }  // namespace
 

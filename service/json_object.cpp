@@ -1,6 +1,7 @@
 #include "service/json_object.h"
 
-#include <rapidjson/document.h>
+#include "service/json_value.h"
+
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -45,13 +46,6 @@ std::string JsonWriter::text() {
 
 struct JsonReader::Parts {
     rapidjson::Document document;
-
-    /// The member of a name; null when there is none.
-    const rapidjson::Value* member(const char* name) const {
-        if (!document.IsObject()) return nullptr;
-        const auto found = document.FindMember(name);
-        return found == document.MemberEnd() ? nullptr : &found->value;
-    }
 };
 
 JsonReader::JsonReader(std::string_view text) : parts_(std::make_unique<Parts>()) {
@@ -62,23 +56,20 @@ JsonReader::~JsonReader() = default;
 bool JsonReader::valid() const { return !parts_->document.HasParseError() && parts_->document.IsObject(); }
 
 std::string JsonReader::text(const char* name) const {
-    const rapidjson::Value* value = parts_->member(name);
-    return value && value->IsString() ? std::string(value->GetString(), value->GetStringLength()) : std::string();
+    return parts_->document.IsObject() ? textOf(parts_->document, name) : std::string();
 }
 
 int64_t JsonReader::number(const char* name) const {
-    const rapidjson::Value* value = parts_->member(name);
-    return value && value->IsInt64() ? value->GetInt64() : 0;
+    return parts_->document.IsObject() ? numberOf(parts_->document, name) : 0;
 }
 
 uint64_t JsonReader::size(const char* name) const {
-    const rapidjson::Value* value = parts_->member(name);
-    return value && value->IsUint64() ? value->GetUint64() : 0;
+    const rapidjson::Document& document = parts_->document;
+    if (!document.IsObject()) return 0;
+    const auto member = document.FindMember(name);
+    return member != document.MemberEnd() && member->value.IsUint64() ? member->value.GetUint64() : 0;
 }
 
-bool JsonReader::flag(const char* name) const {
-    const rapidjson::Value* value = parts_->member(name);
-    return value && value->IsBool() && value->GetBool();
-}
+bool JsonReader::flag(const char* name) const { return parts_->document.IsObject() && flagOf(parts_->document, name); }
 
 }  // namespace keldra

@@ -3,11 +3,11 @@
 #include "service/control_client.h"
 #include "service/fresh_setup.h"
 #include "service/json_text.h"
+#include "service/json_value.h"
 #include "service/password.h"
 #include "service/progress_bar.h"
 #include "service/version.h"
 
-#include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 #include <termios.h>
@@ -33,7 +33,10 @@ namespace {
 
 using keldra::ask;
 using keldra::ControlReply;
+using keldra::flagOf;
+using keldra::numberOf;
 using keldra::printable;
+using keldra::textOf;
 
 /// As virus scanners have it.
 constexpr int STATUS_CLEAN = 0;
@@ -64,22 +67,6 @@ int fail(const std::string& sentence) {
 }
 
 void print(const std::string& line) { std::printf("%s\n", line.c_str()); }
-
-std::string text(const rapidjson::Value& object, const char* name) {
-    const auto member = object.FindMember(name);
-    if (member == object.MemberEnd() || !member->value.IsString()) return {};
-    return {member->value.GetString(), member->value.GetStringLength()};
-}
-
-std::int64_t number(const rapidjson::Value& object, const char* name) {
-    const auto member = object.FindMember(name);
-    return member != object.MemberEnd() && member->value.IsInt64() ? member->value.GetInt64() : 0;
-}
-
-bool flag(const rapidjson::Value& object, const char* name) {
-    const auto member = object.FindMember(name);
-    return member != object.MemberEnd() && member->value.IsBool() && member->value.GetBool();
-}
 
 /// Calls `each` for the objects of a list. Returns how many there are.
 std::size_t forEach(const std::string& list, const std::function<void(const rapidjson::Value&)>& each) {
@@ -195,9 +182,10 @@ int runStatus(const CommandLine& line) {
 // scan
 
 void printFind(const rapidjson::Value& find) {
-    const std::string detail = text(find, "detail");
-    const std::string what = flag(find, "infected") ? text(find, "signature") + " FOUND" : "NOT FULLY SCANNED";
-    print(printable(text(find, "path")) + ": " + what + (detail.empty() ? "" : " (" + printable(detail) + ")"));
+    const std::string detail = textOf(find, "detail");
+    const std::string what =
+        flagOf(find, "infected") ? printable(textOf(find, "signature")) + " FOUND" : "NOT FULLY SCANNED";
+    print(printable(textOf(find, "path")) + ": " + what + (detail.empty() ? "" : " (" + printable(detail) + ")"));
 }
 
 void ignoreFind(const rapidjson::Value&) {}
@@ -268,9 +256,9 @@ int runScan(const CommandLine& line) {
 // quarantine
 
 void printItem(const rapidjson::Value& item) {
-    print(text(item, "id") + "  " + keldra::timeText(number(item, "when")) + "  " +
-          (flag(item, "backup") ? "backup  " : "") + printable(text(item, "signature")) + "  " +
-          printable(text(item, "path")));
+    print(textOf(item, "id") + "  " + keldra::timeText(numberOf(item, "when")) + "  " +
+          (flagOf(item, "backup") ? "backup  " : "") + printable(textOf(item, "signature")) + "  " +
+          printable(textOf(item, "path")));
 }
 
 /// Calls `each` for all items, newest first. Returns why not, or nothing. What is put away meanwhile moves the others
@@ -282,7 +270,7 @@ std::string forEachItem(const std::function<void(const rapidjson::Value&)>& each
         const ControlReply reply = ask(IPCMessage::GET, IPCMessage::QUARANTINE, {{"From", std::to_string(from)}});
         if (!reply.done) return reply.fault();
         from += forEach(reply.text("Items"), [&](const rapidjson::Value& item) {
-            if (seen.insert(text(item, "id")).second) each(item);
+            if (seen.insert(textOf(item, "id")).second) each(item);
         });
     }
     return {};
@@ -311,9 +299,9 @@ int runQuarantineShow(const CommandLine& line) {
     forEach("[" + reply.text("Item") + "]", [](const rapidjson::Value& item) {
         for (const auto& member : item.GetObject()) {
             const std::string name = member.name.GetString();
-            const std::string shown = member.value.IsString() ? printable(text(item, name.c_str()))
-                                      : member.value.IsBool() ? (flag(item, name.c_str()) ? "yes" : "no")
-                                                              : std::to_string(number(item, name.c_str()));
+            const std::string shown = member.value.IsString() ? printable(textOf(item, name.c_str()))
+                                      : member.value.IsBool() ? (flagOf(item, name.c_str()) ? "yes" : "no")
+                                                              : std::to_string(numberOf(item, name.c_str()));
             print(std::string(name).append(": ").append(shown));
         }
     });
@@ -333,7 +321,7 @@ int runTrusted(const CommandLine& line) {
     if (!reply.done) return fail(reply.fault());
     if (line.json) return print(reply.text("Trusted")), STATUS_CLEAN;
     forEach(reply.text("Trusted"), [](const rapidjson::Value& entry) {
-        print(text(entry, "sha256") + "  " + printable(text(entry, "name")));
+        print(textOf(entry, "sha256") + "  " + printable(textOf(entry, "name")));
     });
     return STATUS_CLEAN;
 }

@@ -4,9 +4,8 @@
 #include "norv/log.h"
 #include "service/files.h"
 #include "service/json_text.h"
+#include "service/json_value.h"
 #include "service/schedule.h"
-
-#include <rapidjson/document.h>
 
 #include <algorithm>
 #include <chrono>
@@ -40,16 +39,9 @@ std::string fingerprintOf(const NORVScheduledAUConfig& update, bool randomized) 
            std::to_string(update.weekDay) + (randomized ? " randomized" : "");
 }
 
-int64_t numberOf(const rapidjson::Value& object, const char* name) {
-    const auto member = object.FindMember(name);
-    if (member == object.MemberEnd() || !member->value.IsInt64()) return 0;
-    return std::clamp<int64_t>(member->value.GetInt64(), 0, int64_t{1} << 40U);
-}
-
-std::string textOf(const rapidjson::Value& object, const char* name) {
-    const auto member = object.FindMember(name);
-    if (member == object.MemberEnd() || !member->value.IsString()) return {};
-    return {member->value.GetString(), member->value.GetStringLength()};
+/// An instant from the file, which may hold anything.
+int64_t timeOf(const rapidjson::Value& object, const char* name) {
+    return std::clamp<int64_t>(numberOf(object, name), 0, int64_t{1} << 40U);
 }
 
 /// The schedules outlive a start that goes wrong, such as for want of memory or threads.
@@ -187,9 +179,9 @@ void Scheduler::load() {
         const auto member = root.FindMember(name);
         if (member == root.MemberEnd() || !member->value.IsObject()) continue;
         track->fingerprint = textOf(member->value, "schedule");
-        track->considered = numberOf(member->value, "considered");
-        track->anchor = numberOf(member->value, "planned");
-        track->started = numberOf(member->value, "started");
+        track->considered = timeOf(member->value, "considered");
+        track->anchor = timeOf(member->value, "planned");
+        track->started = timeOf(member->value, "started");
     }
 }
 
