@@ -77,10 +77,11 @@ bool Components::noteFiles() {
     const std::lock_guard lock(mutex_);
     Files found;
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(signatures_, error)) {
-        if (!isDatabase(entry)) continue;
-        FileRecord record = inspect(entry.path());
-        const std::string name = entry.path().filename();
+    for (std::filesystem::directory_iterator entry(signatures_, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (!isDatabase(*entry)) continue;
+        FileRecord record = inspect(entry->path());
+        const std::string name = entry->path().filename();
         const auto known = files_.find(name);
         if (known != files_.end() && known->second.identity == record.identity) record = known->second;
         found.emplace(name, std::move(record));

@@ -35,12 +35,13 @@ std::string temporaryOf(const std::string& id) { return "." + std::string(PREFIX
 std::vector<Found> listFiles(const std::filesystem::path& folder) {
     std::vector<Found> found;
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-        const std::string name = entry.path().filename();
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string name = entry->path().filename();
         struct stat status {};
         if (!name.starts_with(PREFIX) && !name.starts_with("." + std::string(PREFIX))) continue;
-        if (lstat(entry.path().c_str(), &status) != 0 || S_ISDIR(status.st_mode)) continue;
-        found.push_back({status.st_mtim.tv_sec, entry.path()});
+        if (lstat(entry->path().c_str(), &status) != 0 || S_ISDIR(status.st_mode)) continue;
+        found.push_back({status.st_mtim.tv_sec, entry->path()});
     }
     return found;
 }

@@ -87,12 +87,16 @@ void Scheduler::stop() {
 
 void Scheduler::tick() {
     tzset();  // notices a new time zone of the machine
-    {
-        const std::lock_guard lock(mutex_);
-        plan();
+    try {
+        {
+            const std::lock_guard lock(mutex_);
+            plan();
+        }
+        runDue(scan_, hooks_.startScan, "scan");
+        runDue(update_, hooks_.startUpdate, "update");
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "The schedules cannot be followed for now: %s", error.what());
     }
-    runDue(scan_, hooks_.startScan, "scan");
-    runDue(update_, hooks_.startUpdate, "update");
 }
 
 std::optional<int64_t> Scheduler::nextScan() const {

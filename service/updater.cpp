@@ -9,6 +9,7 @@
 #include <array>
 #include <filesystem>
 #include <utility>
+#include <exception>
 
 namespace keldra {
 
@@ -150,8 +151,13 @@ void Updater::cleanUp() {
 
 void Updater::execute(const Request& request) {
     NORV_LOG(NORV_LOG_INFO, "Update begins (%s)", request.id.empty() ? "scheduled" : "manual");
-    cleanUp();
-    const Outcome outcome = update(request);
+    Outcome outcome{false, false, FAILED};
+    try {
+        cleanUp();
+        outcome = update(request);
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "The update failed: %s", error.what());
+    }
     NORV_LOG(outcome.succeeded ? NORV_LOG_INFO : NORV_LOG_ERROR, "Update ends: %s", outcome.message.c_str());
     finish(request, outcome);
 }
@@ -218,7 +224,11 @@ void Updater::showProgress(const Request& request, int tenths) {
 void Updater::finish(const Request& request, const Outcome& outcome) {
     // The console shows its page for a finished update at 10, and any other text as it stands.
     const bool finished = outcome.succeeded && outcome.installed;
-    if (!request.id.empty()) progress_.write(request.id, finished ? "10" : outcome.message);
+    try {
+        if (!request.id.empty()) progress_.write(request.id, finished ? "10" : outcome.message);
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "The update's end cannot be told: %s", error.what());
+    }
     const std::lock_guard lock(mutex_);
     status_.running = false;
     status_.progress = 10;
@@ -231,11 +241,12 @@ void Updater::finish(const Request& request, const Outcome& outcome) {
 /// Folders that freshclam unpacks in and leaves behind when it is ended.
 void Updater::removeLeftovers() const {
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(settings_.signatures, error)) {
-        const std::string name = entry.path().filename();
+    for (std::filesystem::directory_iterator entry(settings_.signatures, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string name = entry->path().filename();
         std::error_code ignored;
-        if (name.starts_with("tmp.") && entry.is_directory(ignored) && !entry.is_symlink(ignored))
-            std::filesystem::remove_all(entry.path(), ignored);
+        if (name.starts_with("tmp.") && entry->is_directory(ignored) && !entry->is_symlink(ignored))
+            std::filesystem::remove_all(entry->path(), ignored);
     }
 }
 

@@ -45,9 +45,11 @@ protected:
                 return accept_;
             };
         };
-        scheduler_ = std::make_unique<Scheduler>(
-            folder_ / "schedule.json", clock_,
-            Scheduler::Hooks{starter(scans_), starter(updates_), [this] { return random_; }});
+        scheduler_ = std::make_unique<Scheduler>(folder_ / "schedule.json", clock_,
+                                                 Scheduler::Hooks{starter(scans_), starter(updates_), [this] {
+                                                                      if (fail_) throw std::bad_alloc();
+                                                                      return random_;
+                                                                  }});
         scheduler_->configure(settings_);
     }
 
@@ -132,7 +134,10 @@ TEST_F(SchedulerTest, ARunThatCannotStartIsSkippedAndNotRetriedAllDay) {
     EXPECT_EQ(scheduler_->nextScan(), MIDNIGHT + DAY + 3 * HOUR);
 }
 
-TEST_F(SchedulerTest, AStartThatFailsBadlyEndsNeitherTheServiceNorTheSchedule) {
+TEST_F(SchedulerTest, AStartOrAPlanThatFailsBadlyEndsNeitherTheServiceNorTheSchedule) {
+    settings_.update.kind = NORVScheduledAUConfig::DAILY;
+    settings_.update.time = "02:00:00";
+    settings_.randomizedUpdate = true;
     boot();
     fail_ = true;
     at(MIDNIGHT + 3 * HOUR);
@@ -140,6 +145,7 @@ TEST_F(SchedulerTest, AStartThatFailsBadlyEndsNeitherTheServiceNorTheSchedule) {
     EXPECT_EQ(scheduler_->lastScan(), 0);
     at(MIDNIGHT + DAY + 3 * HOUR);
     EXPECT_EQ(scans_, 1);
+    EXPECT_EQ(updates_, 1);
 }
 
 TEST_F(SchedulerTest, AClockThatIsSetBackALittleDoesNotRunTwice) {
