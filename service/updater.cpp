@@ -135,7 +135,8 @@ UpdateStatus Updater::status() const {
 ComponentVersions Updater::versions() const { return components_.versions(); }
 
 void Updater::noteComponents() {
-    components_.noteFiles();
+    // A load that ended while an update was under way may have read the files before these changed.
+    if (components_.noteFiles() && status().running) reloadDue_ = true;
     if (hooks_.engineVersion) components_.noteEngine(hooks_.engineVersion());
 }
 
@@ -204,7 +205,7 @@ Updater::Outcome Updater::fetch(const Request& request, const FreshclamPlan& pla
 
 /// A source that failed half-way may have brought something all the same, which is taken into use.
 Updater::Outcome Updater::afterFetch(const ChildResult& result) {
-    const bool changed = components_.noteFiles();
+    if (components_.noteFiles()) reloadDue_ = true;
     if (result.stopped) return {false, false, INTERRUPTED};
     if (changed && hooks_.reload && !hooks_.reload()) return {false, false, NOT_LOADED};
     if (result.timedOut) return {false, changed, TOO_LONG};
@@ -223,7 +224,9 @@ void Updater::showProgress(const Request& request, int tenths) {
 
 void Updater::finish(const Request& request, const Outcome& outcome) {
     // The console shows its page for a finished update at 10, and any other text as it stands.
+    const bool changed = reloadDue_;
     const bool finished = outcome.succeeded && outcome.installed;
+    reloadDue_ = false;
     try {
         if (!request.id.empty()) progress_.write(request.id, finished ? "10" : outcome.message);
     } catch (const std::exception& error) {

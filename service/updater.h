@@ -109,6 +109,7 @@ private:
     Components components_;
     std::atomic<bool> stopping_{false};
     mutable std::mutex mutex_;
+    std::atomic<bool> reloadDue_{false};  ///< the files changed since a load went well
     UpdateStatus status_;
     std::thread thread_;
 };

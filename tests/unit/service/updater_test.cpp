@@ -56,7 +56,7 @@ protected:
             updater_ = std::make_unique<Updater>(
                 settings_,
                 UpdaterHooks{[this] { return config_; }, [this] { return (folder_ / "var").string(); },
-                             [] { return std::string("1.4.6"); }, [this] { return ++reloads_, loads_; }},
+                             [] { return std::string("1.4.6"); }, [this] { return ++reloads_, reload_(); }},
                 clock_);
         return *updater_;
     }
@@ -87,7 +87,7 @@ protected:
     TestClock clock_;
     UpdaterSettings settings_;
     NORVAUConfig config_;
-    bool loads_ = true;
+    std::function<bool()> reload_ = [] { return true; };
     int reloads_ = 0;
     std::unique_ptr<Updater> updater_;
 };
@@ -149,10 +149,16 @@ TEST_F(RealUpdate, OnlyTheSelectedPatternIsFetched) {
     EXPECT_NE(updater().versions().virusPatternVersion, "");
 }
 
-TEST_F(RealUpdate, ADatabaseThatTheEngineRefusesIsReported) {
-    loads_ = false;
-    EXPECT_EQ(run("1"), "The new database cannot be loaded; the old one stays in use.");
-    EXPECT_FALSE(updater().status().succeeded);
+TEST_F(RealUpdate, ADatabaseThatTheEngineRefusesIsReportedAndLoadedAgainUntilItIsInUse) {
+    reload_ = [] { return false; };
+    for (const char* id : {"1", "2"}) {
+        EXPECT_EQ(run(id), "The new database cannot be loaded; the old one stays in use.");
+        EXPECT_FALSE(updater().status().succeeded);
+    }
+    reload_ = [] { return true; };
+    EXPECT_EQ(run("3"), "10");
+    EXPECT_EQ(reloads_, 3);
+    EXPECT_EQ(run("4"), "All components are current.");
 }
 
 TEST_F(UpdaterTest, OneUpdateAtATimeAndARepeatOfItIsNoSecondOne) {
@@ -269,6 +275,14 @@ TEST(FreshclamPlan, SettingsCannotSmuggleLinesIntoItsConfiguration) {
         EXPECT_EQ(planFreshclam(config, ALL, places).problem, FreshclamPlan::Problem::BAD_SETTING) << bad;
     }
 }
+TEST_F(UpdaterTest, AFaultOfTheServiceItselfEndsTheUpdateAndNotTheService) {
+    reload_ = []() -> bool { throw std::bad_alloc(); };
+    standIn("echo x > " + (settings_.signatures / "new.ndb").string());
+    EXPECT_THAT(run("1"), HasSubstr("has failed"));
+    reload_ = [] { return true; };
+    EXPECT_EQ(run("2"), "10");
+}
+
 
 TEST(FreshclamPlan, TheSelectionChoosesTheDatabases) {
     const FreshclamPlaces places{.signatures = "/s", .log = "/l", .owner = "root"};
