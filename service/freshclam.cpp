@@ -5,7 +5,9 @@
 #include "service/files.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <poll.h>
+#include <pwd.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -100,19 +102,37 @@ void planProxy(FreshclamPlan& plan, const NORVAUConfig& settings) {
     if (!settings.proxyPassword.empty()) addSetting(plan, "HTTPProxyPassword", settings.proxyPassword);
 }
 
+/// What the child is made of; prepared before the fork.
+struct ChildPlan {
+    char* const* arguments;
+    char* const* environment;
+    int output;
+    pid_t parent;
+    const Identity* identity;  ///< null: our own
+};
+
+bool become(const Identity& identity) {
+    return setgroups(identity.groups.size(), identity.groups.data()) == 0 && setgid(identity.group) == 0 &&
+           setuid(identity.user) == 0;
+}
+
 /// The child's way between fork and exec: only what is safe in the copy of a program with threads.
-[[noreturn]] void becomeProgram(char* const* arguments, char* const* environment, int output, pid_t parent) {
+[[noreturn]] void becomeProgram(const ChildPlan& plan) {
     setpgid(0, 0);
+    prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
+    // Before the signal is asked for: a change of the user would cancel it.
+    if (plan.identity && !become(*plan.identity)) _exit(127);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) _exit(127);
+    if (getppid() != plan.parent) _exit(127);
     const int input = open("/dev/null", O_RDONLY);
-    if (input < 0 || dup2(input, 0) < 0 || dup2(output, 1) < 0 || dup2(output, 2) < 0) _exit(127);
+    if (input < 0 || dup2(input, 0) < 0 || dup2(plan.output, 1) < 0 || dup2(plan.output, 2) < 0) _exit(127);
+    close_range(3, ~0U, 0);
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     for (const int number : {SIGPIPE, SIGXFSZ, SIGHUP, SIGINT, SIGTERM, SIGCHLD}) signal(number, SIG_DFL);
     umask(027);
-    execve(arguments[0], arguments, environment);
+    execve(plan.arguments[0], plan.arguments, plan.environment);
     _exit(127);
 }
 
@@ -168,9 +188,10 @@ bool Child::start() {
     std::vector<std::string> environment = childEnvironment();
     const std::vector<char*> argumentPointers = pointersTo(arguments);
     const std::vector<char*> environmentPointers = pointersTo(environment);
-    const pid_t parent = getpid();
+    const ChildPlan plan{argumentPointers.data(), environmentPointers.data(), input.get(), getpid(),
+                         run_.identity ? &*run_.identity : nullptr};
     pid_ = fork();
-    if (pid_ == 0) becomeProgram(argumentPointers.data(), environmentPointers.data(), input.get(), parent);
+    if (pid_ == 0) becomeProgram(plan);
     if (pid_ > 0) setpgid(pid_, pid_);
     return pid_ > 0;
 }
@@ -241,6 +262,18 @@ int percentIn(std::string_view text) {
 }
 
 }  // namespace
+
+std::optional<Identity> identityOf(const std::string& user) {
+    std::array<char, 4096> buffer{};
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwnam_r(user.c_str(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found) return std::nullopt;
+    int count = 64;
+    Identity identity{entry.pw_uid, entry.pw_gid, std::vector<gid_t>(static_cast<size_t>(count))};
+    if (getgrouplist(user.c_str(), identity.group, identity.groups.data(), &count) < 0) return std::nullopt;
+    identity.groups.resize(static_cast<size_t>(count));
+    return identity;
+}
 
 bool isSpywareSource(std::string_view nameOrUrl) {
     const std::string_view name = nameOrUrl.substr(nameOrUrl.rfind('/') + 1);

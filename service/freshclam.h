@@ -2,9 +2,12 @@
 
 #include "norv/au_config.h"
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,9 +53,20 @@ private:
     int percent_ = 0;  ///< of the database under way
 };
 
+/// A user to become.
+struct Identity {
+    uid_t user = 0;
+    gid_t group = 0;
+    std::vector<gid_t> groups;
+};
+
+/// Nothing when there is no such user.
+std::optional<Identity> identityOf(const std::string& user);
+
 /// A program to run and how it is watched.
 struct ChildRun {
     std::vector<std::string> arguments;               ///< the program first
+    std::optional<Identity> identity;                 ///< whom it becomes, which only root can ask for; else us
     unsigned timeLimit = 0;                           ///< seconds
     std::function<void(std::string_view line)> line;  ///< called for each line it prints
     std::function<void()> pulse;                      ///< called about every second
@@ -66,7 +80,7 @@ struct ChildResult {
 };
 
 /// Runs a program without a shell, in a process group of its own and with an environment of its own, and waits for it.
-/// It ends with this process, whatever ends that.
+/// It gets no open files and no capabilities of ours, and ends with this process, whatever ends that.
 ChildResult runChild(const ChildRun& run);
 
 }  // namespace keldra

@@ -4,6 +4,7 @@
 #include "norv/message_codec.h"
 #include "service/files.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -293,6 +294,7 @@ void MessageServer::Impl::complain(std::string_view what, std::size_t number) {
 
 bool MessageServer::Impl::bind(const std::filesystem::path& socket, asio::error_code& error) {
     acceptor_.open(stream_protocol(), error);
+    if (!error) ::fcntl(acceptor_.native_handle(), F_SETFD, FD_CLOEXEC);
     // The file comes into being with these bits less the umask, so it is never wider than meant.
     if (!error && ::fchmod(acceptor_.native_handle(), SOCKET_MODE) != 0) error = {errno, asio::system_category()};
     if (!error) acceptor_.bind(stream_protocol::endpoint(socket.string()), error);
@@ -325,6 +327,7 @@ void MessageServer::Impl::accept() {
 
 void MessageServer::Impl::accepted(const asio::error_code& error, stream_protocol::socket socket) {
     if (!acceptor_.is_open()) return;
+    if (!error) ::fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
     if (error && error != asio::error::connection_aborted) return retryLater(error);
     if (!error && admits(socket) && (connections_.size() < limits_.connections || closeOldest())) {
         const auto connection = std::make_shared<Connection>(*this, std::move(socket));

@@ -3,13 +3,15 @@
 #include "norv/log.h"
 #include "service/files.h"
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <exception>
 #include <filesystem>
 #include <utility>
-#include <exception>
 
 namespace keldra {
 
@@ -180,9 +182,16 @@ Updater::Outcome Updater::update(const Request& request) {
 
 Updater::Outcome Updater::fetch(const Request& request, const FreshclamPlan& plan) {
     const std::filesystem::path configuration = settings_.state / "freshclam.conf";
-    // 0600: it may hold the proxy's password. freshclam reads it before it becomes another user.
+    // 0600: it may hold the proxy's password.
     if (!writeFileAtomically(configuration, plan.configuration, 0600)) return {false, false, NOT_STORED};
     ChildRun run;
+    if (geteuid() == 0 && !settings_.databaseOwner.empty()) {
+        run.identity = identityOf(settings_.databaseOwner);
+        if (!run.identity || !handOver(configuration, *run.identity)) {
+            NORV_LOG(NORV_LOG_ERROR, "The databases cannot be given to %s", settings_.databaseOwner.c_str());
+            return {false, false, NOT_STORED};
+        }
+    }
     run.arguments = {settings_.freshclam, "--config-file=" + configuration.string(), "--stdout", "--show-progress"};
     for (const std::string& database : plan.databases) run.arguments.push_back("--update-db=" + database);
     run.timeLimit = settings_.timeLimit;
@@ -203,11 +212,21 @@ Updater::Outcome Updater::fetch(const Request& request, const FreshclamPlan& pla
     return afterFetch(result);
 }
 
+/// Gives the user whom freshclam becomes what it works on.
+bool Updater::handOver(const std::filesystem::path& configuration, const Identity& owner) const {
+    const auto log = settings_.state / "freshclam.log";
+    const FileDescriptor made(::open(log.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0640));
+    return std::ranges::all_of(std::array{configuration, log, settings_.signatures},
+                               [&](const auto& path) { return ::lchown(path.c_str(), owner.user, owner.group) == 0; });
+}
+
 /// A source that failed half-way may have brought something all the same, which is taken into use.
 Updater::Outcome Updater::afterFetch(const ChildResult& result) {
     if (components_.noteFiles()) reloadDue_ = true;
     if (result.stopped) return {false, false, INTERRUPTED};
+    const bool changed = reloadDue_;
     if (changed && hooks_.reload && !hooks_.reload()) return {false, false, NOT_LOADED};
+    reloadDue_ = false;
     if (result.timedOut) return {false, changed, TOO_LONG};
     // 1 is "up to date" of older versions; newer ones say 0 for both.
     if (result.status != 0 && result.status != 1) return {false, changed, messageOf(result.status)};
@@ -224,9 +243,7 @@ void Updater::showProgress(const Request& request, int tenths) {
 
 void Updater::finish(const Request& request, const Outcome& outcome) {
     // The console shows its page for a finished update at 10, and any other text as it stands.
-    const bool changed = reloadDue_;
     const bool finished = outcome.succeeded && outcome.installed;
-    reloadDue_ = false;
     try {
         if (!request.id.empty()) progress_.write(request.id, finished ? "10" : outcome.message);
     } catch (const std::exception& error) {

@@ -22,7 +22,7 @@ struct UpdaterSettings {
     std::filesystem::path state;       ///< components.json, freshclam.conf and freshclam.log are kept here
     std::filesystem::path signatures;  ///< the database folder that is kept up to date; made when missing
     std::string freshclam = "/usr/bin/freshclam";
-    std::string databaseOwner;         ///< the user whom freshclam runs as when started by root; empty: our own
+    std::string databaseOwner;         ///< the user whom freshclam runs as when we are root; empty: our own
     unsigned timeLimit = 3600;         ///< seconds for one run; then it is ended
     std::size_t progressFiles = 200;   ///< progress files kept at most
     std::int64_t progressAge = 86400;  ///< seconds for which they are kept
@@ -97,6 +97,7 @@ private:
     void execute(const Request& request);
     Outcome update(const Request& request);
     Outcome fetch(const Request& request, const FreshclamPlan& plan);
+    bool handOver(const std::filesystem::path& configuration, const Identity& owner) const;
     Outcome afterFetch(const ChildResult& result);
     void showProgress(const Request& request, int tenths);
     void finish(const Request& request, const Outcome& outcome);
@@ -108,8 +109,8 @@ private:
     const ProgressFiles progress_;
     Components components_;
     std::atomic<bool> stopping_{false};
-    mutable std::mutex mutex_;
     std::atomic<bool> reloadDue_{false};  ///< the files changed since a load went well
+    mutable std::mutex mutex_;
     UpdateStatus status_;
     std::thread thread_;
 };

@@ -2,6 +2,7 @@
 
 #include "tests/harness/temp_dir.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -184,6 +185,54 @@ TEST_F(UpdaterTest, AnUpdateThatHangsIsEndedWithAllItStarted) {
     EXPECT_TRUE(waitFor([child = childPid()] { return kill(child, 0) != 0 || waitpid(child, nullptr, WNOHANG) != 0; }));
 }
 
+TEST_F(UpdaterTest, WhatFetchesHasNeitherOurFilesNorOurRights) {
+    writeFile(folder_ / "secret", "");
+    const int secret = open((folder_ / "secret").c_str(), O_RDONLY);  // as a socket of a library: not closed by exec
+    const std::string seen = folder_ / "seen";
+    standIn("{ ls -l /proc/$$/fd; grep Amb /proc/$$/status; } > " + seen);
+    run("1");
+    close(secret);
+    EXPECT_THAT(readFile(seen), Not(HasSubstr("secret")));
+    EXPECT_THAT(readFile(seen), HasSubstr("CapAmb:\t0000000000000000"));
+}
+
+/// Started by root for another user.
+class OwnedUpdate : public UpdaterTest {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0) GTEST_SKIP() << "Only root may run programs as another user";
+        settings_.databaseOwner = "nobody";
+        for (const auto& folder : {folder_ / "", settings_.state, folder_ / "source"}) chmod(folder.c_str(), 0711);
+    }
+};
+
+TEST_F(OwnedUpdate, TheOtherUserFetchesAndEndsWithAKilledService) {
+    if (access(FRESHCLAM, X_OK) == 0) {
+        EXPECT_EQ(run("1"), "10");
+    }
+    updater_.reset();
+    standIn("id -un > " + (settings_.signatures / "user").string() + "; echo $$ > " +
+            (settings_.signatures / "pid").string() + "; exec sleep 60");
+    const pid_t service = fork();
+    if (service == 0) {
+        updater().startManual("5", ALL);
+        std::this_thread::sleep_for(60s);
+        _exit(0);
+    }
+    ASSERT_TRUE(waitFor([this] { return !readFile(settings_.signatures / "pid").empty(); }));
+    const std::string child = readFile(settings_.signatures / "pid");
+    kill(service, SIGKILL);
+    waitpid(service, nullptr, 0);
+    EXPECT_EQ(readFile(settings_.signatures / "user"), "nobody\n");
+    const std::string state = "/proc/" + child.substr(0, child.size() - 1) + "/stat";
+    EXPECT_TRUE(waitFor([&] { return readFile(state).empty() || readFile(state).find(") Z") != std::string::npos; }));
+}
+
+TEST_F(OwnedUpdate, AnUnknownUserIsAFailure) {
+    settings_.databaseOwner = "keldra-no-such-user";
+    EXPECT_THAT(run("1"), HasSubstr("cannot be stored"));
+}
+
 TEST_F(UpdaterTest, ACrashOfTheServiceEndsItsUpdateAndClosesItsProgress) {
     standIn("echo $$ > " + (folder_ / "pid").string() + "; mkdir " + (settings_.signatures / "tmp.1").string() +
             "; exec sleep 60");
@@ -224,6 +273,14 @@ TEST_F(UpdaterTest, EveryWayToFailHasAReasonThatTheConsoleShowsAsAFailure) {
     for (int i = 1; i <= 23; ++i) EXPECT_THAT(progress(std::to_string(i)), Not(HasSubstr("current")));
     for (const std::string& message : updateMessages()) EXPECT_EQ(message.find_first_of("%\r\n"), std::string::npos);
     EXPECT_THAT(run("24", UPDATE_SCAN_ENGINE), HasSubstr("current"));
+}
+
+TEST_F(UpdaterTest, AFaultOfTheServiceItselfEndsTheUpdateAndNotTheService) {
+    reload_ = []() -> bool { throw std::bad_alloc(); };
+    standIn("echo x > " + (settings_.signatures / "new.ndb").string());
+    EXPECT_THAT(run("1"), HasSubstr("has failed"));
+    reload_ = [] { return true; };
+    EXPECT_EQ(run("2"), "10");
 }
 
 TEST_F(UpdaterTest, TheConsoleCannotNameAnyOtherFile) {
@@ -275,14 +332,6 @@ TEST(FreshclamPlan, SettingsCannotSmuggleLinesIntoItsConfiguration) {
         EXPECT_EQ(planFreshclam(config, ALL, places).problem, FreshclamPlan::Problem::BAD_SETTING) << bad;
     }
 }
-TEST_F(UpdaterTest, AFaultOfTheServiceItselfEndsTheUpdateAndNotTheService) {
-    reload_ = []() -> bool { throw std::bad_alloc(); };
-    standIn("echo x > " + (settings_.signatures / "new.ndb").string());
-    EXPECT_THAT(run("1"), HasSubstr("has failed"));
-    reload_ = [] { return true; };
-    EXPECT_EQ(run("2"), "10");
-}
-
 
 TEST(FreshclamPlan, TheSelectionChoosesTheDatabases) {
     const FreshclamPlaces places{.signatures = "/s", .log = "/l", .owner = "root"};
