@@ -1,5 +1,6 @@
 // Getting in and out.
 import assert from 'node:assert/strict';
+import { request } from 'node:http';
 import { join } from 'node:path';
 import test from 'node:test';
 import { addresses, build, logOn, newPage } from './support/console.mjs';
@@ -39,6 +40,30 @@ inEveryView('an address that leads nowhere is explained, with a way back', async
   await page.locator('a.button:visible').click();
   assert.equal(new URL(page.url()).pathname, '/');
 }, { guest: true });
+
+/** The status of an answer to a request with these header fields, which a page could not set. */
+const statusOf = (path, headers, method = 'GET') => new Promise((resolve, reject) => {
+  request(`${console_.base}${path}`, { method, headers }, (answer) => resolve(answer.resume().statusCode))
+    .on('error', reject).end();
+});
+
+test('no other site can start, stop or end anything, and its links still lead here', async () => {
+  const there = '/NorvLinux/scanoption.cgi?id=';
+  const followed = { 'Sec-Fetch-Mode': 'navigate' };
+  for (const action of ['logoff', 'stop_scan&RequestID=1', 'manual_update', 'manual_scan&mode=Scan', '%6cogoff']) {
+    const path = `${there}${action}`;
+    const { host } = new URL(console_.base);
+    for (const from of [
+      { ...followed, 'Sec-Fetch-Site': 'cross-site' }, { ...followed, 'Sec-Fetch-Site': 'same-site' },
+      { Referer: 'http://evil.example/' }, { Referer: `http://${host}.evil.example/` }, { Origin: 'null' },
+    ]) assert.equal(await statusOf(path, from), 403, `${path} ${JSON.stringify(from)}`);
+    for (const from of [{ 'Sec-Fetch-Site': 'same-origin' }, { 'Sec-Fetch-Site': 'none' }, { Referer: `http://${host}/x` }, {}])
+      assert.notEqual(await statusOf(path, from), 403, `${path} ${JSON.stringify(from)}`);
+  }
+  assert.notEqual(await statusOf(`${there}manual_scan`, { ...followed, 'Sec-Fetch-Site': 'cross-site' }), 403);
+  assert.equal(await statusOf(`${there}manual_scan`, { 'Sec-Fetch-Mode': 'no-cors', 'Sec-Fetch-Site': 'cross-site' }), 403);
+  assert.equal(await statusOf(`${there}manual_scan`, { Origin: 'http://evil.example' }, 'POST'), 403);
+});
 
 test('nobody sees a page without logging on', async () => {
   const page = await newPage(browser, console_);
