@@ -48,6 +48,7 @@ inEveryView('the gravest fault is the one that is told, and its remedy is one cl
     [{ realtime: off }, 'VERDICT_REALTIME', 'realtime_scan'],
     [{ untreated: 3, untreatedScan: '17_1' }, 'VERDICT_UNTREATED', 'history.cgi#17_1'],
     [{ signatures: old }, 'VERDICT_AGE', 'update_manual'],
+    [{ signatures: { ...old, unloaded: true } }, 'VERDICT_UNLOADED', 'update_manual'],
     [{ signatures: none }, 'VERDICT_SIGNATURES', 'update_manual'],
     [{ configured: false }, 'VERDICT_CONFIGURATION', null],
   ];

@@ -15,6 +15,7 @@ protected:
         service.on(M::GET, M::SERVICE_STATUS,
                    Answer::reply(1, {{"Configuration", ""},
                                      {"Database", "loaded"},
+                                     {"EngineMessage", "The signatures in /s cannot be loaded."},
                                      {"DatabaseTime", "1700000000"},
                                      {"RealtimeRunning", "1"},
                                      {"RealtimeAllowed", "1"},
@@ -45,7 +46,7 @@ TEST_F(Overview, OneAnswerHoldsAllThatThePageShows) {
     const CgiResponse response = ask("overview.cgi");
     EXPECT_EQ(response.bytes.substr(0, JSON_HEAD.size()), JSON_HEAD);
     for (const char* part :
-         {R"("realtime":{"wanted":false,"running":true,"possible":true})", R"("loaded":true)",
+         {R"("realtime":{"wanted":false,"running":true,"possible":true})", R"("loaded":true,"unloaded":true)",
           R"("update":{"running":true,"id":"9","progress":40,)", R"("running":[{"id":"18_1","kind":"manual","state":4)",
           R"("lastScan":{"id":"17_1","kind":"path")", R"("nextScan":1700009999,"quarantined":3,"untreated":2)",
           R"("finds":[{"when":60,"path":"/live",)", R"({"when":55,"path":"/a\"b",)"})

@@ -101,6 +101,8 @@ void writeSignatures(JsonWriter& json, const IPCMessage& status) {
     json.Key("signatures");
     json.StartObject();
     writeFlag(json, "loaded", status.value<std::string>("Database") == "loaded");
+    // Some or newer ones are not in use although others are.
+    writeFlag(json, "unloaded", !status.value<std::string>("EngineMessage").empty());
     writeFlag(json, "loading", status.value<int>("Reloading") != 0);
     writeMember(json, "version", status.value<std::string>("DatabaseVersion"));
     writeNumber(json, "time", status, "DatabaseTime");

@@ -16,6 +16,7 @@ const FAULTS = [
   ['configuration', (report) => !report.configured],
   ['loading', ({ signatures }) => !signatures.loaded && signatures.loading],
   ['signatures', ({ signatures }) => !signatures.loaded, () => UPDATE],
+  ['unloaded', ({ signatures }) => signatures.unloaded, () => UPDATE],
   ['age', ({ signatures, now }) => now - signatures.time > 7 * DAY, () => UPDATE],
   ['untreated', ({ untreated }) => untreated > 0,
     ({ untreatedScan }) => `/NorvLinux/history.cgi#${encodeURIComponent(untreatedScan)}`],
@@ -23,7 +24,7 @@ const FAULTS = [
   ['schedule', ({ nextScan }) => !nextScan, () => './scanoption.cgi?id=scheduled_scan'],
   ['update', ({ update }) => !update.next, () => './scanoption.cgi?id=scheduled_update'],
 ];
-const GRAVE = ['down', 'configuration', 'signatures', 'untreated'];
+const GRAVE = ['down', 'configuration', 'signatures', 'unloaded', 'untreated'];
 
 /** Writes a text only when it is another one, so that assistive technology says it once. */
 function write(id, text) {
@@ -92,7 +93,7 @@ function showSignatures({ signatures, update, now }) {
   const texts = byId('signature-card').dataset;
   const days = Math.floor((now - signatures.time) / DAY);
   state('signatures-now', signatures.loaded ? fill(texts.age, { ago: ago.format(-days, 'day') }) : texts.none,
-    signatures.loaded && days <= 7 ? 'good' : 'bad');
+    signatures.loaded && !signatures.unloaded && days <= 7 ? 'good' : 'bad');
   const next = update.next ? fill(texts.next, { time: timeText(update.next) }) : texts.off;
   write('update-now', update.running ? fill(texts.running, { percent: String(update.progress) }) : next);
   const followed = update.running && update.id;
