@@ -74,6 +74,24 @@ test('a scan has an address of its own, and going back leads to the list', async
   assert.equal(await page.locator('#one-scan').isVisible(), false);
 });
 
+test('finds that are asked for twice while they are on their way are listed once', async () => {
+  await page.locator('#scans a').first().click();
+  await page.locator('#scan-title').waitFor();
+  const find = (name) => ({ path: `/f/${name}`, infected: true, type: 'Virus', signature: 'X', detail: '' });
+  await page.route('**/history.cgi?RequestID=*', async (route) => {
+    const from = Number(new URL(route.request().url()).searchParams.get('From'));
+    if (from) await new Promise((resolve) => { setTimeout(resolve, 300); });
+    await route.fulfill({ json: { finds: [find(`n${from}`)], more: from === 0 } });
+  });
+  await page.reload();
+  await page.locator('#more:visible').waitFor();
+  await page.evaluate(() => { for (let i = 0; i < 2; i += 1) document.querySelector('#more').click(); });
+  await page.locator('#finds .name', { hasText: 'n1' }).waitFor();
+  await page.waitForTimeout(300);
+  assert.deepEqual(await page.locator('#finds .name').allTextContents(), ['n0', 'n1']);
+  await page.unroute('**/history.cgi?RequestID=*');
+});
+
 /** How a day and a time look in each language. */
 const times = {
   'en-US': /^[A-Z][a-z]{2} \d{1,2}, \d{4}, \d{1,2}:\d\d\s[AP]M$/, 'de-DE': /^\d\d\.\d\d\.\d{4}, \d\d:\d\d$/, 'ja-JP': /^\d{4}\/\d\d\/\d\d \d{1,2}:\d\d$/,

@@ -111,3 +111,9 @@ test('an open overview says so when the service is away, and when it is back', a
   renameSync(`${socket}.away`, socket);
   await page.locator('#verdict:not(.danger)').waitFor({ timeout: 15000 });
 });
+
+test('an open overview says so when its questions are lost on the way', async () => {
+  const page = await open();
+  await page.route('**/overview.cgi', () => {});
+  await page.locator('#verdict.danger', { hasText: 'does not answer' }).waitFor({ timeout: 30000 });
+});

@@ -13,11 +13,20 @@ async function read(request) {
   return content;
 }
 
-export const getJson = (url) => read(fetch(url, { credentials: 'same-origin', cache: 'no-store' }));
+/** Milliseconds for what takes the service long: the web server gives its programs a minute. */
+export const PATIENT = 70_000;
+
+/** Without an answer in time, such as on a dead link, it fails too. */
+export const getJson = (url, patience = 15_000) => read(fetch(url, {
+  credentials: 'same-origin',
+  cache: 'no-store',
+  signal: AbortSignal.timeout(patience),
+}));
 
 /** Sends fields as a form would, with the token. */
 export const postJson = (url, fields) => read(fetch(url, {
   method: 'POST',
   body: new URLSearchParams({ ...fields, CsrfToken: csrfToken() }),
   credentials: 'same-origin',
+  signal: AbortSignal.timeout(PATIENT),
 }));

@@ -1,5 +1,5 @@
 // The folders of the manual scan: a tree to choose from, names to leave out, a preview, and a save of their own.
-import { getJson, postJson } from './api.js';
+import { getJson, PATIENT, postJson } from './api.js';
 import { byId, check } from './form.js';
 import { FolderChoice } from './folder-choice.js';
 import { joinPathList } from './path-list.js';
@@ -43,7 +43,7 @@ async function toggle(button, path, list) {
   list.hidden = !open;
   if (!open || list.childElementCount) return;
   try {
-    const { folders, complete } = await getJson(`${PROGRAM}?path=${encodeURIComponent(path)}`);
+    const { folders, complete } = await getJson(`${PROGRAM}?path=${encodeURIComponent(path)}`, PATIENT);
     list.replaceChildren(...folders.map(branch));
     if (!folders.length) list.append(element('li', { className: 'hint', textContent: tree.dataset.none }));
     if (!complete) list.append(element('li', { className: 'hint', textContent: tree.dataset.more }));
@@ -97,7 +97,7 @@ function fail(error) {
 
 async function load() {
   try {
-    const [settings, roots] = await Promise.all([getJson(`${PROGRAM}?mode=settings`), getJson(PROGRAM)]);
+    const [settings, roots] = await Promise.all([getJson(`${PROGRAM}?mode=settings`), getJson(PROGRAM, PATIENT)]);
     choice = new FolderChoice(settings.scanPaths, settings.excludePaths);
     patterns.value = settings.excludePatterns.join('\n');
     stored = JSON.stringify(fields());

@@ -1,5 +1,5 @@
 // The scans that were made: their list, and one of them with what it found. The address's fragment names the one.
-import { getJson } from './api.js';
+import { getJson, PATIENT } from './api.js';
 import { byId } from './form.js';
 import { fill } from './poll.js';
 import { durationText, malwareText, numberText, sizeText, splitPath, timeText } from './wording.js';
@@ -10,6 +10,9 @@ const REFRESH = 5000;
 let scans = [];
 let current = '';
 let read = 0;
+/** Counts what was shown, so that an answer that comes too late is told. */
+let visit = 0;
+let reading = -1;
 
 const copyOf = (id) => byId(id).content.firstElementChild.cloneNode(true);
 const kindText = (scan) => document.querySelector(`#scan-kinds [data-kind="${CSS.escape(scan.kind)}"]`)?.textContent ?? scan.kind;
@@ -58,21 +61,26 @@ function makeFind(find) {
   return entry;
 }
 
-/** The next finds of the scan that is shown. */
+/** The next finds of the scan that is shown, unless they are under way: the button asks, and so does the clock. */
 async function readFinds() {
-  const id = current;
+  if (reading === visit) return;
+  const asked = visit;
+  reading = asked;
   const failed = byId('finds-failed');
   try {
-    const { finds, more } = await getJson(`./history.cgi?RequestID=${encodeURIComponent(id)}&From=${read}`);
-    if (id !== current) return;
+    const { finds, more } = await getJson(`./history.cgi?RequestID=${encodeURIComponent(current)}&From=${read}`, PATIENT);
+    if (asked !== visit) return;
     read += finds.length;
     byId('finds').append(...finds.filter(({ infected }) => infected).map(makeFind));
     byId('unsure').append(...finds.filter(({ infected }) => !infected).map(makeFind));
     byId('more').hidden = !more;
     failed.hidden = true;
   } catch (error) {
+    if (asked !== visit) return;
     failed.textContent = error.message || failed.dataset.text;
     failed.hidden = false;
+  } finally {
+    if (reading === asked) reading = -1;
   }
   byId('no-finds').hidden = byId('finds').childElementCount > 0 || !failed.hidden;
   byId('unsure-card').hidden = byId('unsure').childElementCount === 0;
@@ -102,6 +110,7 @@ async function route() {
   byId('all-scans').hidden = Boolean(scan);
   byId('one-scan').hidden = !scan;
   current = scan?.id ?? '';
+  visit += 1;
   if (!scan) return;
   showFigures(scan);
   read = 0;

@@ -2,13 +2,15 @@
 
 const INTERVAL = 1000;
 const LONGEST = 8000;
+const PATIENCE = 15_000;
 
 const pause = (milliseconds) => new Promise((resolve) => { setTimeout(resolve, milliseconds); });
 
 /** Fetches a page without showing it. Nothing when there is no usable answer; the log-on page when the session ended. */
 export async function fetchPage(url) {
   try {
-    const answer = await fetch(url, { credentials: 'same-origin', cache: 'no-store' });
+    const answer = await fetch(url,
+      { credentials: 'same-origin', cache: 'no-store', signal: AbortSignal.timeout(PATIENCE) });
     if (answer.redirected) {
       location.assign('/');
       return null;

@@ -1,5 +1,5 @@
 // The quarantine: what is in it, and what is done with it, one by one or in bulk.
-import { getJson, postJson } from './api.js';
+import { getJson, PATIENT, postJson } from './api.js';
 import { byId } from './form.js';
 import { fill } from './poll.js';
 import { ask } from './question.js';
@@ -113,7 +113,7 @@ function show() {
 async function readAll() {
   const found = new Map();
   for (let from = 0, total = 1; from < total;) {
-    const page = await getJson(`./quarantine.cgi?list=1&From=${from}`);
+    const page = await getJson(`./quarantine.cgi?list=1&From=${from}`, PATIENT);
     for (const item of page.items) found.set(item.id, item);
     trusted = page.trusted.sort((a, b) => a.name.localeCompare(b.name));
     from += page.items.length;

@@ -11,10 +11,14 @@ export function watch(ask, seconds) {
     clearTimeout(timer);
     if (asking || document.hidden) return;
     asking = true;
-    const goOn = await ask();
-    asking = false;
-    if (goOn === false) document.removeEventListener('visibilitychange', run);
-    else timer = setTimeout(run, seconds() * 1000);
+    let goOn;
+    try {
+      goOn = await ask();
+    } finally {
+      asking = false;
+      if (goOn === false) document.removeEventListener('visibilitychange', run);
+      else timer = setTimeout(run, seconds() * 1000);
+    }
   }
   document.addEventListener('visibilitychange', run);
   run();
