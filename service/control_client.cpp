@@ -30,12 +30,17 @@ ControlReply ask(IPCMessage::Operation operation, IPCMessage::CommandID command,
 
 std::string printable(const std::string& text) {
     std::string result;
+    unsigned char before = 0;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte >= ' ' && byte != 0x7F) {
+        // U+0080 to U+009F as UTF-8, for a terminal the same as ESC and a letter.
+        const bool high = before == 0xC2 && byte >= 0x80 && byte <= 0x9F;
+        before = byte;
+        if (byte >= ' ' && byte != 0x7F && !high) {
             result += c;
             continue;
         }
+        if (high) result.replace(result.size() - 1, 1, "\\xc2");
         std::array<char, 8> escaped{};
         std::snprintf(escaped.data(), escaped.size(), "\\x%02x", byte);
         result += escaped.data();

@@ -23,7 +23,7 @@ struct ControlReply {
 ControlReply ask(IPCMessage::Operation operation, IPCMessage::CommandID command,
                  const std::vector<std::pair<std::string, std::string>>& parameters = {});
 
-/// A text from outside made fit for a terminal: control bytes are shown as \xNN.
+/// A text from outside made fit for a terminal: control characters are shown as \xNN.
 std::string printable(const std::string& text);
 
 /// A time (seconds since the epoch) as people write it, local; `never` for 0.

@@ -92,16 +92,26 @@ int runInit(CommandLine& line) {
     return fault.empty() ? STATUS_CLEAN : fail(fault);
 }
 
+termios shownTerminal{};
+
+/// What is typed is shown again before a signal ends this.
+void showAndEnd(int number) {
+    ::tcsetattr(STDIN_FILENO, TCSANOW, &shownTerminal);
+    std::signal(number, SIG_DFL);
+    std::raise(number);
+}
+
 /// Reads a line from the terminal without showing it.
 bool readHidden(const char* prompt, std::string& line) {
-    termios shown{};
-    if (::tcgetattr(STDIN_FILENO, &shown) != 0) return false;
-    termios hidden = shown;
+    if (::tcgetattr(STDIN_FILENO, &shownTerminal) != 0) return false;
+    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) std::signal(number, showAndEnd);
+    termios hidden = shownTerminal;
     hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     std::fputs(prompt, stderr);
     ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
     const bool read = static_cast<bool>(std::getline(std::cin, line));
-    ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown);
+    ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &shownTerminal);
+    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) std::signal(number, SIG_DFL);
     std::fputs("\n", stderr);
     return read;
 }

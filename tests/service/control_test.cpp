@@ -1,9 +1,18 @@
 #include "tests/service/service_test.h"
 
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <iomanip>
 #include <sstream>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -43,6 +52,27 @@ TEST_F(ControlTest, AFileNameCannotDriveTheTerminal) {
     const ProcessResult found = service_.control({"scan", service_.file("samples")});
     EXPECT_EQ(found.output.find('\x1b'), std::string::npos);
     EXPECT_NE(found.output.find("\\x1b[2J\\x0a"), std::string::npos) << found.output;
+}
+
+TEST_F(ControlTest, AnInterruptedPasswordPromptLeavesATerminalThatShowsWhatIsTyped) {
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        execl(BINARY_DIR "/service/keldractl", "keldractl", "passwd", "--state", "/", nullptr);
+        _exit(127);
+    }
+    termios state{};
+    const auto shows = [&] { return tcgetattr(terminal, &state) == 0 && (state.c_lflag & ECHO) != 0; };
+    for (int i = 0; i < 500 && shows(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_FALSE(shows());
+    const int still = open(ptsname(terminal), O_RDWR | O_NOCTTY);  // else it goes with the program
+    EXPECT_EQ(write(terminal, "\x03", 1), 1);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT);
+    EXPECT_TRUE(shows());
+    close(still);
+    close(terminal);
 }
 
 TEST_F(ControlTest, FindsWithTheLongestNamesAreAllTold) {
