@@ -205,7 +205,7 @@ void Service::signaturesChanged() {
     const EngineState state = engine_->state();
     if (state.database != EngineState::Database::LOADED)
         NORV_LOG(NORV_LOG_ERROR, "No signatures: nothing can be found. %s", state.message.c_str());
-    updater_->noteComponents();
+    updater_->noteComponents(state.message.empty() || state.database == EngineState::Database::NONE);
     realtime_->forgetClean();
 }
 

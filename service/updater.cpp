@@ -136,9 +136,9 @@ UpdateStatus Updater::status() const {
 
 ComponentVersions Updater::versions() const { return components_.versions(); }
 
-void Updater::noteComponents() {
+void Updater::noteComponents(bool whole) {
     // A load that ended while an update was under way may have read the files before these changed.
-    if (components_.noteFiles() && status().running) reloadDue_ = true;
+    if ((components_.noteFiles() && status().running) || !whole) reloadDue_ = true;
     if (hooks_.engineVersion) components_.noteEngine(hooks_.engineVersion());
 }
 

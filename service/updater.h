@@ -76,7 +76,8 @@ public:
     /// Cheap enough to be asked for with every served document.
     ComponentVersions versions() const;
     /// Takes note of what lies in the database folder and which engine is in use; call it once the engine is loaded.
-    void noteComponents();
+    /// `whole`: all could be loaded; else the next update tries again, whether it brings anything or not.
+    void noteComponents(bool whole = true);
     /// Closes progress files that a crash left unfinished. Call it once, before the first update.
     void recover();
     /// Removes progress files that are old or too many. Also done at each update.

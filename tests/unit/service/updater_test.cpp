@@ -275,6 +275,14 @@ TEST_F(UpdaterTest, EveryWayToFailHasAReasonThatTheConsoleShowsAsAFailure) {
     EXPECT_THAT(run("24", UPDATE_SCAN_ENGINE), HasSubstr("current"));
 }
 
+TEST_F(UpdaterTest, SignaturesThatCouldNotBeLoadedAtTheStartAreLoadedByAnUpdateThatBringsNothing) {
+    standIn("exit 0");
+    updater().noteComponents(false);
+    EXPECT_EQ(run("1"), "10");
+    EXPECT_EQ(run("2"), "All components are current.");
+    EXPECT_EQ(reloads_, 1);
+}
+
 TEST_F(UpdaterTest, AFaultOfTheServiceItselfEndsTheUpdateAndNotTheService) {
     reload_ = []() -> bool { throw std::bad_alloc(); };
     standIn("echo x > " + (settings_.signatures / "new.ndb").string());
