@@ -32,9 +32,18 @@ async function facts(child) {
   throw new Error('the console did not start');
 }
 
+/** A file of /proc; nothing when its process has ended meanwhile. */
+function processFile(path) {
+  try {
+    return readFileSync(path, 'utf8');
+  } catch {
+    return '';
+  }
+}
+
 /** The processes that a process started, and those that they started. */
 function descendants(pid) {
-  const children = readFileSync(`/proc/${pid}/task/${pid}/children`, 'utf8').split(' ').filter(Boolean).map(Number);
+  const children = processFile(`/proc/${pid}/task/${pid}/children`).split(' ').filter(Boolean).map(Number);
   return children.flatMap((child) => [child, ...descendants(child)]);
 }
 
@@ -66,7 +75,7 @@ export async function startConsole(options = [], enclosure = []) {
       }
       writeFileSync(path, text);
       for (const pid of descendants(child.pid)) {
-        if (readFileSync(`/proc/${pid}/comm`, 'utf8') === 'keldrad\n') process.kill(pid, 'SIGHUP');
+        if (processFile(`/proc/${pid}/comm`) === 'keldrad\n') process.kill(pid, 'SIGHUP');
       }
     },
     async stop() {
