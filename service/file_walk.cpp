@@ -1,5 +1,7 @@
 #include "service/file_walk.h"
 
+#include "service/share_roots.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <fnmatch.h>
@@ -79,6 +81,7 @@ public:
 
 private:
     std::optional<FoundFile> root(const std::string& path);
+    void enterRoot(const std::string& path, dev_t device);
     void enter(Folder folder, const std::string& path, dev_t device);
     void enterNext();
     std::optional<FoundFile> readEntry();
@@ -140,19 +143,26 @@ std::optional<FoundFile> FileWalk::State::root(const std::string& path) {
     if (::lstat(path.c_str(), &status) != 0) return skip(path, errno), std::nullopt;
     if (S_ISLNK(status.st_mode)) return skipped_(path, "it is a symbolic link, which is not followed"), std::nullopt;
     if (excluded(path, status)) return std::nullopt;
-    if (S_ISDIR(status.st_mode)) {
-        auto opened =
-            std::make_shared<FileDescriptor>(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (!*opened) return skip(path, errno), std::nullopt;
-        if (!isKernelFileSystem(opened->get())) enter(std::move(opened), path, status.st_dev);
-        return std::nullopt;
-    }
+    if (S_ISDIR(status.st_mode)) return enterRoot(path, status.st_dev), std::nullopt;
     if (!S_ISREG(status.st_mode)) return skipped_(path, "it is neither a folder nor a regular file"), std::nullopt;
     const std::filesystem::path whole(path);
     auto parent =
         std::make_shared<FileDescriptor>(::open(whole.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!*parent) return skip(path, errno), std::nullopt;
     return file(parent, whole.filename().string(), path);
+}
+
+void FileWalk::State::enterRoot(const std::string& path, dev_t device) {
+    FileDescriptor opened;
+    if (liesBelow(path, plan_.shareRoots)) {
+        SharedFolder shared = openSharedFolder(plan_.shareRoots, path);
+        if (!shared.folder) return skipped_(path, shared.fault);
+        opened = std::move(shared.folder);
+    } else {
+        opened = FileDescriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!opened) return skip(path, errno);
+    }
+    if (!isKernelFileSystem(opened.get())) enter(std::make_shared<FileDescriptor>(std::move(opened)), path, device);
 }
 
 void FileWalk::State::enter(Folder folder, const std::string& path, dev_t device) {

@@ -16,6 +16,8 @@ namespace keldra {
 /// Where a walk goes.
 struct WalkPlan {
     std::vector<std::string> roots;  ///< folders or single files, absolute
+    /// On the way from one of these to a root no symbolic link is followed: their users could lead the walk elsewhere.
+    std::vector<std::string> shareRoots;
     /// Left out with all below them. A symbolic link in such a path does not count: who may put one into a share would
     /// choose what is left out.
     std::vector<std::string> excludeFolders;

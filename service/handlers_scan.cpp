@@ -4,6 +4,7 @@
 #include "service/json_text.h"
 #include "service/scan_jobs.h"
 #include "service/service.h"
+#include "service/share_roots.h"
 #include "service/virus_types.h"
 
 #include <algorithm>
@@ -47,12 +48,16 @@ bool getVirusTypes(Service&, const IPCMessage&, IPCMessage& reply) {
 }
 
 bool startManualScan(Service& service, const IPCMessage&, IPCMessage& reply) {
-    const NORVManualScanConfig record(*service.configuration().snapshot());
+    const auto config = service.configuration().snapshot();
+    const NORVManualScanConfig record(*config);
     const NORVScanConfig& settings = record;
-    return started(
-        service.scans().start(
-            {.kind = ScanKind::MANUAL, .settings = settings, .roots = {}, .workers = record.scanWorkers, .act = true}),
-        reply);
+    return started(service.scans().start({.kind = ScanKind::MANUAL,
+                                          .settings = settings,
+                                          .roots = {},
+                                          .shareRoots = shareRoots(*config),
+                                          .workers = record.scanWorkers,
+                                          .act = true}),
+                   reply);
 }
 
 bool stopScan(Service& service, const IPCMessage& request, IPCMessage&) {
@@ -95,6 +100,7 @@ bool startPathScan(Service& service, const IPCMessage& request, IPCMessage& repl
     return started(service.scans().start({.kind = ScanKind::PATH,
                                           .settings = settings,
                                           .roots = paths,
+                                          .shareRoots = {},
                                           .workers = request.value<uint32_t>("Workers"),
                                           .act = act}),
                    reply);

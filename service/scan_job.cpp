@@ -87,6 +87,7 @@ bool ScanJob::wait(int milliseconds) const {
 WalkPlan ScanJob::plan() const {
     WalkPlan plan;
     plan.roots = rootsOf(request_);
+    plan.shareRoots = request_.shareRoots;
     plan.excludeFolders = splitPathList(request_.settings.excludePaths);
     plan.ownFolders = tools_.ownFolders;
     plan.excludePatterns = splitPathList(request_.settings.excludePatterns);

@@ -19,10 +19,11 @@ enum class ScanState { NOT_RUNNING = -1, STOPPED = 1, FAILED = 2, COMPLETED = 3,
 /// A scan to start.
 struct ScanRequest {
     ScanKind kind = ScanKind::MANUAL;
-    NORVScanConfig settings;         ///< what to select, leave out, open, and do with finds
-    std::vector<std::string> roots;  ///< folders or files; empty: the settings' own folders
-    uint32_t workers = 0;            ///< files scanned at a time; 0: as many as suit the machine
-    bool act = true;                 ///< whether finds lead to actions or are reported only
+    NORVScanConfig settings;              ///< what to select, leave out, open, and do with finds
+    std::vector<std::string> roots;       ///< folders or files; empty: the settings' own folders
+    std::vector<std::string> shareRoots;  ///< of the walk's plan
+    uint32_t workers = 0;                 ///< files scanned at a time; 0: as many as suit the machine
+    bool act = true;                      ///< whether finds lead to actions or are reported only
 };
 
 struct ScanStatus {

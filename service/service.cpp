@@ -5,6 +5,7 @@
 #include "service/extension_list.h"
 #include "service/memory_budget.h"
 #include "service/notify.h"
+#include "service/share_roots.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -210,9 +211,11 @@ void Service::signaturesChanged() {
 }
 
 bool Service::startScheduledScan() {
-    const NORVScheduledScanConfig record(*configuration_.snapshot());
+    const auto config = configuration_.snapshot();
+    const NORVScheduledScanConfig record(*config);
     const NORVScanConfig& settings = record;
-    const ScanStart start = scans_->start({.kind = ScanKind::SCHEDULED, .settings = settings, .roots = {}});
+    const ScanStart start = scans_->start(
+        {.kind = ScanKind::SCHEDULED, .settings = settings, .roots = {}, .shareRoots = shareRoots(*config)});
     if (!start.started) NORV_LOG(NORV_LOG_WARNING, "The scheduled scan was not started: %s", start.message.c_str());
     return start.started;
 }

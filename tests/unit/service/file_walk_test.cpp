@@ -88,6 +88,18 @@ TEST_F(FileWalkTest, ExcludedFoldersAndNamesAreLeftOutWholly) {
     EXPECT_EQ(count(), 3U) << "the total would never be reached";
 }
 
+TEST_F(FileWalkTest, ALinkOnTheWayToAChosenFolderLeadsNowhere) {
+    const TempDir elsewhere;
+    writeFile(elsewhere / "chosen/secret", "x");
+    fs::create_directory(dir_ / "share");
+    fs::create_directory_symlink(elsewhere.path(), dir_ / "share/user");
+    plan_.roots = {dir_ / "share/user/chosen"};
+    plan_.shareRoots = {dir_ / "share"};
+    walk();
+    EXPECT_EQ(visited_, Names({}));
+    EXPECT_EQ(skipped_.size(), 1U);
+}
+
 TEST_F(FileWalkTest, ALinkInPlaceOfAnExcludedFolderLeavesNothingOut) {
     writeFile(dir_ / "share/virus", "x");
     fs::create_directory_symlink(".", dir_ / "share/excluded");
