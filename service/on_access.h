@@ -21,7 +21,7 @@ struct OnAccessSettings {
     std::vector<std::string> ownFolders;  ///< the service's, left out as well, wherever links lead them
     std::chrono::milliseconds timeLimit{10000};  ///< how long whoever opens a file may wait for its scan
     bool denyOnTimeout = false;                  ///< what happens then: refuse, else allow and log
-    unsigned workers = 2;                        ///< files scanned at a time
+    unsigned workers = 2;                        ///< files scanned at a time that somebody waits for
     std::size_t queueLimit = 256;  ///< files waiting at most; beyond that the time-out's answer is given at once
 
     bool operator==(const OnAccessSettings&) const = default;

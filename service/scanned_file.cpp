@@ -60,19 +60,6 @@ std::optional<ScannedFile> openInFolder(std::shared_ptr<const FileDescriptor> fo
     return found;
 }
 
-std::optional<ScannedFile> openScannedFile(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    const std::string parent = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    if (name.empty()) {
-        errno = EISDIR;
-        return std::nullopt;
-    }
-    auto folder = std::make_shared<FileDescriptor>(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!*folder) return std::nullopt;
-    return openInFolder(std::move(folder), name, path);
-}
-
 std::optional<ScannedFile> scannedFileAt(int fd, const std::string& path) {
     ScannedFile found;
     if (::fstat(fd, &found.status) != 0 || !S_ISREG(found.status.st_mode)) return std::nullopt;

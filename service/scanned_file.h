@@ -35,8 +35,4 @@ std::optional<ScannedFile> scannedFileAt(int fd, const std::string& path);
 std::optional<ScannedFile> openInFolder(std::shared_ptr<const FileDescriptor> folder, const std::string& name,
                                         const std::string& path);
 
-/// Opens the file of a path for scanning; the last part of the path must not be a symbolic link. Nothing, with errno
-/// set, when that fails or the file is not a regular one.
-std::optional<ScannedFile> openScannedFile(const std::string& path);
-
 }  // namespace keldra

@@ -1,7 +1,11 @@
 #include "tests/unit/service/scan_fixture.h"
 
+#include <fcntl.h>
+
 #include <array>
 #include <cstdint>
+#include <memory>
+#include <utility>
 
 namespace keldra {
 
@@ -48,7 +52,8 @@ std::string zipOf(const std::vector<std::pair<std::string, std::string>>& member
 }
 
 ScannedFile opened(const std::filesystem::path& path) {
-    std::optional<ScannedFile> file = openScannedFile(path.string());
+    auto folder = std::make_shared<FileDescriptor>(::open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY));
+    std::optional<ScannedFile> file = openInFolder(std::move(folder), path.filename().string(), path.string());
     EXPECT_TRUE(file) << path;
     return file ? std::move(*file) : ScannedFile{};
 }
