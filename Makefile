@@ -9,7 +9,7 @@ help:
 	@echo "make run       build, start the console on http://127.0.0.1:8080 with sample files, print its log-on"
 	@echo "make build     release build in build/release, runnable tree in build/release/console"
 	@echo "make test      every test: unit, program, service, browser"
-	@echo "make check     format, floors, clang-tidy, cppcheck, shell syntax"
+	@echo "make check     format, clang-tidy, cppcheck, shell syntax"
 	@echo "make sanitize  unit, program and service tests under ASan and UBSan"
 	@echo "make fuzz      each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make bench     the figures of docs/performance.md, measured here"

@@ -24,15 +24,15 @@ test('every catalogue translates every text, and no other', () => {
 
 test('the catalogue knows every text that the service shows on a page', () => {
   const lists = [
-    ['service/scan_status.h', /inline constexpr const char\* SCAN_\w+\s*=\s*"([^"]+)";/g],
-    ['service/updater.cpp', /^constexpr const char\* [A-Z_]+\s*=\s*"([^"]+)";/gm],
-    ['service/quarantine.cpp', /\{false, "([^"]+?)(?:: )?"/g],
-    ['service/quarantine_store.cpp', /(?:failure\(|return )"(\w[^"]+?)(?:: )?"/g],
-    ['service/actions.cpp', /(?:\{true,|text =|return \{true,) "([^"]+?) ?"/g],
-    ['service/scan_engine.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
-    ['service/content_scan.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
-    ['service/share_roots.cpp', /(?:return|fault =) "([A-Z][^"]+)"/g],
-    ['service/content_scan.cpp', /incomplete = "([^"]+)"/g],
+    ['service/scanning/scan_status.h', /inline constexpr const char\* SCAN_\w+\s*=\s*"([^"]+)";/g],
+    ['service/updates/updater.cpp', /^constexpr const char\* [A-Z_]+\s*=\s*"([^"]+)";/gm],
+    ['service/quarantine/quarantine.cpp', /\{false, "([^"]+?)(?:: )?"/g],
+    ['service/quarantine/quarantine_store.cpp', /(?:failure\(|return )"(\w[^"]+?)(?:: )?"/g],
+    ['service/quarantine/actions.cpp', /(?:\{true,|text =|return \{true,) "([^"]+?) ?"/g],
+    ['service/engine/scan_engine.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
+    ['service/engine/content_scan.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
+    ['service/tree/share_roots.cpp', /(?:return|fault =) "([A-Z][^"]+)"/g],
+    ['service/engine/content_scan.cpp', /incomplete = "([^"]+)"/g],
   ];
   for (const [path, pattern] of lists) {
     const texts = [...source(path).matchAll(pattern)].map((match) => match[1]);

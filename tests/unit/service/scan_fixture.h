@@ -1,7 +1,7 @@
 #pragma once
 
-#include "service/scan_engine.h"
-#include "service/scanned_file.h"
+#include "service/engine/scan_engine.h"
+#include "service/tree/scanned_file.h"
 #include "tests/harness/temp_dir.h"
 
 #include <gtest/gtest.h>

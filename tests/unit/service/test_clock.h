@@ -1,6 +1,6 @@
 #pragma once
 
-#include "service/clock.h"
+#include "service/base/clock.h"
 
 namespace keldra {
 

@@ -1,0 +1,60 @@
+#include "service/ctl/control_client.h"
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+
+namespace keldra {
+
+namespace {
+
+constexpr unsigned TIMEOUT_SECONDS = 30;
+
+}  // namespace
+
+std::string ControlReply::fault() const {
+    if (!reached) return "The service does not answer. Is keldrad running, and may this user talk to it?";
+    const std::string message = text("Message");
+    return message.empty() ? "The service refused." : message;
+}
+
+ControlReply ask(IPCMessage::Operation operation, IPCMessage::CommandID command,
+                 const std::vector<std::pair<std::string, std::string>>& parameters) {
+    IPCMessage request(operation, command);
+    for (const auto& [name, value] : parameters) request.addParam(name, value);
+    ControlReply reply;
+    reply.reached = sendMessage(request, reply.message, TIMEOUT_SECONDS);
+    reply.done = reply.reached && reply.message.result == IPCMessage::RESULT_OK;
+    return reply;
+}
+
+std::string printable(const std::string& text) {
+    std::string result;
+    unsigned char before = 0;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        // U+0080 to U+009F as UTF-8, for a terminal the same as ESC and a letter.
+        const bool high = before == 0xC2 && byte >= 0x80 && byte <= 0x9F;
+        before = byte;
+        if (byte >= ' ' && byte != 0x7F && !high) {
+            result += c;
+            continue;
+        }
+        if (high) result.replace(result.size() - 1, 1, "\\xc2");
+        std::array<char, 8> escaped{};
+        std::snprintf(escaped.data(), escaped.size(), "\\x%02x", byte);
+        result += escaped.data();
+    }
+    return result;
+}
+
+std::string timeText(std::int64_t time, const char* never) {
+    if (time <= 0) return never;
+    const auto seconds = static_cast<std::time_t>(time);
+    std::tm local{};
+    std::array<char, 64> text{};
+    if (!::localtime_r(&seconds, &local) || std::strftime(text.data(), text.size(), "%F %T", &local) == 0) return "?";
+    return text.data();
+}
+
+}  // namespace keldra

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "service/engine/scan_result.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace keldra {
+
+/// What the engine works with at the moment.
+struct EngineState {
+    enum class Database { NONE, LOADED, FAILED };
+
+    Database database = Database::NONE;
+    std::string engineVersion;
+    std::string databaseVersion;  ///< version of the newest official part, else the time of the newest file
+    unsigned int signatures = 0;
+    int64_t databaseTime = 0;  ///< seconds since the epoch; 0 without a database
+    bool reloading = false;
+    std::string message;  ///< English; what went wrong with the last load, empty when it went well
+};
+
+/// The engine as the rest of the service sees it. All members may be called from any thread.
+class ScanEngine {
+public:
+    virtual ~ScanEngine() = default;
+
+    /// Scans an open regular file from its beginning, whatever its offset. `path` is for messages only. A stop asked
+    /// for in the meantime ends the scan at the next archive member, and soon in a large file.
+    virtual ScanResult scan(int fd, const std::string& path, const ScanOptions& options, std::stop_token stop) = 0;
+
+    virtual EngineState state() const = 0;
+
+    /// Reads the signatures and waits for it. Scans go on with the old ones meanwhile, and go on with them for good
+    /// when the new ones cannot be loaded. Returns whether the new ones are in use.
+    virtual bool load() = 0;
+
+    /// The same in the background; `done`, which may be empty, is called from there with `load`'s result. A call while
+    /// one is under way is remembered and done after it.
+    virtual void reload(std::function<void(bool)> done) = 0;
+
+    /// Waits for a reload under way and forgets the others, without calling their `done`. To be called before whatever
+    /// these use goes.
+    virtual void stopReloads() {}
+};
+
+/// What an engine is made of.
+struct EngineSettings {
+    std::vector<std::string> signatureFolders;  ///< all that exist are loaded together
+    std::string temporaryFolder;                ///< for what is unpacked; empty: the system's
+    /// Asked about a file in which something was found; true makes it clean. May be empty.
+    std::function<bool(int fd)> trusted;
+    uint64_t fileSize = (uint64_t{2} << 30U) - 3;  ///< bytes; larger files and members are not looked at
+    uint64_t scanSize = uint64_t{4} << 30U;        ///< bytes unpacked from one file, in all
+    uint32_t files = 100000;                       ///< members of one file, in all
+    uint32_t scanTime = 600;                       ///< seconds for one file
+};
+
+/// An engine without a database; `load` or `reload` fetches it.
+std::unique_ptr<ScanEngine> makeScanEngine(EngineSettings settings);
+
+}  // namespace keldra

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "service/engine/scan_engine.h"
+#include "service/quarantine/quarantine.h"
+#include "service/tree/scanned_file.h"
+
+#include <string>
+#include <string_view>
+
+struct NORVScanConfig;
+
+namespace keldra {
+
+/// What can be done with a find; the numbers are the stored digits.
+enum class Action { PASS = 0, DELETE = 1, QUARANTINE = 2, CLEAN = 3, RENAME = 4 };
+
+/// The action to try first, and the one for when it fails.
+struct ActionPlan {
+    Action first = Action::PASS;
+    Action second = Action::PASS;
+};
+
+/// What the settings say about finds of a type: the one action for all types, else the entry of the type, else the
+/// recommended actions of the type.
+ActionPlan actionPlanOf(const NORVScanConfig& settings, std::string_view type);
+
+/// The recommended actions of a type.
+ActionPlan recommendedActions(std::string_view type);
+
+/// What became of a find.
+struct ActionOutcome {
+    bool done = false;                ///< whether one of the two actions succeeded
+    Action performed = Action::PASS;  ///< the one that succeeded, else the last one tried
+    std::string text;                 ///< English, for the log and for people
+};
+
+/// Does to a find what the settings say. May be used from any thread.
+class Actions {
+public:
+    explicit Actions(Quarantine& quarantine) : quarantine_(quarantine) {}
+
+    /// Only INFECTED leads to an action; with every other verdict nothing is touched. `task`: the id of the scan.
+    ActionOutcome perform(const ScannedFile& file, const ScanResult& result, const NORVScanConfig& settings,
+                          const std::string& task);
+
+private:
+    Quarantine& quarantine_;
+};
+
+}  // namespace keldra

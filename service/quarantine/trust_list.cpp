@@ -1,0 +1,91 @@
+#include "service/quarantine/trust_list.h"
+
+#include "norv/log.h"
+#include "service/base/files.h"
+#include "service/base/json_object.h"
+#include "service/tree/file_transfer.h"
+
+#include <cerrno>
+#include <sstream>
+
+namespace keldra {
+
+namespace {
+constexpr std::size_t LARGEST_FILE = std::size_t{64} << 20U;
+}
+
+bool TrustList::read() {
+    const std::lock_guard lock(mutex_);
+    return readLocked();
+}
+
+/// To be called under the lock.
+bool TrustList::readLocked() {
+    if (read_) return true;
+    int error = 0;
+    const std::optional<std::string> text = readFile(file_, LARGEST_FILE, error);
+    if (!text && error != ENOENT) {
+        NORV_LOG(NORV_LOG_ERROR, "cannot read %s: %s; no file counts as trusted until it can be read", file_.c_str(),
+                 errorText(error).c_str());
+        return false;
+    }
+    std::istringstream lines(text.value_or(""));
+    for (std::string line; std::getline(lines, line);) {
+        const JsonReader entry(line);
+        if (entry.text("sha256").empty()) {
+            otherLines_ += line + "\n";
+        } else {
+            entries_[entry.text("sha256")] = entry.text("path");
+        }
+    }
+    return read_ = true;
+}
+
+bool TrustList::contains(int fd) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (!readLocked() || entries_.empty()) return false;
+    }
+    const std::string hash = sha256Of(fd);
+    const std::lock_guard lock(mutex_);
+    return !hash.empty() && entries_.count(hash) != 0;
+}
+
+std::map<std::string, std::string> TrustList::all() {
+    const std::lock_guard lock(mutex_);
+    readLocked();
+    return entries_;
+}
+
+bool TrustList::add(const std::string& sha256, const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    if (!readLocked()) return false;
+    std::map<std::string, std::string> entries = entries_;
+    entries[sha256] = path;
+    return replace(std::move(entries));
+}
+
+bool TrustList::remove(const std::string& sha256) {
+    const std::lock_guard lock(mutex_);
+    if (!readLocked()) return false;
+    std::map<std::string, std::string> entries = entries_;
+    return entries.erase(sha256) != 0 && replace(std::move(entries));
+}
+
+/// To be called under the lock.
+bool TrustList::replace(std::map<std::string, std::string> entries) {
+    std::string text = otherLines_;
+    for (const auto& [sha256, path] : entries) {
+        JsonWriter entry;
+        text += entry.add("sha256", sha256).add("path", path).text() + "\n";
+    }
+    const WriteResult written = writeFileAtomically(file_, text, 0600);
+    if (!written) {
+        NORV_LOG(NORV_LOG_ERROR, "cannot write %s: %s", file_.c_str(), errorText(written.error).c_str());
+        return false;
+    }
+    entries_ = std::move(entries);
+    return true;
+}
+
+}  // namespace keldra

@@ -1,0 +1,177 @@
+#include "service/scanning/scan_history.h"
+
+#include "norv/log.h"
+#include "service/base/json_object.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <optional>
+
+namespace keldra {
+
+namespace {
+
+constexpr std::size_t LARGEST_STATUS = std::size_t{1} << 20U;
+constexpr std::array<const char*, 3> KINDS{"manual", "scheduled", "path"};
+
+std::string toText(const ScanStatus& status) {
+    JsonWriter json;
+    json.add("id", status.id).add("kind", scanKindName(status.kind));
+    json.add("state", static_cast<int64_t>(status.state)).add("total", status.total).add("scanned", status.scanned);
+    json.add("found", status.found).add("notFullyScanned", status.notFullyScanned).add("skipped", status.skipped);
+    json.add("bytes", status.bytes).add("started", status.started).add("ended", status.ended);
+    json.add("message", status.message);
+    return json.text() + "\n";
+}
+
+bool isId(const std::string& id) { return !id.empty() && id.find_first_not_of("0123456789_") == std::string::npos; }
+
+std::optional<ScanStatus> statusFromText(const std::string& text) {
+    const JsonReader json(text);
+    const auto* const kind = std::find(KINDS.begin(), KINDS.end(), json.text("kind"));
+    const int64_t state = json.number("state");
+    if (!json.valid() || kind == KINDS.end() || !isId(json.text("id")) || state < 1 || state > 4) return std::nullopt;
+    ScanStatus status;
+    status.id = json.text("id");
+    status.kind = static_cast<ScanKind>(kind - KINDS.begin());
+    status.state = static_cast<ScanState>(state);
+    status.total = json.size("total");
+    status.scanned = json.size("scanned");
+    status.found = json.size("found");
+    status.notFullyScanned = json.size("notFullyScanned");
+    status.skipped = json.size("skipped");
+    status.bytes = json.size("bytes");
+    status.started = json.number("started");
+    status.ended = json.number("ended");
+    status.message = json.text("message");
+    return status;
+}
+
+ScanFind findFromText(const std::string& line) {
+    const JsonReader json(line);
+    return {json.text("path"), json.flag("infected"), json.text("signature"),
+            json.text("type"), json.text("detail"),   json.flag("left")};
+}
+
+/// Reports of a scan that a kill ended before its first result was written.
+void removeOrphan(const std::filesystem::path& finds) {
+    std::filesystem::path status = finds;
+    std::error_code error;
+    if (!std::filesystem::exists(status.replace_extension(".json"), error) && !error) ::unlink(finds.c_str());
+}
+
+}  // namespace
+
+std::string scanKindName(ScanKind kind) { return KINDS.at(static_cast<std::size_t>(kind)); }
+
+const std::vector<std::string>& scanMessages() {
+    static const std::vector<std::string> MESSAGES{SCAN_COMPLETE,    SCAN_STOPPED,         SCAN_SHUT_DOWN,
+                                                   SCAN_INTERRUPTED, SCAN_BROKEN,          SCAN_NO_SIGNATURES,
+                                                   SCAN_NO_FOLDER,   SCAN_NOTHING_READABLE};
+    return MESSAGES;
+}
+
+bool ScanHistory::open() const {
+    const bool made = makeFolder(folder_, 0700);
+    if (!made) NORV_LOG(NORV_LOG_ERROR, "cannot make %s: %s", folder_.c_str(), errorText(errno).c_str());
+    return made;
+}
+
+std::vector<ScanStatus> ScanHistory::readAll() const {
+    std::vector<ScanStatus> all;
+    std::error_code failed;
+    for (std::filesystem::directory_iterator entry(folder_, failed), end; !failed && entry != end;
+         entry.increment(failed)) {
+        if (entry->path().extension() == ".finds") removeOrphan(entry->path());
+        if (entry->path().extension() != ".json") continue;
+        int error = 0;
+        const std::optional<std::string> text = readFile(entry->path(), LARGEST_STATUS, error);
+        std::optional<ScanStatus> status = text ? statusFromText(*text) : std::nullopt;
+        if (!status || status->id != entry->path().stem().string()) {
+            NORV_LOG(NORV_LOG_ERROR, "%s is no result of a scan; left alone", entry->path().c_str());
+            continue;
+        }
+        all.push_back(status->state == ScanState::RUNNING ? closed(std::move(*status)) : std::move(*status));
+    }
+    return all;
+}
+
+/// What is known of a scan that the service did not live to end: its reports are complete, its counts nearly.
+ScanStatus ScanHistory::closed(ScanStatus status) const {
+    const std::vector<ScanFind> reports = finds(status.id, 0, std::numeric_limits<std::size_t>::max());
+    const auto infected =
+        std::count_if(reports.begin(), reports.end(), [](const ScanFind& find) { return find.infected; });
+    status.found = std::max(status.found, static_cast<uint64_t>(infected));
+    status.state = ScanState::STOPPED;
+    status.message = SCAN_INTERRUPTED;
+    std::error_code error;
+    const auto touched = std::filesystem::last_write_time(pathOf(status.id, ".json"), error);
+    const auto age =
+        std::chrono::duration_cast<std::chrono::seconds>(std::filesystem::file_time_type::clock::now() - touched);
+    status.ended = std::max(status.started, static_cast<int64_t>(std::time(nullptr)) - (error ? 0 : age.count()));
+    save(status);
+    return status;
+}
+
+bool ScanHistory::save(const ScanStatus& status) const {
+    const std::string path = pathOf(status.id, ".json");
+    const WriteResult written = writeFileAtomically(path, toText(status), 0600);
+    if (!written) NORV_LOG(NORV_LOG_ERROR, "cannot write %s: %s", path.c_str(), errorText(written.error).c_str());
+    return written.written;
+}
+
+FileDescriptor ScanHistory::openFinds(const std::string& id) const {
+    const std::string path = pathOf(id, ".finds");
+    FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    if (!file) NORV_LOG(NORV_LOG_ERROR, "cannot write %s: %s", path.c_str(), errorText(errno).c_str());
+    return file;
+}
+
+void ScanHistory::append(const FileDescriptor& finds, const ScanFind& find) {
+    if (!finds) return;
+    JsonWriter json;
+    json.add("path", find.path).add("infected", find.infected).add("signature", find.signature);
+    json.add("type", find.type).add("detail", find.detail).add("left", find.left);
+    const std::string line = json.text() + "\n";
+    const off_t end = ::lseek(finds.get(), 0, SEEK_END);
+    if (::write(finds.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size())) return;
+    NORV_LOG(NORV_LOG_ERROR, "a report of a scan cannot be stored: %s", errorText(errno).c_str());
+    // Half a line would spoil the next one.
+    if (end < 0 || ::ftruncate(finds.get(), end) != 0)
+        NORV_LOG(NORV_LOG_ERROR, "the reports of a scan cannot be cut to whole lines: %s", errorText(errno).c_str());
+}
+
+std::vector<ScanFind> ScanHistory::finds(const std::string& id, std::size_t from, std::size_t count) const {
+    std::vector<ScanFind> found;
+    std::ifstream file(pathOf(id, ".finds"));
+    std::string line;
+    for (std::size_t i = 0; found.size() < count && std::getline(file, line); ++i) {
+        if (i >= from) found.push_back(findFromText(line));
+    }
+    return found;
+}
+
+std::vector<ScanFind> ScanHistory::leftFinds(const std::string& id, std::size_t count) const {
+    std::vector<ScanFind> left;
+    std::ifstream file(pathOf(id, ".finds"));
+    for (std::string line; left.size() < count && std::getline(file, line);) {
+        if (line.find("\"left\":true") == std::string::npos) continue;  // spares reading all the others
+        ScanFind find = findFromText(line);
+        if (find.left) left.push_back(std::move(find));
+    }
+    return left;
+}
+
+void ScanHistory::forget(const std::string& id) const {
+    ::unlink(pathOf(id, ".finds").c_str());
+    ::unlink(pathOf(id, ".json").c_str());
+}
+
+}  // namespace keldra

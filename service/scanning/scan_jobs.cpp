@@ -1,0 +1,140 @@
+#include "service/scanning/scan_jobs.h"
+
+#include "norv/log.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace keldra {
+
+ScanJobs::ScanJobs(ScanJobsSettings settings, ScanEngine& engine, Actions& actions, const Clock& clock)
+    : settings_(std::move(settings)),
+      history_(settings_.historyFolder),
+      tools_{engine, actions, history_, clock, settings_.ownFolders, settings_.findLimit} {
+    if (!history_.open()) return;
+    for (ScanStatus& status : history_.readAll()) {
+        const std::string id = status.id;
+        ended_[id] = std::move(status);
+    }
+}
+
+ScanJobs::~ScanJobs() {
+    // All are asked before the first is waited for.
+    for (const auto& [id, job] : jobs_) job->stop(SCAN_SHUT_DOWN);
+}
+
+std::string ScanJobs::newId() const {
+    const std::string time = std::to_string(tools_.clock.now());
+    for (int i = 1;; ++i) {
+        std::string id = time + "_" + std::to_string(i);
+        if (jobs_.count(id) == 0 && ended_.count(id) == 0) return id;
+    }
+}
+
+void ScanJobs::reap() {
+    for (auto next = jobs_.begin(); next != jobs_.end();) {
+        if (next->second->running()) {
+            ++next;
+        } else {
+            ended_[next->first] = next->second->status();
+            next = jobs_.erase(next);
+        }
+    }
+}
+
+ScanStart ScanJobs::start(const ScanRequest& request) {
+    cleanUp();
+    const std::lock_guard lock(mutex_);
+    for (const auto& [id, job] : jobs_) {
+        const ScanStatus status = job->status();
+        if (status.kind == request.kind && status.state == ScanState::RUNNING) {
+            return {false, id, "A scan of this kind is already running."};
+        }
+    }
+    const std::string id = newId();
+    jobs_[id] = std::make_shared<ScanJob>(id, request, tools_);
+    return {true, id, ""};
+}
+
+bool ScanJobs::stop(const std::string& id) {
+    const std::lock_guard lock(mutex_);
+    const auto found = jobs_.find(id);
+    if (found == jobs_.end() || !found->second->running()) return false;
+    found->second->stop(SCAN_STOPPED);
+    return true;
+}
+
+bool ScanJobs::wait(const std::string& id, int milliseconds) const {
+    std::shared_ptr<ScanJob> job;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto found = jobs_.find(id);
+        if (found == jobs_.end()) return true;
+        job = found->second;
+    }
+    return job->wait(milliseconds);
+}
+
+std::optional<ScanStatus> ScanJobs::status(const std::string& id) const {
+    const std::lock_guard lock(mutex_);
+    if (const auto job = jobs_.find(id); job != jobs_.end()) return job->second->status();
+    if (const auto ended = ended_.find(id); ended != ended_.end()) return ended->second;
+    return std::nullopt;
+}
+
+std::vector<ScanFind> ScanJobs::finds(const std::string& id, std::size_t from, std::size_t count) const {
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto job = jobs_.find(id); job != jobs_.end()) return job->second->finds(from, count);
+        if (ended_.count(id) == 0) return {};
+    }
+    return history_.finds(id, from, count);
+}
+
+std::vector<ScanFind> ScanJobs::leftFinds(const std::string& id, std::size_t count) const {
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto job = jobs_.find(id); job != jobs_.end()) return job->second->leftFinds(count);
+        if (ended_.count(id) == 0) return {};
+    }
+    return history_.leftFinds(id, count);
+}
+
+std::optional<ScanStatus> ScanJobs::running(ScanKind kind) const {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [id, job] : jobs_) {
+        ScanStatus status = job->status();
+        if (status.kind == kind && status.state == ScanState::RUNNING) return status;
+    }
+    return std::nullopt;
+}
+
+std::vector<ScanStatus> ScanJobs::history() const {
+    std::vector<ScanStatus> all;
+    const std::lock_guard lock(mutex_);
+    for (const auto& [id, job] : jobs_) all.push_back(job->status());
+    for (const auto& [id, status] : ended_) all.push_back(status);
+    std::stable_sort(all.begin(), all.end(), [](const ScanStatus& a, const ScanStatus& b) {
+        return std::pair(a.started, a.id) > std::pair(b.started, b.id);
+    });
+    return all;
+}
+
+void ScanJobs::cleanUp() {
+    const std::lock_guard lock(mutex_);
+    reap();
+    std::vector<std::pair<int64_t, std::string>> byAge;
+    for (const auto& [id, status] : ended_) byAge.emplace_back(status.ended, id);
+    std::sort(byAge.begin(), byAge.end());
+    const int64_t oldest = tools_.clock.now() - settings_.historyAge;
+    std::size_t left = byAge.size();
+    for (const auto& [ended, id] : byAge) {
+        if (ended >= oldest && left <= settings_.historyLimit) break;
+        history_.forget(id);
+        ended_.erase(id);
+        --left;
+    }
+}
+
+}  // namespace keldra

@@ -1,0 +1,224 @@
+#include "service/schedules/scheduler.h"
+
+#include "norv/crypto.h"
+#include "norv/log.h"
+#include "service/base/files.h"
+#include "service/base/json_text.h"
+#include "service/base/json_value.h"
+#include "service/schedules/schedule.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cinttypes>
+#include <ctime>
+#include <exception>
+#include <utility>
+#include <vector>
+
+namespace keldra {
+
+namespace {
+
+constexpr int64_t DAY = 86400;
+constexpr int64_t LONGEST_WAIT = 30;  // seconds
+constexpr std::size_t STATE_FILE_LIMIT = std::size_t{1} << 16U;
+
+uint32_t randomSecondOfHour() {
+    std::vector<unsigned char> bytes;
+    if (!getRandomBytes(2, bytes) || bytes.size() < 2) return 0;
+    return (bytes[0] * 256U + bytes[1]) % 3600U;
+}
+
+std::string fingerprintOf(const NORVScheduledScanConfig& scan) {
+    return "scan " + std::to_string(scan.frequency) + ' ' + scan.time + ' ' + std::to_string(scan.weekDay) + ' ' +
+           std::to_string(scan.monthDay);
+}
+
+std::string fingerprintOf(const NORVScheduledAUConfig& update, bool randomized) {
+    return "update " + std::to_string(update.kind) + ' ' + std::to_string(update.period) + ' ' + update.time + ' ' +
+           std::to_string(update.weekDay) + (randomized ? " randomized" : "");
+}
+
+/// An instant from the file, which may hold anything.
+int64_t timeOf(const rapidjson::Value& object, const char* name) {
+    return std::clamp<int64_t>(numberOf(object, name), 0, int64_t{1} << 40U);
+}
+
+/// The schedules outlive a start that goes wrong, such as for want of memory or threads.
+bool startSafely(const std::function<bool()>& starter) {
+    try {
+        return starter && starter();
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "A scheduled start failed: %s", error.what());
+        return false;
+    }
+}
+
+}  // namespace
+
+Scheduler::Scheduler(std::filesystem::path stateFile, const Clock& clock, Hooks hooks)
+    : stateFile_(std::move(stateFile)), clock_(clock), hooks_(std::move(hooks)) {
+    load();
+}
+
+Scheduler::~Scheduler() { stop(); }
+
+void Scheduler::configure(const ScheduleSettings& settings) {
+    {
+        const std::lock_guard lock(mutex_);
+        settings_ = settings;
+        plan();
+    }
+    wake_.notify_all();
+}
+
+void Scheduler::start() {
+    if (!thread_.joinable()) thread_ = std::thread([this] { loop(); });
+}
+
+void Scheduler::stop() {
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    wake_.notify_all();
+    if (thread_.joinable()) thread_.join();
+}
+
+void Scheduler::tick() {
+    tzset();  // notices a new time zone of the machine
+    try {
+        {
+            const std::lock_guard lock(mutex_);
+            plan();
+        }
+        runDue(scan_, hooks_.startScan, "scan");
+        runDue(update_, hooks_.startUpdate, "update");
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "The schedules cannot be followed for now: %s", error.what());
+    }
+}
+
+std::optional<int64_t> Scheduler::nextScan() const {
+    const std::lock_guard lock(mutex_);
+    return scan_.next;
+}
+
+std::optional<int64_t> Scheduler::nextUpdate() const {
+    const std::lock_guard lock(mutex_);
+    return update_.next;
+}
+
+int64_t Scheduler::lastScan() const {
+    const std::lock_guard lock(mutex_);
+    return scan_.started;
+}
+
+int64_t Scheduler::lastUpdate() const {
+    const std::lock_guard lock(mutex_);
+    return update_.started;
+}
+
+void Scheduler::plan() {
+    const int64_t now = clock_.now();
+    const bool newScan = adopt(scan_, fingerprintOf(settings_.scan), now);
+    const bool newUpdate = adopt(update_, fingerprintOf(settings_.update, settings_.randomizedUpdate), now);
+    setSlot(scan_, keldra::nextScan(settings_.scan, scan_.considered), false);
+    setSlot(update_, keldra::nextUpdate(settings_.update, update_.anchor, update_.considered),
+            settings_.randomizedUpdate);
+    if (newScan || newUpdate) save();
+}
+
+/// True when the track changed in what the file keeps.
+bool Scheduler::adopt(Track& track, std::string fingerprint, int64_t now) {
+    const bool differs = track.fingerprint != fingerprint;
+    // A clock that was a long time ahead when runs were noted would keep them from ever coming again.
+    const bool fromTheFuture = track.considered > now + DAY;
+    if (!differs && !fromTheFuture) return false;
+    track.fingerprint = std::move(fingerprint);
+    track.considered = now;
+    if (track.anchor > now + DAY) track.anchor = 0;
+    return true;
+}
+
+void Scheduler::setSlot(Track& track, std::optional<int64_t> slot, bool randomized) const {
+    if (track.slot == slot && track.next.has_value() == slot.has_value()) return;
+    track.slot = slot;
+    track.next = slot;
+    if (slot && randomized) *track.next += hooks_.randomSecond ? hooks_.randomSecond() : randomSecondOfHour();
+}
+
+void Scheduler::runDue(Track& track, const Starter& starter, const char* what) {
+    {
+        const std::lock_guard lock(mutex_);
+        const int64_t now = clock_.now();
+        if (!track.next || *track.next > now) return;
+        if (now - *track.next > 2 * LONGEST_WAIT)
+            NORV_LOG(NORV_LOG_INFO, "The scheduled %s was missed by %" PRId64 " seconds and is made up now", what,
+                     now - *track.next);
+        track.anchor = *track.slot;
+        track.considered = now;
+        save();  // before the start: a crash in it must not start it over and over
+    }
+    const bool started = startSafely(starter);
+    if (!started) NORV_LOG(NORV_LOG_WARNING, "The scheduled %s was skipped: it could not be started", what);
+    const std::lock_guard lock(mutex_);
+    if (started) track.started = clock_.now();
+    plan();
+    save();
+}
+
+void Scheduler::load() {
+    int error = 0;
+    const auto text = readFile(stateFile_, STATE_FILE_LIMIT, error);
+    if (!text) return;
+    rapidjson::Document document;
+    document.Parse(text->data(), text->size());
+    if (document.HasParseError() || !document.IsObject()) {
+        NORV_LOG(NORV_LOG_WARNING, "%s is not readable, the schedules start afresh", stateFile_.c_str());
+        return;
+    }
+    const rapidjson::Value& root = document;
+    for (const auto& [name, track] : {std::pair{"scan", &scan_}, std::pair{"update", &update_}}) {
+        const auto member = root.FindMember(name);
+        if (member == root.MemberEnd() || !member->value.IsObject()) continue;
+        track->fingerprint = textOf(member->value, "schedule");
+        track->considered = timeOf(member->value, "considered");
+        track->anchor = timeOf(member->value, "planned");
+        track->started = timeOf(member->value, "started");
+    }
+}
+
+void Scheduler::save() const {
+    JsonText file;
+    file.object([&] {
+        for (const auto& [name, track] : {std::pair{"scan", &scan_}, std::pair{"update", &update_}})
+            file.name(name).object([&file, track = track] {
+                file.member("schedule", track->fingerprint)
+                    .member("considered", track->considered)
+                    .member("planned", track->anchor)
+                    .member("started", track->started);
+            });
+    });
+    const WriteResult result = writeFileAtomically(stateFile_, file.text(), 0600);
+    if (!result) NORV_LOG(NORV_LOG_ERROR, "Cannot write %s: %s", stateFile_.c_str(), errorText(result.error).c_str());
+}
+
+void Scheduler::loop() {
+    std::unique_lock lock(mutex_);
+    while (!stopping_) {
+        lock.unlock();
+        tick();
+        lock.lock();
+        if (!stopping_) wake_.wait_for(lock, std::chrono::seconds(secondsToWait()));
+    }
+}
+
+int64_t Scheduler::secondsToWait() const {
+    int64_t wait = LONGEST_WAIT;
+    for (const Track* track : {&scan_, &update_})
+        if (track->next) wait = std::min(wait, *track->next - clock_.now());
+    return std::max<int64_t>(wait, 1);
+}
+
+}  // namespace keldra

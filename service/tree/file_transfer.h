@@ -1,0 +1,36 @@
+#pragma once
+
+#include "service/tree/scanned_file.h"
+
+#include <string>
+
+namespace keldra {
+
+/// SHA-256 of an open file from its beginning, lower-case hexadecimal; empty, with errno set, when it cannot be read.
+std::string sha256Of(int fd);
+
+/// Copies an open file from its beginning to the end of another and syncs that to disk. Returns the SHA-256 of what was
+/// copied; empty, with errno set, on failure.
+std::string copyContent(int from, int to);
+
+/// Renames within or between folders of one file system without ever replacing anything. False with errno set (EEXIST
+/// when the new name is taken, EXDEV between file systems).
+bool renameNoReplace(int fromFolder, const std::string& from, int toFolder, const std::string& to);
+
+/// Renames the very file that `file` holds open into `toFolder`. When its name leads to another file by now, that other
+/// file keeps its name, nothing is done, and errno is ENOENT.
+bool renameExactly(const ScannedFile& file, int toFolder, const std::string& to);
+
+/// Removes the very file that `file` holds open from its folder. When its name leads to another file by now, nothing is
+/// removed and errno is ENOENT. `passing`: a name that is free in that folder; the file bears it for a moment.
+/// On failure it has its own name again.
+bool removeExactly(const ScannedFile& file, const std::string& passing);
+
+/// The second half of that: removes the file under the name `passing` that `renameExactly` gave it, or else gives it
+/// its own name back.
+bool removeSetAside(const ScannedFile& file, const std::string& passing);
+
+/// 32 random hexadecimal digits; empty when the kernel gives none.
+std::string randomName();
+
+}  // namespace keldra

@@ -1,0 +1,175 @@
+#include "service/updates/components.h"
+
+#include "norv/log.h"
+#include "service/base/files.h"
+#include "service/base/json_text.h"
+#include "service/base/json_value.h"
+#include "service/tree/file_transfer.h"
+#include "service/updates/freshclam.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <set>
+#include <string_view>
+#include <utility>
+
+namespace keldra {
+
+namespace {
+
+constexpr std::size_t STATE_FILE_LIMIT = std::size_t{1} << 20U;
+
+/// Official databases, the one whose version speaks for the others first.
+constexpr std::array<std::string_view, 3> OFFICIAL = {"daily", "main", "bytecode"};
+
+bool isOfficial(const std::string& name) {
+    const std::filesystem::path file(name);
+    const std::string stem = file.stem(), extension = file.extension();
+    return (extension == ".cvd" || extension == ".cld") && std::ranges::find(OFFICIAL, stem) != OFFICIAL.end();
+}
+
+/// Whether a file of the database folder is a database at all and not the fetching program's own.
+bool isDatabase(const std::filesystem::directory_entry& entry) {
+    const std::string name = entry.path().filename();
+    std::error_code error;
+    return entry.is_regular_file(error) && !name.starts_with('.') && !name.ends_with(".dat") && !name.ends_with(".tmp");
+}
+
+/// The version in the header of an official database, "ClamAV-VDB:time:version:…"; empty without such a header.
+std::string headerVersion(int fd) {
+    std::array<char, 512> header{};
+    const ssize_t length = pread(fd, header.data(), header.size(), 0);
+    const std::string_view text(header.data(), length > 0 ? static_cast<size_t>(length) : 0);
+    constexpr std::string_view MAGIC = "ClamAV-VDB:";
+    if (!text.starts_with(MAGIC)) return {};
+    const size_t begin = text.find(':', MAGIC.size());
+    const size_t end = begin == std::string_view::npos ? begin : text.find(':', begin + 1);
+    if (end == std::string_view::npos || end - begin > 16) return {};
+    const std::string_view version = text.substr(begin + 1, end - begin - 1);
+    const bool digits = std::ranges::all_of(version, [](char c) { return c >= '0' && c <= '9'; });
+    return digits ? std::string(version) : std::string();
+}
+
+std::string formatTime(int64_t instant, const char* format, bool utc) {
+    if (instant <= 0) return {};
+    const time_t t = instant;
+    struct tm parts {};
+    if (!(utc ? gmtime_r(&t, &parts) : localtime_r(&t, &parts))) return {};
+    std::array<char, 64> text{};
+    return {text.data(), strftime(text.data(), text.size(), format, &parts)};
+}
+
+std::string localTime(int64_t instant) { return formatTime(instant, "%Y-%m-%d %H:%M:%S", false); }
+
+}  // namespace
+
+Components::Components(std::filesystem::path stateFile, std::filesystem::path signatures, const Clock& clock)
+    : stateFile_(std::move(stateFile)), signatures_(std::move(signatures)), clock_(clock) {
+    load();
+}
+
+bool Components::noteFiles() {
+    const std::lock_guard lock(mutex_);
+    Files found;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(signatures_, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (!isDatabase(*entry)) continue;
+        FileRecord record = inspect(entry->path());
+        const std::string name = entry->path().filename();
+        const auto known = files_.find(name);
+        if (known != files_.end() && known->second.identity == record.identity) record = known->second;
+        found.emplace(name, std::move(record));
+    }
+    if (error || found == files_) return false;
+    files_ = std::move(found);
+    save();
+    return true;
+}
+
+Components::FileRecord Components::inspect(const std::filesystem::path& file) {
+    const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    struct stat status {};
+    if (!descriptor || fstat(descriptor.get(), &status) != 0) return {};
+    std::string identity = headerVersion(descriptor.get());
+    if (identity.empty()) identity = sha256Of(descriptor.get());
+    return {std::move(identity), status.st_mtim.tv_sec};
+}
+
+void Components::noteEngine(const std::string& version) {
+    const std::lock_guard lock(mutex_);
+    if (version.empty() || version == engineVersion_) return;
+    engineVersion_ = version;
+    engineChanged_ = clock_.now();
+    save();
+}
+
+ComponentVersions Components::versions() const {
+    const std::lock_guard lock(mutex_);
+    const bool separate = separateSpyware();
+    return {engineVersion_,           localTime(engineChanged_),
+            patternVersion(false),    localTime(patternTime(false)),
+            patternVersion(separate), localTime(patternTime(separate))};
+}
+
+bool Components::separateSpyware() const {
+    return std::ranges::any_of(files_, [](const auto& file) { return isSpywareSource(file.first); });
+}
+
+std::string Components::patternVersion(bool spyware) const {
+    std::string official;
+    size_t best = OFFICIAL.size();
+    int64_t newest = 0;
+    for (const auto& [name, record] : files_) {
+        const auto rank = static_cast<size_t>(std::ranges::find(OFFICIAL, std::filesystem::path(name).stem().string()) -
+                                              OFFICIAL.begin());
+        if (!isOfficial(name) && isSpywareSource(name) == spyware) newest = std::max(newest, record.changed);
+        if (!isOfficial(name) || rank >= best) continue;
+        best = rank;
+        official = record.identity;
+    }
+    const std::string custom = formatTime(newest, "%Y%m%d.%H%M%S", true);
+    return official.empty() || custom.empty() ? official + custom : official + '+' + custom;
+}
+
+int64_t Components::patternTime(bool spyware) const {
+    int64_t newest = 0;
+    for (const auto& [name, record] : files_)
+        if (isOfficial(name) || isSpywareSource(name) == spyware) newest = std::max(newest, record.changed);
+    return newest;
+}
+
+void Components::load() {
+    int error = 0;
+    const auto text = readFile(stateFile_, STATE_FILE_LIMIT, error);
+    rapidjson::Document document;
+    if (!text || document.Parse(text->data(), text->size()).HasParseError() || !document.IsObject()) return;
+    engineVersion_ = textOf(document, "engineVersion");
+    engineChanged_ = numberOf(document, "engineChanged");
+    const rapidjson::Value& root = document;
+    const auto files = root.FindMember("files");
+    if (files == root.MemberEnd() || !files->value.IsArray()) return;
+    for (const rapidjson::Value& file : files->value.GetArray())
+        if (file.IsObject()) files_[textOf(file, "name")] = {textOf(file, "identity"), numberOf(file, "changed")};
+}
+
+void Components::save() const {
+    JsonText text;
+    text.object([&] {
+        text.member("engineVersion", engineVersion_).member("engineChanged", engineChanged_).name("files").array([&] {
+            for (const auto& [name, record] : files_)
+                text.object([&, &name = name, &record = record] {
+                    text.member("name", name).member("identity", record.identity).member("changed", record.changed);
+                });
+        });
+    });
+    const WriteResult result = writeFileAtomically(stateFile_, text.text(), 0600);
+    if (!result) NORV_LOG(NORV_LOG_ERROR, "Cannot write %s: %s", stateFile_.c_str(), errorText(result.error).c_str());
+}
+
+}  // namespace keldra

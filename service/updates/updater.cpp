@@ -1,0 +1,273 @@
+#include "service/updates/updater.h"
+
+#include "norv/log.h"
+#include "service/base/files.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <exception>
+#include <filesystem>
+#include <utility>
+
+namespace keldra {
+
+namespace {
+
+constexpr uint8_t PATTERNS = UPDATE_VIRUS_PATTERN | UPDATE_SPYWARE_PATTERN;
+
+// What an update may end with. The console calls an update complete whose text holds the word "current", so no text of
+// a failure may.
+constexpr const char* INSTALLED = "New components have been installed.";
+constexpr const char* UP_TO_DATE = "All components are current.";
+constexpr const char* ENGINE_ONLY = "The scan engine is kept current by the updates of the operating system.";
+constexpr const char* NOTHING_SELECTED = "No component was selected for the update.";
+constexpr const char* NO_SOURCE = "No update source is configured.";
+constexpr const char* BAD_SETTINGS = "The update settings cannot be used, see the log of the service.";
+constexpr const char* UNREACHABLE = "The update source cannot be reached or lacks the databases.";
+constexpr const char* UNREADABLE = "A file or URL of the update source cannot be read.";
+constexpr const char* REFUSED = "The update source refuses to answer for now, try again later.";
+constexpr const char* DAMAGED = "The new database is damaged; the old one stays in use.";
+constexpr const char* NOT_LOADED = "The new database cannot be loaded; the old one stays in use.";
+constexpr const char* NOT_STORED = "The databases cannot be stored, see the log of the service.";
+constexpr const char* NOT_FOUND = "The update program cannot be started, see the log of the service.";
+constexpr const char* TOO_LONG = "The update took too long and was ended.";
+constexpr const char* INTERRUPTED = "The update was interrupted because the service ended.";
+constexpr const char* FAILED = "The update has failed, see the log of the service.";
+
+/// freshclam's exit codes, from its manual page and libfreshclam.h.
+const char* messageOf(int exitStatus) {
+    switch (exitStatus) {
+        case 2:
+        case 9:
+        case 16:
+            return BAD_SETTINGS;
+        case 3:
+        case 4:
+        case 10:
+        case 13:
+            return NOT_STORED;
+        case 5:
+        case 11:
+        case 12:
+            return UNREACHABLE;
+        case 6:
+        case 7:
+        case 8:
+            return DAMAGED;
+        case 14:
+            return UNREADABLE;
+        case 17:
+        case 18:
+            return REFUSED;
+        case 127:
+            return NOT_FOUND;
+        default:
+            return FAILED;
+    }
+}
+
+std::string ownUserName() {
+    std::array<char, 4096> buffer{};
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found) return "root";
+    return found->pw_name;
+}
+
+}  // namespace
+
+const std::vector<std::string>& updateMessages() {
+    static const std::vector<std::string> MESSAGES = {
+        INSTALLED, UP_TO_DATE, ENGINE_ONLY, NOTHING_SELECTED, NO_SOURCE, BAD_SETTINGS, UNREACHABLE, UNREADABLE,
+        REFUSED,   DAMAGED,    NOT_LOADED,  NOT_STORED,       NOT_FOUND, TOO_LONG,     INTERRUPTED, FAILED};
+    return MESSAGES;
+}
+
+Updater::Updater(UpdaterSettings settings, UpdaterHooks hooks, const Clock& clock)
+    : settings_(std::move(settings)),
+      hooks_(std::move(hooks)),
+      clock_(clock),
+      progress_(hooks_.varPath),
+      components_(settings_.state / "components.json", settings_.signatures, clock) {}
+
+Updater::~Updater() { stop(); }
+
+bool Updater::startManual(const std::string& requestId, uint8_t components) {
+    if (!isUpdateId(requestId)) return false;
+    return begin({requestId, components});
+}
+
+bool Updater::startScheduled(uint8_t components) { return begin({{}, components}); }
+
+bool Updater::begin(Request request) {
+    const std::lock_guard lock(mutex_);
+    if (stopping_) return false;
+    if (status_.running) return !request.id.empty() && status_.requestId == request.id;
+    if (thread_.joinable()) thread_.join();  // it has finished its work
+    status_ = {};
+    status_.scheduled = request.id.empty();
+    status_.requestId = request.id;
+    status_.started = clock_.now();
+    if (!request.id.empty()) progress_.write(request.id, "0");
+    thread_ = std::thread([this, request = std::move(request)] { execute(request); });
+    // Not before the thread exists, or a start that fails would stand in the way of all others; it waits for the lock.
+    status_.running = true;
+    return true;
+}
+
+void Updater::stop() {
+    std::thread ending;
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+        ending.swap(thread_);
+    }
+    if (ending.joinable()) ending.join();
+}
+
+UpdateStatus Updater::status() const {
+    const std::lock_guard lock(mutex_);
+    return status_;
+}
+
+ComponentVersions Updater::versions() const { return components_.versions(); }
+
+void Updater::noteComponents(bool whole) {
+    // A load that ended while an update was under way may have read the files before these changed.
+    if ((components_.noteFiles() && status().running) || !whole) reloadDue_ = true;
+    if (hooks_.engineVersion) components_.noteEngine(hooks_.engineVersion());
+}
+
+void Updater::recover() {
+    progress_.close(INTERRUPTED);
+    removeLeftovers();
+}
+
+void Updater::cleanUp() {
+    const UpdateStatus now = status();
+    progress_.cleanUp(clock_.now() - settings_.progressAge, settings_.progressFiles, now.running ? now.requestId : "");
+}
+
+void Updater::execute(const Request& request) {
+    NORV_LOG(NORV_LOG_INFO, "Update begins (%s)", request.id.empty() ? "scheduled" : "manual");
+    Outcome outcome{false, false, FAILED};
+    try {
+        cleanUp();
+        outcome = update(request);
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "The update failed: %s", error.what());
+    }
+    NORV_LOG(outcome.succeeded ? NORV_LOG_INFO : NORV_LOG_ERROR, "Update ends: %s", outcome.message.c_str());
+    finish(request, outcome);
+}
+
+Updater::Outcome Updater::update(const Request& request) {
+    if ((request.components & (PATTERNS | UPDATE_SCAN_ENGINE)) == 0) return {false, false, NOTHING_SELECTED};
+    if (hooks_.engineVersion) components_.noteEngine(hooks_.engineVersion());
+    if ((request.components & PATTERNS) == 0) return {true, false, ENGINE_ONLY};
+    if (!makeFolder(settings_.signatures, 0755)) return {false, false, NOT_STORED};
+    components_.noteFiles();
+    const std::string owner = settings_.databaseOwner.empty() ? ownUserName() : settings_.databaseOwner;
+    const FreshclamPlan plan =
+        planFreshclam(hooks_.configuration(), request.components,
+                      {.signatures = settings_.signatures, .log = settings_.state / "freshclam.log", .owner = owner});
+    if (plan.problem == FreshclamPlan::Problem::NO_SOURCE) return {false, false, NO_SOURCE};
+    if (plan.problem == FreshclamPlan::Problem::BAD_SETTING) return {false, false, BAD_SETTINGS};
+    return fetch(request, plan);
+}
+
+Updater::Outcome Updater::fetch(const Request& request, const FreshclamPlan& plan) {
+    const std::filesystem::path configuration = settings_.state / "freshclam.conf";
+    // 0600: it may hold the proxy's password.
+    if (!writeFileAtomically(configuration, plan.configuration, 0600)) return {false, false, NOT_STORED};
+    ChildRun run;
+    if (geteuid() == 0 && !settings_.databaseOwner.empty()) {
+        run.identity = identityOf(settings_.databaseOwner);
+        if (!run.identity || !handOver(configuration, *run.identity)) {
+            NORV_LOG(NORV_LOG_ERROR, "The databases cannot be given to %s", settings_.databaseOwner.c_str());
+            return {false, false, NOT_STORED};
+        }
+    }
+    run.arguments = {settings_.freshclam, "--config-file=" + configuration.string(), "--stdout", "--show-progress"};
+    for (const std::string& database : plan.databases) run.arguments.push_back("--update-db=" + database);
+    run.timeLimit = settings_.timeLimit;
+    FreshclamProgress progress(plan.expected);
+    run.line = [&](std::string_view line) {
+        if (line.starts_with("ERROR") || line.starts_with("WARNING"))
+            NORV_LOG(NORV_LOG_WARNING, "freshclam: %.*s", static_cast<int>(line.size()), line.data());
+        progress.line(line);
+        if (progress.tenths() != status().progress) showProgress(request, progress.tenths());
+    };
+    // Written again and again: a refused repeat of the request makes the console write "DUPLICATE" over it.
+    run.pulse = [&] { showProgress(request, progress.tenths()); };
+    run.stopped = [this] { return stopping_.load(); };
+    const ChildResult result = runChild(run);
+    std::error_code ignored;
+    std::filesystem::remove(configuration, ignored);
+    removeLeftovers();
+    return afterFetch(result);
+}
+
+/// Gives the user whom freshclam becomes what it works on.
+bool Updater::handOver(const std::filesystem::path& configuration, const Identity& owner) const {
+    const auto log = settings_.state / "freshclam.log";
+    const FileDescriptor made(::open(log.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0640));
+    return std::ranges::all_of(std::array{configuration, log, settings_.signatures},
+                               [&](const auto& path) { return ::lchown(path.c_str(), owner.user, owner.group) == 0; });
+}
+
+/// A source that failed half-way may have brought something all the same, which is taken into use.
+Updater::Outcome Updater::afterFetch(const ChildResult& result) {
+    if (components_.noteFiles()) reloadDue_ = true;
+    if (result.stopped) return {false, false, INTERRUPTED};
+    const bool changed = reloadDue_;
+    if (changed && hooks_.reload && !hooks_.reload()) return {false, false, NOT_LOADED};
+    reloadDue_ = false;
+    if (result.timedOut) return {false, changed, TOO_LONG};
+    // 1 is "up to date" of older versions; newer ones say 0 for both.
+    if (result.status != 0 && result.status != 1) return {false, changed, messageOf(result.status)};
+    return {true, changed, changed ? INSTALLED : UP_TO_DATE};
+}
+
+void Updater::showProgress(const Request& request, int tenths) {
+    {
+        const std::lock_guard lock(mutex_);
+        status_.progress = tenths;
+    }
+    if (!request.id.empty()) progress_.write(request.id, std::to_string(tenths));
+}
+
+void Updater::finish(const Request& request, const Outcome& outcome) {
+    // The console shows its page for a finished update at 10, and any other text as it stands.
+    const bool finished = outcome.succeeded && outcome.installed;
+    try {
+        if (!request.id.empty()) progress_.write(request.id, finished ? "10" : outcome.message);
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "The update's end cannot be told: %s", error.what());
+    }
+    const std::lock_guard lock(mutex_);
+    status_.running = false;
+    status_.progress = 10;
+    status_.ended = clock_.now();
+    status_.succeeded = outcome.succeeded;
+    status_.installed = outcome.installed;
+    status_.message = outcome.message;
+}
+
+/// Folders that freshclam unpacks in and leaves behind when it is ended.
+void Updater::removeLeftovers() const {
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(settings_.signatures, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string name = entry->path().filename();
+        std::error_code ignored;
+        if (name.starts_with("tmp.") && entry->is_directory(ignored) && !entry->is_symlink(ignored))
+            std::filesystem::remove_all(entry->path(), ignored);
+    }
+}
+
+}  // namespace keldra

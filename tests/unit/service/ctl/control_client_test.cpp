@@ -1,0 +1,13 @@
+#include "service/ctl/control_client.h"
+
+#include <gtest/gtest.h>
+
+using namespace keldra;
+
+TEST(Printable, AFileNameCannotCommandTheTerminal) {
+    EXPECT_EQ(printable("a\x1b[2J\n\x7f"), R"(a\x1b[2J\x0a\x7f)");
+    EXPECT_EQ(printable("a\xc2\x9b"
+                        "2J\xc2\x85\xc2\xc2\x80"),
+              "a\\xc2\\x9b2J\\xc2\\x85\xc2\\xc2\\x80");
+    EXPECT_EQ(printable("größe \xc2\xa0 雛 é"), "größe \xc2\xa0 雛 é");
+}

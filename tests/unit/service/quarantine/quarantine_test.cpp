@@ -1,0 +1,363 @@
+#include "service/quarantine/quarantine.h"
+
+#include "service/tree/file_transfer.h"
+#include "tests/unit/service/scan_fixture.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <array>
+
+namespace keldra {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr mode_t MODE = 0741;
+constexpr int64_t MODIFIED = 1234567890;
+
+/// A folder on another file system than the temporary one, or none.
+std::unique_ptr<fs::path> otherFileSystem() {
+    std::array<char, 32> name{"/dev/shm/keldra-test-XXXXXX"};
+    struct stat here {};
+    struct stat there {};
+    if (::stat("/dev/shm", &there) != 0 || ::stat(fs::temp_directory_path().c_str(), &here) != 0) return nullptr;
+    if (here.st_dev == there.st_dev || ::mkdtemp(name.data()) == nullptr) return nullptr;
+    return std::make_unique<fs::path>(name.data());
+}
+
+class QuarantineTest : public testing::Test {
+protected:
+    QuarantineTest() { restart(); }
+    ~QuarantineTest() override {
+        if (other_) fs::remove_all(*other_);
+    }
+
+    /// What a restart of the service does.
+    void restart() {
+        quarantine_ = std::make_unique<Quarantine>((dir_ / "store").string(), (dir_ / "trusted").string());
+        ASSERT_TRUE(quarantine_->open());
+    }
+
+    fs::path bad(const fs::path& path) {
+        ::writeFile(path, CONTENT);
+        ::chmod(path.c_str(), MODE);
+        const std::array<timespec, 2> times{timespec{MODIFIED - 5, 7}, timespec{MODIFIED, 123456789}};
+        ::utimensat(AT_FDCWD, path.c_str(), times.data(), 0);
+        return path;
+    }
+    fs::path bad() { return bad(dir_ / "share/virus"); }
+
+    QuarantineResult take(const fs::path& path) {
+        return quarantine_->take(opened(path), {"Win.Virus.X", "Virus", "7_1"});
+    }
+
+    std::size_t filesInStore() const {
+        return static_cast<std::size_t>(std::distance(fs::directory_iterator(dir_ / "store"), {}));
+    }
+
+    void expectRestored(const fs::path& path) {
+        EXPECT_EQ(::readFile(path), CONTENT);
+        struct stat status {};
+        ASSERT_EQ(::stat(path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, MODE);
+        EXPECT_EQ(status.st_uid, ::geteuid());
+        EXPECT_EQ(status.st_mtim.tv_sec, MODIFIED);
+        EXPECT_EQ(status.st_mtim.tv_nsec, 123456789);
+    }
+
+    /// Stops an operation at a step, as a power cut does; `id_` is its item then.
+    template <typename Operation>
+    void dieAt(const std::string& last, const Operation& operation) {
+        quarantine_->setStepHook([last](const char* step) { return step != last; });
+        operation();
+        for (const auto& entry : fs::directory_iterator(dir_ / "store")) id_ = entry.path().stem().string();
+    }
+
+    static constexpr const char* CONTENT = "bad content";
+    std::string id_;
+    TempDir dir_;
+    std::unique_ptr<fs::path> other_;
+    std::unique_ptr<Quarantine> quarantine_;
+};
+
+TEST_F(QuarantineTest, FileIsPutAwaySealedAndComesBackAsItWas) {
+    const QuarantineResult taken = take(bad());
+    ASSERT_TRUE(taken.done) << taken.message;
+    EXPECT_FALSE(fs::exists(dir_ / "share/virus"));
+    struct stat status {};
+    ASSERT_EQ(::stat((dir_ / ("store/" + taken.id + ".data")).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+    restart();
+    const std::optional<QuarantineItem> item = quarantine_->find(taken.id);
+    ASSERT_TRUE(item);
+    EXPECT_EQ(item->path, fs::canonical(dir_ / "share") / "virus");
+    EXPECT_EQ(item->signature, "Win.Virus.X");
+    EXPECT_EQ(item->task, "7_1");
+    EXPECT_EQ(item->sha256, sha256Of(opened(dir_ / ("store/" + taken.id + ".data")).file.get()));
+    ASSERT_TRUE(quarantine_->restore(taken.id).done);
+    expectRestored(dir_ / "share/virus");
+    EXPECT_EQ(filesInStore(), 0U);
+}
+
+TEST_F(QuarantineTest, FileOfAnotherFileSystemIsPutAwayAndComesBackAsItWas) {
+    other_ = otherFileSystem();
+    if (!other_) GTEST_SKIP() << "/dev/shm is no other file system than the temporary folder";
+    const QuarantineResult taken = take(bad(*other_ / "virus"));
+    ASSERT_TRUE(taken.done) << taken.message;
+    EXPECT_TRUE(fs::is_empty(*other_));
+    ASSERT_TRUE(quarantine_->restore(taken.id).done);
+    expectRestored(*other_ / "virus");
+    EXPECT_EQ(filesInStore(), 0U);
+}
+
+TEST_F(QuarantineTest, OtherNamesOfTheSameFileKeepTheirMode) {
+    fs::create_hard_link(bad(), dir_ / "share/other");
+    ASSERT_TRUE(take(dir_ / "share/virus").done);
+    EXPECT_FALSE(fs::exists(dir_ / "share/virus"));
+    expectRestored(dir_ / "share/other");
+}
+
+TEST_F(QuarantineTest, SameNamesAndOddNamesAreKeptApart) {
+    const std::string odd = "a\"\n\\\xff;b";
+    ASSERT_TRUE(take(bad()).done);
+    ASSERT_TRUE(take(bad()).done);
+    const QuarantineResult taken = take(bad(dir_ / odd));
+    restart();
+    EXPECT_EQ(quarantine_->list().size(), 3U);
+    EXPECT_TRUE(quarantine_->restore(taken.id).done);
+    expectRestored(dir_ / odd);
+}
+
+TEST_F(QuarantineTest, FileThatTookTheNameMeanwhileIsNotTouched) {
+    const ScannedFile file = opened(bad());
+    fs::rename(dir_ / "share/virus", dir_ / "share/moved");
+    ::writeFile(dir_ / "share/virus", "innocent");
+    EXPECT_FALSE(quarantine_->take(file, {}).done);
+    EXPECT_EQ(::readFile(dir_ / "share/virus"), "innocent");
+    EXPECT_EQ(::readFile(dir_ / "share/moved"), CONTENT);
+    EXPECT_EQ(filesInStore(), 0U);
+}
+
+TEST_F(QuarantineTest, FileThatTakesTheNameAtTheLastMomentIsNotTouched) {
+    quarantine_->setStepHook([this](const char* step) {
+        if (step == std::string("recorded")) {
+            fs::rename(dir_ / "share/virus", dir_ / "share/moved");
+            fs::create_symlink("/etc/passwd", dir_ / "share/virus");
+        }
+        return true;
+    });
+    EXPECT_FALSE(take(bad()).done);
+    EXPECT_TRUE(fs::is_symlink(dir_ / "share/virus"));
+    EXPECT_EQ(filesInStore(), 0U);
+}
+
+TEST_F(QuarantineTest, RestoreOverwritesNothing) {
+    const QuarantineResult taken = take(bad());
+    ::writeFile(dir_ / "share/virus", "newer");
+    const QuarantineResult restored = quarantine_->restore(taken.id);
+    EXPECT_FALSE(restored.done);
+    EXPECT_NE(restored.message.find("nothing was overwritten"), std::string::npos);
+    EXPECT_EQ(::readFile(dir_ / "share/virus"), "newer");
+    EXPECT_EQ(quarantine_->list().size(), 1U);
+}
+
+TEST_F(QuarantineTest, WhatWasChangedWhileItLayInQuarantineDoesNotComeBack) {
+    bad();
+    const FileDescriptor writer(::open((dir_ / "share/virus").c_str(), O_WRONLY));
+    const QuarantineResult taken = take(dir_ / "share/virus");
+    ASSERT_EQ(::write(writer.get(), "even worse!", 11), 11);
+    const QuarantineResult restored = quarantine_->restore(taken.id);
+    EXPECT_EQ(restored.message, "The quarantined file cannot be read as it was stored.");
+    EXPECT_TRUE(fs::is_empty(dir_ / "share"));
+    EXPECT_EQ(quarantine_->list().size(), 1U);
+}
+
+TEST_F(QuarantineTest, FileThatHadBothNamesAtAPowerCutStaysInPlaceAsItWas) {
+    dieAt("recorded", [this] { take(bad()); });
+    fs::create_hard_link(dir_ / "share/virus", dir_ / ("store/" + id_ + ".data"));
+    restart();
+    expectRestored(dir_ / "share/virus");
+    EXPECT_EQ(filesInStore(), 0U);
+}
+
+TEST_F(QuarantineTest, RestoreGoesNeitherToAGoneFolderNorThroughALink) {
+    const QuarantineResult taken = take(bad());
+    fs::remove(dir_ / "share");
+    EXPECT_NE(quarantine_->restore(taken.id).message.find("does not exist any more"), std::string::npos);
+    fs::create_directory(dir_ / "elsewhere");
+    fs::create_directory_symlink("elsewhere", dir_ / "share");
+    EXPECT_FALSE(quarantine_->restore(taken.id).done) << "somebody could have it put anywhere";
+    EXPECT_TRUE(fs::is_empty(dir_ / "elsewhere"));
+    EXPECT_EQ(quarantine_->list().size(), 1U);
+}
+
+TEST_F(QuarantineTest, RemovedItemIsGoneForGood) {
+    const QuarantineResult taken = take(bad());
+    EXPECT_TRUE(quarantine_->remove(taken.id).done);
+    EXPECT_FALSE(quarantine_->remove(taken.id).done);
+    EXPECT_FALSE(quarantine_->restore("../../etc/passwd").done);
+    EXPECT_EQ(filesInStore(), 0U);
+}
+
+TEST_F(QuarantineTest, TrustedContentIsKnownAgainAfterARestartUntilItIsDistrusted) {
+    const QuarantineResult taken = take(bad());
+    ASSERT_TRUE(quarantine_->trust(taken.id).done);
+    ASSERT_TRUE(quarantine_->restore(taken.id).done);
+    restart();
+    EXPECT_TRUE(quarantine_->isTrusted(opened(dir_ / "share/virus").file.get()));
+    ::writeFile(dir_ / "other", "other content");
+    EXPECT_FALSE(quarantine_->isTrusted(opened(dir_ / "other").file.get()));
+    ASSERT_EQ(quarantine_->trusted().size(), 1U);
+    EXPECT_TRUE(quarantine_->distrust(quarantine_->trusted().begin()->first).done);
+    EXPECT_FALSE(quarantine_->isTrusted(opened(dir_ / "share/virus").file.get()));
+}
+
+TEST_F(QuarantineTest, ListOfTrustedFilesOutlivesAStartThatCannotReadIt) {
+    const std::string earlier = "{\"sha256\":\"" + std::string(64, 'a') + "\",\"path\":\"/earlier\"}\n";
+    ::writeFile(dir_ / "aside", "of a later version\n" + earlier);
+    fs::create_directory(dir_ / "trusted");
+    restart();
+    const QuarantineResult taken = take(bad());
+    EXPECT_EQ(quarantine_->trust(taken.id).message, "The list of trusted files cannot be read.");
+    EXPECT_EQ(quarantine_->distrust(std::string(64, 'a')).message, "The list of trusted files cannot be read.");
+    fs::remove(dir_ / "trusted");
+    fs::rename(dir_ / "aside", dir_ / "trusted");
+    EXPECT_TRUE(quarantine_->trust(taken.id).done);
+    EXPECT_EQ(quarantine_->trusted().size(), 2U);
+    const std::string text = ::readFile(dir_ / "trusted");
+    EXPECT_NE(text.find("of a later version\n"), std::string::npos);
+    EXPECT_NE(text.find("/earlier"), std::string::npos);
+}
+
+TEST_F(QuarantineTest, BackupLeavesTheFileInPlace) {
+    const QuarantineResult kept = quarantine_->backup(opened(bad()), {"Win.Virus.X", "Virus", "7_1"});
+    ASSERT_TRUE(kept.done) << kept.message;
+    expectRestored(dir_ / "share/virus");
+    EXPECT_TRUE(quarantine_->find(kept.id)->backup);
+    EXPECT_FALSE(quarantine_->restore(kept.id).done);
+    fs::remove(dir_ / "share/virus");
+    EXPECT_TRUE(quarantine_->restore(kept.id).done);
+    expectRestored(dir_ / "share/virus");
+}
+
+TEST_F(QuarantineTest, CopyThatWouldFillTheDiskIsNotMade) {
+    fs::create_hard_link(bad(), dir_ / "other");  // so that quarantine copies it, too
+    ScannedFile file = opened(dir_ / "share/virus");
+    file.status.st_size = off_t{1} << 60U;
+    for (const QuarantineResult& result : {quarantine_->backup(file, {}), quarantine_->take(file, {})}) {
+        EXPECT_EQ(result.message, "the disk of the quarantine is almost full");
+    }
+    expectRestored(dir_ / "share/virus");
+    EXPECT_EQ(filesInStore(), 0U);
+}
+
+TEST_F(QuarantineTest, DamagedRecordDoesNotHideTheOthers) {
+    ASSERT_TRUE(take(bad()).done);
+    ::writeFile(dir_ / "store/garbage.json", "{\"id\":");
+    ::writeFile(dir_ / ("store/" + std::string(32, 'a') + ".json"), R"({"id":"../../x","phase":"kept"})");
+    restart();
+    EXPECT_EQ(quarantine_->list().size(), 1U);
+    EXPECT_TRUE(fs::exists(dir_ / "store/garbage.json"));
+}
+
+/// Cuts the power at the n-th step of an operation, for every n, and looks what a restart makes of it.
+class PowerCutTest : public QuarantineTest {
+protected:
+    /// False once the operation came to its end before the cut.
+    template <typename Operation>
+    bool cut(int at, const Operation& operation) {
+        int steps = 0;
+        bool dead = false;
+        quarantine_->setStepHook([&](const char*) { return !(dead = dead || ++steps == at); });
+        operation();
+        restart();
+        return dead;
+    }
+
+    /// The content is in exactly one place, under its name or in quarantine, and nothing else lies about.
+    void expectInOnePlace(const fs::path& path) {
+        const bool inPlace = fs::exists(path);
+        EXPECT_EQ(quarantine_->list().size(), inPlace ? 0U : 1U);
+        EXPECT_EQ(filesInStore(), inPlace ? 0U : 2U);
+        const auto names = std::distance(fs::directory_iterator(path.parent_path()), {});
+        EXPECT_EQ(names, inPlace ? 1 : 0) << "a half-moved file lies about";
+        if (!inPlace) {
+            EXPECT_TRUE(quarantine_->restore(quarantine_->list().front().id).done);
+        }
+        expectRestored(path);
+        fs::remove(path);
+    }
+
+    void cutEverywhere(const fs::path& path) {
+        int at = 1;
+        for (; cut(at, [&] { take(bad(path)); }); ++at) {
+            SCOPED_TRACE("taking, step " + std::to_string(at));
+            expectInOnePlace(path);
+        }
+        EXPECT_GT(at, 3);
+        ASSERT_EQ(quarantine_->list().size(), 1U);
+        for (at = 1; cut(at, [&] { quarantine_->restore(quarantine_->list().front().id); }); ++at) {
+            SCOPED_TRACE("restoring, step " + std::to_string(at));
+            expectInOnePlace(path);
+            ASSERT_TRUE(take(bad(path)).done);
+        }
+        EXPECT_GT(at, 3);
+        expectInOnePlace(path);
+    }
+};
+
+/// What a start makes of an interrupted operation when it may not read what was stored.
+class UnreadableTest : public QuarantineTest {
+protected:
+    /// A start by somebody who may delete everything in the store but not read the content.
+    void startUnableToRead() {
+        constexpr uid_t NOBODY = 65534;
+        ::chmod(dir_.path().c_str(), 0755);
+        for (const fs::path& path : {dir_ / "store", dir_ / ("store/" + id_ + ".json")}) {
+            ASSERT_EQ(::geteuid() == 0 ? ::chown(path.c_str(), NOBODY, NOBODY) : 0, 0);
+        }
+        ASSERT_EQ(::chmod((dir_ / ("store/" + id_ + ".data")).c_str(), 0), 0);
+        withoutPrivilege([this] { restart(); });
+        EXPECT_EQ(quarantine_->list().size(), 1U);
+        ::chmod((dir_ / ("store/" + id_ + ".data")).c_str(), 0600);
+    }
+};
+
+TEST_F(UnreadableTest, TheOnlyCopyOfAFileIsNotErased) {
+    fs::create_hard_link(bad(), dir_ / "other");  // so that it is copied in
+    dieAt("removed", [this] { take(dir_ / "share/virus"); });
+    ASSERT_FALSE(fs::exists(dir_ / "share/virus"));
+    startUnableToRead();
+    restart();
+    ASSERT_TRUE(quarantine_->restore(id_).done);
+    expectRestored(dir_ / "share/virus");
+}
+
+TEST_F(UnreadableTest, BackupIsNotErased) {
+    dieAt("copied", [this] { quarantine_->backup(opened(bad()), {}); });
+    startUnableToRead();
+    fs::remove(dir_ / "share/virus");
+    restart();
+    ASSERT_TRUE(quarantine_->restore(id_).done);
+    expectRestored(dir_ / "share/virus");
+}
+
+TEST_F(PowerCutTest, LosesNothingAtAnyStep) { cutEverywhere(dir_ / "share/virus"); }
+
+TEST_F(PowerCutTest, LosesNothingAtAnyStepAcrossFileSystems) {
+    other_ = otherFileSystem();
+    if (!other_) GTEST_SKIP() << "/dev/shm is no other file system than the temporary folder";
+    cutEverywhere(*other_ / "virus");
+}
+
+TEST_F(PowerCutTest, LeavesNoHalfBackupBehind) {
+    for (int at = 1; cut(at, [&] { quarantine_->backup(opened(bad()), {}); }); ++at) {
+        expectRestored(dir_ / "share/virus");
+        EXPECT_EQ(filesInStore(), 2 * quarantine_->list().size());
+        for (const QuarantineItem& item : quarantine_->list()) quarantine_->remove(item.id);
+    }
+}
+
+}  // namespace
+}  // namespace keldra

@@ -1,0 +1,324 @@
+#include "service/scanning/scan_jobs.h"
+
+#include "norv/path_list.h"
+#include "tests/unit/service/scan_fixture.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <thread>
+
+namespace keldra {
+namespace {
+
+namespace fs = std::filesystem;
+constexpr int PATIENCE = 30000;  // milliseconds
+
+class TestClock : public Clock {
+public:
+    std::int64_t now() const override { return seconds; }
+    std::int64_t steadyMilliseconds() const override { return 0; }
+    std::atomic<std::int64_t> seconds = 1000000000;
+};
+
+/// An engine that lets a test hold the scan of a file up.
+class GatedEngine : public ScanEngine {
+public:
+    ScanResult scan(int, const std::string&, const ScanOptions&, std::stop_token stop) override {
+        ++scans;
+        if (throws) throw std::bad_alloc();
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, stop, [this] { return open_; });
+        return {stop.stop_requested() ? Verdict::NOT_FULLY_SCANNED : verdict, "", "gated"};
+    }
+    EngineState state() const override {
+        EngineState state;
+        state.database = database;
+        return state;
+    }
+    bool load() override { return true; }
+    void reload(std::function<void(bool)>) override {}
+    void open() {
+        const std::lock_guard lock(mutex_);
+        open_ = true;
+        changed_.notify_all();
+    }
+
+    std::atomic<int> scans = 0;
+    bool throws = false;
+    Verdict verdict = Verdict::CLEAN;
+    EngineState::Database database = EngineState::Database::LOADED;
+
+private:
+    std::mutex mutex_;
+    std::condition_variable_any changed_;
+    bool open_ = false;
+};
+
+class ScanJobsTest : public testing::Test {
+protected:
+    ScanJobsTest() {
+        EXPECT_TRUE(quarantine_.open());
+        settings_.historyFolder = dir_ / "history";
+        settings_.ownFolders = {dir_ / "store"};
+        request_.roots = {dir_ / "share"};
+        fs::create_directory(dir_ / "share");
+        restart(shippedEngine());
+    }
+
+    void restart(ScanEngine& engine) {
+        jobs_.reset();
+        jobs_ = std::make_unique<ScanJobs>(settings_, engine, actions_, clock_);
+    }
+    std::string begin() {
+        const ScanStart start = jobs_->start(request_);
+        EXPECT_TRUE(start.started) << start.message;
+        return start.id;
+    }
+    ScanStatus finish(const std::string& id) {
+        EXPECT_TRUE(jobs_->wait(id, PATIENCE));
+        return jobs_->status(id).value_or(ScanStatus{});
+    }
+    ScanStatus run() { return finish(begin()); }
+    void put(const std::string& name, const std::string& content) { ::writeFile(dir_ / ("share/" + name), content); }
+    void waitForScans(const GatedEngine& engine, int scans) {
+        while (engine.scans < scans) std::this_thread::yield();
+    }
+
+    TempDir dir_;
+    Quarantine quarantine_{(dir_ / "store").string(), (dir_ / "trusted").string()};
+    Actions actions_{quarantine_};
+    TestClock clock_;
+    ScanJobsSettings settings_;
+    ScanRequest request_;
+    GatedEngine gated_;
+    std::unique_ptr<ScanJobs> jobs_;
+};
+
+TEST_F(ScanJobsTest, CountsWhatItFindsAndTellsVerdictsApart) {
+    put("clean", "text");
+    put("sub/virus", testVirus());
+    put("deep.zip", zipOf({{"a.zip", zipOf({{"virus", testVirus()}})}}));
+    put("one.zip", zipOf({{"virus", testVirus()}}));
+    request_.settings.scanCompressed = true;
+    request_.settings.compressionLayer = 1;
+    const ScanStatus status = run();
+    EXPECT_EQ(status.state, ScanState::COMPLETED);
+    EXPECT_EQ(status.total, 4U);
+    EXPECT_EQ(status.scanned, 4U);
+    EXPECT_EQ(status.found, 2U);
+    EXPECT_EQ(status.notFullyScanned, 1U);
+    EXPECT_EQ(status.id.find_first_not_of("0123456789_"), std::string::npos);
+    EXPECT_EQ(jobs_->finds(status.id, 0).size(), 3U);
+    EXPECT_EQ(jobs_->finds(status.id, 2).size(), 1U);
+    EXPECT_TRUE(jobs_->finds(status.id, 3).empty());
+}
+
+TEST_F(ScanJobsTest, FindsAreDealtWithUnlessOnlyAReportIsAsked) {
+    put("virus", testVirus());
+    request_.settings.universeAction = "2-0";
+    request_.act = false;
+    EXPECT_EQ(run().found, 1U);
+    EXPECT_TRUE(fs::exists(dir_ / "share/virus"));
+    request_.act = true;
+    const ScanStatus status = run();
+    EXPECT_FALSE(fs::exists(dir_ / "share/virus"));
+    ASSERT_EQ(quarantine_.list().size(), 1U);
+    EXPECT_EQ(quarantine_.list().front().task, status.id);
+    EXPECT_EQ(jobs_->finds(status.id, 0).front().type, "Test_Virus");
+}
+
+TEST_F(ScanJobsTest, ScanOfEverythingDoesNotFindTheQuarantineAgain) {
+    put("virus", testVirus());
+    request_.settings.universeAction = "2-0";
+    request_.roots = {dir_.path()};
+    EXPECT_EQ(run().found, 1U);
+    EXPECT_EQ(run().found, 0U);
+}
+
+TEST_F(ScanJobsTest, ExtensionsAndExcludesOfTheSettingsDecide) {
+    for (const char* name : {"a.exe", "a.txt", "b.exe", "out/c.exe"}) put(name, testVirus());
+    request_.settings.includeExtList = "EXE";
+    request_.settings.excludePaths = joinPathList({(dir_ / "share/out").string()});
+    request_.settings.excludePatterns = "b.*";
+    const ScanStatus status = run();
+    EXPECT_EQ(status.total, 1U);
+    EXPECT_EQ(status.found, 1U);
+}
+
+TEST_F(ScanJobsTest, SelectionByContentFindsProgramsUnderAnyName) {
+    put("holiday.jpg", testVirus());
+    put("text.txt", "Dear all");
+    request_.settings.zelscan = true;
+    const ScanStatus status = run();
+    EXPECT_EQ(status.found, 1U);
+    EXPECT_EQ(status.scanned, status.total);
+}
+
+TEST_F(ScanJobsTest, UnreadableFilesAreSkippedAndCounted) {
+    put("closed", "x");
+    put("open", "x");
+    fs::permissions(dir_.path(), fs::perms::all);
+    fs::permissions(dir_ / "share/closed", fs::perms::none);
+    ScanStatus status;
+    withoutPrivilege([&] { status = run(); });
+    EXPECT_EQ(status.skipped, 1U);
+    EXPECT_EQ(status.scanned, 1U);
+    EXPECT_EQ(status.total, 2U);
+    EXPECT_EQ(status.state, ScanState::COMPLETED);
+}
+
+TEST_F(ScanJobsTest, SecondScanOfAKindIsRefusedAndNamesTheFirst) {
+    restart(gated_);
+    put("file", "x");
+    const std::string id = begin();
+    const ScanStart second = jobs_->start(request_);
+    EXPECT_FALSE(second.started);
+    EXPECT_EQ(second.id, id);
+    request_.kind = ScanKind::SCHEDULED;
+    EXPECT_TRUE(jobs_->start(request_).started) << "another kind stands in nobody's way";
+    EXPECT_EQ(jobs_->running(ScanKind::MANUAL)->id, id);
+    gated_.open();
+    EXPECT_EQ(finish(id).state, ScanState::COMPLETED);
+    EXPECT_FALSE(jobs_->running(ScanKind::MANUAL));
+    request_.kind = ScanKind::MANUAL;
+    EXPECT_NE(finish(begin()).id, id);
+}
+
+TEST_F(ScanJobsTest, StopEndsAScanInTheMiddle) {
+    restart(gated_);
+    for (int i = 0; i < 500; ++i) put("f" + std::to_string(i), "x");
+    const std::string id = begin();
+    waitForScans(gated_, 1);
+    EXPECT_EQ(jobs_->status(id)->state, ScanState::RUNNING);
+    EXPECT_FALSE(jobs_->status(id)->currentFile.empty());
+    EXPECT_TRUE(jobs_->stop(id));
+    const ScanStatus status = finish(id);
+    EXPECT_EQ(status.state, ScanState::STOPPED);
+    EXPECT_EQ(status.message, SCAN_STOPPED);
+    EXPECT_LT(status.scanned, 500U);
+    EXPECT_FALSE(jobs_->stop(id));
+    EXPECT_FALSE(jobs_->stop("1_1"));
+}
+
+TEST_F(ScanJobsTest, TotalIsKnownBeforeTheScanIsThrough) {
+    restart(gated_);
+    for (int i = 0; i < 500; ++i) put("f" + std::to_string(i), "x");
+    const std::string id = begin();
+    while (jobs_->status(id)->total < 500U) std::this_thread::yield();
+    EXPECT_EQ(jobs_->status(id)->scanned, 0U);
+    gated_.open();
+    EXPECT_EQ(finish(id).scanned, 500U);
+}
+
+TEST_F(ScanJobsTest, NoNumberOfEncryptedFilesHidesAFind) {
+    settings_.findLimit = 4;
+    restart(shippedEngine());
+    for (int i = 0; i < 9; ++i) put("a" + std::to_string(i), zipOf({{"secret", "x"}}, true));
+    put("folder/virus", testVirus());
+    request_.settings.scanCompressed = true;
+    request_.act = false;
+    const ScanStatus status = run();
+    EXPECT_EQ(status.notFullyScanned, 9U);
+    EXPECT_EQ(jobs_->leftFinds(status.id, 9).size(), 1U);
+}
+
+TEST_F(ScanJobsTest, ResultsSurviveARestart) {
+    put("virus", testVirus());
+    request_.act = false;
+    const ScanStatus before = run();
+    restart(shippedEngine());
+    const std::optional<ScanStatus> after = jobs_->status(before.id);
+    ASSERT_TRUE(after);
+    EXPECT_EQ(after->state, ScanState::COMPLETED);
+    EXPECT_EQ(after->found, 1U);
+    ASSERT_EQ(jobs_->finds(before.id, 0).size(), 1U);
+    EXPECT_EQ(jobs_->finds(before.id, 0).front().path, dir_ / "share/virus");
+    ASSERT_EQ(jobs_->leftFinds(before.id, 9).size(), 1U);
+    EXPECT_EQ(jobs_->leftFinds(before.id, 9).front().signature, jobs_->finds(before.id, 0).front().signature);
+    EXPECT_EQ(jobs_->history().size(), 1U);
+    EXPECT_FALSE(jobs_->status("999_9"));
+}
+
+TEST_F(ScanJobsTest, ScanCutShortByAKillIsNotShownAsRunning) {
+    restart(gated_);
+    put("file", "x");
+    const std::string id = begin();
+    waitForScans(gated_, 1);
+    // The history as a kill leaves it.
+    fs::copy(dir_ / "history", dir_ / "killed");
+    settings_.historyFolder = dir_ / "killed";
+    restart(shippedEngine());
+    EXPECT_EQ(jobs_->status(id)->state, ScanState::STOPPED);
+    EXPECT_EQ(jobs_->status(id)->message, SCAN_INTERRUPTED);
+    EXPECT_GE(jobs_->status(id)->ended, jobs_->status(id)->started);
+}
+
+TEST_F(ScanJobsTest, ShutdownStopsScansAndSaysSo) {
+    restart(gated_);
+    put("file", "x");
+    const std::string id = begin();
+    waitForScans(gated_, 1);
+    restart(shippedEngine());
+    EXPECT_EQ(jobs_->status(id)->message, SCAN_SHUT_DOWN);
+}
+
+TEST_F(ScanJobsTest, ScanThatCannotBeDoneFailsWithAReason) {
+    gated_.database = EngineState::Database::NONE;
+    restart(gated_);
+    EXPECT_EQ(run().message, SCAN_NO_SIGNATURES);
+    gated_.database = EngineState::Database::LOADED;
+    request_.roots.clear();
+    EXPECT_EQ(run().message, SCAN_NO_FOLDER);
+    request_.roots = {(dir_ / "missing/").string()};
+    const ScanStatus status = run();
+    EXPECT_EQ(status.state, ScanState::FAILED);
+    EXPECT_EQ(status.message, SCAN_NOTHING_READABLE);
+}
+
+TEST_F(ScanJobsTest, ScanThatRunsOutOfMemoryFailsAndTheServiceGoesOn) {
+    for (const unsigned int workers : {1U, 3U}) {
+        request_.workers = workers;
+        gated_.throws = true;
+        restart(gated_);
+        for (int i = 0; i < 20; ++i) put("f" + std::to_string(i), "x");
+        const ScanStatus status = run();
+        EXPECT_EQ(status.state, ScanState::FAILED) << workers;
+        EXPECT_EQ(status.message, SCAN_BROKEN) << workers;
+        gated_.throws = false;
+        gated_.open();
+        EXPECT_EQ(run().scanned, 20U) << workers;
+    }
+}
+
+TEST_F(ScanJobsTest, FileThatTheEngineCannotScanIsNotCountedAsScanned) {
+    gated_.verdict = Verdict::FAILED;
+    gated_.open();
+    restart(gated_);
+    put("file", "x");
+    const ScanStatus status = run();
+    EXPECT_EQ(status.scanned, 0U);
+    EXPECT_EQ(status.skipped, 1U);
+    EXPECT_FALSE(jobs_->finds(status.id, 0).front().infected);
+}
+
+TEST_F(ScanJobsTest, OldResultsAreForgottenByNumberAndByAge) {
+    settings_.historyLimit = 2;
+    settings_.historyAge = 100;
+    restart(shippedEngine());
+    std::vector<std::string> ids;
+    for (int i = 0; i < 4; ++i) {
+        ids.push_back(run().id);
+        ++clock_.seconds;
+    }
+    jobs_->cleanUp();
+    EXPECT_EQ(jobs_->history().size(), 2U);
+    EXPECT_EQ(jobs_->history().front().id, ids.back());
+    EXPECT_FALSE(jobs_->status(ids.front()));
+    clock_.seconds += 1000;
+    jobs_->cleanUp();
+    EXPECT_TRUE(jobs_->history().empty());
+    EXPECT_TRUE(fs::is_empty(dir_ / "history"));
+}
+
+}  // namespace
+}  // namespace keldra
