@@ -55,14 +55,24 @@ test('no other site can start, stop or end anything, and its links still lead he
     const { host } = new URL(console_.base);
     for (const from of [
       { ...followed, 'Sec-Fetch-Site': 'cross-site' }, { ...followed, 'Sec-Fetch-Site': 'same-site' },
-      { Referer: 'http://evil.example/' }, { Referer: `http://${host}.evil.example/` }, { Origin: 'null' },
+      { Referer: 'http://evil.example/' }, { Referer: `http://${host}.evil.example/` }, { Origin: 'null' }, {},
     ]) assert.equal(await statusOf(path, from), 403, `${path} ${JSON.stringify(from)}`);
-    for (const from of [{ 'Sec-Fetch-Site': 'same-origin' }, { 'Sec-Fetch-Site': 'none' }, { Referer: `http://${host}/x` }, {}])
+    for (const from of [{ 'Sec-Fetch-Site': 'same-origin' }, { 'Sec-Fetch-Site': 'none' }, { Referer: `http://${host}/x` }])
       assert.notEqual(await statusOf(path, from), 403, `${path} ${JSON.stringify(from)}`);
   }
   assert.notEqual(await statusOf(`${there}manual_scan`, { ...followed, 'Sec-Fetch-Site': 'cross-site' }), 403);
   assert.equal(await statusOf(`${there}manual_scan`, { 'Sec-Fetch-Mode': 'no-cors', 'Sec-Fetch-Site': 'cross-site' }), 403);
   assert.equal(await statusOf(`${there}manual_scan`, { Origin: 'http://evil.example' }, 'POST'), 403);
+});
+
+test('the programs are reached by their names only, and every answer says what a browser may do with it', async () => {
+  for (const [path, status] of [['/', 200], ['/nothing', 404], ['/NorvLinux/error.html', 403], ['/../x', 400],
+    ['/NorvLinux/logon.cgi/more.cgi', 403]]) {
+    const answer = await new Promise((resolve) => { request(console_.base, { path }, resolve).end(); });
+    assert.equal(answer.resume().statusCode, status, path);
+    assert.match(answer.headers['content-security-policy'], /frame-ancestors 'none'/, path);
+    assert.equal(answer.headers['x-content-type-options'], 'nosniff', path);
+  }
 });
 
 test('nobody sees a page without logging on', async () => {

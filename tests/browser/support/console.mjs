@@ -54,13 +54,13 @@ export async function startConsole(options = [], enclosure = []) {
   const [program, ...rest] = [...enclosure, join(root, 'scripts/run-console'), '--port', String(port), '--dir', folder,
     '--build', build, ...options];
   const child = spawn(program, rest, { stdio: ['ignore', 'pipe', 'inherit'] });
-  const { user, password } = await facts(child).catch((error) => {
+  const { console: address, user, password } = await facts(child).catch((error) => {
     rmSync(folder, { recursive: true, force: true });
     throw error;
   });
   child.stdout.resume();
   return {
-    base: `http://127.0.0.1:${port}`,
+    base: new URL(address).origin,
     folder,
     pid: child.pid,
     user,
