@@ -83,11 +83,29 @@ void RealtimeScan::act(int fd, const std::string& path, const OnAccessAnswer& an
 }
 
 RealtimeState RealtimeScan::state() const {
-    RealtimeState state{.running = listener_.running(), .problem = listener_.problem()};
-    std::string reason;
-    state.kernelAllows = OnAccess::kernelAllows(&reason);
-    if (state.problem.empty()) state.problem = reason;
+    using enum RealtimeState::Trouble;
+    RealtimeState state;
+    std::string refusal;
+    state.kernelAllows = OnAccess::kernelAllows(&refusal);
+    state.wanted = policy()->settings.scanDirection != 0;
+    if (!state.wanted) return state.message = refusal, state;
+    if (!state.kernelAllows)
+        state.trouble = KERNEL, state.message = refusal;
+    else if (!listener_.running())
+        state.trouble = LISTENER, state.message = listener_.problem();
+    else
+        lookAtEngine(state);
+    state.guarding = state.trouble == NONE;
     return state;
+}
+
+/// Without signatures every file is answered as one whose scan takes too long.
+void RealtimeScan::lookAtEngine(RealtimeState& state) const {
+    const EngineState engine = engine_.state();
+    if (engine.database == EngineState::Database::LOADED) return;
+    state.trouble = engine.reloading ? RealtimeState::Trouble::LOADING : RealtimeState::Trouble::NO_SIGNATURES;
+    state.message = engine.reloading ? "Not guarding yet: the signatures are being loaded."
+                                     : "Not guarding: there are no signatures that can be used.";
 }
 
 }  // namespace keldra

@@ -12,11 +12,27 @@
 
 namespace keldra {
 
-/// Whether the real-time scan works.
+/// How the real-time scan is doing.
 struct RealtimeState {
-    bool running = false;       ///< the listener runs
+    /// What keeps it from guarding although it is wanted.
+    enum class Trouble {
+        NONE,
+        KERNEL,         ///< the kernel or this process's rights do not allow it
+        LISTENER,       ///< no folder can be watched, or listening has failed
+        LOADING,        ///< the signatures are still being loaded
+        NO_SIGNATURES,  ///< there are none that can be used
+        HANGING,        ///< too many files hang for any other to be scanned
+    };
+
+    bool wanted = false;    ///< the settings switch it on
+    bool guarding = false;  ///< files in the watched folders are being scanned
+    Trouble trouble = Trouble::NONE;
     bool kernelAllows = false;  ///< the kernel offers what it needs, and to this process
-    std::string problem;        ///< English, empty when all is well
+    unsigned hanging = 0;       ///< files whose file system does not answer, and that were left aside
+    std::string message;        ///< English: what is wrong or worth knowing, empty when all is well
+
+    /// What the console shows as the service running: only a real-time scan that is wanted can fail to.
+    bool serviceRuns() const { return !wanted || guarding; }
 };
 
 /// The real-time scan's policy: what the stored settings mean for a file that is opened or was written.
@@ -38,6 +54,7 @@ private:
     std::shared_ptr<const Policy> policy() const;
     OnAccessAnswer scan(int fd, const std::string& path, std::stop_token stop);
     void act(int fd, const std::string& path, const OnAccessAnswer& answer);
+    void lookAtEngine(RealtimeState& state) const;
 
     ScanEngine& engine_;
     Actions& actions_;

@@ -54,7 +54,7 @@ bool store(Service& service, const char* name, const IPCMessage& request, IPCMes
 bool getRealtimeScan(Service& service, const IPCMessage&, IPCMessage& reply) {
     NORVRealtimeScanConfig record(*service.configuration().snapshot());
     const RealtimeState state = service.realtime().state();
-    record.serviceRunning = state.running;
+    record.serviceRunning = state.serviceRuns();
     record.kernelHookModuleLoaded = state.kernelAllows;
     return give("RealtimeScanConfig", record, reply);
 }

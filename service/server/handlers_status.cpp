@@ -40,9 +40,10 @@ void addEngine(Service& service, IPCMessage& reply) {
 
 void addRealtime(Service& service, IPCMessage& reply) {
     const RealtimeState state = service.realtime().state();
-    reply.addParam("RealtimeRunning", state.running ? 1 : 0);
+    reply.addParam("RealtimeRunning", state.guarding ? 1 : 0);
     reply.addParam("RealtimeAllowed", state.kernelAllows ? 1 : 0);
-    reply.addParam("RealtimeMessage", state.problem);
+    reply.addParam("RealtimeMessage", state.message);
+    reply.addParam("RealtimeHanging", state.hanging);
 }
 
 /// Whether a find is a danger that nobody has dealt with. Files made to try out scanners are left alone on purpose.

@@ -127,6 +127,14 @@ TEST_F(RealtimeTest, AFolderThatWasMissingAtTheStartIsWatchedOnceItIsThere) {
     EXPECT_EQ(quarantined().size(), 32U);
 }
 
+TEST_F(RealtimeTest, RunningIsSaidOfWhatGuardsAndOfWhatIsSwitchedOff) {
+    EXPECT_TRUE(running()) << "switched off";
+    EXPECT_EQ(get(SERVICE_STATUS).value<int>("RealtimeRunning"), 0);
+    ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING));
+    EXPECT_EQ(get(SERVICE_STATUS).value<int>("RealtimeRunning"), 1);
+    EXPECT_EQ(get(SERVICE_STATUS).value<std::string>("RealtimeMessage"), "");
+}
+
 TEST_F(RealtimeTest, AKilledServiceFreezesNobody) {
     writeFile(service_.file("samples") / "eicar.com", testFile());
     ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING | NORVRealtimeScanConfig::OUTGOING));
