@@ -1,6 +1,7 @@
 #include "service/engine/scan_engine.h"
 
 #include "norv/log.h"
+#include "service/base/files.h"
 #include "service/base/memory_budget.h"
 #include "service/engine/clean_cache.h"
 #include "service/engine/content_scan.h"
@@ -14,18 +15,14 @@
 #include <cstdint>
 #include <ctime>
 #include <deque>
-#include <filesystem>
 #include <mutex>
 #include <optional>
-#include <string_view>
 #include <thread>
 #include <utility>
 
 namespace keldra {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 struct FreeEngine {
     void operator()(cl_engine* old) const { cl_engine_free(old); }
@@ -49,32 +46,6 @@ bool initLibrary() {
         return cl_init(CL_INIT_DEFAULT) == CL_SUCCESS;
     }();
     return ready;
-}
-
-bool isSignatureFile(const fs::path& path) {
-    static constexpr std::array<std::string_view, 36> EXTENSIONS{
-        ".cvd", ".cld", ".cud", ".db",  ".hdb", ".hdu", ".hsb", ".hsu", ".mdb",  ".mdu", ".msb",  ".msu",
-        ".ndb", ".ndu", ".ldb", ".ldu", ".sdb", ".zmd", ".rmd", ".idb", ".fp",   ".sfp", ".pdb",  ".gdb",
-        ".wdb", ".cbc", ".ftm", ".cfg", ".cdb", ".cat", ".crb", ".ign", ".ign2", ".yar", ".yara", ".imp"};
-    return std::find(EXTENSIONS.begin(), EXTENSIONS.end(), path.extension().string()) != EXTENSIONS.end();
-}
-
-/// The signature files of a folder; their newest modification time.
-struct FolderContent {
-    std::size_t files = 0;
-    int64_t newest = 0;
-};
-
-FolderContent lookInto(const std::string& folder) {
-    FolderContent content;
-    std::error_code error;
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-        struct stat status {};
-        if (!isSignatureFile(entry->path()) || ::stat(entry->path().c_str(), &status) != 0) continue;
-        ++content.files;
-        content.newest = std::max(content.newest, static_cast<int64_t>(status.st_mtim.tv_sec));
-    }
-    return content;
 }
 
 std::string versionFromTime(int64_t seconds) {
@@ -127,22 +98,38 @@ void describe(Built& built, int64_t newest) {
     built.state.databaseVersion = version > 0 ? std::to_string(version) : versionFromTime(newest);
 }
 
+/// Takes what one folder holds into the engine. False, with the reason in `built`, when that is less than all.
+bool loadFolder(Built& built, const SignatureFolder& folder) {
+    if (folder.missing) built.state.missingFolders.push_back(folder.path);
+    unsigned int count = 0;
+    std::string fault = folder.error == 0 ? std::string() : errorText(folder.error);
+    if (fault.empty() && !folder.files.empty()) {
+        const cl_error_t code = cl_load(folder.path.c_str(), built.engine->library.get(), &count, CL_DB_STDOPT);
+        if (code != CL_SUCCESS) fault = cl_strerror(code);
+    }
+    if (!fault.empty()) {
+        built = failedBuild("The signatures in " + folder.path + " cannot be loaded: " + fault, folder.path);
+        return false;
+    }
+    built.state.signatures += count;
+    if (folder.onlyForTrying()) built.state.signaturesForTrying += count;
+    built.state.parts.insert(built.state.parts.end(), folder.parts.begin(), folder.parts.end());
+    return true;
+}
+
 /// Loads all folders that hold signatures into one new engine.
 Built buildEngine(const EngineSettings& settings, const std::vector<std::string>& folders) {
     Built built;
     built.engine = newEngine(settings);
     if (!built.engine) return failedBuild("The engine cannot be started.");
     int64_t newest = 0;
-    for (const std::string& folder : folders) {
-        const FolderContent content = lookInto(folder);
-        if (content.files == 0) continue;
-        const cl_error_t code =
-            cl_load(folder.c_str(), built.engine->library.get(), &built.state.signatures, CL_DB_STDOPT);
-        if (code != CL_SUCCESS) {
-            return failedBuild("The signatures in " + folder + " cannot be loaded: " + cl_strerror(code), folder);
-        }
-        newest = std::max(newest, content.newest);
+    for (const std::string& path : folders) {
+        const SignatureFolder folder = readSignatureFolder(path);
+        if (!loadFolder(built, folder)) return built;
+        newest = std::max(newest, folder.newest);
     }
+    for (const std::string& path : built.state.missingFolders)
+        NORV_LOG(NORV_LOG_WARNING, "There is no folder %s for signatures", path.c_str());
     if (built.state.signatures == 0) {
         built.engine.reset();
         built.state.message = "There are no virus signatures.";
@@ -213,6 +200,7 @@ ScanResult ClamEngine::scan(int fd, const std::string& path, const ScanOptions& 
 EngineState ClamEngine::state() const {
     const std::lock_guard lock(mutex_);
     EngineState copy = state_;
+    copy.guarding = engine_ != nullptr;
     copy.reloading = loading_ > 0 || !reloads_.empty();
     return copy;
 }
@@ -314,6 +302,15 @@ void ClamEngine::reloadLoop(const std::stop_token& stop) {
 }
 
 }  // namespace
+
+int64_t EngineState::officialTime() const {
+    int64_t oldest = 0;
+    for (const SignaturePart& part : parts) {
+        if (part.name == "daily") return part.built;
+        if (oldest == 0 || part.built < oldest) oldest = part.built;
+    }
+    return oldest;
+}
 
 std::unique_ptr<ScanEngine> makeScanEngine(EngineSettings settings) {
     return std::make_unique<ClamEngine>(std::move(settings));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "service/engine/scan_result.h"
+#include "service/engine/signature_files.h"
 
 #include <cstdint>
 #include <functional>
@@ -19,9 +20,20 @@ struct EngineState {
     std::string engineVersion;
     std::string databaseVersion;  ///< version of the newest official part, else the time of the newest file
     unsigned int signatures = 0;
-    int64_t databaseTime = 0;  ///< seconds since the epoch; 0 without a database
+    unsigned int signaturesForTrying = 0;     ///< of them, from a folder that holds only what ships for trying out
+    std::vector<SignaturePart> parts;         ///< the official ones in use; empty: there are none
+    std::vector<std::string> missingFolders;  ///< that were asked for and do not exist
+    int64_t databaseTime = 0;                 ///< seconds since the epoch; 0 without a database
     bool reloading = false;
     std::string message;  ///< English; what went wrong with the last load, empty when it went well
+
+    bool guarding = false;      ///< files can be scanned right now
+    unsigned int restarts = 0;  ///< times that the scanner had to be started again since the service's start
+    unsigned int hanging = 0;   ///< scanners that took too long and could not be ended yet
+
+    /// When the official signatures that change daily were built, in seconds since the epoch; that of the oldest
+    /// official part when there is none of that name, 0 without any.
+    int64_t officialTime() const;
 };
 
 /// The engine as the rest of the service sees it. All members may be called from any thread.
