@@ -113,7 +113,7 @@ ScanResult judgeFind(const std::string& name) {
         return notFullyScanned("a limit of the engine was met (" + name + ")");
     if (startsWith(name, "Heuristics.Encrypted"))
         return notFullyScanned("it is encrypted, wholly or in parts (" + name + ")");
-    return {Verdict::INFECTED, withoutSuffix(name), ""};
+    return {Verdict::INFECTED, withoutSuffix(name), "", name};
 }
 
 ScanResult judge(cl_error_t code, const char* name, const LayerWatch& watch) {

@@ -27,8 +27,9 @@ ScanOptions scanOptionsOf(const NORVScanConfig& settings);
 
 struct ScanResult {
     Verdict verdict = Verdict::FAILED;
-    std::string signature;  ///< what was found, without a suffix of the engine; only when INFECTED
-    std::string detail;     ///< English: what kept the file from being scanned wholly, or what failed
+    std::string signature;        ///< what was found, without a suffix of the engine; only when INFECTED
+    std::string detail;           ///< English: what kept the file from being scanned wholly, or what failed
+    std::string engineName = {};  ///< the signature with the engine's suffix, as other scanners of its kind tell it
 };
 
 /// Why a scan that was stopped looked at less than all.

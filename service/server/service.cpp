@@ -190,6 +190,21 @@ void Service::makeParts() {
                                                               .startUpdate = [this] { return startScheduledUpdate(); },
                                                               .randomSecond = {}});
     realtime_ = std::make_unique<RealtimeScan>(*engine_, actions_, ownFolders());
+    clients_ = std::make_unique<ClientServer>(clientHooks());
+}
+
+ClientHooks Service::clientHooks() {
+    return {.scan = [this](int fd, const std::string& name,
+                           std::stop_token stop) { return engine_->scan(fd, name, ScanOptions(), std::move(stop)); },
+            .report =
+                [](const ClientReport& report) {
+                    const ScanResult& result = report.result;
+                    const bool found = result.verdict == Verdict::INFECTED;
+                    NORV_LOG(NORV_LOG_WARNING, "Scan for %s of %s: %s%s", report.client.c_str(), report.name.c_str(),
+                             found ? "found " : "", found ? result.signature.c_str() : result.detail.c_str());
+                },
+            .engine = [this] { return engine_->state(); },
+            .reload = [this] { engine_->reload([this](bool) { signaturesChanged(); }); }};
 }
 
 void Service::loadSignatures() {
@@ -234,6 +249,7 @@ void Service::configurationChanged() {
                            .update = NORVScheduledAUConfig(*config),
                            .randomizedUpdate = configValueOr(*config, "Varnel", "RandomizedUpdate", false)});
     realtime_->configure(*config);
+    clients_->configure(clientSettings(*config));
 }
 
 void Service::applyGuarded() noexcept try { configurationChanged(); } catch (const std::exception& error) {
@@ -294,6 +310,7 @@ void Service::stop() {
     cleaning_.cancel();
     server_.stop();
     applying_.join();
+    if (clients_) clients_->stop();
     if (scheduler_) scheduler_->stop();
     if (realtime_) realtime_->stop();
     if (updater_) updater_->stop();

@@ -4,6 +4,7 @@
 #include "service/access/session_store.h"
 #include "service/base/clock.h"
 #include "service/base/files.h"
+#include "service/clients/client_server.h"
 #include "service/engine/scan_engine.h"
 #include "service/quarantine/actions.h"
 #include "service/quarantine/quarantine.h"
@@ -75,6 +76,7 @@ public:
     Scheduler& scheduler() { return *scheduler_; }
     Updater& updater() { return *updater_; }
     RealtimeScan& realtime() { return *realtime_; }
+    ClientServer& clients() { return *clients_; }
     std::filesystem::path passwordFile() const { return options_.state / "password"; }
     std::int64_t startedAt() const { return startedAt_; }
 
@@ -87,6 +89,7 @@ private:
     bool makeFolders(std::string& error) const;
     void removeLeftovers() const;
     void makeParts();
+    ClientHooks clientHooks();
     void loadSignatures();
     void prepareVar();
     bool startScheduledScan();
@@ -117,6 +120,7 @@ private:
     std::unique_ptr<Updater> updater_;
     std::unique_ptr<Scheduler> scheduler_;
     std::unique_ptr<RealtimeScan> realtime_;
+    std::unique_ptr<ClientServer> clients_;
     std::mutex changing_;
     asio::thread_pool applying_{1};  ///< applies what was changed by hand
     std::string preparedVar_;
