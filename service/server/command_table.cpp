@@ -78,6 +78,8 @@ constexpr std::array COMMANDS{
     Command{IPCMessage::FOLDER_LIST, GET, NOTHING, "list folders", handlers::listFolders},
     Command{IPCMessage::EXCLUDE_PREVIEW, GET, NOTHING, "preview excludes", handlers::previewExcludes},
     Command{IPCMessage::UPDATE_STATUS, GET, NOTHING, "get update status", handlers::getUpdateStatus, AT_ONCE},
+    Command{IPCMessage::EVENTS, GET, NOTHING, "list events", handlers::listEvents},
+    Command{IPCMessage::DAILY_FIGURES, GET, NOTHING, "get daily figures", handlers::getDailyFigures},
 };
 
 const Command* findCommand(const IPCMessage& request) {

@@ -58,6 +58,10 @@ bool getUpdateStatus(Service& service, const IPCMessage& request, IPCMessage& re
 // handlers_status.cpp
 bool getServiceStatus(Service& service, const IPCMessage& request, IPCMessage& reply);
 
+// handlers_events.cpp
+bool listEvents(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool getDailyFigures(Service& service, const IPCMessage& request, IPCMessage& reply);
+
 }  // namespace handlers
 
 }  // namespace keldra

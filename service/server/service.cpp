@@ -118,7 +118,7 @@ bool Service::makeFolders(std::string& error) const {
 /// What a kill left in the middle of a write or of unpacking an archive. A folder for unpacking that others may enter
 /// is not the one that was made here.
 void Service::removeLeftovers() const {
-    for (const auto& folder : {options_.state, options_.state / "history"}) removeUnfinishedWrites(folder);
+    for (const auto& folder : {options_.state, options_.state / "history", options_.state / "events"}) removeUnfinishedWrites(folder);
     removeUnfinishedWrites(options_.config.parent_path(), options_.config.filename().string());
     const auto unpacking = options_.state / "tmp";
     std::error_code error;
@@ -162,6 +162,8 @@ void Service::prepareVar() {
 }
 
 void Service::makeParts() {
+    events_ = std::make_unique<EventJournal>(EventJournalSettings{.folder = options_.state / "events"}, clock_);
+    events_->add({.kind = EventKind::SERVICE, .detail = "The service started."});
     engine_ = makeScanEngine({.signatureFolders = signatureFolders(options_),
                               .temporaryFolder = options_.state / "tmp",
                               .trusted = [this](int fd) { return quarantine_.isTrusted(fd); },
@@ -317,6 +319,8 @@ void Service::stop() {
     scans_.reset();
     if (engine_) engine_->stopReloads();
     engine_.reset();
+    if (events_) events_->add({.kind = EventKind::SERVICE, .detail = "The service ended."});
+    events_.reset();
 }
 
 }  // namespace keldra

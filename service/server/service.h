@@ -6,6 +6,7 @@
 #include "service/base/files.h"
 #include "service/clients/client_server.h"
 #include "service/engine/scan_engine.h"
+#include "service/events/event_journal.h"
 #include "service/quarantine/actions.h"
 #include "service/quarantine/quarantine.h"
 #include "service/realtime/realtime_scan.h"
@@ -77,6 +78,7 @@ public:
     Updater& updater() { return *updater_; }
     RealtimeScan& realtime() { return *realtime_; }
     ClientServer& clients() { return *clients_; }
+    EventJournal& events() { return *events_; }
     std::filesystem::path passwordFile() const { return options_.state / "password"; }
     std::int64_t startedAt() const { return startedAt_; }
 
@@ -115,6 +117,7 @@ private:
     LogonGuard logonGuard_;
     Quarantine quarantine_;
     Actions actions_;
+    std::unique_ptr<EventJournal> events_;
     std::unique_ptr<ScanEngine> engine_;
     std::unique_ptr<ScanJobs> scans_;
     std::unique_ptr<Updater> updater_;

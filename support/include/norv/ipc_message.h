@@ -37,6 +37,8 @@ public:
         FOLDER_LIST = 107,
         EXCLUDE_PREVIEW = 108,
         UPDATE_STATUS = 109,
+        EVENTS = 120,
+        DAILY_FIGURES = 121,
     };
 
     /// What the result field of a reply says.

@@ -1,0 +1,146 @@
+#include "service/events/event_segments.h"
+
+#include "norv/log.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+namespace keldra {
+
+namespace {
+
+constexpr std::string_view EXTENSION = ".events";
+/// A file is a little larger than its limit when one line crosses it.
+constexpr std::size_t LARGEST_FILE = std::size_t{64} << 20U;
+
+std::optional<std::uint64_t> numberOf(const std::filesystem::path& path) {
+    const std::string stem = path.stem().string();
+    std::uint64_t number = 0;
+    const auto [end, error] = std::from_chars(stem.data(), stem.data() + stem.size(), number);
+    const bool whole = error == std::errc() && end == stem.data() + stem.size();
+    return whole && path.extension() == EXTENSION ? std::optional(number) : std::nullopt;
+}
+
+/// Calls `each` for the lines from the last to the first, until it returns false; so does this then.
+bool backwards(std::string_view text, const std::function<bool(std::string_view)>& each) {
+    while (!text.empty()) {
+        if (text.back() == '\n') text.remove_suffix(1);
+        const std::size_t before = text.rfind('\n');
+        const std::size_t begin = before == std::string_view::npos ? 0 : before + 1;
+        if (!each(text.substr(begin))) return false;
+        text = text.substr(0, begin);
+    }
+    return true;
+}
+
+std::optional<Event> lastEvent(std::string_view content) {
+    std::optional<Event> last;
+    backwards(content, [&last](std::string_view line) {
+        last = eventFromLine(line);
+        return !last;
+    });
+    return last;
+}
+
+}  // namespace
+
+EventSegments::EventSegments(std::filesystem::path folder, std::size_t bytes, std::size_t segments)
+    : folder_(std::move(folder)), bytes_(bytes), segments_(std::max<std::size_t>(segments, 1)) {}
+
+std::filesystem::path EventSegments::pathOf(std::uint64_t number) const {
+    return folder_ / (std::to_string(number) + std::string(EXTENSION));
+}
+
+std::string EventSegments::contentOf(std::uint64_t number) const {
+    int error = 0;
+    return readFile(pathOf(number), LARGEST_FILE, error).value_or("");
+}
+
+std::vector<std::uint64_t> EventSegments::numbers() const {
+    const std::lock_guard lock(mutex_);
+    return numbers_;
+}
+
+void EventSegments::setNumbers(std::vector<std::uint64_t> numbers) {
+    const std::lock_guard lock(mutex_);
+    numbers_ = std::move(numbers);
+}
+
+std::uint64_t EventSegments::open(bool& usable) {
+    usable = makeFolder(folder_, 0700);
+    std::vector<std::uint64_t> found;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folder_, error), end; !error && entry != end; entry.increment(error))
+        if (const auto number = numberOf(entry->path())) found.push_back(*number);
+    std::sort(found.begin(), found.end());
+    setNumbers(found);
+    std::uint64_t lastId = 0;
+    for (auto number = found.rbegin(); number != found.rend() && lastId == 0; ++number) {
+        const std::string content = contentOf(*number);
+        const std::size_t whole = content.rfind('\n') + 1;
+        if (whole < content.size() && ::truncate(pathOf(*number).c_str(), static_cast<off_t>(whole)) != 0)
+            NORV_LOG(NORV_LOG_WARNING, "%s: %s", pathOf(*number).c_str(), errorText(errno).c_str());
+        if (const auto last = lastEvent(content)) lastId = last->id;
+    }
+    return lastId;
+}
+
+int EventSegments::append(const std::string& lines) {
+    if (!newest_ || newestSize_ >= bytes_) {
+        std::vector<std::uint64_t> all = numbers();
+        const bool goesOn = !newest_ && !all.empty() && contentOf(all.back()).size() < bytes_;
+        const std::uint64_t number = all.empty() ? 1 : all.back() + (goesOn ? 0 : 1);
+        FileDescriptor file(::open(pathOf(number).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+        if (!file) return errno;
+        newestSize_ = static_cast<std::size_t>(std::max<off_t>(0, ::lseek(file.get(), 0, SEEK_END)));
+        newest_ = std::move(file);
+        if (!goesOn) all.push_back(number);
+        setNumbers(std::move(all));
+        dropSuperfluous();
+    }
+    const bool written = writeAll(newest_.get(), lines) && ::fdatasync(newest_.get()) == 0;
+    if (written) return newestSize_ += lines.size(), 0;
+    const int error = errno;
+    if (::ftruncate(newest_.get(), static_cast<off_t>(newestSize_)) != 0) newest_.reset();
+    return error;
+}
+
+void EventSegments::dropSuperfluous() {
+    std::vector<std::uint64_t> all = numbers();
+    while (all.size() > segments_) {
+        ::unlink(pathOf(all.front()).c_str());
+        all.erase(all.begin());
+    }
+    setNumbers(std::move(all));
+}
+
+void EventSegments::dropOlderThan(std::int64_t oldest) {
+    std::vector<std::uint64_t> all = numbers();
+    while (all.size() > 1) {
+        const auto last = lastEvent(contentOf(all.front()));
+        if (last && last->time >= oldest) break;
+        ::unlink(pathOf(all.front()).c_str());
+        all.erase(all.begin());
+    }
+    setNumbers(std::move(all));
+}
+
+void EventSegments::forEach(const std::function<bool(Event&&)>& each) const {
+    const std::vector<std::uint64_t> all = numbers();
+    for (auto number = all.rbegin(); number != all.rend(); ++number) {
+        const bool more = backwards(contentOf(*number), [&each](std::string_view line) {
+            std::optional<Event> event = eventFromLine(line);
+            return !event || each(std::move(*event));
+        });
+        if (!more) return;
+    }
+}
+
+}  // namespace keldra
