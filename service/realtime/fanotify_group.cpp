@@ -2,44 +2,53 @@
 
 #include <fcntl.h>
 #include <sys/fanotify.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <mutex>
+#include <utility>
 
 namespace keldra {
 
 namespace {
 
-constexpr unsigned INIT_FLAGS = FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK;
+/// What does not fit the kernel's queue would be let through unseen, so it has no limit; the readers keep it short.
+constexpr unsigned INIT_FLAGS = FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE;
 constexpr unsigned EVENT_FILE_FLAGS = O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME;
 
 }  // namespace
 
 bool FanotifyGroup::open() {
-    const std::unique_lock lock(mutex_);
-    fd_ = FileDescriptor(fanotify_init(INIT_FLAGS, EVENT_FILE_FLAGS));
-    return static_cast<bool>(fd_);
+    FileDescriptor fd(fanotify_init(INIT_FLAGS, EVENT_FILE_FLAGS));
+    if (!fd) return false;
+    const std::lock_guard lock(mutex_);
+    fd_ = std::make_shared<const FileDescriptor>(std::move(fd));
+    return true;
 }
 
 void FanotifyGroup::close() {
-    const std::unique_lock lock(mutex_);
-    fd_.reset();
+    std::shared_ptr<const FileDescriptor> closing;  // goes after the lock
+    const std::lock_guard lock(mutex_);
+    closing.swap(fd_);
 }
 
-bool FanotifyGroup::mark(unsigned flags, std::uint64_t mask, int directory, const char* path) {
-    const std::shared_lock lock(mutex_);
-    return fanotify_mark(fd_.get(), flags, mask, directory, path) == 0;
+std::shared_ptr<const FileDescriptor> FanotifyGroup::descriptor() const {
+    const std::lock_guard lock(mutex_);
+    return fd_;
 }
 
-void FanotifyGroup::answer(int fd, bool deny) {
-    const std::shared_lock lock(mutex_);
+bool FanotifyGroup::mark(unsigned flags, std::uint64_t mask, int directory, const char* path) const {
+    const auto fd = descriptor();
+    if (!fd) errno = EBADF;
+    return fd && fanotify_mark(fd->get(), flags, mask, directory, path) == 0;
+}
+
+void FanotifyGroup::answer(int fd, bool deny) const {
     fanotify_response response{};
     response.fd = fd;
     response.response = deny ? FAN_DENY : FAN_ALLOW;
     // An answer that comes too late, because the process that asked was killed, fails; nobody waits for it.
-    if (fd_ && ::write(fd_.get(), &response, sizeof response) < 0) return;
+    const auto group = descriptor();
+    if (group && ::write(group->get(), &response, sizeof response) < 0) return;
 }
 
 std::string FanotifyGroup::refusal() {
@@ -49,23 +58,6 @@ std::string FanotifyGroup::refusal() {
     if (error == EPERM) return "The right to watch file accesses (CAP_SYS_ADMIN) is missing.";
     if (error == EINVAL || error == ENOSYS) return "This kernel has no fanotify permission events.";
     return "fanotify: " + errorText(error);
-}
-
-FileGlance glanceAt(int fd) {
-    struct statx status {};
-    constexpr unsigned WANTED = STATX_TYPE | STATX_SIZE | STATX_INO;
-    if (statx(fd, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, WANTED, &status) != 0) return {};
-    const std::uint64_t device = std::uint64_t{status.stx_dev_major} << 32U | status.stx_dev_minor;
-    const bool onDisk = status.stx_dev_major != 0;
-    return {.identity = {device, status.stx_ino},
-            .size = status.stx_size,
-            .mayHoldSomething = S_ISREG(status.stx_mode) && (status.stx_size > 0 || !onDisk)};
-}
-
-bool FileAccess::answer(bool deny) {
-    if (!open_.exchange(false)) return false;
-    group_->answer(file_.get(), deny);
-    return true;
 }
 
 }  // namespace keldra

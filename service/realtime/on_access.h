@@ -1,30 +1,24 @@
 #pragma once
 
+#include "service/realtime/access_scan.h"
+#include "service/realtime/loose_threads.h"
 #include "service/realtime/on_access_settings.h"
 
-#include <functional>
 #include <memory>
 #include <mutex>
-#include <stop_token>
 #include <string>
 #include <vector>
 
 namespace keldra {
 
-/// What a scan of one file says.
-struct OnAccessAnswer {
-    bool deny = false;       ///< refuse the access
-    bool act = false;        ///< call the action hook for it, after the access is answered
-    bool cacheable = false;  ///< clean: need not be asked about again until it is written to
-    std::string find;        ///< for the action hook and the log
-};
+class AccessListener;
 
-/// Called from several threads at once; the descriptor is open for reading, stays the listener's and may be read from
-/// and sought in. Nothing that these do can deadlock: the service's own accesses are never scanned.
-struct OnAccessHooks {
-    /// A stop is asked for when the listener ends; then the answer does not matter any more.
-    std::function<OnAccessAnswer(int fd, const std::string& path, std::stop_token stop)> scan;
-    std::function<void(int fd, const std::string& path, const OnAccessAnswer& answer)> act;
+/// How the listening goes.
+struct OnAccessStatus {
+    bool running = false;
+    bool exhausted = false;  ///< so many files hang that no other can be scanned
+    unsigned hanging = 0;    ///< files whose file system does not answer
+    std::string problem;     ///< English, empty when all is well
 };
 
 /// The real-time scan: listens to the kernel's file access events (fanotify) for whole file systems and scans what lies
@@ -41,29 +35,31 @@ public:
     /// English words otherwise.
     static bool kernelAllows(std::string* reason = nullptr);
 
-    /// Listens with these settings; restarts when they differ from those before, ends when neither direction is set.
+    /// Listens with these settings; restarts when they differ from those before, without letting anything through in
+    /// between; ends when neither direction is set. Does not wait for what hangs.
     /// Returns whether the listener runs as wished; `problem()` tells why not. While none of the folders exists it is
     /// not running, but begins by itself when one does.
     bool configure(const OnAccessSettings& settings);
-    void stop();
+    /// True when all threads have ended, or end within a second. One that hangs in the kernel is left behind, and goes
+    /// on to use the hooks should it ever come back.
+    bool stop();
 
-    bool running() const;
-    /// English, empty when all is well.
-    std::string problem() const;
+    OnAccessStatus status() const;
+    bool running() const { return status().running; }
+    std::string problem() const { return status().problem; }
     /// Drops what is remembered as clean: call it when the signatures or the settings of the scan changed.
     void forgetClean();
 
 private:
-    class Listener;
+    void replace(std::shared_ptr<AccessListener> listener, std::string problem);
+    std::shared_ptr<AccessListener> listener() const;
 
-    void replace(std::shared_ptr<Listener> listener, std::string problem);
-    std::shared_ptr<Listener> listener() const;
-
-    const OnAccessHooks hooks_;
+    const std::shared_ptr<const OnAccessHooks> hooks_;
     std::mutex configureMutex_;
-    OnAccessSettings settings_;  ///< under configureMutex_
+    OnAccessSettings settings_;  ///< under configureMutex_, as is the next
+    std::vector<LooseThreads> leftBehind_;
     mutable std::mutex mutex_;
-    std::shared_ptr<Listener> listener_;
+    std::shared_ptr<AccessListener> listener_;
     std::string problem_;
 };
 

@@ -7,6 +7,8 @@
 #include "service/engine/virus_types.h"
 #include "service/tree/scanned_file.h"
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <utility>
 
@@ -59,27 +61,38 @@ std::shared_ptr<const RealtimeScan::Policy> RealtimeScan::policy() const {
 
 OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_token stop) {
     const auto policy = this->policy();
+    OnAccessAnswer answer;
     // Not to be remembered: the file may get a name that is scanned.
-    if (!policy->concerns(fd, path)) return {.deny = false, .act = false, .cacheable = false, .find = {}};
+    if (!policy->concerns(fd, path)) return answer;
     const ScanResult result = engine_.scan(fd, path, policy->options, std::move(stop));
-    if (result.verdict == Verdict::FAILED)
-        NORV_LOG(NORV_LOG_WARNING, "Real-time scan of %s: %s", path.c_str(), result.detail.c_str());
-    if (result.verdict != Verdict::INFECTED)
-        return {.deny = false, .act = false, .cacheable = result.verdict == Verdict::CLEAN, .find = {}};
-    NORV_LOG(NORV_LOG_WARNING, "Real-time scan found %s in %s", result.signature.c_str(), path.c_str());
-    const ActionPlan plan = actionPlanOf(policy->settings, virusTypeOf(result.signature));
-    return {.deny = plan.first != Action::PASS, .act = true, .cacheable = false, .find = result.signature};
+    if (result.verdict == Verdict::FAILED) {
+        answer.unscanned = result.detail;
+        // Before there are signatures, all files fail.
+        answer.unscannable = engine_.state().database == EngineState::Database::LOADED;
+    }
+    answer.cacheable = result.verdict == Verdict::CLEAN;
+    if (result.verdict != Verdict::INFECTED) return answer;
+    answer.deny = actionPlanOf(policy->settings, virusTypeOf(result.signature)).first != Action::PASS;
+    answer.act = true;
+    answer.find = result.signature;
+    return answer;
 }
 
+/// Of several who opened the same infected file at a time, one sees to it; the file is gone then.
 void RealtimeScan::act(int fd, const std::string& path, const OnAccessAnswer& answer) {
-    const auto file = scannedFileAt(fd, path);
-    if (!file) {
-        NORV_LOG(NORV_LOG_WARNING, "%s is gone, nothing can be done about it", path.c_str());
-        return;
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) return;
+    const auto identity = std::pair{status.st_dev, status.st_ino};
+    {
+        const std::lock_guard lock(mutex_);
+        if (!actedOn_.insert(identity).second) return;
     }
-    const ScanResult result{.verdict = Verdict::INFECTED, .signature = answer.find, .detail = {}};
-    const ActionOutcome outcome = actions_.perform(*file, result, policy()->settings, "realtime");
-    NORV_LOG(NORV_LOG_WARNING, "%s: %s", path.c_str(), outcome.text.c_str());
+    if (const auto file = scannedFileAt(fd, path)) {
+        const ScanResult result{.verdict = Verdict::INFECTED, .signature = answer.find, .detail = {}};
+        actions_.perform(*file, result, policy()->settings, "realtime");
+    }
+    const std::lock_guard lock(mutex_);
+    actedOn_.erase(identity);
 }
 
 RealtimeState RealtimeScan::state() const {
@@ -91,12 +104,22 @@ RealtimeState RealtimeScan::state() const {
     if (!state.wanted) return state.message = refusal, state;
     if (!state.kernelAllows)
         state.trouble = KERNEL, state.message = refusal;
-    else if (!listener_.running())
-        state.trouble = LISTENER, state.message = listener_.problem();
     else
-        lookAtEngine(state);
+        lookAtListener(state);
+    if (state.trouble == NONE) lookAtEngine(state);
     state.guarding = state.trouble == NONE;
     return state;
+}
+
+void RealtimeScan::lookAtListener(RealtimeState& state) const {
+    const OnAccessStatus status = listener_.status();
+    state.hanging = status.hanging;
+    if (!status.running) state.trouble = RealtimeState::Trouble::LISTENER;
+    if (status.exhausted) state.trouble = RealtimeState::Trouble::HANGING;
+    state.message = status.problem;
+    if (status.running && state.message.empty() && status.hanging > 0)
+        state.message =
+            "Some files were left aside, their file system does not answer: " + std::to_string(status.hanging) + '.';
 }
 
 /// Without signatures every file is answered as one whose scan takes too long.

@@ -5,9 +5,13 @@
 #include "service/quarantine/actions.h"
 #include "service/realtime/on_access.h"
 
+#include <sys/types.h>
+
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace keldra {
@@ -45,7 +49,8 @@ public:
     void configure(const NORVConfig& config);
     /// To be called when the signatures changed.
     void forgetClean() { listener_.forgetClean(); }
-    void stop() { listener_.stop(); }
+    /// False when a thread hangs in the kernel and was left behind; what this object was given must outlive it.
+    bool stop() { return listener_.stop(); }
     RealtimeState state() const;
 
 private:
@@ -54,6 +59,7 @@ private:
     std::shared_ptr<const Policy> policy() const;
     OnAccessAnswer scan(int fd, const std::string& path, std::stop_token stop);
     void act(int fd, const std::string& path, const OnAccessAnswer& answer);
+    void lookAtListener(RealtimeState& state) const;
     void lookAtEngine(RealtimeState& state) const;
 
     ScanEngine& engine_;
@@ -61,6 +67,7 @@ private:
     const std::vector<std::string> ownFolders_;
     mutable std::mutex mutex_;
     std::shared_ptr<const Policy> policy_;
+    std::set<std::pair<dev_t, ino_t>> actedOn_;  ///< files that an action is being done to
     OnAccess listener_;
 };
 

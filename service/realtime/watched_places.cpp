@@ -6,14 +6,17 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 namespace keldra {
@@ -35,6 +38,14 @@ std::string unescapeMount(const std::string& field) {
 std::string joined(const std::string& folder, const std::string& below) {
     if (folder != "/") return folder + below;
     return below.empty() ? folder : below;
+}
+
+/// File systems that another machine or a program answers for, and that may never answer.
+bool isRemoteType(const std::string& type) {
+    static constexpr std::array<std::string_view, 15> TYPES{"9p",   "afs",  "autofs",    "beegfs", "ceph",
+                                                            "cifs", "coda", "glusterfs", "gfs2",   "lustre",
+                                                            "nfs",  "nfs4", "ocfs2",     "smb3",   "virtiofs"};
+    return type.starts_with("fuse") || std::find(TYPES.begin(), TYPES.end(), type) != TYPES.end();
 }
 
 /// What follows `folder` in a path that lies below it.
@@ -77,6 +88,11 @@ void addNames(std::vector<std::string>& all, const std::string& folder, const st
     for (std::string& name : otherNames(folder, mounts)) all.push_back(std::move(name));
 }
 
+/// As mountinfo writes it.
+std::string deviceOf(const struct stat& file) {
+    return std::to_string(major(file.st_dev)) + ':' + std::to_string(minor(file.st_dev));
+}
+
 /// Links that lead to a watched folder are the administrator's; one below it may be anybody's.
 void addExcluded(Places& places, const std::string& excluded, const OnAccessSettings& settings,
                  const std::vector<Mount>& mounts) {
@@ -117,6 +133,7 @@ std::vector<Mount> currentMounts() {
         fields >> type;
         mount.root = unescapeMount(mount.root);
         mount.point = unescapeMount(mount.point);
+        mount.remote = isRemoteType(type);
         if (fields && !isKernelFileSystem(type)) mounts.push_back(std::move(mount));
     }
     return mounts;
@@ -137,12 +154,25 @@ Places placesOf(const OnAccessSettings& settings, const std::vector<Mount>& moun
         const std::string path = realFolder(folder);
         addNames(places.neverScan, path.empty() ? folder : path, mounts);
     }
-    places.toMark = places.watched;
+    const auto toMark = [&places](const std::string& path, const Mount* mount) {
+        places.toMark.push_back({path, mount && mount->remote ? mount->device : std::string()});
+    };
+    for (const std::string& path : places.watched) toMark(path, mountOf(path, mounts));
     for (const Mount& mount : mounts) {
         places.mounts.insert(mount.id);
-        if (liesBelow(mount.point, places.watched)) places.toMark.push_back(mount.point);
+        if (liesBelow(mount.point, places.watched)) toMark(mount.point, &mount);
     }
     return places;
+}
+
+OnAccessSettings withoutRemoteFolders(const OnAccessSettings& settings, const std::vector<Mount>& mounts) {
+    OnAccessSettings local = settings;
+    for (auto* const folders : {&local.folders, &local.neverScan})
+        std::erase_if(*folders, [&](const std::string& folder) {
+            const Mount* const mount = mountOf(folder, mounts);
+            return mount && mount->remote;
+        });
+    return local;
 }
 
 bool openedElsewhere(int fd, const Places& places) {
@@ -155,8 +185,10 @@ std::string pathHere(int fd, const Places& places) {
     FileHandle handle;
     struct stat file {};
     if (::fstat(fd, &file) != 0 || !handle.take(fd)) return {};
-    for (const std::string& place : places.toMark) {
-        const FileDescriptor folder(::open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (const PlaceToMark& place : places.toMark) {
+        // One that does not answer is asked only about its own files.
+        if (!place.remoteDevice.empty() && place.remoteDevice != deviceOf(file)) continue;
+        const FileDescriptor folder(::open(place.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         const FileDescriptor found(folder ? ::open_by_handle_at(folder.get(), handle.get(), O_PATH | O_CLOEXEC) : -1);
         struct stat same {};
         // In another file system the handle may name another file.

@@ -11,7 +11,8 @@ bool checkConfiguration(Service&, const IPCMessage&, IPCMessage&) {
 bool getConfiguration(Service& service, const IPCMessage&, IPCMessage& reply) {
     const auto config = service.configuration().snapshot();
     const RealtimeState realtime = service.realtime().state();
-    const ServedState state{service.varPath(), service.updater().versions(), realtime.serviceRuns(), realtime.kernelAllows};
+    const ServedState state{service.varPath(), service.updater().versions(), realtime.serviceRuns(),
+                            realtime.kernelAllows};
     reply.addParam("Content", service.servedDocument().text(config, state));
     reply.addParam("LastModified", config->lastModified());
     return true;

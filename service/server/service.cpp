@@ -14,6 +14,7 @@
 #include <asio/post.hpp>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <future>
 #include <utility>
@@ -305,6 +306,17 @@ void Service::run() {
     }
 }
 
+namespace {
+
+/// For threads that hang in the kernel, and that would meet what is being destroyed should they come back.
+[[noreturn]] void endAtOnce() {
+    NORV_LOG(NORV_LOG_WARNING, "Ending although scans hang in file systems that do not answer");
+    std::fflush(nullptr);
+    std::_Exit(EXIT_SUCCESS);
+}
+
+}  // namespace
+
 /// Whatever works with another part ends before it.
 void Service::stop() {
     asio::error_code ignored;
@@ -314,10 +326,11 @@ void Service::stop() {
     applying_.join();
     if (clients_) clients_->stop();
     if (scheduler_) scheduler_->stop();
-    if (realtime_) realtime_->stop();
+    const bool realtimeEnded = !realtime_ || realtime_->stop();
     if (updater_) updater_->stop();
     scans_.reset();
     if (engine_) engine_->stopReloads();
+    if (!realtimeEnded) endAtOnce();
     engine_.reset();
     if (events_) events_->add({.kind = EventKind::SERVICE, .detail = "The service ended."});
     events_.reset();

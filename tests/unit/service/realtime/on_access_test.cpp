@@ -14,6 +14,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <future>
@@ -48,6 +49,32 @@ bool waitFor(const std::function<bool()>& condition) {
     return condition();
 }
 
+/// A process of its own that does something until it is killed.
+class Bystander {
+public:
+    explicit Bystander(const std::function<void()>& body) : process_(fork()) {
+        if (process_ != 0) return;
+        body();
+        pause();
+        _exit(0);
+    }
+    ~Bystander() {
+        kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
+    }
+    Bystander(const Bystander&) = delete;
+    Bystander& operator=(const Bystander&) = delete;
+
+private:
+    const pid_t process_;
+};
+
+auto timeOf(const std::function<void()>& body) {
+    const auto begin = std::chrono::steady_clock::now();
+    body();
+    return std::chrono::steady_clock::now() - begin;
+}
+
 /// A file system of its own, in a mount namespace of its own, so that nothing else on the machine is touched. What
 /// begins with "EICAR" counts as infected.
 class OnAccessTest : public ::testing::Test {
@@ -56,7 +83,7 @@ protected:
         std::string reason;
         if (!OnAccess::kernelAllows(&reason)) GTEST_SKIP() << "On-access tests are skipped. " << reason;
         if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", root().c_str(), "tmpfs", 0, "size=16m") != 0)
+            mount("tmpfs", root().c_str(), "tmpfs", 0, "size=64m") != 0)
             GTEST_SKIP() << "On-access tests are skipped: no file system of their own: " << strerror(errno);
         mounted_ = true;
         writeFile(shared() / "clean.txt", "harmless");
@@ -78,11 +105,16 @@ protected:
         ++scans_;
         if (meanwhile_) meanwhile_(stop);
         if (path.ends_with("slow") && !scanSlowly(stop)) return {};
+        while (path.ends_with("hung") && !hungMayEnd_) std::this_thread::sleep_for(5ms);
         std::array<char, 5> head{};
         const bool bad = pread(fd, head.data(), head.size(), 0) == 5 && std::memcmp(head.data(), "EICAR", 5) == 0;
         const std::lock_guard lock(mutex_);
         scanned_.insert(path);
-        return {.deny = bad, .act = bad, .cacheable = !bad, .find = bad ? "Test" : ""};
+        OnAccessAnswer answer;
+        answer.deny = answer.act = bad;
+        answer.cacheable = !bad;
+        answer.find = bad ? "Test" : "";
+        return answer;
     }
     /// The scan of a huge file, which goes on until the test says so. False when it was stopped.
     bool scanSlowly(const std::stop_token& stop) const {
@@ -107,7 +139,7 @@ protected:
     OnAccessSettings settings_;
     std::function<void(const std::stop_token&)> meanwhile_;
     std::atomic<int> scans_{0};
-    std::atomic<bool> slowMayEnd_{false};
+    std::atomic<bool> slowMayEnd_{false}, hungMayEnd_{false};
     std::mutex mutex_;
     std::set<std::string> scanned_, acted_;
     OnAccess listener_{{[this](int fd, const std::string& path, std::stop_token stop) { return scan(fd, path, stop); },
@@ -221,6 +253,85 @@ TEST_F(OnAccessTest, FilesThatTakeTooLongDoNotKeepOthersFromBeingScanned) {
         const std::lock_guard lock(mutex_);
         return scanned_.count(shared() / "1.slow") != 0;
     })) << "scanned all the same";
+}
+
+TEST_F(OnAccessTest, LeasesDelayNobodyButThoseWhoOpenTheFilesThatTheyAreOn) {
+    constexpr int LEASES = 120;  // more than there are readers
+    const auto leased = [this](int i) { return shared() / ("leased" + std::to_string(i)); };
+    for (int i = 0; i < LEASES; ++i) writeFile(leased(i), "mine");
+    const auto ready = root() / "elsewhere" / "ready";
+    const Bystander holder([&] {
+        signal(SIGIO, SIG_IGN);
+        for (int i = 0; i < LEASES; ++i)
+            if (fcntl(open(leased(i).c_str(), O_RDWR), F_SETLEASE, F_WRLCK) != 0) return;
+        writeFile(ready, "");
+    });
+    ASSERT_TRUE(waitFor([&] { return std::filesystem::exists(ready); })) << "this file system knows no leases";
+    ASSERT_TRUE(listener_.configure(settings_));
+    const Bystander first([&] { open(leased(0).c_str(), O_RDONLY); });
+    std::this_thread::sleep_for(50ms);
+    EXPECT_LT(timeOf([&] { EXPECT_EQ(openElsewhere(shared() / "bad.txt"), EPERM); }), 1s);
+
+    std::vector<std::unique_ptr<Bystander>> openers;
+    for (int i = 1; i < LEASES; ++i)
+        openers.push_back(std::make_unique<Bystander>([&] { open(leased(i).c_str(), O_RDONLY); }));
+    for (int i = 0; i < 20; ++i)
+        EXPECT_LT(timeOf([&] { EXPECT_EQ(openElsewhere(shared() / "bad.txt"), EPERM); }), 1s) << i;
+    EXPECT_LT(timeOf([&] { EXPECT_TRUE(listener_.stop()); }), 1s);
+}
+
+TEST_F(OnAccessTest, FilesThatHangCostTheirOpenersTheirTimeAndAreTold) {
+    settings_.timeLimit = 500ms;
+    ASSERT_TRUE(listener_.configure(settings_));
+    std::vector<std::future<int>> opened;
+    for (const char* name : {"1.hung", "2.hung", "3.hung", "4.hung"}) {
+        writeFile(shared() / name, "unreachable");
+        opened.push_back(std::async(std::launch::async, [=, this] { return openElsewhere(shared() / name); }));
+    }
+    EXPECT_TRUE(waitFor([&] { return listener_.status().hanging >= 2; }));
+    EXPECT_LT(timeOf([&] { EXPECT_EQ(openElsewhere(shared() / "bad.txt"), EPERM); }), 2s);
+    for (auto& each : opened) EXPECT_EQ(each.get(), 0);
+    EXPECT_TRUE(listener_.running());
+
+    settings_.workers = 3;
+    EXPECT_LT(timeOf([&] { EXPECT_TRUE(listener_.configure(settings_)); }), 2s) << "new settings do not wait for them";
+    EXPECT_EQ(openElsewhere(shared() / "bad.txt"), EPERM);
+    EXPECT_LT(timeOf([&] { EXPECT_FALSE(listener_.stop()); }), 2s);
+    hungMayEnd_ = true;
+    EXPECT_TRUE(waitFor([&] { return listener_.stop(); })) << "those that come back are gone";
+}
+
+TEST_F(OnAccessTest, AUserWithManySlowFilesDelaysHisOwnOnly) {
+    ASSERT_TRUE(listener_.configure(settings_));
+    std::vector<std::unique_ptr<Bystander>> openers;
+    for (int i = 0; i < 20; ++i) {
+        const auto path = shared() / (std::to_string(i) + ".slow");
+        writeFile(path, "bomb");
+        openers.push_back(std::make_unique<Bystander>([path] {
+            if (setuid(1001) == 0) open(path.c_str(), O_RDONLY);
+        }));
+    }
+    EXPECT_TRUE(waitFor([&] { return scans_ >= 2; }));
+    for (int i = 0; i < 3; ++i) EXPECT_LT(timeOf([&] { EXPECT_EQ(openElsewhere(shared() / "bad.txt"), EPERM); }), 2s);
+}
+
+TEST_F(OnAccessTest, ALargeFileIsScannedInOneGoBesideTheOthers) {
+    settings_.scanTimes.quick = 100ms;
+    ASSERT_TRUE(listener_.configure(settings_));
+    const auto scansOf = [&](const std::filesystem::path& path) {
+        const int before = scans_;
+        auto opened = std::async(std::launch::async, [path] { return openElsewhere(path); });
+        std::this_thread::sleep_for(600ms);
+        slowMayEnd_ = true;
+        EXPECT_EQ(opened.get(), 0);
+        slowMayEnd_ = false;
+        return scans_ - before;
+    };
+    writeFile(shared() / "large.slow", "a film");
+    writeFile(shared() / "small.slow", "a bomb");
+    std::filesystem::resize_file(shared() / "large.slow", 32U << 20U);
+    EXPECT_EQ(scansOf(shared() / "large.slow"), 1);
+    EXPECT_EQ(scansOf(shared() / "small.slow"), 2) << "made room when it had taken its time";
 }
 
 TEST_F(OnAccessTest, WhatDoesNotFitTheQueueDoesNotFreezeAnybody) {

@@ -1,0 +1,94 @@
+#include "service/realtime/access_scan.h"
+
+#include "norv/log.h"
+
+#include <sys/fanotify.h>
+
+#include <cerrno>
+#include <ctime>
+#include <utility>
+
+namespace keldra {
+
+namespace {
+
+constexpr time_t SETTLED = 2;  // seconds after its last change from which a file's times can show the next one
+
+struct stat statusOf(int fd) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0) status = {};
+    return status;
+}
+
+bool sameContent(const struct stat& a, const struct stat& b) {
+    return a.st_size == b.st_size && a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+}
+
+}  // namespace
+
+AccessScan::AccessScan(std::shared_ptr<const OnAccessHooks> hooks, CurrentPlaces places, bool remembers)
+    : hooks_(std::move(hooks)), places_(std::move(places)), remembers_(remembers) {}
+
+/// What came through another system's mounts, or has no path that the kernel could tell, needs a closer look
+/// (`pathToScan`).
+bool AccessScan::mayConcern(const FileAccess& access) const {
+    const auto where = places_();
+    return where->concern(access.path()) || access.path().empty() || openedElsewhere(access.fd(), *where);
+}
+
+/// The file's path here; nothing when it is not to be scanned. What cannot be told may be a watched file: it is
+/// scanned.
+std::optional<std::string> AccessScan::pathToScan(const FileAccess& access) const {
+    const auto where = places_();
+    if (where->concern(access.path())) return access.path();
+    std::string here = pathHere(access.fd(), *where);
+    if (here.empty()) return access.path();
+    return where->concern(here) ? std::optional(std::move(here)) : std::nullopt;
+}
+
+AccessScan::Outcome AccessScan::scan(const FileAccess& access, const std::stop_token& stop, std::string& why) {
+    if (stop.stop_requested()) return Outcome::STOPPED;
+    const unsigned generation = generation_;
+    const struct stat before = statusOf(access.fd());
+    if (!S_ISREG(before.st_mode) || before.st_size == 0) return Outcome::DONE;
+    const auto path = pathToScan(access);
+    if (!path) return Outcome::DONE;
+    if (unscannable_.knows(before)) return why = "an earlier scan of it failed", Outcome::UNSCANNED;
+    const OnAccessAnswer answer = hooks_->scan(access.fd(), *path, stop);
+    if (stop.stop_requested() && !answer.deny && !answer.act && !answer.cacheable) return Outcome::STOPPED;
+    if (answer.unscannable && generation == generation_) unscannable_.add(before);
+    if (!answer.unscanned.empty()) return why = answer.unscanned, Outcome::UNSCANNED;
+    if (answer.cacheable && !answer.deny) remember(access, before, generation);
+    return follow(access, *path, answer);
+}
+
+AccessScan::Outcome AccessScan::follow(const FileAccess& access, const std::string& path,
+                                       const OnAccessAnswer& answer) {
+    if (access.answer(answer.deny) && answer.deny)
+        NORV_LOG(NORV_LOG_WARNING, "Refused the access to %s: %s", path.c_str(), answer.find.c_str());
+    if (answer.act && hooks_->act && !ended_) hooks_->act(access.fd(), path, answer);
+    return Outcome::DONE;
+}
+
+void AccessScan::noteUnscannable(const FileAccess& access) { unscannable_.add(statusOf(access.fd())); }
+
+void AccessScan::forget() {
+    ++generation_;
+    unscannable_.forget();
+}
+
+/// Tells the kernel that opening this file need not be asked about until it is written to. Its times must be able to
+/// show a change since the scan began, or a change in between would go unnoticed.
+void AccessScan::remember(const FileAccess& access, const struct stat& before, unsigned generation) {
+    if (!remembers_ || time(nullptr) - before.st_ctim.tv_sec < SETTLED) return;
+    constexpr unsigned FLAGS = FAN_MARK_ADD | FAN_MARK_IGNORED_MASK | FAN_MARK_EVICTABLE;
+    if (!access.group().mark(FLAGS, FAN_OPEN_PERM, access.fd(), nullptr)) {
+        if (errno == EINVAL) remembers_ = false;  // a kernel without marks that it may drop
+        return;
+    }
+    // Signatures or settings may have changed since, and the kernel may have been told to forget before this.
+    if (generation != generation_ || !sameContent(before, statusOf(access.fd())))
+        access.group().mark(FAN_MARK_REMOVE | FAN_MARK_IGNORED_MASK, FAN_OPEN_PERM, access.fd(), nullptr);
+}
+
+}  // namespace keldra
