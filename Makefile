@@ -3,7 +3,7 @@ BUILD := build
 JOBS ?= $(shell nproc)
 CONSOLE := $(BUILD)/release/console
 
-.PHONY: help run build pictures test unit program service browser check format sanitize fuzz bench package clean
+.PHONY: help run build pictures test unit program service browser check format sanitize fuzz bench package package-test clean
 
 help:
 	@echo "make run       build, start the console on http://127.0.0.1:8080 with sample files, print its log-on"
@@ -13,7 +13,8 @@ help:
 	@echo "make sanitize  unit, program and service tests under ASan and UBSan"
 	@echo "make fuzz      each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make bench     the figures of docs/performance.md, measured here"
-	@echo "make package   the .deb in build/package"
+	@echo "make package   the .debs in build/package, with their list of materials"
+	@echo "make package-test  the packages installed, used, upgraded and removed in a container"
 	@echo "make pictures  the pictures of README and docs, by the browser tests"
 
 run: build
@@ -66,8 +67,12 @@ bench:
 	@cmake --build $(BUILD)/release -j $(JOBS)
 	@bench/run $(BUILD)/release
 
-package: build
-	@scripts/package $(BUILD)/release $(BUILD)/package
+package:
+	@scripts/setup run package
+	@scripts/package $(BUILD)/package
+
+package-test: package
+	@scripts/package-test $(BUILD)/package
 
 # The pictures of README and docs, taken by the browser tests.
 pictures: build
