@@ -1,6 +1,6 @@
 #include "service/base/json_object.h"
 
-#include "service/base/json_value.h"
+#include "norv/json_value.h"
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>

@@ -6,26 +6,9 @@
 
 namespace keldra {
 
-namespace {
-
-constexpr unsigned TIMEOUT_SECONDS = 30;
-
-}  // namespace
-
-std::string ControlReply::fault() const {
+std::string faultOf(bool reached, const std::string& message) {
     if (!reached) return "The service does not answer. Is keldrad running, and may this user talk to it?";
-    const std::string message = text("Message");
     return message.empty() ? "The service refused." : message;
-}
-
-ControlReply ask(IPCMessage::Operation operation, IPCMessage::CommandID command,
-                 const std::vector<std::pair<std::string, std::string>>& parameters) {
-    IPCMessage request(operation, command);
-    for (const auto& [name, value] : parameters) request.addParam(name, value);
-    ControlReply reply;
-    reply.reached = sendMessage(request, reply.message, TIMEOUT_SECONDS);
-    reply.done = reply.reached && reply.message.result == IPCMessage::RESULT_OK;
-    return reply;
 }
 
 std::string printable(const std::string& text) {

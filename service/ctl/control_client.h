@@ -1,27 +1,27 @@
 #pragma once
 
-#include "norv/ipc_message.h"
+#include "norv/protocol/call.h"
 
+#include <cstdint>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace keldra {
 
-/// What the service answered to keldractl.
-struct ControlReply {
-    bool reached = false;  ///< the service answered at all
-    bool done = false;     ///< it did what was asked
-    IPCMessage message;
-
-    /// Why it is not done, in one sentence.
-    std::string fault() const;
-    std::string text(const std::string& name) const { return message.value<std::string>(name); }
-};
+/// Seconds that the service may take for an answer.
+inline constexpr unsigned int CONTROL_TIMEOUT = 30;
 
 /// Asks the running service.
-ControlReply ask(IPCMessage::Operation operation, IPCMessage::CommandID command,
-                 const std::vector<std::pair<std::string, std::string>>& parameters = {});
+template <typename Request>
+auto ask(const Request& request) {
+    return protocol::ask(request, CONTROL_TIMEOUT);
+}
+
+/// Why a request is not done, in one sentence. `reached` and `message`: as in its answer.
+std::string faultOf(bool reached, const std::string& message);
+template <typename Reply>
+std::string faultOf(const protocol::Answer<Reply>& answer) {
+    return faultOf(answer.reached, answer.done ? "What the service answered cannot be read." : answer.message);
+}
 
 /// A text from outside made fit for a terminal: control characters are shown as \xNN.
 std::string printable(const std::string& text);

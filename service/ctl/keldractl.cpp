@@ -1,30 +1,33 @@
 #include "norv/au_config.h"
 #include "norv/path_list.h"
+#include "norv/protocol/quarantine.h"
+#include "norv/protocol/scans.h"
+#include "norv/protocol/status.h"
+#include "norv/protocol/updates.h"
 #include "service/access/password.h"
-#include "service/base/json_text.h"
-#include "service/base/json_value.h"
 #include "service/base/version.h"
 #include "service/ctl/control_client.h"
 #include "service/ctl/progress_bar.h"
 #include "service/settings/fresh_setup.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <termios.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <concepts>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <iostream>
+#include <optional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,18 +35,14 @@
 namespace {
 
 using keldra::ask;
-using keldra::ControlReply;
-using keldra::flagOf;
-using keldra::numberOf;
+using keldra::faultOf;
 using keldra::printable;
-using keldra::textOf;
+using protocol::ScanState;
 
 /// As virus scanners have it.
 constexpr int STATUS_CLEAN = 0;
 constexpr int STATUS_FOUND = 1;
 constexpr int STATUS_ERROR = 2;
-constexpr int SCAN_COMPLETED = 3;
-constexpr int SCAN_RUNNING = 4;
 constexpr std::chrono::milliseconds POLL_INTERVAL{100};
 
 struct CommandLine {
@@ -67,16 +66,6 @@ int fail(const std::string& sentence) {
 }
 
 void print(const std::string& line) { std::printf("%s\n", line.c_str()); }
-
-/// Calls `each` for the objects of a list. Returns how many there are.
-std::size_t forEach(const std::string& list, const std::function<void(const rapidjson::Value&)>& each) {
-    rapidjson::Document document;
-    document.Parse(list.data(), list.size());
-    if (document.HasParseError() || !document.IsArray()) return 0;
-    for (const auto& entry : document.GetArray())
-        if (entry.IsObject()) each(entry);
-    return document.Size();
-}
 
 // init and passwd: work on the files, whether the service runs or not.
 
@@ -136,103 +125,100 @@ int runPasswd(CommandLine& line) {
 
 // status
 
-void printJson(const IPCMessage& message) {
-    keldra::JsonText json;
+/// A reply as one object of its parameters' texts.
+template <typename Reply>
+void printJson(const Reply& reply) {
+    IPCMessage message;
+    protocol::write(message, reply);
+    JsonText json;
     json.object([&] {
         for (const auto& [name, parameter] : message.params) json.member(name, parameter.value);
     });
     print(json.text());
 }
 
-std::int64_t numberOf(const ControlReply& reply, const char* name) { return reply.message.value<std::int64_t>(name); }
-
-std::string databaseLine(const ControlReply& reply) {
-    const std::string database = reply.text("Database");
-    const std::string message = reply.text("EngineMessage").empty() ? "" : " (" + reply.text("EngineMessage") + ")";
-    if (database != "loaded") return database + message;
-    return reply.text("Signatures") + " signatures, version " + reply.text("DatabaseVersion") + " of " +
-           keldra::timeText(numberOf(reply, "DatabaseTime"), "unknown date") + message;
+std::string databaseLine(const protocol::ServiceStatus& status) {
+    const std::string message = status.engineMessage.empty() ? "" : " (" + status.engineMessage + ")";
+    if (status.database != protocol::DATABASE_LOADED) return status.database + message;
+    return std::to_string(status.signatures) + " signatures, version " + status.databaseVersion + " of " +
+           keldra::timeText(status.databaseTime, "unknown date") + message;
 }
 
-std::string realtimeLine(const ControlReply& reply) {
-    const std::string state = numberOf(reply, "RealtimeRunning") != 0 ? "running" : "not running";
-    const std::string message = reply.text("RealtimeMessage");
-    return message.empty() ? state : state + " (" + message + ")";
+std::string realtimeLine(const protocol::ServiceStatus& status) {
+    const std::string state = status.realtimeRunning ? "running" : "not running";
+    return status.realtimeMessage.empty() ? state : state + " (" + status.realtimeMessage + ")";
 }
 
-std::string scansLine(const ControlReply& reply) {
+std::string scansLine(const protocol::ServiceStatus& status) {
     std::string running;
-    for (const char* const kind : {"manual", "scheduled", "path"}) {
-        const std::string id = reply.text(std::string("Running_") + kind);
-        if (!id.empty()) running += (running.empty() ? "" : ", ") + std::string(kind) + " " + id;
-    }
+    const auto add = [&running](const char* kind, const std::optional<std::string>& id) {
+        if (id) running.append(running.empty() ? "" : ", ").append(kind).append(" ").append(*id);
+    };
+    add(protocol::KIND_MANUAL, status.runningManual);
+    add(protocol::KIND_SCHEDULED, status.runningScheduled);
+    add(protocol::KIND_PATH, status.runningPath);
     return running.empty() ? "none" : running;
 }
 
 int runStatus(const CommandLine& line) {
-    const ControlReply reply = ask(IPCMessage::GET, IPCMessage::SERVICE_STATUS);
-    if (!reply.done) return fail(reply.fault());
-    if (line.json) return printJson(reply.message), STATUS_CLEAN;
-    const std::string fault = reply.text("Configuration");
-    print("Version:         " + reply.text("Version") + ", up " + reply.text("Uptime") + " s");
+    const auto answer = ask(protocol::GetServiceStatus());
+    if (!answer) return fail(faultOf(answer));
+    const protocol::ServiceStatus& status = answer.reply;
+    if (line.json) return printJson(status), STATUS_CLEAN;
+    const std::string& fault = status.configuration;
+    print("Version:         " + status.version + ", up " + std::to_string(status.uptime) + " s");
     print("Configuration:   " + (fault.empty() ? "good" : "cannot be used: " + fault));
-    print("Signatures:      " + databaseLine(reply));
-    print("Engine:          " + reply.text("EngineVersion"));
-    print("Real-time scan:  " + realtimeLine(reply));
-    print("Running scans:   " + scansLine(reply));
-    print("Next scan:       " + keldra::timeText(numberOf(reply, "NextScan"), "not scheduled"));
-    print("Next update:     " + keldra::timeText(numberOf(reply, "NextUpdate"), "not scheduled"));
-    print("Last scan:       " + keldra::timeText(numberOf(reply, "LastScan")) + " (scheduled)");
-    print("Last update:     " + keldra::timeText(numberOf(reply, "LastUpdate")) + " (scheduled)");
-    print("In quarantine:   " + reply.text("Quarantined"));
-    print("Log-on sessions: " + reply.text("Sessions"));
+    print("Signatures:      " + databaseLine(status));
+    print("Engine:          " + status.engineVersion);
+    print("Real-time scan:  " + realtimeLine(status));
+    print("Running scans:   " + scansLine(status));
+    print("Next scan:       " + keldra::timeText(status.nextScan, "not scheduled"));
+    print("Next update:     " + keldra::timeText(status.nextUpdate, "not scheduled"));
+    print("Last scan:       " + keldra::timeText(status.lastScan) + " (scheduled)");
+    print("Last update:     " + keldra::timeText(status.lastUpdate) + " (scheduled)");
+    print("In quarantine:   " + std::to_string(status.quarantined));
+    print("Log-on sessions: " + std::to_string(status.sessions));
     return STATUS_CLEAN;
 }
 
 // scan
 
-void printFind(const rapidjson::Value& find) {
-    const std::string detail = textOf(find, "detail");
-    const std::string what =
-        flagOf(find, "infected") ? printable(textOf(find, "signature")) + " FOUND" : "NOT FULLY SCANNED";
-    print(printable(textOf(find, "path")) + ": " + what + (detail.empty() ? "" : " (" + printable(detail) + ")"));
+void printFind(const protocol::ScanFind& find) {
+    const std::string what = find.infected ? printable(find.signature) + " FOUND" : "NOT FULLY SCANNED";
+    print(printable(find.path) + ": " + what + (find.detail.empty() ? "" : " (" + printable(find.detail) + ")"));
 }
-
-void ignoreFind(const rapidjson::Value&) {}
 
 /// Prints the finds from number `from` on; returns the number after the last one.
 std::size_t printFinds(const std::string& id, std::size_t from, bool json) {
     for (;;) {
-        const ControlReply reply =
-            ask(IPCMessage::GET, IPCMessage::SCAN_FINDS, {{"RequestID", id}, {"From", std::to_string(from)}});
-        const std::string finds = reply.text("Finds");
-        const std::size_t count = reply.done ? forEach(finds, json ? ignoreFind : printFind) : 0;
-        if (json && count > 0) print(finds);
-        if (count == 0) return from;
-        from += count;
+        const auto answer = ask(protocol::GetScanFinds{id, from});
+        const auto& finds = answer.reply.finds;
+        if (!answer || finds.empty()) return from;
+        if (json)
+            print(jsonText(finds));
+        else
+            std::for_each(finds.begin(), finds.end(), printFind);
+        from += finds.size();
     }
 }
 
-int printSummary(const ControlReply& reply, bool json) {
-    const auto found = numberOf(reply, "VirusFound");
-    const auto unsure = numberOf(reply, "NotFullyScanned") + numberOf(reply, "Skipped");
+int printSummary(const protocol::ScanProgress& scan, bool json) {
     if (json) {
-        printJson(reply.message);
+        printJson(scan);
     } else {
-        print("Scanned " + reply.text("Scanned") + ", infected " + reply.text("VirusFound") + ", not fully scanned " +
-              reply.text("NotFullyScanned") + ", skipped " + reply.text("Skipped"));
+        print("Scanned " + std::to_string(scan.scanned) + ", infected " + std::to_string(scan.found) +
+              ", not fully scanned " + std::to_string(scan.notFullyScanned) + ", skipped " +
+              std::to_string(scan.skipped));
     }
-    if (numberOf(reply, "Status") != SCAN_COMPLETED)
-        return fail("The scan did not run to its end. " + reply.text("Message"));
-    if (found > 0) return STATUS_FOUND;
-    return unsure > 0 ? STATUS_ERROR : STATUS_CLEAN;
+    if (scan.state != ScanState::COMPLETED) return fail("The scan did not run to its end. " + scan.message);
+    if (scan.found > 0) return STATUS_FOUND;
+    return scan.notFullyScanned + scan.skipped > 0 ? STATUS_ERROR : STATUS_CLEAN;
 }
 
-void showScan(keldra::ProgressBar& bar, const ControlReply& reply) {
-    bar.show(reply.message.value<std::uint64_t>("Scanned") + reply.message.value<std::uint64_t>("Skipped"),
-             reply.message.value<std::uint64_t>("Total"),
-             reply.text("Scanned") + " of " + reply.text("Total") + " files, " + reply.text("VirusFound") +
-                 " infected, " + printable(reply.text("CurrentFile")));
+void showScan(keldra::ProgressBar& bar, const protocol::ScanProgress& scan) {
+    bar.show(static_cast<std::uint64_t>(scan.scanned) + scan.skipped, static_cast<std::uint64_t>(scan.total),
+             std::to_string(scan.scanned) + " of " + std::to_string(scan.total) + " files, " +
+                 std::to_string(scan.found) + " infected, " + printable(scan.currentFile));
 }
 
 int follow(const std::string& id, bool json) {
@@ -240,14 +226,13 @@ int follow(const std::string& id, bool json) {
     std::size_t printed = 0;
     bool stopped = false;
     for (;;) {
-        if (interrupted && !std::exchange(stopped, true))
-            ask(IPCMessage::STOP, IPCMessage::PATH_SCAN, {{"RequestID", id}});
-        const ControlReply reply = ask(IPCMessage::GET, IPCMessage::MANUAL_SCAN_STATUS, {{"RequestID", id}});
-        if (!reply.done) return fail(reply.fault());
+        if (interrupted && !std::exchange(stopped, true)) ask(protocol::StopPathScan{id});
+        const auto answer = ask(protocol::GetScanProgress{id});
+        if (!answer) return fail(faultOf(answer));
         bar.clear();
         printed = printFinds(id, printed, json);
-        if (numberOf(reply, "Status") != SCAN_RUNNING) return printSummary(reply, json);
-        showScan(bar, reply);
+        if (answer.reply.state != ScanState::RUNNING) return printSummary(answer.reply, json);
+        showScan(bar, answer.reply);
         std::this_thread::sleep_for(POLL_INTERVAL);
     }
 }
@@ -255,84 +240,79 @@ int follow(const std::string& id, bool json) {
 int runScan(const CommandLine& line) {
     std::vector<std::string> paths;
     for (const std::string& path : line.paths) paths.push_back(std::filesystem::absolute(path).lexically_normal());
-    const ControlReply reply =
-        ask(IPCMessage::START, IPCMessage::PATH_SCAN,
-            {{"Paths", joinPathList(paths)}, {"Act", line.act ? "1" : "0"}, {"Workers", std::to_string(line.workers)}});
-    if (!reply.done) return fail(reply.fault());
+    const auto answer =
+        ask(protocol::StartPathScan{.paths = joinPathList(paths), .act = line.act, .workers = line.workers});
+    if (!answer) return fail(faultOf(answer));
     std::signal(SIGINT, [](int) { interrupted = true; });
-    return follow(reply.text("RequestID"), line.json);
+    return follow(answer.reply.requestId, line.json);
 }
 
 // quarantine
 
-void printItem(const rapidjson::Value& item) {
-    print(textOf(item, "id") + "  " + keldra::timeText(numberOf(item, "when")) + "  " +
-          (flagOf(item, "backup") ? "backup  " : "") + printable(textOf(item, "signature")) + "  " +
-          printable(textOf(item, "path")));
+void printItem(const protocol::QuarantinedFile& item) {
+    print(item.id + "  " + keldra::timeText(item.when) + "  " + (item.backup ? "backup  " : "") +
+          printable(item.signature) + "  " + printable(item.path));
 }
 
 /// Calls `each` for all items, newest first. Returns why not, or nothing. What is put away meanwhile moves the others
 /// on, so some come twice.
-std::string forEachItem(const std::function<void(const rapidjson::Value&)>& each) {
+std::string forEachItem(const std::function<void(const protocol::QuarantinedFile&)>& each) {
     std::set<std::string> seen;
     for (std::size_t from = 0, before = 1; seen.size() != before;) {
         before = seen.size();
-        const ControlReply reply = ask(IPCMessage::GET, IPCMessage::QUARANTINE, {{"From", std::to_string(from)}});
-        if (!reply.done) return reply.fault();
-        from += forEach(reply.text("Items"), [&](const rapidjson::Value& item) {
-            if (seen.insert(textOf(item, "id")).second) each(item);
-        });
+        const auto answer = ask(protocol::GetQuarantine{from});
+        if (!answer) return faultOf(answer);
+        from += answer.reply.items.size();
+        for (const auto& item : answer.reply.items)
+            if (seen.insert(item.id).second) each(item);
     }
     return {};
 }
 
 int runQuarantineList(const CommandLine& line) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> json(buffer);
-    json.StartArray();
-    const std::string fault = forEachItem([&](const rapidjson::Value& item) {
-        if (line.json)
-            item.Accept(json);
-        else
-            printItem(item);
+    std::string fault;
+    JsonText json;
+    json.array([&] {
+        fault = forEachItem([&](const protocol::QuarantinedFile& item) {
+            if (line.json)
+                json.value(item);
+            else
+                printItem(item);
+        });
     });
-    json.EndArray();
     if (!fault.empty()) return fail(fault);
-    if (line.json) print({buffer.GetString(), buffer.GetSize()});
+    if (line.json) print(json.text());
     return STATUS_CLEAN;
 }
+
+std::string shown(const std::string& text) { return printable(text); }
+std::string shown(bool flag) { return flag ? "yes" : "no"; }
+template <std::integral T>
+requires(!std::same_as<T, bool>) std::string shown(T number) { return std::to_string(number); }
 
 int runQuarantineShow(const CommandLine& line) {
-    const ControlReply reply = ask(IPCMessage::GET, IPCMessage::QUARANTINE_ITEM, {{"Id", line.id}});
-    if (!reply.done) return fail(reply.fault());
-    if (line.json) return print(reply.text("Item")), STATUS_CLEAN;
-    forEach("[" + reply.text("Item") + "]", [](const rapidjson::Value& item) {
-        for (const auto& member : item.GetObject()) {
-            const std::string name = member.name.GetString();
-            const std::string shown = member.value.IsString() ? printable(textOf(item, name.c_str()))
-                                      : member.value.IsBool() ? (flagOf(item, name.c_str()) ? "yes" : "no")
-                                                              : std::to_string(numberOf(item, name.c_str()));
-            print(std::string(name).append(": ").append(shown));
-        }
-    });
+    const auto answer = ask(protocol::GetQuarantined{line.id});
+    if (!answer) return fail(faultOf(answer));
+    const protocol::QuarantinedFile& item = answer.reply.item;
+    if (line.json) return print(jsonText(item)), STATUS_CLEAN;
+    protocol::QuarantinedFile::visit(
+        item, [](const char* name, const auto& field) { print(std::string(name) + ": " + shown(field)); });
     return STATUS_CLEAN;
 }
 
-int runQuarantineChange(const CommandLine& line, IPCMessage::Operation operation, IPCMessage::CommandID command,
-                        const char* parameter) {
-    const ControlReply reply = ask(operation, command, {{parameter, line.id}});
-    if (!reply.done) return fail(reply.fault());
-    if (const std::string message = reply.text("Message"); !message.empty()) print(printable(message));
+template <typename Request>
+int runQuarantineChange(const CommandLine& line) {
+    const auto answer = ask(Request{line.id});
+    if (!answer) return fail(faultOf(answer));
+    if (!answer.reply.message.empty()) print(printable(answer.reply.message));
     return STATUS_CLEAN;
 }
 
 int runTrusted(const CommandLine& line) {
-    const ControlReply reply = ask(IPCMessage::GET, IPCMessage::QUARANTINE_TRUST);
-    if (!reply.done) return fail(reply.fault());
-    if (line.json) return print(reply.text("Trusted")), STATUS_CLEAN;
-    forEach(reply.text("Trusted"), [](const rapidjson::Value& entry) {
-        print(textOf(entry, "sha256") + "  " + printable(textOf(entry, "name")));
-    });
+    const auto answer = ask(protocol::GetTrusted());
+    if (!answer) return fail(faultOf(answer));
+    if (line.json) return print(jsonText(answer.reply.trusted)), STATUS_CLEAN;
+    for (const auto& entry : answer.reply.trusted) print(entry.sha256 + "  " + printable(entry.name));
     return STATUS_CLEAN;
 }
 
@@ -341,30 +321,28 @@ int runTrusted(const CommandLine& line) {
 int followUpdate(const std::string& id, bool json) {
     keldra::ProgressBar bar;
     for (;;) {
-        const ControlReply reply = ask(IPCMessage::GET, IPCMessage::UPDATE_STATUS);
-        if (!reply.done) return fail(reply.fault());
-        if (reply.text("RequestID") != id || numberOf(reply, "Running") == 0) {
+        const auto answer = ask(protocol::GetUpdateProgress());
+        if (!answer) return fail(faultOf(answer));
+        const protocol::UpdateProgress& update = answer.reply;
+        if (update.requestId != id || !update.running) {
             bar.clear();
             if (json)
-                printJson(reply.message);
+                printJson(update);
             else
-                print(printable(reply.text("Message")));
-            return numberOf(reply, "Succeeded") != 0 ? STATUS_CLEAN : STATUS_ERROR;
+                print(printable(update.message));
+            return update.succeeded ? STATUS_CLEAN : STATUS_ERROR;
         }
-        bar.show(reply.message.value<std::uint64_t>("Progress"), 10, "updating the signatures");
+        bar.show(static_cast<std::uint64_t>(update.progress), 10, "updating the signatures");
         std::this_thread::sleep_for(POLL_INTERVAL);
     }
 }
 
 int runUpdate(const CommandLine& line) {
     const std::string id = std::to_string(std::time(nullptr)) + "_" + std::to_string(::getpid());
-    NORVManualAUConfig components;
-    components.components = UPDATE_VIRUS_PATTERN | UPDATE_SCAN_ENGINE | UPDATE_SPYWARE_PATTERN;
-    std::ostringstream record;
-    record << components;
-    const ControlReply reply =
-        ask(IPCMessage::START, IPCMessage::MANUAL_UPDATE, {{"RequestID", id}, {"ManualAUConfig", record.str()}});
-    return reply.done ? followUpdate(id, line.json) : fail(reply.fault());
+    protocol::StartManualUpdate request{.requestId = id, .settings = {}};
+    request.settings.components = UPDATE_VIRUS_PATTERN | UPDATE_SCAN_ENGINE | UPDATE_SPYWARE_PATTERN;
+    const auto answer = ask(request);
+    return answer ? followUpdate(id, line.json) : fail(faultOf(answer));
 }
 
 // The command line.
@@ -408,15 +386,11 @@ void describeService(CLI::App& app, CommandLine& line, Run& run) {
     update->callback([&line, &run] { run = [&line] { return runUpdate(line); }; });
 }
 
-void describeChange(CLI::App& quarantine, CommandLine& line, Run& run, const char* name, const char* help,
-                    IPCMessage::Operation operation, IPCMessage::CommandID command, const char* parameter = "Id") {
+template <typename Request>
+void describeChange(CLI::App& quarantine, CommandLine& line, Run& run, const char* name, const char* help) {
     CLI::App* const change = quarantine.add_subcommand(name, help);
     change->add_option("id", line.id)->required();
-    change->callback([&line, &run, operation, command, parameter] {
-        run = [&line, operation, command, parameter] {
-            return runQuarantineChange(line, operation, command, parameter);
-        };
-    });
+    change->callback([&line, &run] { run = [&line] { return runQuarantineChange<Request>(line); }; });
 }
 
 void describeQuarantine(CLI::App& app, CommandLine& line, Run& run) {
@@ -429,14 +403,12 @@ void describeQuarantine(CLI::App& app, CommandLine& line, Run& run) {
     show->add_option("id", line.id)->required();
     show->add_flag("--json", line.json, "As a JSON object");
     show->callback([&line, &run] { run = [&line] { return runQuarantineShow(line); }; });
-    describeChange(*quarantine, line, run, "restore", "Put one back where it was; never overwrites", IPCMessage::START,
-                   IPCMessage::QUARANTINE_ITEM);
-    describeChange(*quarantine, line, run, "delete", "Delete one for good", IPCMessage::STOP,
-                   IPCMessage::QUARANTINE_ITEM);
-    describeChange(*quarantine, line, run, "trust", "Never again report files of its content", IPCMessage::START,
-                   IPCMessage::QUARANTINE_TRUST);
-    describeChange(*quarantine, line, run, "distrust", "Take a SHA-256 off the trusted ones", IPCMessage::STOP,
-                   IPCMessage::QUARANTINE_TRUST, "Sha256");
+    using namespace protocol;
+    describeChange<RestoreQuarantined>(*quarantine, line, run, "restore",
+                                       "Put one back where it was; never overwrites");
+    describeChange<DeleteQuarantined>(*quarantine, line, run, "delete", "Delete one for good");
+    describeChange<TrustQuarantined>(*quarantine, line, run, "trust", "Never again report files of its content");
+    describeChange<Distrust>(*quarantine, line, run, "distrust", "Take a SHA-256 off the trusted ones");
     CLI::App* const trusted = quarantine->add_subcommand("trusted", "List what is trusted");
     trusted->add_flag("--json", line.json, "As a JSON list");
     trusted->callback([&line, &run] { run = [&line] { return runTrusted(line); }; });

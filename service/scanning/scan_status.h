@@ -1,5 +1,6 @@
 #pragma once
 
+#include "norv/protocol/scans.h"
 #include "norv/scan_config.h"
 
 #include <cstdint>
@@ -13,8 +14,8 @@ enum class ScanKind { MANUAL, SCHEDULED, PATH };
 /// "manual", "scheduled" or "path".
 std::string scanKindName(ScanKind kind);
 
-/// How far a scan is. The numbers are those the console knows.
-enum class ScanState { NOT_RUNNING = -1, STOPPED = 1, FAILED = 2, COMPLETED = 3, RUNNING = 4 };
+using protocol::ScanFind;
+using protocol::ScanState;
 
 /// A scan to start.
 struct ScanRequest {
@@ -40,16 +41,6 @@ struct ScanStatus {
     int64_t started = 0;           ///< seconds since the epoch
     int64_t ended = 0;             ///< seconds since the epoch; 0 while running
     std::string message;           ///< English, one of `scanMessages`; may be empty
-};
-
-/// Something a scan has to report about one file.
-struct ScanFind {
-    std::string path;
-    bool infected = true;   ///< else it was not fully scanned, or not at all
-    std::string signature;  ///< of an infected file
-    std::string type;       ///< of an infected file, one of `virusTypes`
-    std::string detail;     ///< what was done, or what kept it from being scanned; English
-    bool left = false;      ///< infected, and still where it was found
 };
 
 /// Texts of `ScanStatus::message`; they have entries in the message catalogues.

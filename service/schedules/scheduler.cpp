@@ -3,8 +3,8 @@
 #include "norv/crypto.h"
 #include "norv/log.h"
 #include "service/base/files.h"
-#include "service/base/json_text.h"
-#include "service/base/json_value.h"
+#include "norv/json_text.h"
+#include "norv/json_value.h"
 #include "service/schedules/schedule.h"
 
 #include <algorithm>

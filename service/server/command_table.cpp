@@ -91,13 +91,12 @@ const Command* findCommand(const IPCMessage& request) {
 
 bool ready(Service& service, const Command& command, IPCMessage& reply) {
     if (command.needs != CONFIGURATION || service.configuration().refresh()) return true;
-    reply.addParam("Message", "The configuration cannot be used: " + service.configuration().error());
-    return false;
+    return handlers::refuse("The configuration cannot be used: " + service.configuration().error(), reply);
 }
 
 /// A refusal carries nothing that could be taken for a result.
 void keepMessageOnly(IPCMessage& reply) {
-    std::erase_if(reply.params, [](const auto& parameter) { return parameter.first != "Message"; });
+    std::erase_if(reply.params, [](const auto& parameter) { return parameter.first != protocol::MESSAGE; });
 }
 
 }  // namespace
@@ -112,7 +111,7 @@ IPCMessage answer(Service& service, const IPCMessage& request) {
     reply.operation = request.operation;
     reply.commandID = request.commandID;
     const Command* command = findCommand(request);
-    if (!command) reply.addParam("Message", "Unknown command.");
+    if (!command) handlers::refuse("Unknown command.", reply);
     const bool done = command && ready(service, *command, reply) && command->handler(service, request, reply);
     reply.result = done ? IPCMessage::RESULT_OK : IPCMessage::RESULT_ERROR;
     if (!done) keepMessageOnly(reply);

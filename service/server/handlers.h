@@ -1,6 +1,9 @@
 #pragma once
 
 #include "norv/ipc_message.h"
+#include "norv/protocol/parameters.h"
+
+#include <string>
 
 namespace keldra {
 
@@ -9,6 +12,12 @@ class Service;
 /// The handlers of the command table (see service/server/command_table.h), one function per row. `docs/protocol.md`
 /// lists the parameters of each.
 namespace handlers {
+
+/// Refuses a request; `why` is an English sentence.
+inline bool refuse(const std::string& why, IPCMessage& reply) {
+    reply.addParam(protocol::MESSAGE, why);
+    return false;
+}
 
 // handlers_configuration.cpp
 bool checkConfiguration(Service& service, const IPCMessage& request, IPCMessage& reply);

@@ -1,3 +1,4 @@
+#include "norv/protocol/configuration.h"
 #include "service/server/handlers.h"
 #include "service/server/service.h"
 
@@ -13,8 +14,7 @@ bool getConfiguration(Service& service, const IPCMessage&, IPCMessage& reply) {
     const RealtimeState realtime = service.realtime().state();
     const ServedState state{service.varPath(), service.updater().versions(), realtime.serviceRuns(),
                             realtime.kernelAllows};
-    reply.addParam("Content", service.servedDocument().text(config, state));
-    reply.addParam("LastModified", config->lastModified());
+    write(reply, protocol::Configuration{service.servedDocument().text(config, state), config->lastModified()});
     return true;
 }
 

@@ -1,4 +1,4 @@
-#include "service/base/json_text.h"
+#include "norv/protocol/quarantine.h"
 #include "service/quarantine/quarantine.h"
 #include "service/server/handlers.h"
 #include "service/server/service.h"
@@ -9,74 +9,72 @@ namespace {
 
 constexpr std::size_t MAX_ITEMS = 1000;
 
-void writeItem(JsonText& json, const QuarantineItem& item) {
-    json.object([&] {
-        json.member("id", item.id).member("path", item.path).member("size", item.size);
-        json.member("owner", item.owner).member("group", item.group).member("mode", item.mode);
-        json.member("modified", item.modified / 1'000'000'000).member("sha256", item.sha256);
-        json.member("signature", item.signature).member("type", item.type).member("task", item.task);
-        json.member("when", item.when).member("backup", item.backup);
-    });
+protocol::QuarantinedFile wireForm(const QuarantineItem& item) {
+    return {.id = item.id,
+            .path = item.path,
+            .size = item.size,
+            .owner = item.owner,
+            .group = item.group,
+            .mode = item.mode,
+            .modified = item.modified / 1'000'000'000,
+            .sha256 = item.sha256,
+            .signature = item.signature,
+            .type = item.type,
+            .task = item.task,
+            .when = item.when,
+            .backup = item.backup};
 }
 
 bool report(const QuarantineResult& result, IPCMessage& reply) {
-    reply.addParam("Message", result.message);
+    write(reply, protocol::ActionDone{result.message});
     return result.done;
 }
 
-std::string idOf(const IPCMessage& request) { return request.value<std::string>("Id"); }
+template <typename Request>
+std::string idIn(const IPCMessage& request) {
+    return protocol::read<Request>(request).id;
+}
 
 }  // namespace
 
 bool listQuarantine(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    JsonText json;
-    json.array([&] {
-        for (const QuarantineItem& item : service.quarantine().list(request.value<std::size_t>("From"), MAX_ITEMS)) {
-            if (json.full()) break;
-            writeItem(json, item);
-        }
-    });
-    reply.addParam("Items", json.text());
-    reply.addParam("Total", service.quarantine().size());
+    const auto from = protocol::read<protocol::GetQuarantine>(request).from;
+    protocol::QuarantineList list;
+    for (const QuarantineItem& item : service.quarantine().list(from, MAX_ITEMS)) list.items.push_back(wireForm(item));
+    protocol::cutToReply(list.items);
+    list.total = service.quarantine().size();
+    write(reply, list);
     return true;
 }
 
 bool showQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const auto item = service.quarantine().find(idOf(request));
-    if (!item) {
-        reply.addParam("Message", "There is no such item.");
-        return false;
-    }
-    JsonText json;
-    writeItem(json, *item);
-    reply.addParam("Item", json.text());
+    const auto item = service.quarantine().find(idIn<protocol::GetQuarantined>(request));
+    if (!item) return refuse("There is no such item.", reply);
+    write(reply, protocol::QuarantineItemReply{wireForm(*item)});
     return true;
 }
 
 bool restoreQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return report(service.quarantine().restore(idOf(request)), reply);
+    return report(service.quarantine().restore(idIn<protocol::RestoreQuarantined>(request)), reply);
 }
 
 bool deleteQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return report(service.quarantine().remove(idOf(request)), reply);
+    return report(service.quarantine().remove(idIn<protocol::DeleteQuarantined>(request)), reply);
 }
 
 bool listTrusted(Service& service, const IPCMessage&, IPCMessage& reply) {
-    JsonText json;
-    json.array([&] {
-        for (const auto& entry : service.quarantine().trusted())
-            json.object([&] { json.member("sha256", entry.first).member("name", entry.second); });
-    });
-    reply.addParam("Trusted", json.text());
+    protocol::TrustedList list;
+    for (const auto& [sha256, name] : service.quarantine().trusted()) list.trusted.push_back({sha256, name});
+    write(reply, list);
     return true;
 }
 
 bool trustQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return report(service.quarantine().trust(idOf(request)), reply);
+    return report(service.quarantine().trust(idIn<protocol::TrustQuarantined>(request)), reply);
 }
 
 bool distrust(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const bool done = report(service.quarantine().distrust(request.value<std::string>("Sha256")), reply);
+    const bool done = report(service.quarantine().distrust(protocol::read<protocol::Distrust>(request).sha256), reply);
     // What was let through for being trusted may be remembered as clean.
     if (done) service.realtime().forgetClean();
     return done;

@@ -1,6 +1,6 @@
 #include "norv/path_list.h"
+#include "norv/protocol/scans.h"
 #include "norv/scan_config.h"
-#include "service/base/json_text.h"
 #include "service/engine/virus_types.h"
 #include "service/scanning/scan_jobs.h"
 #include "service/server/handlers.h"
@@ -18,32 +18,45 @@ namespace {
 constexpr std::size_t MAX_FINDS = 1000;
 
 bool started(const ScanStart& start, IPCMessage& reply) {
-    reply.addParam(start.started ? "RequestID" : "Message", start.started ? start.id : start.message);
-    return start.started;
+    if (!start.started) return refuse(start.message, reply);
+    write(reply, protocol::ScanStarted{start.id});
+    return true;
 }
 
-void writeStatus(JsonText& json, const ScanStatus& status) {
-    json.object([&] {
-        json.member("id", status.id).member("kind", scanKindName(status.kind));
-        json.member("state", static_cast<int>(status.state)).member("total", status.total);
-        json.member("scanned", status.scanned).member("found", status.found);
-        json.member("notFullyScanned", status.notFullyScanned).member("skipped", status.skipped);
-        json.member("bytes", status.bytes).member("started", status.started).member("ended", status.ended);
-        json.member("message", status.message);
-    });
+protocol::ScanSummary summaryOf(const ScanStatus& status) {
+    return {.id = status.id,
+            .kind = scanKindName(status.kind),
+            .state = status.state,
+            .total = status.total,
+            .scanned = status.scanned,
+            .found = status.found,
+            .notFullyScanned = status.notFullyScanned,
+            .skipped = status.skipped,
+            .bytes = status.bytes,
+            .started = status.started,
+            .ended = status.ended,
+            .message = status.message};
 }
 
-void writeFind(JsonText& json, const ScanFind& find) {
-    json.object([&] {
-        json.member("path", find.path).member("infected", find.infected).member("signature", find.signature);
-        json.member("type", find.type).member("detail", find.detail).member("left", find.left);
-    });
+protocol::ScanProgress progressOf(const ScanStatus& status) {
+    return {.state = status.state,
+            .total = static_cast<std::int64_t>(status.total),
+            .scanned = static_cast<std::int64_t>(status.scanned),
+            .found = static_cast<std::int64_t>(status.found),
+            .notFullyScanned = status.notFullyScanned,
+            .skipped = status.skipped,
+            .bytes = status.bytes,
+            .started = status.started,
+            .ended = status.ended,
+            .kind = scanKindName(status.kind),
+            .currentFile = status.currentFile,
+            .message = status.message};
 }
 
 }  // namespace
 
 bool getVirusTypes(Service&, const IPCMessage&, IPCMessage& reply) {
-    reply.addParam("VirusTypes", virusTypeList());
+    write(reply, protocol::VirusTypes{virusTypeList()});
     return true;
 }
 
@@ -61,33 +74,22 @@ bool startManualScan(Service& service, const IPCMessage&, IPCMessage& reply) {
 }
 
 bool stopScan(Service& service, const IPCMessage& request, IPCMessage&) {
-    return service.scans().stop(request.value<std::string>("RequestID"));
+    return service.scans().stop(protocol::read<protocol::StopManualScan>(request).requestId);
 }
 
 bool getScanStatus(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const auto status = service.scans().status(request.value<std::string>("RequestID"));
+    const auto status = service.scans().status(protocol::read<protocol::GetScanProgress>(request).requestId);
     if (!status) return false;
-    reply.addParam("Status", static_cast<int>(status->state));
-    reply.addParam("Total", status->total);
-    reply.addParam("Scanned", status->scanned);
-    reply.addParam("VirusFound", status->found);
-    reply.addParam("Message", status->message);
-    reply.addParam("NotFullyScanned", status->notFullyScanned);
-    reply.addParam("Skipped", status->skipped);
-    reply.addParam("Bytes", status->bytes);
-    reply.addParam("CurrentFile", status->currentFile);
-    reply.addParam("Kind", scanKindName(status->kind));
-    reply.addParam("Started", status->started);
-    reply.addParam("Ended", status->ended);
+    write(reply, progressOf(*status));
     return true;
 }
 
 bool startPathScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const std::vector<std::string> paths = splitPathList(request.value<std::string>("Paths"));
+    const auto wanted = protocol::read<protocol::StartPathScan>(request);
+    const std::vector<std::string> paths = splitPathList(wanted.paths);
     const auto absolute = [](const std::string& path) { return std::filesystem::path(path).is_absolute(); };
     if (paths.empty() || !std::all_of(paths.begin(), paths.end(), absolute)) {
-        reply.addParam("Message", "No paths, or one that is not absolute.");
-        return false;
+        return refuse("No paths, or one that is not absolute.", reply);
     }
     const NORVManualScanConfig record(*service.configuration().snapshot());
     const NORVScanConfig& common = record;
@@ -96,39 +98,29 @@ bool startPathScan(Service& service, const IPCMessage& request, IPCMessage& repl
     settings.includeExtList.clear();
     settings.includeHVExtList = settings.zelscan = false;
     settings.scanCompressed = true;
-    const bool act = request.value<int>("Act") == 1;
     return started(service.scans().start({.kind = ScanKind::PATH,
                                           .settings = settings,
                                           .roots = paths,
                                           .shareRoots = {},
-                                          .workers = request.value<uint32_t>("Workers"),
-                                          .act = act}),
+                                          .workers = wanted.workers,
+                                          .act = wanted.act}),
                    reply);
 }
 
 bool getScanFinds(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const auto id = request.value<std::string>("RequestID");
-    if (!service.scans().status(id)) {
-        reply.addParam("Message", "There is no such scan.");
-        return false;
-    }
-    const std::vector<ScanFind> finds = service.scans().finds(id, request.value<std::size_t>("From"), MAX_FINDS);
-    std::size_t written = 0;
-    JsonText json;
-    json.array([&] {
-        for (; written < finds.size() && !json.full(); ++written) writeFind(json, finds[written]);
-    });
-    reply.addParam("Finds", json.text());
-    reply.addParam("More", written < finds.size() || written == MAX_FINDS ? 1 : 0);
+    const auto wanted = protocol::read<protocol::GetScanFinds>(request);
+    if (!service.scans().status(wanted.requestId)) return refuse("There is no such scan.", reply);
+    protocol::ScanFinds page{.finds = service.scans().finds(wanted.requestId, wanted.from, MAX_FINDS), .more = false};
+    page.more = page.finds.size() == MAX_FINDS;
+    page.more = protocol::cutToReply(page.finds) || page.more;
+    write(reply, page);
     return true;
 }
 
 bool getScanHistory(Service& service, const IPCMessage&, IPCMessage& reply) {
-    JsonText json;
-    json.array([&] {
-        for (const ScanStatus& status : service.scans().history()) writeStatus(json, status);
-    });
-    reply.addParam("Scans", json.text());
+    protocol::ScanHistory history;
+    for (const ScanStatus& status : service.scans().history()) history.scans.push_back(summaryOf(status));
+    write(reply, history);
     return true;
 }
 

@@ -1,6 +1,7 @@
 #include "norv/crypto.h"
 #include "norv/log.h"
 #include "norv/norv_config.h"
+#include "norv/protocol/session.h"
 #include "service/access/password.h"
 #include "service/server/handlers.h"
 #include "service/server/service.h"
@@ -16,30 +17,29 @@ bool knownUser(Service& service, const std::string& user) {
     return expected.empty() || constantTimeEqual(user, expected);
 }
 
-bool credentialsFit(Service& service, const IPCMessage& request) {
+bool credentialsFit(Service& service, const protocol::LogOn& request) {
     std::string password;
-    const bool readable = dm_decryptString(request.value<std::string>("Password"), password);
+    const bool readable = dm_decryptString(request.password, password);
     // The password is looked at whoever asks, so the time taken does not tell which names exist.
     const bool fits = readable && checkPassword(service.passwordFile(), password);
-    return fits && knownUser(service, request.value<std::string>("User"));
+    return fits && knownUser(service, request.user);
 }
 
 SessionProof proofOf(const IPCMessage& request) {
-    return {request.value<std::string>("SessionID"), request.value<std::string>("RemoteAddr"),
-            request.value<std::string>("RequestMethod"), request.value<std::string>("CsrfTokenHeader"),
-            request.value<std::string>("CsrfTokenCookie")};
+    const auto proof = protocol::read<protocol::SessionProof>(request);
+    return {proof.id, proof.remoteAddress, proof.requestMethod, proof.formToken, proof.cookieToken};
 }
 
 }  // namespace
 
 bool logOn(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const auto address = request.value<std::string>("RemoteAddr");
+    const auto wanted = protocol::read<protocol::LogOn>(request);
+    const std::string& address = wanted.remoteAddress;
     if (!service.logonGuard().admits(address)) {
         NORV_LOG(NORV_LOG_REFUSED, "Log-on from %s refused: too many failures", address.c_str());
-        reply.addParam("Message", "Too many failures, wait a while.");
-        return false;
+        return refuse("Too many failures, wait a while.", reply);
     }
-    if (!credentialsFit(service, request)) {
+    if (!credentialsFit(service, wanted)) {
         service.logonGuard().failed(address);
         NORV_LOG(NORV_LOG_REFUSED, "Log-on from %s refused", address.c_str());
         return false;
@@ -48,7 +48,7 @@ bool logOn(Service& service, const IPCMessage& request, IPCMessage& reply) {
     const std::string id = service.sessions().create(address);
     if (id.empty()) return false;
     NORV_LOG(NORV_LOG_INFO, "Log-on from %s", address.c_str());
-    reply.addParam("SessionID", id);
+    write(reply, protocol::Session{id});
     return true;
 }
 

@@ -1,5 +1,6 @@
 #include "norv/au_config.h"
 #include "norv/log.h"
+#include "norv/protocol/settings.h"
 #include "norv/scan_config.h"
 #include "service/server/handlers.h"
 #include "service/server/service.h"
@@ -12,10 +13,9 @@ namespace keldra::handlers {
 
 namespace {
 
-/// Puts a record's text form into a reply.
 template <typename Record>
-bool give(const char* name, const Record& record, IPCMessage& reply) {
-    reply.addParam(name, record);
+bool give(const Record& record, IPCMessage& reply) {
+    write(reply, protocol::Settings<Record>{record});
     return true;
 }
 
@@ -31,21 +31,23 @@ std::string faultOf(const NORVConfig& config, const Record& before, Record& reco
 
 /// Lays what a request carries over the stored record, so that what it does not mention is kept.
 template <typename Record>
-bool store(Service& service, const char* name, const IPCMessage& request, IPCMessage& reply) {
+bool store(Service& service, const IPCMessage& request, IPCMessage& reply) {
+    constexpr const char* name = protocol::SettingsPlace<Record>::PARAMETER;
     std::string fault;
     const auto change = [&](NORVConfig& config) {
         const Record before(config);
-        Record record = before;
-        const bool parsed = parseRecord(request.value<std::string>(name), record);
-        fault = parsed ? faultOf(config, before, record) : "The settings are malformed.";
+        protocol::SetSettings<Record> wanted{before};
+        const bool parsed = request.hasParam(name) && protocol::read(request, wanted);
+        fault = parsed ? faultOf(config, before, wanted.settings) : "The settings are malformed.";
         if (!fault.empty()) return false;
-        storeRecord(config, record);
+        storeRecord(config, wanted.settings);
         return true;
     };
     const SaveOutcome outcome = service.configuration().update(change);
     if (!fault.empty()) NORV_LOG(NORV_LOG_WARNING, "%s refused: %s", name, fault.c_str());
-    if (!saved(outcome)) reply.addParam("Message", fault.empty() ? "The settings could not be saved." : fault);
-    if (outcome == SaveOutcome::SAVED_WITHOUT_BACKUP) reply.addParam("BackupResult", "DiskFull");
+    if (!saved(outcome)) refuse(fault.empty() ? "The settings could not be saved." : fault, reply);
+    if (outcome == SaveOutcome::SAVED_WITHOUT_BACKUP)
+        write(reply, protocol::SettingsSaved{protocol::SettingsSaved::DISK_FULL});
     return saved(outcome);
 }
 
@@ -56,35 +58,35 @@ bool getRealtimeScan(Service& service, const IPCMessage&, IPCMessage& reply) {
     const RealtimeState state = service.realtime().state();
     record.serviceRunning = state.serviceRuns();
     record.kernelHookModuleLoaded = state.kernelAllows;
-    return give("RealtimeScanConfig", record, reply);
+    return give(record, reply);
 }
 
 bool setRealtimeScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return store<NORVRealtimeScanConfig>(service, "RealtimeScanConfig", request, reply);
+    return store<NORVRealtimeScanConfig>(service, request, reply);
 }
 
 bool getManualScan(Service& service, const IPCMessage&, IPCMessage& reply) {
-    return give("ManualScanConfig", NORVManualScanConfig(*service.configuration().snapshot()), reply);
+    return give(NORVManualScanConfig(*service.configuration().snapshot()), reply);
 }
 
 bool setManualScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return store<NORVManualScanConfig>(service, "ManualScanConfig", request, reply);
+    return store<NORVManualScanConfig>(service, request, reply);
 }
 
 bool getScheduledScan(Service& service, const IPCMessage&, IPCMessage& reply) {
-    return give("ScheduledScanConfig", NORVScheduledScanConfig(*service.configuration().snapshot()), reply);
+    return give(NORVScheduledScanConfig(*service.configuration().snapshot()), reply);
 }
 
 bool setScheduledScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return store<NORVScheduledScanConfig>(service, "ScheduledScanConfig", request, reply);
+    return store<NORVScheduledScanConfig>(service, request, reply);
 }
 
 bool getScheduledUpdate(Service& service, const IPCMessage&, IPCMessage& reply) {
-    return give("ScheduledAUConfig", NORVScheduledAUConfig(*service.configuration().snapshot()), reply);
+    return give(NORVScheduledAUConfig(*service.configuration().snapshot()), reply);
 }
 
 bool setScheduledUpdate(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return store<NORVScheduledAUConfig>(service, "ScheduledAUConfig", request, reply);
+    return store<NORVScheduledAUConfig>(service, request, reply);
 }
 
 }  // namespace keldra::handlers

@@ -1,3 +1,4 @@
+#include "norv/protocol/status.h"
 #include "service/base/version.h"
 #include "service/server/handlers.h"
 #include "service/server/service.h"
@@ -18,32 +19,32 @@ constexpr std::size_t MAX_FINDS_LOOKED_AT = 1000;
 const char* databaseText(EngineState::Database database) {
     switch (database) {
         case EngineState::Database::LOADED:
-            return "loaded";
+            return protocol::DATABASE_LOADED;
         case EngineState::Database::FAILED:
-            return "failed";
+            return protocol::DATABASE_FAILED;
         case EngineState::Database::NONE:
             break;
     }
-    return "none";
+    return protocol::DATABASE_NONE;
 }
 
-void addEngine(Service& service, IPCMessage& reply) {
+void addEngine(Service& service, protocol::ServiceStatus& status) {
     const EngineState state = service.engine().state();
-    reply.addParam("Database", databaseText(state.database));
-    reply.addParam("DatabaseVersion", state.databaseVersion);
-    reply.addParam("DatabaseTime", state.databaseTime);
-    reply.addParam("EngineVersion", state.engineVersion);
-    reply.addParam("Signatures", state.signatures);
-    reply.addParam("Reloading", state.reloading ? 1 : 0);
-    reply.addParam("EngineMessage", state.message);
+    status.database = databaseText(state.database);
+    status.databaseVersion = state.databaseVersion;
+    status.databaseTime = state.databaseTime;
+    status.engineVersion = state.engineVersion;
+    status.signatures = state.signatures;
+    status.reloading = state.reloading;
+    status.engineMessage = state.message;
 }
 
-void addRealtime(Service& service, IPCMessage& reply) {
+void addRealtime(Service& service, protocol::ServiceStatus& status) {
     const RealtimeState state = service.realtime().state();
-    reply.addParam("RealtimeRunning", state.guarding ? 1 : 0);
-    reply.addParam("RealtimeAllowed", state.kernelAllows ? 1 : 0);
-    reply.addParam("RealtimeMessage", state.message);
-    reply.addParam("RealtimeHanging", state.hanging);
+    status.realtimeRunning = state.guarding;
+    status.realtimeAllowed = state.kernelAllows;
+    status.realtimeMessage = state.message;
+    status.realtimeHanging = state.hanging;
 }
 
 /// Whether a find is a danger that nobody has dealt with. Files made to try out scanners are left alone on purpose.
@@ -54,51 +55,54 @@ bool isUntreated(const ScanFind& find) {
 }
 
 /// Infected files that the newest scan of each kind left in place and that are still there.
-void addUntreated(Service& service, IPCMessage& reply) {
+void addUntreated(Service& service, protocol::ServiceStatus& status) {
     std::set<ScanKind> seen;
     std::set<std::string> untreated;
-    std::string scan;
-    for (const ScanStatus& status : service.scans().history()) {
-        if (status.state == ScanState::RUNNING || !seen.insert(status.kind).second || status.found == 0) continue;
-        for (const ScanFind& find : service.scans().leftFinds(status.id, MAX_FINDS_LOOKED_AT)) {
+    for (const ScanStatus& scan : service.scans().history()) {
+        if (scan.state == ScanState::RUNNING || !seen.insert(scan.kind).second || scan.found == 0) continue;
+        for (const ScanFind& find : service.scans().leftFinds(scan.id, MAX_FINDS_LOOKED_AT)) {
             if (!isUntreated(find)) continue;
             untreated.insert(find.path);
-            if (scan.empty()) scan = status.id;
+            if (status.untreatedScan.empty()) status.untreatedScan = scan.id;
         }
     }
-    reply.addParam("Untreated", untreated.size());
-    reply.addParam("UntreatedScan", scan);
+    status.untreated = untreated.size();
 }
 
-void addScans(Service& service, IPCMessage& reply) {
-    for (const ScanKind kind : {ScanKind::MANUAL, ScanKind::SCHEDULED, ScanKind::PATH}) {
+void addScans(Service& service, protocol::ServiceStatus& status) {
+    const auto idOf = [&service](ScanKind kind) -> std::optional<std::string> {
         const auto running = service.scans().running(kind);
-        if (running) reply.addParam("Running_" + scanKindName(kind), running->id);
-    }
+        return running ? std::optional(running->id) : std::nullopt;
+    };
+    status.runningManual = idOf(ScanKind::MANUAL);
+    status.runningScheduled = idOf(ScanKind::SCHEDULED);
+    status.runningPath = idOf(ScanKind::PATH);
 }
 
-void addSchedules(Service& service, IPCMessage& reply) {
-    reply.addParam("NextScan", service.scheduler().nextScan().value_or(0));
-    reply.addParam("NextUpdate", service.scheduler().nextUpdate().value_or(0));
-    reply.addParam("LastScan", service.scheduler().lastScan());
-    reply.addParam("LastUpdate", service.scheduler().lastUpdate());
+void addSchedules(Service& service, protocol::ServiceStatus& status) {
+    status.nextScan = service.scheduler().nextScan().value_or(0);
+    status.nextUpdate = service.scheduler().nextUpdate().value_or(0);
+    status.lastScan = service.scheduler().lastScan();
+    status.lastUpdate = service.scheduler().lastUpdate();
 }
 
 }  // namespace
 
 bool getServiceStatus(Service& service, const IPCMessage&, IPCMessage& reply) {
     const bool good = service.configuration().refresh();
-    reply.addParam("Version", VERSION);
-    reply.addParam("Uptime", service.clock().now() - service.startedAt());
-    reply.addParam("Configuration", good ? "" : service.configuration().error());
-    reply.addParam("Sessions", service.sessions().size());
-    reply.addParam("Quarantined", service.quarantine().size());
-    reply.addParam("UpdateRunning", service.updater().status().running ? 1 : 0);
-    addEngine(service, reply);
-    addRealtime(service, reply);
-    addScans(service, reply);
-    addUntreated(service, reply);
-    addSchedules(service, reply);
+    protocol::ServiceStatus status;
+    status.version = VERSION;
+    status.uptime = service.clock().now() - service.startedAt();
+    status.configuration = good ? "" : service.configuration().error();
+    status.sessions = service.sessions().size();
+    status.quarantined = service.quarantine().size();
+    status.updateRunning = service.updater().status().running;
+    addEngine(service, status);
+    addRealtime(service, status);
+    addScans(service, status);
+    addUntreated(service, status);
+    addSchedules(service, status);
+    write(reply, status);
     return true;
 }
 

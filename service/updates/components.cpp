@@ -2,8 +2,8 @@
 
 #include "norv/log.h"
 #include "service/base/files.h"
-#include "service/base/json_text.h"
-#include "service/base/json_value.h"
+#include "norv/json_text.h"
+#include "norv/json_value.h"
 #include "service/tree/file_transfer.h"
 #include "service/updates/freshclam.h"
 

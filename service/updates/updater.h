@@ -1,6 +1,7 @@
 #pragma once
 
 #include "norv/au_config.h"
+#include "norv/protocol/updates.h"
 #include "service/base/clock.h"
 #include "service/updates/components.h"
 #include "service/updates/freshclam.h"
@@ -38,17 +39,7 @@ struct UpdaterHooks {
 };
 
 /// What an update is doing, or what became of the last one.
-struct UpdateStatus {
-    bool running = false;
-    bool scheduled = false;
-    std::string requestId;   ///< of a manual update
-    int progress = 0;        ///< tenths, 0 to 10
-    int64_t started = 0;     ///< seconds since the epoch; 0: never
-    int64_t ended = 0;       ///< seconds since the epoch; 0: never, or running
-    bool succeeded = false;  ///< of the last update that ended
-    bool installed = false;  ///< whether it brought something new
-    std::string message;     ///< English, one of `updateMessages`
-};
+using UpdateStatus = protocol::UpdateProgress;
 
 /// All texts that an update may end with, for the message catalogue.
 const std::vector<std::string>& updateMessages();

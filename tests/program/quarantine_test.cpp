@@ -5,6 +5,9 @@ using Strings = std::vector<std::string>;
 namespace {
 
 const std::string JSON_HEAD = "Content-type: application/json\n\n";
+const std::string ITEMS =
+    R"([{"id":"a1","path":"/srv/ä","size":1,"owner":2,"group":3,"mode":4,"modified":5,"sha256":"ff","signature":"E",)"
+    R"("type":"Virus","task":"17_1","when":6,"backup":false}])";
 
 std::string errorHead(const std::string& status) {
     return "Content-type: application/json\nStatus: " + status + "\n\n";
@@ -14,8 +17,7 @@ class Quarantine : public ConsoleTest {
 protected:
     Quarantine() {
         console.writeTemplate("quarantine.html", "quarantine __LOCALE__\n");
-        service.on(M::GET, M::QUARANTINE,
-                   Answer::reply(1, {{"Items", R"([{"id":"a1","path":"/srv/ä"}])"}, {"Total", "1"}}));
+        service.on(M::GET, M::QUARANTINE, Answer::reply(1, {{"Items", ITEMS}, {"Total", "1"}}));
         service.on(M::GET, M::QUARANTINE_TRUST,
                    Answer::reply(1, {{"Trusted", R"([{"sha256":"ff","name":"/srv/b"}])"}}));
         for (const auto command : {M::QUARANTINE_ITEM, M::QUARANTINE_TRUST}) {
@@ -32,7 +34,7 @@ protected:
 
 TEST_F(Quarantine, ThePageAndItsListAreShownToWhoIsLoggedOn) {
     expectPage(ask(""), "quarantine en-US\n");
-    EXPECT_EQ(ask("list=1").bytes, JSON_HEAD + R"({"items":[{"id":"a1","path":"/srv/ä"}],"total":1,)" +
+    EXPECT_EQ(ask("list=1").bytes, JSON_HEAD + R"({"items":)" + ITEMS + R"(,"total":1,)" +
                                        R"("trusted":[{"sha256":"ff","name":"/srv/b"}]})");
 }
 

@@ -1,6 +1,8 @@
 #include "webui/cgi/au_config.h"
 
 #include "norv/log.h"
+#include "norv/protocol/scans.h"
+#include "norv/protocol/updates.h"
 #include "norv/text_form.h"
 #include "norv/week_day.h"
 #include "webui/cgi/scan_common.h"
@@ -16,6 +18,7 @@
 #include <cstdio>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -25,7 +28,6 @@ constexpr const char* DUPLICATE = "DUPLICATE";
 constexpr char NOT_COMPLETED[] = "Update not completed.";
 
 constexpr char CATEGORY[] = "Varnel";
-constexpr char SCHEDULED_PARAMETER[] = "ScheduledAUConfig";
 constexpr char SCHEDULED_HEADER[] = "Scheduled Update";
 constexpr char SCHEDULED_BACK_URL[] = "./scanoption.cgi?id=scheduled_update";
 
@@ -107,10 +109,10 @@ void showScheduledSettings(CPageWrapper& page, const NORVConfig& config) {
 
 /// Any answer but a refusal will do, also one without a record; others rely on it.
 bool fetchScheduledRecord(NORVScheduledAUConfig& record) {
-    IPCMessage reply;
-    if (!exchange(IPCMessage(IPCMessage::GET, IPCMessage::SCHEDULED_UPDATE_CONFIG), reply)) return false;
-    if (reply.result == IPCMessage::RESULT_ERROR) return false;
-    return !reply.hasParam(SCHEDULED_PARAMETER) || readRecord(reply, SCHEDULED_PARAMETER, record);
+    auto answer = askService(protocol::GetSettings<NORVScheduledAUConfig>());
+    if (!answer.readable) return false;
+    if (answer.reply.settings) record = std::move(*answer.reply.settings);
+    return true;
 }
 
 void readPeriod(const CQSControl& request, NORVScheduledAUConfig& record) {
@@ -160,11 +162,7 @@ SET_UPDATE_OPTION_RESULT ExecuteManualUpdate(const NORVConfig& config, const NOR
         NORV_LOG(NORV_LOG_ERROR, "Invalid request id [%s]", requestId.c_str());
         return SET_UPDATE_FAILED;
     }
-    IPCMessage request(IPCMessage::START, IPCMessage::MANUAL_UPDATE);
-    request.addParam("RequestID", requestId);
-    request.addParam("ManualAUConfig", update);
-    IPCMessage reply;
-    if (exchangeAccepted(request, reply)) {
+    if (askService(protocol::StartManualUpdate{requestId, update})) {
         NORV_TRACE("Execute Manual AU OK");
         return SET_UPDATE_OK;
     }
@@ -174,9 +172,7 @@ SET_UPDATE_OPTION_RESULT ExecuteManualUpdate(const NORVConfig& config, const NOR
     return SET_UPDATE_FAILED;
 }
 
-bool isValidRequestID(const std::string& requestId) {
-    return !requestId.empty() && requestId.find_first_not_of("0123456789_") == std::string::npos;
-}
+bool isValidRequestID(const std::string& requestId) { return protocol::isRequestId(requestId); }
 
 int GetUpdateProgress(const NORVConfig& config, const std::string& requestId) {
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
@@ -225,7 +221,7 @@ SET_UPDATE_OPTION_RESULT SaveScheduledUpdateConfig(const CQSControl& request) {
     NORVScheduledAUConfig record;
     if (!fetchScheduledRecord(record)) return SET_UPDATE_FAILED;
     readSchedule(request, record);
-    IPCMessage reply;
-    if (!sendRecord(IPCMessage::SCHEDULED_UPDATE_CONFIG, SCHEDULED_PARAMETER, record, reply)) return SET_UPDATE_FAILED;
-    return reply.value<std::string>("BackupResult") == "DiskFull" ? SET_UPDATE_DISK_FULL : SET_UPDATE_OK;
+    const auto answer = sendRecord(record);
+    if (!answer) return SET_UPDATE_FAILED;
+    return answer.reply.backupResult == protocol::SettingsSaved::DISK_FULL ? SET_UPDATE_DISK_FULL : SET_UPDATE_OK;
 }

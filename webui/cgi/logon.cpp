@@ -1,6 +1,7 @@
 #include "webui/cgi/logon.h"
 
 #include "norv/log.h"
+#include "norv/protocol/session.h"
 #include "webui/cgi/page_wrapper.h"
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/utils/cookies.h"
@@ -8,6 +9,17 @@
 #include <cstdlib>
 #include <map>
 #include <string>
+
+namespace {
+
+bool accepted(IPCMessage::CommandID command, const protocol::SessionProof& proof) {
+    IPCMessage request(IPCMessage::SESSION, command);
+    write(request, proof);
+    IPCMessage reply;
+    return sendMessage(request, reply, SERVICE_TIMEOUT) && reply.result == IPCMessage::RESULT_OK;
+}
+
+}  // namespace
 
 bool SessionOperation(IPCMessage::CommandID cmd, const CQSControl& qs) {
     const char* const cookieHeader = std::getenv("HTTP_COOKIE");
@@ -23,14 +35,12 @@ bool SessionOperation(IPCMessage::CommandID cmd, const CQSControl& qs) {
         NORV_LOG(NORV_LOG_REFUSED, "No session id found");
         return false;
     }
-    IPCMessage request(IPCMessage::SESSION, cmd);
-    request.addParam("SessionID", cookies["hvssn"]);
-    request.addParam("RemoteAddr", address);
-    request.addParam("RequestMethod", method);
-    request.addParam("CsrfTokenHeader", qs.getEnv("CsrfToken"));
-    request.addParam("CsrfTokenCookie", cookies["CsrfToken"]);
-    IPCMessage reply;
-    if (!exchangeAccepted(request, reply)) {
+    const protocol::SessionProof proof{.id = cookies["hvssn"],
+                                       .remoteAddress = address,
+                                       .requestMethod = method ? method : "",
+                                       .formToken = qs.getEnv("CsrfToken"),
+                                       .cookieToken = cookies["CsrfToken"]};
+    if (!accepted(cmd, proof)) {
         NORV_TRACE("session operation failed");
         return false;
     }

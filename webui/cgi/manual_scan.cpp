@@ -1,17 +1,17 @@
 #include "webui/cgi/manual_scan.h"
 
 #include "norv/log.h"
+#include "norv/protocol/scans.h"
 #include "webui/cgi/scan_common.h"
 #include "webui/cgi/scan_form.h"
 #include "webui/cgi/scan_page.h"
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/utils/form_binding.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace {
-
-constexpr char PARAMETER[] = "ManualScanConfig";
 
 constexpr SettingsPage PAGE = {
     .header = "Manual Scan",
@@ -46,46 +46,30 @@ void showAlert(CPageWrapper& page, const NORVConfig& config, const CQSControl& r
     showSettings(page, config, record, settings);
 }
 
-enum ManualScanStatus : int32_t { NOT_RUNNING = -1, STOPPED = 1, FAILED = 2, RUNNING = 4 };
+/// A count as the pages take it: the nearest number of 32 bits.
+int shown(int64_t count) { return static_cast<int>(std::clamp<int64_t>(count, INT32_MIN, INT32_MAX)); }
 
-/// How far a scan is, as the service tells it.
-struct Progress {
-    int status;
-    int total;
-    int found;
-    int scanned;
-    std::string message;
-};
-
-Progress readProgress(const IPCMessage& reply) {
-    return {
-        .status = reply.value<int>("Status"),
-        .total = reply.value<int>("Total"),
-        .found = reply.value<int>("VirusFound"),
-        .scanned = reply.value<int>("Scanned"),
-        .message = reply.value<std::string>("Message"),
-    };
-}
-
-void showCounters(CPageWrapper& page, const Progress& progress, const char* pageTemplate) {
-    ReplaceOneItemWithInteger(page, "__TOTAL__", progress.total);
-    ReplaceOneItemWithInteger(page, "__SCANNED__", progress.scanned);
-    ReplaceOneItemWithInteger(page, "__INFECTED__", progress.found);
+void showCounters(CPageWrapper& page, const protocol::ScanProgress& progress, const char* pageTemplate) {
+    ReplaceOneItemWithInteger(page, "__TOTAL__", shown(progress.total));
+    ReplaceOneItemWithInteger(page, "__SCANNED__", shown(progress.scanned));
+    ReplaceOneItemWithInteger(page, "__INFECTED__", shown(progress.found));
     page.outputPage(pageTemplate);
 }
 
-void showRunning(CPageWrapper& page, const Progress& progress) {
-    const int64_t percent = progress.total == 0 ? 0 : int64_t{progress.scanned} * 100 / progress.total;
+void showRunning(CPageWrapper& page, const protocol::ScanProgress& progress) {
+    const int total = shown(progress.total);
+    const int64_t percent = total == 0 ? 0 : int64_t{shown(progress.scanned)} * 100 / total;
     page.addDStringItem("__PROGRESS_PERCENT__", std::to_string(percent) + "%");
     AddOneItem(page, "iProgressPercent", static_cast<int>(percent));
-    AddOneItem(page, "iScannedFiles", progress.scanned);
-    AddOneItem(page, "iTotalFilesNeedToScan", progress.total);
-    ReplaceOneItemWithInteger(page, "__INFECTED__", progress.found);
+    AddOneItem(page, "iScannedFiles", shown(progress.scanned));
+    AddOneItem(page, "iTotalFilesNeedToScan", shown(progress.total));
+    ReplaceOneItemWithInteger(page, "__INFECTED__", shown(progress.found));
     page.outputPage("ScanOptions/scan_progress.html");
 }
 
-void showProgress(CPageWrapper& page, const Progress& progress) {
-    switch (progress.status) {
+void showProgress(CPageWrapper& page, const protocol::ScanProgress& progress) {
+    using enum protocol::ScanState;
+    switch (progress.state) {
         case NOT_RUNNING:
             NORV_LOG(NORV_LOG_REFUSED, "MANUAL_SCAN_STATUS_NOT_RUNNING returned. Shouldn't happen");
             page.outputPage("error.html");
@@ -135,47 +119,38 @@ void GetManualScanOption(const NORVConfig& config, const CQSControl& request, bo
     showStoredSettings(page, config);
 }
 
-bool GetManualScanConfig(NORVManualScanConfig& record) {
-    return fetchRecord(IPCMessage::MANUAL_SCAN_CONFIG, PARAMETER, record);
-}
+bool GetManualScanConfig(NORVManualScanConfig& record) { return fetchRecord(record); }
 
 bool SaveManualScanConfig(const CQSControl& request) {
     NORVManualScanConfig record;
     if (!GetManualScanConfig(record)) return false;
     ConstructScanConfig(request, record);
-    IPCMessage reply;
-    return sendRecord(IPCMessage::MANUAL_SCAN_CONFIG, PARAMETER, record, reply);
+    return static_cast<bool>(sendRecord(record));
 }
 
 void SetManualScanConfig(CPageWrapper& page, const NORVManualScanConfig& record) { SetScanConfigVars(page, record); }
 
 std::string StartManualScan() {
-    IPCMessage reply;
-    if (!exchangeAccepted(IPCMessage(IPCMessage::START, IPCMessage::MANUAL_SCAN), reply)) return {};
-    return reply.value<std::string>("RequestID");
+    const auto answer = askService(protocol::StartManualScan());
+    return answer ? answer.reply.requestId : "";
 }
 
 bool StopManualScan(const std::string& requestID) {
     NORV_TRACE("ENTER, requestID=%s", requestID.c_str());
-    IPCMessage request(IPCMessage::STOP, IPCMessage::MANUAL_SCAN);
-    request.addParam("RequestID", requestID);
-    IPCMessage reply;
-    return exchangeAccepted(request, reply);
+    return static_cast<bool>(askService(protocol::StopManualScan{requestID}));
 }
 
 void GetManualScanProgress(const NORVConfig& /*config*/, const std::string& requestID) {
     NORV_TRACE("ENTER requestID=%s", requestID.c_str());
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
     page.addDStringItem("__REQUEST_ID__", requestID);
-    IPCMessage request(IPCMessage::GET, IPCMessage::MANUAL_SCAN_STATUS);
-    request.addParam("RequestID", requestID);
-    IPCMessage reply;
-    if (!exchangeAccepted(request, reply)) {
+    const auto answer = askService(protocol::GetScanProgress{requestID});
+    if (!answer) {
         NORV_TRACE("GET ManualScanStatus failed but we don't put an error");
         page.outputPage("error.html");
         return;
     }
-    showProgress(page, readProgress(reply));
+    showProgress(page, answer.reply);
 }
 
 int ReplaceOneItemWithInteger(CPageWrapper& page, const char* name, int value) {

@@ -2,24 +2,23 @@
 #include "webui/cgi/logon.h"
 
 #include "norv/log.h"
+#include "norv/protocol/session.h"
 #include "webui/cgi/page_wrapper.h"
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/utils/cookies.h"
 #include "webui/cgi/utils/encryption.h"
 
-#include <cstddef>
 #include <cstdlib>
 #include <string>
 
 namespace {
 
-constexpr std::size_t MAX_PASSWORD_LENGTH = 32;
 constexpr unsigned long CSRF_TOKEN_BYTES = 32;
 
 /// Asks the service to open a session. The session's id, empty when it refused.
 std::string openSession(const CQSControl& qs) {
     std::string password = qs.getEnv("T1");
-    if (password.size() > MAX_PASSWORD_LENGTH) {
+    if (password.size() > protocol::MAX_PASSWORD_LENGTH) {
         NORV_LOG(NORV_LOG_REFUSED, "Exceeds maximum length of a password");
         return "";
     }
@@ -32,12 +31,9 @@ std::string openSession(const CQSControl& qs) {
         NORV_LOG(NORV_LOG_REFUSED, "encrypt_string() failed.");
         return "";
     }
-    IPCMessage request(IPCMessage::SESSION, IPCMessage::PASSWORD_LOGON);
-    request.addParam("Password", password);
-    request.addParam("User", qs.getEnv("tfUserName"));
-    request.addParam("RemoteAddr", address);
-    IPCMessage reply;
-    return exchangeAccepted(request, reply) ? reply.value<std::string>("SessionID") : "";
+    const auto answer =
+        askService(protocol::LogOn{.user = qs.getEnv("tfUserName"), .password = password, .remoteAddress = address});
+    return answer ? answer.reply.id : "";
 }
 
 }  // namespace

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr char PARAMETER[] = "RealtimeScanConfig";
-
 constexpr SettingsPage PAGE = {
     .header = "Real-time Scan",
     .failTitle = "Unable to apply the new real-time scan settings.",
@@ -87,16 +85,13 @@ void GetRealTimeScanOption(const NORVConfig& config, const CQSControl& request, 
     SaveCommandComplete(page, SaveRealtimeScanConfig(request) ? SAVE_OK : SAVE_FAILED, PAGE);
 }
 
-bool GetRealtimeScanConfig(NORVRealtimeScanConfig& record) {
-    return fetchRecord(IPCMessage::REALTIME_SCAN_CONFIG, PARAMETER, record);
-}
+bool GetRealtimeScanConfig(NORVRealtimeScanConfig& record) { return fetchRecord(record); }
 
 bool SaveRealtimeScanConfig(const CQSControl& request) {
     NORVRealtimeScanConfig record;
     if (!GetRealtimeScanConfig(record)) return false;
     applyForm(request, record);
-    IPCMessage reply;
-    return sendRecord(IPCMessage::REALTIME_SCAN_CONFIG, PARAMETER, record, reply);
+    return static_cast<bool>(sendRecord(record));
 }
 
 void ConstructScanDirection(const CQSControl& request, NORVRealtimeScanConfig& record) {

@@ -1,6 +1,7 @@
 #include "webui/cgi/scan_common.h"
 
 #include "norv/log.h"
+#include "norv/protocol/scans.h"
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/utils/form_binding.h"
 #include "webui/cgi/utils/response_pages.h"
@@ -74,12 +75,12 @@ void substituteSelect(CPageWrapper& page, const char* selectName, int oneBased) 
 }
 
 void GetVirusType(std::vector<std::string>& types) {
-    IPCMessage reply;
-    if (!exchangeAccepted(IPCMessage(IPCMessage::GET, IPCMessage::VIRUS_TYPES), reply)) {
+    const auto answer = askService(protocol::GetVirusTypes());
+    if (!answer) {
         writeLog(NORV_LOG_ERROR, "GetVirusType", nullptr, 0, "return error!\n");
         return;
     }
-    const auto list = reply.value<std::string>("VirusTypes");
+    const std::string& list = answer.reply.types;
     for (std::size_t start = 0; start < list.size();) {
         const std::size_t end = std::min(list.find(';', start), list.size());
         types.push_back(list.substr(start, end - start));

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr char PARAMETER[] = "ScheduledScanConfig";
-
 constexpr SettingsPage PAGE = {
     .header = "Scheduled Scan",
     .failTitle = "Unable to apply the new scheduled scan settings.",
@@ -68,13 +66,10 @@ bool SaveScheduledScanConfig(const CQSControl& form) {
     NORVScheduledScanConfig record;
     if (!GetScheduledScanConfig(record)) return false;
     ConstructScheduledScanConfig(form, record);
-    IPCMessage reply;
-    return sendRecord(IPCMessage::SCHEDULED_SCAN_CONFIG, PARAMETER, record, reply);
+    return static_cast<bool>(sendRecord(record));
 }
 
-bool GetScheduledScanConfig(NORVScheduledScanConfig& record) {
-    return fetchRecord(IPCMessage::SCHEDULED_SCAN_CONFIG, PARAMETER, record);
-}
+bool GetScheduledScanConfig(NORVScheduledScanConfig& record) { return fetchRecord(record); }
 
 void ConstructScheduledScanConfig(const CQSControl& form, NORVScheduledScanConfig& record) {
     ConstructScanConfig(form, record);

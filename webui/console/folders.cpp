@@ -1,10 +1,10 @@
+#include "norv/protocol/folders.h"
 #include "norv/path_list.h"
 #include "norv/scan_config.h"
 #include "webui/cgi/manual_scan.h"
 #include "webui/cgi/scan_common.h"
 #include "webui/cgi/utils/configuration.h"
 #include "webui/console/json_response.h"
-#include "webui/console/json_value.h"
 
 #include <string>
 
@@ -13,17 +13,16 @@ namespace {
 /// The folders of a manual scan, in a request and in the settings.
 struct Field {
     const char* name;
-    const char* parameter;
     std::string NORVScanConfig::*setting;
 };
 constexpr Field FIELDS[] = {
-    {"scanPaths", "ScanPaths", &NORVScanConfig::scanPaths},
-    {"excludePaths", "ExcludePaths", &NORVScanConfig::excludePaths},
-    {"excludePatterns", "ExcludePatterns", &NORVScanConfig::excludePatterns},
+    {"scanPaths", &NORVScanConfig::scanPaths},
+    {"excludePaths", &NORVScanConfig::excludePaths},
+    {"excludePatterns", &NORVScanConfig::excludePatterns},
 };
 
-void writeStamp(JsonWriter& json, const NORVConfig& config) {
-    writeMember(json, "stamp", std::to_string(config.lastModified()));
+void writeStamp(JsonText& json, const NORVConfig& config) {
+    json.member("stamp", std::to_string(config.lastModified()));
 }
 
 bool fetchSettings(NORVManualScanConfig& record) {
@@ -36,87 +35,52 @@ bool fetchSettings(NORVManualScanConfig& record) {
 int showSettings(const ConsoleRequest& request) {
     NORVManualScanConfig record;
     if (!fetchSettings(record)) return 1;
-    return answerJson(jsonText([&](JsonWriter& json) {
-        json.StartObject();
-        for (const Field& field : FIELDS) {
-            json.Key(field.name);
-            json.StartArray();
-            for (const std::string& entry : splitPathList(record.*field.setting)) writeText(json, entry);
-            json.EndArray();
-        }
+    JsonText json;
+    json.object([&] {
+        for (const Field& field : FIELDS) json.member(field.name, splitPathList(record.*field.setting));
         writeStamp(json, request.config);
-        json.EndObject();
-    }));
-}
-
-void writeFolder(JsonWriter& json, const rapidjson::Value& folder) {
-    json.StartObject();
-    for (const char* const name : {"path", "name"}) writeMember(json, name, textOf(folder, name));
-    json.Key("folders");
-    json.Bool(flagOf(folder, "folders"));
-    json.EndObject();
+    });
+    return answerJson(json.text());
 }
 
 /// The folders in a folder; those that may be chosen at all when no path is given.
 int listFolders(const ConsoleRequest& request) {
-    IPCMessage message(IPCMessage::GET, IPCMessage::FOLDER_LIST);
-    message.addParam("Path", request.text("path"));
-    IPCMessage reply;
-    if (!askService(message, reply, "404 Not Found")) return 1;
-    return answerJson(jsonText([&](JsonWriter& json) {
-        json.StartObject();
-        json.Key("folders");
-        json.StartArray();
-        const rapidjson::Document folders = parseList(reply.value<std::string>("Folders"));
-        for (const auto& folder : folders.GetArray()) writeFolder(json, folder);
-        json.EndArray();
-        json.Key("complete");
-        json.Bool(!reply.hasParam("Complete") || reply.value<int>("Complete") != 0);
-        json.EndObject();
-    }));
+    const auto answer = askOrAnswer(protocol::ListFolders{request.text("path")}, "404 Not Found");
+    if (!answer) return 1;
+    JsonText json;
+    json.object([&] { json.member("folders", answer.reply.folders).member("complete", answer.reply.complete); });
+    return answerJson(json.text());
 }
 
 /// What the excludes would leave out.
 int preview(const ConsoleRequest& request) {
     if (!requirePost(request)) return 1;
-    IPCMessage message(IPCMessage::GET, IPCMessage::EXCLUDE_PREVIEW);
-    for (const Field& field : FIELDS) message.addParam(field.parameter, request.text(field.name));
-    IPCMessage reply;
-    if (!askService(message, reply)) return 1;
-    const auto examples = reply.value<std::string>("Examples");
-    return answerJson(jsonText([&](JsonWriter& json) {
-        json.StartObject();
-        json.Key("kept");
-        json.Uint64(reply.value<std::uint64_t>("Kept"));
-        json.Key("left");
-        json.Uint64(reply.value<std::uint64_t>("Left"));
-        json.Key("complete");
-        json.Bool(reply.value<int>("Complete") != 0);
-        json.Key("examples");
-        json.RawValue(examples.empty() ? "[]" : examples.data(), examples.empty() ? 2 : examples.size(),
-                      rapidjson::kArrayType);
-        json.EndObject();
-    }));
+    const auto answer = askOrAnswer(protocol::PreviewExcludes{.scanPaths = request.text("scanPaths"),
+                                                              .excludePaths = request.text("excludePaths"),
+                                                              .excludePatterns = request.text("excludePatterns")});
+    if (!answer) return 1;
+    const protocol::ExcludeEffect& effect = answer.reply;
+    JsonText json;
+    json.object([&] {
+        json.member("kept", effect.kept).member("left", effect.left).member("complete", effect.complete);
+        json.member("examples", effect.examples);
+    });
+    return answerJson(json.text());
 }
 
 int askToOverwrite() {
-    return answerJson(jsonText([](JsonWriter& json) {
-        json.StartObject();
-        json.Key("modified");
-        json.Bool(true);
-        json.EndObject();
-    }));
+    JsonText json;
+    json.object([&] { json.member("modified", true); });
+    return answerJson(json.text());
 }
 
 /// The stamp of the settings just stored, which the page's other form goes on with.
 int answerSaved(const ConsoleRequest& request) {
     NORVConfig stored(request.config);
     getNORVConfigFromEntity(stored);
-    return answerJson(jsonText([&](JsonWriter& json) {
-        json.StartObject();
-        writeStamp(json, stored);
-        json.EndObject();
-    }));
+    JsonText json;
+    json.object([&] { writeStamp(json, stored); });
+    return answerJson(json.text());
 }
 
 int save(const ConsoleRequest& request) {
@@ -125,10 +89,7 @@ int save(const ConsoleRequest& request) {
     NORVManualScanConfig record;
     if (!fetchSettings(record)) return 1;
     for (const Field& field : FIELDS) record.*field.setting = request.text(field.name);
-    IPCMessage message(IPCMessage::SET, IPCMessage::MANUAL_SCAN_CONFIG);
-    message.addParam("ManualScanConfig", record);
-    IPCMessage reply;
-    return askService(message, reply) ? answerSaved(request) : 1;
+    return askOrAnswer(protocol::SetSettings<NORVManualScanConfig>{record}) ? answerSaved(request) : 1;
 }
 
 int answer(const ConsoleRequest& request) {

@@ -1,86 +1,46 @@
+#include "norv/protocol/scans.h"
 #include "webui/cgi/page_wrapper.h"
 #include "webui/console/csv.h"
 #include "webui/console/json_response.h"
-#include "webui/console/json_value.h"
 #include "webui/console/service_text.h"
 
 #include <libintl.h>
-#include <rapidjson/document.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <ctime>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace {
 
-using Entry = rapidjson::Value;
-
 constexpr std::string_view CSV_TYPE = "text/csv; charset=utf-8";
 
-/// Reads a list of objects that the service sent. False when it is none, and that is answered as an error.
-bool readList(const IPCMessage& reply, const char* parameter, rapidjson::Document& list) {
-    const auto content = reply.value<std::string>(parameter);
-    list.Parse<rapidjson::kParseIterativeFlag>(content.data(), content.size());
-    const auto isObject = [](const Entry& entry) { return entry.IsObject(); };
-    if (!list.HasParseError() && list.IsArray() && std::all_of(list.Begin(), list.End(), isObject)) return true;
-    answerError("502 Bad Gateway", "The answer of the service cannot be read.");
-    return false;
-}
-
-bool fetchScans(rapidjson::Document& scans) {
-    IPCMessage reply;
-    return askService({IPCMessage::GET, IPCMessage::SCAN_HISTORY}, reply) && readList(reply, "Scans", scans);
-}
-
-/// Reports of a scan, and whether there are more behind them.
-struct Finds {
-    rapidjson::Document list;
-    bool more = false;
-};
-
-/// Those from number `from` on, as many as the service gives at a time.
-bool fetchFinds(const std::string& requestID, std::size_t from, Finds& finds) {
-    IPCMessage message(IPCMessage::GET, IPCMessage::SCAN_FINDS);
-    message.addParam("RequestID", requestID);
-    message.addParam("From", from);
-    IPCMessage reply;
-    if (!askService(message, reply, "404 Not Found") || !readList(reply, "Finds", finds.list)) return false;
-    finds.more = reply.value<int>("More") != 0;
-    return true;
-}
-
 /// {"name": list, "more": whether it goes on}, with one text of each entry in the console's language.
-int answerList(const char* name, rapidjson::Document& list, const char* translated, bool more = false) {
-    for (Entry& entry : list.GetArray()) {
-        const std::string value = translateServiceText(textOf(entry, translated));
-        if (!entry.HasMember(translated)) continue;
-        entry[translated].SetString(value.data(), static_cast<rapidjson::SizeType>(value.size()), list.GetAllocator());
-    }
-    return answerJson(jsonText([&](JsonWriter& json) {
-        json.StartObject();
-        json.Key(name);
-        list.Accept(json);
-        json.Key("more");
-        json.Bool(more);
-        json.EndObject();
-    }));
+template <typename Entry>
+int answerList(const char* name, std::vector<Entry> list, std::string Entry::*translated, bool more = false) {
+    for (Entry& entry : list) entry.*translated = translateServiceText(entry.*translated);
+    JsonText json;
+    json.object([&] { json.member(name, list).member("more", more); });
+    return answerJson(json.text());
 }
 
 int listScans() {
-    rapidjson::Document scans;
-    return fetchScans(scans) ? answerList("scans", scans, "message") : 1;
+    const auto answer = askOrAnswer(protocol::GetScanHistory());
+    return answer ? answerList("scans", answer.reply.scans, &protocol::ScanSummary::message) : 1;
+}
+
+/// Reports from number `from` on, as many as the service gives at a time.
+auto fetchFinds(const std::string& requestID, uint64_t from) {
+    return askOrAnswer(protocol::GetScanFinds{requestID, from}, "404 Not Found");
 }
 
 int listFinds(const ConsoleRequest& request) {
-    const int from = std::max(0, request.fields.getEnv<int>("From"));
-    Finds finds;
-    if (!fetchFinds(request.text("RequestID"), static_cast<std::size_t>(from), finds)) return 1;
-    return answerList("finds", finds.list, "detail", finds.more);
+    const auto from = static_cast<uint64_t>(std::max(0, request.fields.getEnv<int>("From")));
+    const auto answer = fetchFinds(request.text("RequestID"), from);
+    return answer ? answerList("finds", answer.reply.finds, &protocol::ScanFind::detail, answer.reply.more) : 1;
 }
 
 /// A time as spreadsheets understand it, in the server's time zone; nothing for 0.
@@ -93,24 +53,26 @@ std::string timeText(int64_t seconds) {
 }
 
 std::string kindText(const std::string& kind) {
-    if (kind == "manual") return gettext("Manual Scan");
-    if (kind == "scheduled") return gettext("Scheduled Scan");
-    return kind == "path" ? gettext("Scan from the command line") : kind;
+    if (kind == protocol::KIND_MANUAL) return gettext("Manual Scan");
+    if (kind == protocol::KIND_SCHEDULED) return gettext("Scheduled Scan");
+    return kind == protocol::KIND_PATH ? gettext("Scan from the command line") : kind;
 }
 
-std::string stateText(int64_t state) {
+std::string stateText(protocol::ScanState state) {
     switch (state) {
-        case 1:
+        using enum protocol::ScanState;
+        case STOPPED:
             return gettext("stopped");
-        case 2:
+        case FAILED:
             return gettext("failed");
-        case 3:
+        case COMPLETED:
             return gettext("completed");
-        case 4:
+        case RUNNING:
             return gettext("running");
-        default:
-            return "";
+        case NOT_RUNNING:
+            break;
     }
+    return "";
 }
 
 std::string headings(std::vector<std::string> names) {
@@ -118,42 +80,39 @@ std::string headings(std::vector<std::string> names) {
     return CSV_START + csvLine(names);
 }
 
-std::string scanLine(const Entry& scan) {
-    const int64_t ended = numberOf(scan, "ended");
-    const auto count = [&scan](const char* name) { return std::to_string(numberOf(scan, name)); };
-    return csvLine({textOf(scan, "id"), kindText(textOf(scan, "kind")), stateText(numberOf(scan, "state")),
-                    timeText(numberOf(scan, "started")), timeText(ended),
-                    ended == 0 ? "" : std::to_string(ended - numberOf(scan, "started")), count("scanned"),
-                    count("found"), count("notFullyScanned"), count("skipped"), count("bytes"),
-                    translateServiceText(textOf(scan, "message"))});
+std::string scanLine(const protocol::ScanSummary& scan) {
+    const std::string seconds = scan.ended == 0 ? "" : std::to_string(scan.ended - scan.started);
+    return csvLine({scan.id, kindText(scan.kind), stateText(scan.state), timeText(scan.started), timeText(scan.ended),
+                    seconds, std::to_string(scan.scanned), std::to_string(scan.found),
+                    std::to_string(scan.notFullyScanned), std::to_string(scan.skipped), std::to_string(scan.bytes),
+                    translateServiceText(scan.message)});
 }
 
 int exportScans() {
-    rapidjson::Document scans;
-    if (!fetchScans(scans)) return 1;
+    const auto answer = askOrAnswer(protocol::GetScanHistory());
+    if (!answer) return 1;
     std::string csv = headings({"Scan", "Kind", "State", "Started (server time)", "Ended (server time)", "Seconds",
                                 "Files scanned", "Infected", "Not fully scanned", "Skipped", "Bytes", "Remark"});
-    for (const Entry& scan : scans.GetArray()) csv += scanLine(scan);
+    for (const auto& scan : answer.reply.scans) csv += scanLine(scan);
     return answerDownload(std::string(CSV_TYPE), "keldra-scans.csv", csv);
 }
 
-std::string findLine(const Entry& find) {
-    return csvLine({textOf(find, "path"), flagOf(find, "infected") ? gettext("Infected") : gettext("Not fully scanned"),
-                    textOf(find, "signature"), textOf(find, "type"), translateServiceText(textOf(find, "detail"))});
+std::string findLine(const protocol::ScanFind& find) {
+    return csvLine({find.path, find.infected ? gettext("Infected") : gettext("Not fully scanned"), find.signature,
+                    find.type, translateServiceText(find.detail)});
 }
 
 int exportFinds(const std::string& requestID) {
-    if (requestID.find_first_not_of("0123456789_") != std::string::npos) {
-        return answerError("404 Not Found", "There is no such scan.");
-    }
+    if (!protocol::isRequestId(requestID)) return answerError("404 Not Found", "There is no such scan.");
     std::string csv = headings({"File", "Result", "Malware", "Type", "What was done"});
-    std::size_t from = 0;
+    uint64_t from = 0;
     for (bool more = true; more;) {
-        Finds finds;
-        if (!fetchFinds(requestID, from, finds)) return 1;
-        for (const Entry& find : finds.list.GetArray()) csv += findLine(find);
-        from += finds.list.Size();
-        more = finds.more && !finds.list.Empty();
+        const auto answer = fetchFinds(requestID, from);
+        if (!answer) return 1;
+        const auto& finds = answer.reply.finds;
+        for (const auto& find : finds) csv += findLine(find);
+        from += finds.size();
+        more = answer.reply.more && !finds.empty();
     }
     return answerDownload(std::string(CSV_TYPE), "keldra-scan-" + requestID + ".csv", csv);
 }

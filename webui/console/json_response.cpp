@@ -2,9 +2,9 @@
 
 #include "norv/locale.h"
 #include "norv/log.h"
+#include "norv/protocol/configuration.h"
 #include "webui/cgi/authenticate.h"
 #include "webui/cgi/page_wrapper.h"
-#include "webui/cgi/service_message.h"
 #include "webui/cgi/startup.h"
 #include "webui/console/service_text.h"
 
@@ -15,10 +15,7 @@ void send(CPageWrapper& page, const std::string& body) {
     writeOut(body);
 }
 
-bool serviceAnswers() {
-    IPCMessage reply;
-    return exchange(IPCMessage(IPCMessage::GET, IPCMessage::CONFIG_FILE_CHECK), reply);
-}
+bool serviceAnswers() { return askService(protocol::CheckConfiguration()).reached; }
 
 }  // namespace
 
@@ -37,22 +34,6 @@ int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest&
     return handle({config, configOk, fields});
 }
 
-std::string jsonText(const std::function<void(JsonWriter& json)>& fill) {
-    rapidjson::StringBuffer buffer;
-    JsonWriter json(buffer);
-    fill(json);
-    return {buffer.GetString(), buffer.GetSize()};
-}
-
-void writeText(JsonWriter& json, const std::string& text) {
-    json.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-}
-
-void writeMember(JsonWriter& json, const char* name, const std::string& value) {
-    json.Key(name);
-    writeText(json, value);
-}
-
 int answerJson(const std::string& json, const std::string& status) {
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_NONE);
     page.addHeader("Content-type", "application/json");
@@ -63,12 +44,9 @@ int answerJson(const std::string& json, const std::string& status) {
 
 int answerError(const std::string& status, const std::string& message) {
     NORV_LOG(NORV_LOG_WARNING, "%s: %s", status.c_str(), message.c_str());
-    answerJson(jsonText([&](JsonWriter& json) {
-                   json.StartObject();
-                   writeMember(json, "error", translateServiceText(message));
-                   json.EndObject();
-               }),
-               status);
+    JsonText json;
+    json.object([&] { json.member("error", translateServiceText(message)); });
+    answerJson(json.text(), status);
     return 1;
 }
 
@@ -86,13 +64,8 @@ bool requirePost(const ConsoleRequest& request) {
     return false;
 }
 
-bool askService(const IPCMessage& message, IPCMessage& reply, const std::string& refusalStatus) {
-    if (!exchange(message, reply)) {
-        answerError("503 Service Unavailable", NOT_RESPONDING);
-        return false;
-    }
-    if (reply.result == IPCMessage::RESULT_OK) return true;
-    const auto reason = reply.value<std::string>("Message");
-    answerError(refusalStatus, reason.empty() ? "The service refused the request." : reason);
-    return false;
+Failure failureOf(bool reached, bool done, const std::string& reason, const std::string& refusalStatus) {
+    if (!reached) return {"503 Service Unavailable", NOT_RESPONDING};
+    if (done) return {"502 Bad Gateway", "The answer of the service cannot be read."};
+    return {refusalStatus, reason.empty() ? "The service refused the request." : reason};
 }

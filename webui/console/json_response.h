@@ -1,13 +1,10 @@
 #pragma once
 
-#include "norv/ipc_message.h"
+#include "norv/json_text.h"
 #include "norv/norv_config.h"
 #include "webui/cgi/qs_control.h"
+#include "webui/cgi/service_message.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
-#include <functional>
 #include <string>
 
 /// A request to a program of the console whose session the service has confirmed (for a POST: its token as well).
@@ -31,14 +28,6 @@ enum class WithoutService { LOG_ON, TELL };
 int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request),
                       WithoutService withoutService = WithoutService::LOG_ON);
 
-using JsonWriter = rapidjson::Writer<rapidjson::StringBuffer>;
-
-/// The JSON text that `fill` writes.
-std::string jsonText(const std::function<void(JsonWriter& json)>& fill);
-/// Writes a text; any bytes, also NUL.
-void writeText(JsonWriter& json, const std::string& text);
-void writeMember(JsonWriter& json, const char* name, const std::string& value);
-
 /// Answers with a JSON text. `status`: the HTTP status, nothing for 200. Returns 0, for `handle` to pass on.
 int answerJson(const std::string& json, const std::string& status = "");
 /// Answers {"error": message}. `message`: English, answered in the console's language. Returns 1.
@@ -49,9 +38,25 @@ int answerDownload(const std::string& contentType, const std::string& fileName, 
 /// Whatever changes something must come by POST, so that the token was checked. False when it did not, and the error
 /// is answered.
 bool requirePost(const ConsoleRequest& request);
-/// Asks the service. False when it does not answer or refuses, and that is answered as an error: 503, or
-/// `refusalStatus` with the service's reason.
-bool askService(const IPCMessage& message, IPCMessage& reply, const std::string& refusalStatus = "409 Conflict");
+/// The HTTP error, by its status and in words, that tells what became of a request which is not done.
+struct Failure {
+    std::string status;
+    std::string message;
+};
+/// `refusalStatus`: the HTTP status of a refusal.
+Failure failureOf(bool reached, bool done, const std::string& reason, const std::string& refusalStatus);
+
+/// Asks the service. When it does not answer, refuses or sends what cannot be read, that is answered as an error: 503,
+/// `refusalStatus` with the service's reason, or 502; the result is then false.
+template <typename Request>
+auto askOrAnswer(const Request& request, const std::string& refusalStatus = "409 Conflict") {
+    auto answer = askService(request);
+    if (!answer) {
+        const Failure failure = failureOf(answer.reached, answer.done, answer.message, refusalStatus);
+        answerError(failure.status, failure.message);
+    }
+    return answer;
+}
 
 /// The answer to a request that the service did not answer.
 inline constexpr const char* NOT_RESPONDING = "Keldra service is not responding. Please restart Keldra and try again.";

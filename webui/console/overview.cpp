@@ -1,7 +1,9 @@
+#include "norv/protocol/quarantine.h"
+#include "norv/protocol/scans.h"
+#include "norv/protocol/status.h"
+#include "norv/protocol/updates.h"
 #include "norv/scan_config.h"
-#include "webui/cgi/service_message.h"
 #include "webui/console/json_response.h"
-#include "webui/console/json_value.h"
 #include "webui/console/service_text.h"
 
 #include <algorithm>
@@ -12,7 +14,6 @@
 
 namespace {
 
-constexpr int RUNNING = 4;
 constexpr std::size_t LAST_FINDS = 5;
 /// Scans whose finds are looked through for the last ones.
 constexpr int SCANS_LOOKED_AT = 5;
@@ -25,33 +26,37 @@ struct Find {
     std::string type;
     std::string detail;
     std::string scan;
+
+    static void visit(auto& record, auto&& field) {
+        field("when", record.when);
+        field("path", record.path);
+        field("signature", record.signature);
+        field("type", record.type);
+        field("detail", record.detail);
+        field("scan", record.scan);
+    }
 };
 
 /// What the service says; lists that it does not give are empty.
 struct Report {
-    IPCMessage status;
-    IPCMessage update;
-    rapidjson::Document scans;
-    rapidjson::Document quarantine;
+    protocol::ServiceStatus status;
+    protocol::UpdateProgress update;
+    std::vector<protocol::ScanSummary> scans;
+    std::vector<protocol::QuarantinedFile> quarantine;
 };
 
-/// A list that the page can do without.
-rapidjson::Document fetchList(const IPCMessage& message, const char* parameter) {
-    IPCMessage reply;
-    return parseList(exchangeAccepted(message, reply) ? reply.value<std::string>(parameter) : "");
+/// What the page can do without: as fresh when it cannot be had.
+template <typename Request>
+typename Request::Reply askIfPossible(const Request& request) {
+    const auto answer = askService(request);
+    return answer ? answer.reply : typename Request::Reply();
 }
 
-void addFindsOf(const rapidjson::Value& scan, std::vector<Find>& finds) {
-    IPCMessage message(IPCMessage::GET, IPCMessage::SCAN_FINDS);
-    const std::string id = textOf(scan, "id");
-    message.addParam("RequestID", id);
-    const std::int64_t ended = numberOf(scan, "ended");
-    const std::int64_t when = ended != 0 ? ended : numberOf(scan, "started");
-    const rapidjson::Document found = fetchList(message, "Finds");
-    for (const auto& find : found.GetArray()) {
-        if (!flagOf(find, "infected")) continue;
-        finds.push_back({when, textOf(find, "path"), textOf(find, "signature"), textOf(find, "type"),
-                         translateServiceText(textOf(find, "detail")), id});
+void addFindsOf(const protocol::ScanSummary& scan, std::vector<Find>& finds) {
+    const std::int64_t when = scan.ended != 0 ? scan.ended : scan.started;
+    for (const auto& find : askIfPossible(protocol::GetScanFinds{scan.id}).finds) {
+        if (!find.infected) continue;
+        finds.push_back({when, find.path, find.signature, find.type, translateServiceText(find.detail), scan.id});
     }
 }
 
@@ -59,130 +64,90 @@ void addFindsOf(const rapidjson::Value& scan, std::vector<Find>& finds) {
 std::vector<Find> lastFinds(const Report& report) {
     std::vector<Find> finds;
     int looked = 0;
-    for (const auto& scan : report.scans.GetArray()) {
-        if (numberOf(scan, "found") == 0) continue;
+    for (const auto& scan : report.scans) {
+        if (scan.found == 0) continue;
         addFindsOf(scan, finds);
         if (++looked == SCANS_LOOKED_AT) break;
     }
-    for (const auto& item : report.quarantine.GetArray()) {
-        if (textOf(item, "task") != "realtime" || flagOf(item, "backup")) continue;
-        finds.push_back({numberOf(item, "when"), textOf(item, "path"), textOf(item, "signature"), textOf(item, "type"),
-                         translateServiceText("moved to quarantine"), ""});
+    for (const auto& item : report.quarantine) {
+        if (item.task != "realtime" || item.backup) continue;
+        finds.push_back(
+            {item.when, item.path, item.signature, item.type, translateServiceText("moved to quarantine"), ""});
     }
     std::stable_sort(finds.begin(), finds.end(), [](const Find& a, const Find& b) { return a.when > b.when; });
     finds.resize(std::min(finds.size(), LAST_FINDS));
     return finds;
 }
 
-void writeNumber(JsonWriter& json, const char* name, std::int64_t value) {
-    json.Key(name);
-    json.Int64(value);
-}
-
-void writeNumber(JsonWriter& json, const char* name, const IPCMessage& reply, const char* parameter) {
-    writeNumber(json, name, reply.value<std::int64_t>(parameter));
-}
-
-void writeFlag(JsonWriter& json, const char* name, bool value) {
-    json.Key(name);
-    json.Bool(value);
-}
-
-void writeRealtime(JsonWriter& json, const NORVConfig& config, const IPCMessage& status) {
-    json.Key("realtime");
-    json.StartObject();
-    writeFlag(json, "wanted", NORVRealtimeScanConfig(config).scanDirection != 0);
-    writeFlag(json, "running", status.value<int>("RealtimeRunning") != 0);
-    writeFlag(json, "possible", status.value<int>("RealtimeAllowed") != 0);
-    json.EndObject();
-}
-
-void writeSignatures(JsonWriter& json, const IPCMessage& status) {
-    json.Key("signatures");
-    json.StartObject();
-    writeFlag(json, "loaded", status.value<std::string>("Database") == "loaded");
-    // Some or newer ones are not in use although others are.
-    writeFlag(json, "unloaded", !status.value<std::string>("EngineMessage").empty());
-    writeFlag(json, "loading", status.value<int>("Reloading") != 0);
-    writeMember(json, "version", status.value<std::string>("DatabaseVersion"));
-    writeNumber(json, "time", status, "DatabaseTime");
-    writeNumber(json, "count", status, "Signatures");
-    json.EndObject();
-}
-
-void writeUpdate(JsonWriter& json, const IPCMessage& status, const IPCMessage& update) {
-    json.Key("update");
-    json.StartObject();
-    writeFlag(json, "running", update.value<int>("Running") != 0);
-    writeMember(json, "id", update.value<std::string>("RequestID"));
-    writeNumber(json, "progress", update.value<std::int64_t>("Progress") * 10);
-    writeNumber(json, "next", status, "NextUpdate");
-    json.EndObject();
-}
-
-void writeScan(JsonWriter& json, const rapidjson::Value& scan) {
-    json.StartObject();
-    for (const char* const name : {"id", "kind"}) writeMember(json, name, textOf(scan, name));
-    for (const char* const name :
-         {"state", "total", "scanned", "found", "notFullyScanned", "skipped", "started", "ended"})
-        writeNumber(json, name, numberOf(scan, name));
-    json.EndObject();
-}
-
-/// The running scans, and the newest one that ended.
-void writeScans(JsonWriter& json, const rapidjson::Document& scans) {
-    const auto isRunning = [](const rapidjson::Value& scan) { return numberOf(scan, "state") == RUNNING; };
-    json.Key("running");
-    json.StartArray();
-    for (const auto& scan : scans.GetArray())
-        if (isRunning(scan)) writeScan(json, scan);
-    json.EndArray();
-    const auto* const ended = std::find_if_not(scans.Begin(), scans.End(), isRunning);
-    if (ended == scans.End()) return;
-    json.Key("lastScan");
-    writeScan(json, *ended);
-}
-
-void writeFinds(JsonWriter& json, const std::vector<Find>& finds) {
-    json.Key("finds");
-    json.StartArray();
-    for (const Find& find : finds) {
-        json.StartObject();
-        writeNumber(json, "when", find.when);
-        writeMember(json, "path", find.path);
-        writeMember(json, "signature", find.signature);
-        writeMember(json, "type", find.type);
-        writeMember(json, "detail", find.detail);
-        writeMember(json, "scan", find.scan);
-        json.EndObject();
-    }
-    json.EndArray();
-}
-
-std::string reportText(const NORVConfig& config, const Report& report) {
-    return jsonText([&](JsonWriter& json) {
-        json.StartObject();
-        writeNumber(json, "now", std::time(nullptr));
-        writeFlag(json, "configured", report.status.value<std::string>("Configuration").empty());
-        writeRealtime(json, config, report.status);
-        writeSignatures(json, report.status);
-        writeUpdate(json, report.status, report.update);
-        writeScans(json, report.scans);
-        writeNumber(json, "nextScan", report.status, "NextScan");
-        writeNumber(json, "quarantined", report.status, "Quarantined");
-        writeNumber(json, "untreated", report.status, "Untreated");
-        writeMember(json, "untreatedScan", report.status.value<std::string>("UntreatedScan"));
-        writeFinds(json, lastFinds(report));
-        json.EndObject();
+void writeRealtime(JsonText& json, const NORVConfig& config, const protocol::ServiceStatus& status) {
+    json.name("realtime").object([&] {
+        json.member("wanted", NORVRealtimeScanConfig(config).scanDirection != 0);
+        json.member("running", status.realtimeRunning).member("possible", status.realtimeAllowed);
     });
 }
 
+void writeSignatures(JsonText& json, const protocol::ServiceStatus& status) {
+    json.name("signatures").object([&] {
+        json.member("loaded", status.database == protocol::DATABASE_LOADED);
+        // Some or newer ones are not in use although others are.
+        json.member("unloaded", !status.engineMessage.empty()).member("loading", status.reloading);
+        json.member("version", status.databaseVersion).member("time", status.databaseTime);
+        json.member("count", status.signatures);
+    });
+}
+
+void writeUpdate(JsonText& json, const Report& report) {
+    json.name("update").object([&] {
+        json.member("running", report.update.running).member("id", report.update.requestId);
+        json.member("progress", std::int64_t{report.update.progress} * 10).member("next", report.status.nextUpdate);
+    });
+}
+
+void writeScan(JsonText& json, const protocol::ScanSummary& scan) {
+    json.object([&] {
+        json.member("id", scan.id).member("kind", scan.kind).member("state", scan.state).member("total", scan.total);
+        json.member("scanned", scan.scanned).member("found", scan.found);
+        json.member("notFullyScanned", scan.notFullyScanned).member("skipped", scan.skipped);
+        json.member("started", scan.started).member("ended", scan.ended);
+    });
+}
+
+/// The running scans, and the newest one that ended.
+void writeScans(JsonText& json, const std::vector<protocol::ScanSummary>& scans) {
+    const auto isRunning = [](const auto& scan) { return scan.state == protocol::ScanState::RUNNING; };
+    json.name("running").array([&] {
+        for (const auto& scan : scans)
+            if (isRunning(scan)) writeScan(json, scan);
+    });
+    const auto ended = std::find_if_not(scans.begin(), scans.end(), isRunning);
+    if (ended == scans.end()) return;
+    json.name("lastScan");
+    writeScan(json, *ended);
+}
+
+std::string reportText(const NORVConfig& config, const Report& report) {
+    JsonText json;
+    json.object([&] {
+        json.member("now", std::int64_t{std::time(nullptr)});
+        json.member("configured", report.status.configuration.empty());
+        writeRealtime(json, config, report.status);
+        writeSignatures(json, report.status);
+        writeUpdate(json, report);
+        writeScans(json, report.scans);
+        json.member("nextScan", report.status.nextScan).member("quarantined", report.status.quarantined);
+        json.member("untreated", report.status.untreated).member("untreatedScan", report.status.untreatedScan);
+        json.member("finds", lastFinds(report));
+    });
+    return json.text();
+}
+
 int showOverview(const ConsoleRequest& request) {
-    Report report;
-    if (!askService({IPCMessage::GET, IPCMessage::SERVICE_STATUS}, report.status, "503 Service Unavailable")) return 1;
-    exchangeAccepted({IPCMessage::GET, IPCMessage::UPDATE_STATUS}, report.update);
-    report.scans = fetchList({IPCMessage::GET, IPCMessage::SCAN_HISTORY}, "Scans");
-    report.quarantine = fetchList({IPCMessage::GET, IPCMessage::QUARANTINE}, "Items");
+    const auto status = askOrAnswer(protocol::GetServiceStatus(), "503 Service Unavailable");
+    if (!status) return 1;
+    const Report report{.status = status.reply,
+                        .update = askIfPossible(protocol::GetUpdateProgress()),
+                        .scans = askIfPossible(protocol::GetScanHistory()).scans,
+                        .quarantine = askIfPossible(protocol::GetQuarantine()).items};
     return answerJson(reportText(request.config, report));
 }
 

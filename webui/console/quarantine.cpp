@@ -1,5 +1,5 @@
+#include "norv/protocol/quarantine.h"
 #include "webui/cgi/page_wrapper.h"
-#include "webui/cgi/service_message.h"
 #include "webui/console/json_response.h"
 #include "webui/console/service_text.h"
 
@@ -15,25 +15,31 @@ namespace {
 
 constexpr std::size_t MOST_IDS = 500;
 
-/// What a page may do with files in quarantine, and how the service is asked for it.
-struct Action {
-    const char* name;
-    IPCMessage::Operation operation;
-    IPCMessage::CommandID command;
-    const char* parameter;
-};
-
-constexpr std::array ACTIONS{
-    Action{"restore", IPCMessage::START, IPCMessage::QUARANTINE_ITEM, "Id"},
-    Action{"delete", IPCMessage::STOP, IPCMessage::QUARANTINE_ITEM, "Id"},
-    Action{"trust", IPCMessage::START, IPCMessage::QUARANTINE_TRUST, "Id"},
-    Action{"distrust", IPCMessage::STOP, IPCMessage::QUARANTINE_TRUST, "Sha256"},
-};
-
 struct Outcome {
     std::string id;
     bool done = false;
     std::string message;
+};
+
+template <typename Request>
+Outcome carryOut(const std::string& id) {
+    const auto answer = askService(Request{id});
+    if (!answer.reached) return {id, false, NOT_RESPONDING};
+    if (answer.done) return {id, true, answer.reply.message};
+    return {id, false, answer.message.empty() ? "The service refused the request." : answer.message};
+}
+
+/// What a page may do with files in quarantine.
+struct Action {
+    const char* name;
+    Outcome (*carryOut)(const std::string& id);
+};
+
+constexpr std::array ACTIONS{
+    Action{"restore", carryOut<protocol::RestoreQuarantined>},
+    Action{"delete", carryOut<protocol::DeleteQuarantined>},
+    Action{"trust", carryOut<protocol::TrustQuarantined>},
+    Action{"distrust", carryOut<protocol::Distrust>},
 };
 
 std::vector<std::string> splitIds(std::string_view list) {
@@ -46,23 +52,11 @@ std::vector<std::string> splitIds(std::string_view list) {
     return ids;
 }
 
-Outcome carryOut(const Action& action, const std::string& id) {
-    IPCMessage message(action.operation, action.command);
-    message.addParam(action.parameter, id);
-    IPCMessage reply;
-    if (!exchange(message, reply)) return {id, false, NOT_RESPONDING};
-    const bool done = reply.result == IPCMessage::RESULT_OK;
-    const auto text = reply.value<std::string>("Message");
-    return {id, done, done || !text.empty() ? text : "The service refused the request."};
-}
-
-void writeOutcome(JsonWriter& json, const Outcome& outcome) {
-    json.StartObject();
-    writeMember(json, "id", outcome.id);
-    json.Key("done");
-    json.Bool(outcome.done);
-    writeMember(json, "message", translateServiceText(outcome.message));
-    json.EndObject();
+void writeOutcome(JsonText& json, const Outcome& outcome) {
+    json.object([&] {
+        json.member("id", outcome.id).member("done", outcome.done);
+        json.member("message", translateServiceText(outcome.message));
+    });
 }
 
 /// Does one thing to each of the files named; each has its own outcome.
@@ -75,39 +69,28 @@ int act(const ConsoleRequest& request) {
     if (action == ACTIONS.end() || ids.empty() || ids.size() > MOST_IDS) {
         return answerError("400 Bad Request", "The request names nothing that can be done.");
     }
-    return answerJson(jsonText([&](JsonWriter& json) {
-        json.StartObject();
-        json.Key("results");
-        json.StartArray();
-        for (const std::string& id : ids) writeOutcome(json, carryOut(*action, id));
-        json.EndArray();
-        json.EndObject();
-    }));
-}
-
-/// A list as the service wrote it.
-void writeList(JsonWriter& json, const char* name, const IPCMessage& reply, const char* parameter) {
-    const auto list = reply.hasParam(parameter) ? reply.value<std::string>(parameter) : "[]";
-    json.Key(name);
-    json.RawValue(list.data(), list.size(), rapidjson::kArrayType);
+    JsonText json;
+    json.object([&] {
+        json.name("results").array([&] {
+            for (const std::string& id : ids) writeOutcome(json, action->carryOut(id));
+        });
+    });
+    return answerJson(json.text());
 }
 
 /// The files from number `From` on, newest first, as many as the service gives at a time; and what is trusted.
 int list(const ConsoleRequest& request) {
-    IPCMessage message(IPCMessage::GET, IPCMessage::QUARANTINE);
-    message.addParam("From", std::max(0, request.fields.getEnv<int>("From")));
-    IPCMessage items;
-    IPCMessage trusted;
-    if (!askService(message, items)) return 1;
-    if (!askService({IPCMessage::GET, IPCMessage::QUARANTINE_TRUST}, trusted)) return 1;
-    return answerJson(jsonText([&](JsonWriter& json) {
-        json.StartObject();
-        writeList(json, "items", items, "Items");
-        json.Key("total");
-        json.Int64(items.value<std::int64_t>("Total"));
-        writeList(json, "trusted", trusted, "Trusted");
-        json.EndObject();
-    }));
+    const auto from = static_cast<uint64_t>(std::max(0, request.fields.getEnv<int>("From")));
+    const auto items = askOrAnswer(protocol::GetQuarantine{from});
+    if (!items) return 1;
+    const auto trusted = askOrAnswer(protocol::GetTrusted());
+    if (!trusted) return 1;
+    JsonText json;
+    json.object([&] {
+        json.member("items", items.reply.items).member("total", items.reply.total);
+        json.member("trusted", trusted.reply.trusted);
+    });
+    return answerJson(json.text());
 }
 
 int showPage() {

@@ -1,5 +1,5 @@
+#include "norv/protocol/scans.h"
 #include "webui/console/json_response.h"
-#include "webui/console/json_value.h"
 #include "webui/console/service_text.h"
 
 #include <algorithm>
@@ -9,68 +9,46 @@
 namespace {
 
 /// Finds sent at a time; the script asks for the rest.
-constexpr int MAX_FINDS = 200;
+constexpr std::size_t MAX_FINDS = 200;
 
-void writeNumber(JsonWriter& json, const char* name, const IPCMessage& reply, const char* parameter) {
-    json.Key(name);
-    json.Int64(reply.value<std::int64_t>(parameter));
+void writeFind(JsonText& json, const protocol::ScanFind& find) {
+    json.object([&] {
+        json.member("path", find.path).member("signature", find.signature).member("type", find.type);
+        json.member("detail", translateServiceText(find.detail));
+        json.member("infected", find.infected).member("left", find.left);
+    });
 }
 
-void writeFind(JsonWriter& json, const rapidjson::Value& find) {
-    json.StartObject();
-    for (const char* const name : {"path", "signature", "type"}) writeMember(json, name, textOf(find, name));
-    writeMember(json, "detail", translateServiceText(textOf(find, "detail")));
-    for (const char* const name : {"infected", "left"}) {
-        json.Key(name);
-        json.Bool(flagOf(find, name));
-    }
-    json.EndObject();
+/// At most MAX_FINDS.
+void writeFinds(JsonText& json, const std::vector<protocol::ScanFind>& finds) {
+    json.name("finds").array([&] {
+        for (std::size_t i = 0; i < std::min(finds.size(), MAX_FINDS); ++i) writeFind(json, finds[i]);
+    });
 }
 
-/// The finds of the service's list, at most MAX_FINDS.
-void writeFinds(JsonWriter& json, const std::string& list) {
-    const rapidjson::Document finds = parseList(list);
-    json.Key("finds");
-    json.StartArray();
-    const rapidjson::SizeType count = std::min<rapidjson::SizeType>(finds.Size(), MAX_FINDS);
-    for (rapidjson::SizeType i = 0; i < count; ++i) writeFind(json, finds[i]);
-    json.EndArray();
-}
-
-void writeStatus(JsonWriter& json, const IPCMessage& status) {
-    writeNumber(json, "state", status, "Status");
-    writeNumber(json, "total", status, "Total");
-    writeNumber(json, "scanned", status, "Scanned");
-    writeNumber(json, "found", status, "VirusFound");
-    writeNumber(json, "notFullyScanned", status, "NotFullyScanned");
-    writeNumber(json, "skipped", status, "Skipped");
-    writeNumber(json, "bytes", status, "Bytes");
-    writeNumber(json, "started", status, "Started");
-    writeNumber(json, "ended", status, "Ended");
-    writeMember(json, "kind", status.value<std::string>("Kind"));
-    writeMember(json, "currentFile", status.value<std::string>("CurrentFile"));
-    writeMember(json, "message", translateServiceText(status.value<std::string>("Message")));
+void writeProgress(JsonText& json, const protocol::ScanProgress& progress) {
+    json.member("state", progress.state).member("total", progress.total).member("scanned", progress.scanned);
+    json.member("found", progress.found).member("notFullyScanned", progress.notFullyScanned);
+    json.member("skipped", progress.skipped).member("bytes", progress.bytes);
+    json.member("started", progress.started).member("ended", progress.ended).member("kind", progress.kind);
+    json.member("currentFile", progress.currentFile).member("message", translateServiceText(progress.message));
 }
 
 /// The scan "RequestID": how far it is, and its finds from number "From" on.
 int showScan(const ConsoleRequest& request) {
-    IPCMessage status(IPCMessage::GET, IPCMessage::MANUAL_SCAN_STATUS);
-    status.addParam("RequestID", request.text("RequestID"));
-    IPCMessage finds(IPCMessage::GET, IPCMessage::SCAN_FINDS);
-    finds.addParam("RequestID", request.text("RequestID"));
-    const int from = std::max(request.fields.getEnv<int>("From"), 0);
-    finds.addParam("From", from);
-    IPCMessage progress;
-    IPCMessage found;
-    if (!askService(status, progress, "404 Not Found") || !askService(finds, found, "404 Not Found")) return 1;
-    return answerJson(jsonText([&](JsonWriter& json) {
-        json.StartObject();
-        writeStatus(json, progress);
-        json.Key("from");
-        json.Int(from);
-        writeFinds(json, found.value<std::string>("Finds"));
-        json.EndObject();
-    }));
+    const std::string id = request.text("RequestID");
+    const auto from = static_cast<uint64_t>(std::max(request.fields.getEnv<int>("From"), 0));
+    const auto progress = askOrAnswer(protocol::GetScanProgress{id}, "404 Not Found");
+    if (!progress) return 1;
+    const auto finds = askOrAnswer(protocol::GetScanFinds{id, from}, "404 Not Found");
+    if (!finds) return 1;
+    JsonText json;
+    json.object([&] {
+        writeProgress(json, progress.reply);
+        json.member("from", from);
+        writeFinds(json, finds.reply.finds);
+    });
+    return answerJson(json.text());
 }
 
 }  // namespace

@@ -53,8 +53,15 @@ requires StreamedNumber<T> &&(!std::same_as<T, bool>)bool readNumber(std::string
 }
 
 /// A number of which stream extraction keeps what it can: 0 when the text does not begin with one, the nearest when it
-/// is too large or too small.
-inline int32_t nearestNumber(const std::string& text) {
-    const long long number = std::strtoll(text.c_str(), nullptr, 10);
-    return static_cast<int32_t>(std::clamp<long long>(number, INT32_MIN, INT32_MAX));
+/// is too large or too small for a T.
+template <typename T = int32_t>
+requires StreamedNumber<T> T nearestNumber(const std::string& text) {
+    using Limits = std::numeric_limits<T>;
+    if constexpr (std::is_unsigned_v<T> && sizeof(T) == sizeof(unsigned long long)) {
+        const bool negative = text.find_first_not_of(" \t\n\v\f\r") == text.find('-');
+        return negative ? 0 : std::strtoull(text.c_str(), nullptr, 10);
+    } else {
+        return static_cast<T>(
+            std::clamp<long long>(std::strtoll(text.c_str(), nullptr, 10), Limits::min(), Limits::max()));
+    }
 }

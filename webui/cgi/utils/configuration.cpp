@@ -1,6 +1,7 @@
 #include "webui/cgi/utils/configuration.h"
 
 #include "norv/log.h"
+#include "norv/protocol/configuration.h"
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/text_file.h"
 
@@ -12,14 +13,15 @@
 
 namespace {
 
-/// Sends one of the two configuration commands. Any result but an error is taken.
-bool askForConfiguration(IPCMessage::CommandID command, IPCMessage& reply) {
-    if (!exchange(IPCMessage(IPCMessage::GET, command), reply)) {
+/// Any result but an error is taken; others rely on it.
+template <typename Reply>
+bool taken(const protocol::Answer<Reply>& answer) {
+    if (!answer.reached) {
         NORV_LOG(NORV_LOG_REFUSED, "sendMessage failed");
         return false;
     }
-    if (reply.result == IPCMessage::RESULT_ERROR) {
-        NORV_LOG(NORV_LOG_REFUSED, "CheckConfigFile retuned an error. result=%d", reply.result);
+    if (answer.result == IPCMessage::RESULT_ERROR) {
+        NORV_LOG(NORV_LOG_REFUSED, "CheckConfigFile retuned an error. result=%d", answer.result);
         return false;
     }
     return true;
@@ -28,11 +30,11 @@ bool askForConfiguration(IPCMessage::CommandID command, IPCMessage& reply) {
 }  // namespace
 
 bool getNORVConfigFromEntity(NORVConfig& config) {
-    IPCMessage reply;
-    if (!askForConfiguration(IPCMessage::CONFIG_FILE_CHECK, reply)) return false;
-    if (!askForConfiguration(IPCMessage::CONFIG_FILE_STATE, reply)) return false;
-    const std::string& content = reply.params["Content"].value;
-    config = NORVConfig({content.begin(), content.end()}, reply.value<long>("LastModified"));
+    if (!taken(askService(protocol::CheckConfiguration()))) return false;
+    const auto answer = askService(protocol::GetConfiguration());
+    if (!taken(answer)) return false;
+    const std::string& content = answer.reply.content;
+    config = NORVConfig({content.begin(), content.end()}, answer.reply.lastModified);
     return true;
 }
 

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "norv/protocol/call.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace protocol {
+
+/// What `ServiceStatus::database` may be.
+inline constexpr const char* DATABASE_LOADED = "loaded";
+inline constexpr const char* DATABASE_NONE = "none";
+inline constexpr const char* DATABASE_FAILED = "failed";
+
+/// How the service is doing. Times are seconds since the epoch.
+struct ServiceStatus {
+    std::string version;
+    int64_t uptime = 0;         ///< seconds
+    std::string configuration;  ///< what is wrong with the document; empty: nothing
+    std::string database;
+    std::string databaseVersion;
+    int64_t databaseTime = 0;
+    std::string engineVersion;
+    uint64_t signatures = 0;
+    bool reloading = false;
+    std::string engineMessage;
+    bool realtimeRunning = false;
+    bool realtimeAllowed = false;  ///< the kernel lets the service listen
+    std::string realtimeMessage;
+    uint64_t realtimeHanging = 0;              ///< scans that do not come back
+    std::optional<std::string> runningManual;  ///< the id of a scan that runs
+    std::optional<std::string> runningScheduled;
+    std::optional<std::string> runningPath;
+    int64_t nextScan = 0;    ///< 0: nothing is planned
+    int64_t nextUpdate = 0;  ///< 0: nothing is planned
+    int64_t lastScan = 0;    ///< of the schedule
+    int64_t lastUpdate = 0;  ///< of the schedule
+    bool updateRunning = false;
+    uint64_t quarantined = 0;
+    uint64_t sessions = 0;
+    uint64_t untreated = 0;     ///< infected files that still lie where they were found
+    std::string untreatedScan;  ///< the newest scan that reported one
+
+    static void visit(auto& record, auto&& field) {
+        field("Version", record.version);
+        field("Uptime", record.uptime);
+        field("Configuration", record.configuration);
+        field("Database", record.database);
+        field("DatabaseVersion", record.databaseVersion);
+        field("DatabaseTime", record.databaseTime);
+        field("EngineVersion", record.engineVersion);
+        field("Signatures", record.signatures);
+        field("Reloading", record.reloading);
+        field("EngineMessage", record.engineMessage);
+        field("RealtimeRunning", record.realtimeRunning);
+        field("RealtimeAllowed", record.realtimeAllowed);
+        field("RealtimeMessage", record.realtimeMessage);
+        field("RealtimeHanging", record.realtimeHanging);
+        field("Running_manual", record.runningManual);
+        field("Running_scheduled", record.runningScheduled);
+        field("Running_path", record.runningPath);
+        field("NextScan", record.nextScan);
+        field("NextUpdate", record.nextUpdate);
+        field("LastScan", record.lastScan);
+        field("LastUpdate", record.lastUpdate);
+        field("UpdateRunning", record.updateRunning);
+        field("Quarantined", record.quarantined);
+        field("Sessions", record.sessions);
+        field("Untreated", record.untreated);
+        field("UntreatedScan", record.untreatedScan);
+    }
+};
+
+struct GetServiceStatus {
+    static constexpr auto KIND = IPCMessage::GET;
+    static constexpr auto COMMAND = IPCMessage::SERVICE_STATUS;
+    using Reply = ServiceStatus;
+    static void visit(auto& /*record*/, auto&& /*field*/) {}
+};
+
+}  // namespace protocol
