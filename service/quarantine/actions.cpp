@@ -4,6 +4,7 @@
 #include "norv/log.h"
 #include "norv/scan_config.h"
 #include "service/engine/virus_types.h"
+#include "service/quarantine/origin.h"
 #include "service/tree/file_transfer.h"
 
 #include <array>
@@ -43,14 +44,14 @@ std::optional<ActionPlan> planOf(const std::string& pair) {
 struct Attempt {
     bool done = false;
     std::string text;
+    bool full = false;  ///< the quarantine has no room
 };
 
-Attempt failed(std::string why) { return {false, std::move(why)}; }
+Attempt failed(std::string why) { return {false, std::move(why), false}; }
 
-Attempt deleteFile(const ScannedFile& file) {
-    const std::string passing = ".keldra-" + randomName();
-    if (!removeExactly(file, passing)) return failed(errorText(errno));
-    return {true, "deleted"};
+Attempt deleteFile(Quarantine& quarantine, const ScannedFile& file, const QuarantineReason& reason) {
+    const QuarantineResult result = quarantine.destroy(file, reason);
+    return result.done ? Attempt{true, "deleted", false} : failed(result.message);
 }
 
 /// Whether a name is one that `renameFile` gives.
@@ -70,20 +71,20 @@ std::string beginningOf(const std::string& name, std::size_t most) {
 
 /// "name.infected", and with a number behind it where that is taken.
 Attempt renameFile(const ScannedFile& file) {
-    if (isRenamed(file.name)) return {true, "left under its changed name"};
+    if (isRenamed(file.name)) return {true, "left under its changed name", false};
     const std::string stem = beginningOf(file.name, LONGEST_NAME - SUFFIX.size() - 4) + std::string(SUFFIX);
     for (int i = 0; i < MOST_NAMES; ++i) {
         const std::string name = i == 0 ? stem : stem + std::to_string(i);
-        if (renameExactly(file, file.folder->get(), name)) return {true, "renamed to " + name};
-        if (errno != EEXIST) return failed(errorText(errno));
+        if (renameExactly(file, file.folder->get(), name)) return {true, "renamed to " + name, false};
+        if (errno != EEXIST) return failed(explainChange(errno, file.file.get(), file.folder->get()));
     }
     return failed(errorText(EEXIST));
 }
 
 Attempt quarantineFile(Quarantine& quarantine, const ScannedFile& file, const QuarantineReason& reason) {
     const QuarantineResult result = quarantine.take(file, reason);
-    if (!result.done) return failed(result.message);
-    return {true, "moved to quarantine"};
+    if (!result.done) return {false, result.message, result.full};
+    return {true, "moved to quarantine", false};
 }
 
 /// The engine can tell that a file is infected but cannot take the infection out.
@@ -100,9 +101,9 @@ Attempt attempt(Action action, Quarantine& quarantine, const ScannedFile& file, 
                 bool backup) {
     switch (action) {
         case Action::PASS:
-            return {true, "left in place"};
+            return {true, "left in place", false};
         case Action::DELETE:
-            return deleteFile(file);
+            return deleteFile(quarantine, file, reason);
         case Action::QUARANTINE:
             return quarantineFile(quarantine, file, reason);
         case Action::CLEAN:
@@ -125,18 +126,8 @@ ActionOutcome outcomeOf(Action action, const Attempt& attempt, const std::string
 }  // namespace
 
 ActionPlan recommendedActions(std::string_view type) {
-    struct Row {
-        std::string_view type;
-        ActionPlan plan;
-    };
-    static constexpr std::array ROWS{
-        Row{"Joke", {Action::QUARANTINE, Action::PASS}}, Row{"Trojan", {Action::QUARANTINE, Action::PASS}},
-        Row{"Virus", {Action::CLEAN, Action::QUARANTINE}}, Row{"Test_Virus", {Action::PASS, Action::PASS}},
-        Row{"Spyware", {Action::QUARANTINE, Action::PASS}}};
-    for (const Row& row : ROWS) {
-        if (row.type == type) return row.plan;
-    }
-    return {Action::CLEAN, Action::QUARANTINE};
+    const CustomAction recommended = recommendedAction(std::string(type));
+    return planOf(recommended.first, recommended.second).value_or(ActionPlan{});
 }
 
 ActionPlan actionPlanOf(const NORVScanConfig& settings, std::string_view type) {
@@ -151,19 +142,29 @@ ActionPlan actionPlanOf(const NORVScanConfig& settings, std::string_view type) {
     return recommended;
 }
 
+ActionPlan actionsOn(const std::string& signature, const NORVScanConfig& settings) {
+    return actionPlanOf(settings, virusTypeOf(signature));
+}
+
 ActionOutcome Actions::perform(const ScannedFile& file, const ScanResult& result, const NORVScanConfig& settings,
                                const std::string& task) {
     ActionOutcome outcome;
     if (result.verdict != Verdict::INFECTED) return outcome;
     const QuarantineReason reason{result.signature, virusTypeOf(result.signature), task};
-    const ActionPlan plan = actionPlanOf(settings, reason.type);
+    const ActionPlan plan = actionsOn(result.signature, settings);
     // A file that goes to quarantine next is its own backup.
     const bool backup = settings.backupBeforeClean && plan.second != Action::QUARANTINE;
-    outcome = outcomeOf(plan.first, attempt(plan.first, quarantine_, file, reason, backup), "");
-    if (!outcome.done && plan.second != plan.first) {
-        const std::string before = outcome.text + "; ";
-        outcome = outcomeOf(plan.second, attempt(plan.second, quarantine_, file, reason, backup), before);
-    }
+    bool full = false;
+    const auto tryNext = [&](Action action) {
+        const std::string before = outcome.text.empty() ? "" : outcome.text + "; ";
+        const Attempt attempted = attempt(action, quarantine_, file, reason, backup);
+        full = full || attempted.full;
+        outcome = outcomeOf(action, attempted, before);
+    };
+    tryNext(plan.first);
+    // A file that was to be put away and found no room does not stay as it was.
+    if (!outcome.done && plan.second != plan.first && !(full && plan.second == Action::PASS)) tryNext(plan.second);
+    if (!outcome.done && full) tryNext(Action::RENAME);
     NORV_LOG(NORV_LOG_WARNING, "%s in %s: %s", result.signature.c_str(), file.path.c_str(), outcome.text.c_str());
     return outcome;
 }

@@ -27,6 +27,9 @@ ActionPlan actionPlanOf(const NORVScanConfig& settings, std::string_view type);
 /// The recommended actions of a type.
 ActionPlan recommendedActions(std::string_view type);
 
+/// What is to be done with a find of this name: PASS first means that it may stay and be used.
+ActionPlan actionsOn(const std::string& signature, const NORVScanConfig& settings);
+
 /// What became of a find.
 struct ActionOutcome {
     bool done = false;                ///< whether one of the two actions succeeded
@@ -34,7 +37,8 @@ struct ActionOutcome {
     std::string text;                 ///< English, for the log and for people
 };
 
-/// Does to a find what the settings say. May be used from any thread.
+/// Does to a find what the settings say; one for which the quarantine has no room is renamed instead. May be used from
+/// any thread.
 class Actions {
 public:
     explicit Actions(Quarantine& quarantine) : quarantine_(quarantine) {}

@@ -5,24 +5,40 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
+#include <exception>
 #include <utility>
 
 namespace keldra {
 
-Quarantine::Quarantine(std::string folder, std::string trustFile)
-    : store_(std::move(folder)), trusted_(std::move(trustFile)) {}
+namespace {
+
+constexpr int64_t NOTICE_INTERVAL = int64_t{15} * 60 * 1000;  // milliseconds
+/// Counted at most for one interval, in which the machine may have slept.
+constexpr int64_t MOST_SECONDS = 3600;
+
+}  // namespace
+
+Quarantine::Quarantine(const std::string& folder, std::string trustFile, const Clock& clock)
+    : clock_(clock), store_(folder), trusted_(std::move(trustFile)), notice_(folder + "/announced") {}
 
 bool Quarantine::open() {
     trusted_.read();
     if (!store_.open()) return false;
+    std::vector<QuarantineRecord> records = store_.repair();
+    for (QuarantineRecord& record : records) keep(std::move(record));
     const std::lock_guard lock(mutex_);
-    for (QuarantineRecord& record : store_.repair()) {
-        const std::string id = record.item.id;
-        records_[id] = std::move(record);
-    }
+    notice_.read();
     usable_ = true;
     return true;
+}
+
+/// The attributes stay on disk only: users of a share choose how large they are.
+void Quarantine::keep(QuarantineRecord record) {
+    record.extended.reset();
+    const std::lock_guard lock(mutex_);
+    bytes_ += record.item.size;
+    const std::string id = record.item.id;
+    records_[id] = std::move(record);
 }
 
 QuarantineResult Quarantine::take(const ScannedFile& file, const QuarantineReason& reason) {
@@ -33,28 +49,140 @@ QuarantineResult Quarantine::backup(const ScannedFile& file, const QuarantineRea
     return put(file, reason, true);
 }
 
-QuarantineResult Quarantine::put(const ScannedFile& file, const QuarantineReason& reason, bool backup) {
+std::optional<QuarantineRecord> Quarantine::newRecord(const ScannedFile& file, const QuarantineReason& reason,
+                                                      QuarantineResult& refusal) const {
     {
         const std::lock_guard lock(mutex_);
-        if (!usable_) return {false, "the quarantine cannot be used", ""};
+        if (!usable_) {
+            refusal.message = "the quarantine cannot be used";
+            return std::nullopt;
+        }
     }
     QuarantineRecord record = recordOf(file, reason);
     record.item.id = randomName();
     record.item.sha256 = sha256Of(file.file.get());
-    record.item.when = std::time(nullptr);
-    record.item.backup = backup;
-    if (record.item.id.empty() || record.item.sha256.empty()) {
-        return {false, "the file cannot be read: " + errorText(errno), ""};
-    }
-    if (backup) {
-        const std::string kept = backupLike(record.item);
-        if (!kept.empty()) return {true, "", kept};
-    }
-    const StoreResult result = store_.put(file, record);
-    if (!result.done) return {false, result.message, ""};
+    record.item.when = clock_.now();
+    if (!record.item.id.empty() && !record.item.sha256.empty()) return record;
+    refusal.message = "the file cannot be read: " + errorText(errno);
+    return std::nullopt;
+}
+
+QuarantineResult Quarantine::put(const ScannedFile& file, const QuarantineReason& reason, bool backup) {
+    const InodeClaims::Claim claim(claims_, file.status);
+    QuarantineResult refusal;
+    std::optional<QuarantineRecord> record = newRecord(file, reason, refusal);
+    if (!record) return refusal;
+    record->item.backup = backup;
+    const std::string kept = backup ? backupLike(record->item) : takenAlready(file, *record);
+    if (!kept.empty()) return {true, "", kept, false};
+    if (!reserve(record->item.size)) return {false, "the quarantine is full", "", true};
+    QuarantineResult result = store(file, *record);
     const std::lock_guard lock(mutex_);
-    records_[record.item.id] = record;
-    return {true, "", record.item.id};
+    reserved_ -= record->item.size;
+    --arriving_;
+    return result;
+}
+
+QuarantineResult Quarantine::store(const ScannedFile& file, QuarantineRecord record) {
+    QuarantineLimits limits;
+    {
+        const std::lock_guard lock(mutex_);
+        limits = limits_;
+    }
+    const StoreResult result = store_.put(file, record, roomToKeep(limits, store_.path()));
+    if (!result.done) return {false, result.message, "", result.error == ENOSPC};
+    const std::string id = record.item.id;
+    keep(std::move(record));
+    return {true, "", id, false};
+}
+
+QuarantineResult Quarantine::destroy(const ScannedFile& file, const QuarantineReason& reason) {
+    const InodeClaims::Claim claim(claims_, file.status);
+    QuarantineRecord record = recordOf(file, reason);
+    record.item.id = randomName();
+    if (record.item.id.empty()) return {false, "the quarantine cannot be used", "", false};
+    const StoreResult result = store_.destroy(file, record);
+    return {result.done, result.message, "", false};
+}
+
+bool Quarantine::reserve(uint64_t bytes) {
+    const std::lock_guard lock(mutex_);
+    const bool fits = limits_.bytes == 0 || (bytes <= limits_.bytes && bytes_ + reserved_ <= limits_.bytes - bytes);
+    const bool counts = limits_.files == 0 || records_.size() + arriving_ < limits_.files;
+    if (!fits || !counts) {
+        full_ = true;
+        return false;
+    }
+    reserved_ += bytes;
+    ++arriving_;
+    return true;
+}
+
+std::string Quarantine::takenAlready(const ScannedFile& file, const QuarantineRecord& record) const {
+    if (file.stillThere()) return "";
+    const std::lock_guard lock(mutex_);
+    for (const auto& [id, other] : records_) {
+        const bool same = other.inode == record.inode && other.device == record.device && !other.item.backup &&
+                          other.item.sha256 == record.item.sha256 && other.item.path == record.item.path;
+        if (same) return id;
+    }
+    return "";
+}
+
+void Quarantine::setLimits(const QuarantineLimits& limits) {
+    const std::lock_guard lock(mutex_);
+    if (limits_ != limits) full_ = false;
+    limits_ = limits;
+}
+
+QuarantineUse Quarantine::use() const {
+    const std::lock_guard lock(mutex_);
+    QuarantineUse use{records_.size(), bytes_, limits_, full_, notice_.announced().size(), 0, 0};
+    int64_t longest = 0;
+    for (const auto& [id, seconds] : notice_.announced()) {
+        const auto found = records_.find(id);
+        if (found != records_.end()) use.announcedBytes += found->second.item.size;
+        longest = std::max(longest, seconds);
+    }
+    if (use.announced > 0) use.nextRemoval = std::max<int64_t>(limits_.announced - longest, 0);
+    return use;
+}
+
+void Quarantine::tidy() noexcept try { announceAndRemove(); } catch (const std::exception& error) {
+    NORV_LOG(NORV_LOG_ERROR, "the quarantine cannot be tidied for now: %s", error.what());
+}
+
+void Quarantine::announceAndRemove() {
+    const int64_t now = clock_.steadyMilliseconds();
+    std::vector<std::string> over;
+    {
+        const std::lock_guard lock(mutex_);
+        if (!usable_ || (tidied_ && now - *tidied_ < NOTICE_INTERVAL)) return;
+        const int64_t seconds = tidied_ ? std::min((now - *tidied_) / 1000, MOST_SECONDS) : 0;
+        tidied_ = now;
+        std::vector<QuarantineItem> items;
+        items.reserve(records_.size());
+        for (const auto& [id, record] : records_) items.push_back(record.item);
+        const std::size_t before = notice_.announced().size();
+        over = notice_.update(itemsToGo(std::move(items), limits_, clock_.now()), seconds, limits_.announced);
+        const std::size_t count = notice_.announced().size();
+        if (count > before) {
+            NORV_LOG(NORV_LOG_WARNING, "%zu files in quarantine are to be removed, the first in %lld hours", count,
+                     static_cast<long long>(limits_.announced / 3600));
+        }
+        if (before == 0 && count == 0) return;
+    }
+    removeAnnounced(over);
+    const std::lock_guard lock(mutex_);
+    notice_.write();
+}
+
+void Quarantine::removeAnnounced(const std::vector<std::string>& ids) {
+    for (const std::string& id : ids) {
+        const QuarantineResult removed = remove(id);
+        if (!removed.done)
+            NORV_LOG(NORV_LOG_WARNING, "%s stays in quarantine: %s", id.c_str(), removed.message.c_str());
+    }
 }
 
 std::string Quarantine::backupLike(const QuarantineItem& item) const {
@@ -94,11 +222,11 @@ std::optional<QuarantineRecord> Quarantine::claim(const std::string& id, Quarant
     const std::lock_guard lock(mutex_);
     const auto found = records_.find(id);
     if (found == records_.end()) {
-        refusal = {false, "There is no such file in quarantine.", id};
+        refusal = {false, "There is no such file in quarantine.", id, false};
         return std::nullopt;
     }
     if (!busy_.insert(id).second) {
-        refusal = {false, "The file is being worked on.", id};
+        refusal = {false, "The file is being worked on.", id, false};
         return std::nullopt;
     }
     return found->second;
@@ -107,17 +235,22 @@ std::optional<QuarantineRecord> Quarantine::claim(const std::string& id, Quarant
 void Quarantine::release(const std::string& id, bool gone) {
     const std::lock_guard lock(mutex_);
     busy_.erase(id);
-    if (gone) records_.erase(id);
+    const auto found = records_.find(id);
+    if (!gone || found == records_.end()) return;
+    bytes_ -= found->second.item.size;
+    records_.erase(found);
+    notice_.forget(id);
+    full_ = false;
 }
 
 QuarantineResult Quarantine::restore(const std::string& id) {
     QuarantineResult refusal;
     const std::optional<QuarantineRecord> record = claim(id, refusal);
     if (!record) return refusal;
-    const StoreResult result = store_.giveBack(*record);
+    const StoreResult result = store_.giveBack(id);
     release(id, result.done);
     if (result.done) NORV_LOG(NORV_LOG_INFO, "restored %s from quarantine", record->item.path.c_str());
-    return {result.done, result.message, id};
+    return {result.done, result.message, id, false};
 }
 
 QuarantineResult Quarantine::remove(const std::string& id) {
@@ -127,16 +260,16 @@ QuarantineResult Quarantine::remove(const std::string& id) {
     const StoreResult result = store_.erase(id);
     release(id, result.done);
     if (result.done) NORV_LOG(NORV_LOG_INFO, "deleted %s from quarantine", record->item.path.c_str());
-    return {result.done, result.message, id};
+    return {result.done, result.message, id, false};
 }
 
 QuarantineResult Quarantine::trust(const std::string& id) {
     const std::optional<QuarantineItem> item = find(id);
-    if (!item) return {false, "There is no such file in quarantine.", id};
-    if (!trusted_.read()) return {false, "The list of trusted files cannot be read.", id};
-    if (!trusted_.add(item->sha256, item->path)) return {false, "The list of trusted files cannot be written.", id};
+    if (!item) return {false, "There is no such file in quarantine.", id, false};
+    const std::string problem = trusted_.add(item->sha256, item->path);
+    if (!problem.empty()) return {false, problem, id, false};
     NORV_LOG(NORV_LOG_INFO, "trusted %s (%s)", item->path.c_str(), item->sha256.c_str());
-    return {true, "", id};
+    return {true, "", id, false};
 }
 
 bool Quarantine::isTrusted(int fd) { return trusted_.contains(fd); }
@@ -144,10 +277,8 @@ bool Quarantine::isTrusted(int fd) { return trusted_.contains(fd); }
 std::map<std::string, std::string> Quarantine::trusted() { return trusted_.all(); }
 
 QuarantineResult Quarantine::distrust(const std::string& sha256) {
-    if (!trusted_.read()) return {false, "The list of trusted files cannot be read.", ""};
-    if (trusted_.all().count(sha256) == 0) return {false, "No such file is trusted.", ""};
-    if (!trusted_.remove(sha256)) return {false, "The list of trusted files cannot be written.", ""};
-    return {true, "", ""};
+    const std::string problem = trusted_.remove(sha256);
+    return {problem.empty(), problem, "", false};
 }
 
 }  // namespace keldra

@@ -1,13 +1,15 @@
 #pragma once
 
+#include "service/base/clock.h"
+#include "service/quarantine/inode_claims.h"
 #include "service/quarantine/quarantine_item.h"
+#include "service/quarantine/quarantine_limits.h"
 #include "service/quarantine/quarantine_record.h"
 #include "service/quarantine/quarantine_store.h"
 #include "service/quarantine/trust_list.h"
 #include "service/tree/scanned_file.h"
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -17,15 +19,24 @@
 
 namespace keldra {
 
-/// How an operation on the quarantine ended; `message` is English and says why not.
+/// How an operation on the quarantine ended.
 struct QuarantineResult {
     bool done = false;
-    std::string message;
-    std::string id;  ///< of the item concerned
+    std::string message;  ///< English: why not, or what is to be told although it was done
+    std::string id;       ///< of the item concerned
+    bool full = false;    ///< not done because the quarantine has no room
 };
 
-/// Points at which a test may let the service "die"; never set in the service.
-using QuarantineStep = std::function<bool(const char* step)>;
+/// How full the quarantine is, and what is going to be removed from it.
+struct QuarantineUse {
+    uint64_t files = 0;
+    uint64_t bytes = 0;
+    QuarantineLimits limits;
+    bool full = false;            ///< a find had no room since something was last removed
+    std::size_t announced = 0;    ///< items that are to go
+    uint64_t announcedBytes = 0;  ///< of these
+    int64_t nextRemoval = 0;      ///< seconds until the first of them goes, while the service runs
+};
 
 /// Files put away where they do no harm, each under a random name with a record beside it. A record is on disk before
 /// anything happens to the file, so whatever was interrupted is finished or undone by `open`. May be used from any
@@ -33,26 +44,28 @@ using QuarantineStep = std::function<bool(const char* step)>;
 class Quarantine {
 public:
     /// `folder` is made, for the service only, when it is missing. `trustFile` lists the trusted hashes.
-    Quarantine(std::string folder, std::string trustFile);
+    Quarantine(const std::string& folder, std::string trustFile, const Clock& clock = systemClock());
 
     /// Makes the folder and completes or undoes what was interrupted. False, with a log line, when the quarantine
     /// cannot be used; a list of trusted contents that cannot be read is no reason. To be called once, before the rest.
     bool open();
 
     /// Moves a file into quarantine. Goes by its descriptor: when its path no longer leads to it, nothing is removed
-    /// and the call fails.
+    /// and the call fails; a file that another task put away meanwhile is the item of that task.
     QuarantineResult take(const ScannedFile& file, const QuarantineReason& reason);
     /// Keeps a copy of a file and leaves the file alone. A file that is found again as it was has one copy, not one for
     /// each time.
     QuarantineResult backup(const ScannedFile& file, const QuarantineReason& reason);
+    /// Deletes a file where it is. Goes by its descriptor, too; a start completes what was interrupted.
+    QuarantineResult destroy(const ScannedFile& file, const QuarantineReason& reason);
 
     /// The items from number `from` on, newest first, at most `count`.
     std::vector<QuarantineItem> list(std::size_t from = 0, std::size_t count = SIZE_MAX) const;
     std::size_t size() const;
     std::optional<QuarantineItem> find(const std::string& id) const;
 
-    /// Puts a file back with its path, owner, mode and times. Nothing is overwritten, and a folder that is gone is not
-    /// made anew: both are refused and say so.
+    /// Puts a file back with its path and all of its attributes. Nothing is overwritten, and a folder that is gone is
+    /// not made anew: both are refused and say so. May be tried again after any failure.
     QuarantineResult restore(const std::string& id);
     /// Deletes an item for good.
     QuarantineResult remove(const std::string& id);
@@ -67,23 +80,46 @@ public:
     /// Trusts a content no longer.
     QuarantineResult distrust(const std::string& sha256);
 
-    /// For tests: asked before each step; false stops the operation there, as a power cut would.
-    void setStepHook(QuarantineStep hook) { store_.setStepHook(std::move(hook)); }
+    /// From now on. A quarantine that holds more keeps what it has until that was announced for long enough.
+    void setLimits(const QuarantineLimits& limits);
+    QuarantineUse use() const;
+    /// Announces what is to go and removes what was announced for long enough. To be called every few minutes, not
+    /// from a thread that others wait for.
+    void tidy() noexcept;
 
 private:
     QuarantineResult put(const ScannedFile& file, const QuarantineReason& reason, bool backup);
+    QuarantineResult store(const ScannedFile& file, QuarantineRecord record);
+    /// The record of a file with a new id and its hash; `refusal` says why there is none.
+    std::optional<QuarantineRecord> newRecord(const ScannedFile& file, const QuarantineReason& reason,
+                                              QuarantineResult& refusal) const;
+    /// The id of an item that is this very file, put away already; empty when there is none.
+    std::string takenAlready(const ScannedFile& file, const QuarantineRecord& record) const;
+    bool reserve(uint64_t bytes);
+    void keep(QuarantineRecord record);
+    void announceAndRemove();
+    void removeAnnounced(const std::vector<std::string>& ids);
     /// The id of a backup of the same content from the same path; empty when there is none.
     std::string backupLike(const QuarantineItem& item) const;
     /// Marks an item as worked on, so that nothing else touches it; its record, or nothing when it is unknown or taken.
     std::optional<QuarantineRecord> claim(const std::string& id, QuarantineResult& refusal);
     void release(const std::string& id, bool gone);
 
+    const Clock& clock_;
     QuarantineStore store_;
     TrustList trusted_;
+    InodeClaims claims_;
     bool usable_ = false;
     mutable std::mutex mutex_;
     std::map<std::string, QuarantineRecord> records_;
     std::set<std::string> busy_;  ///< items that an operation is working on
+    QuarantineLimits limits_;
+    RemovalNotice notice_;
+    uint64_t bytes_ = 0;     ///< of all items
+    uint64_t reserved_ = 0;  ///< bytes of files that are just being put away
+    uint64_t arriving_ = 0;  ///< the number of these
+    bool full_ = false;
+    std::optional<int64_t> tidied_;  ///< steady milliseconds of the last call
 };
 
 }  // namespace keldra

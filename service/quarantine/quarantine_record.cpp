@@ -3,28 +3,16 @@
 #include "service/base/json_object.h"
 
 #include <algorithm>
-
-#include <unistd.h>
+#include <array>
 
 namespace keldra {
 
 namespace {
 
 constexpr int64_t NANOSECONDS = 1000000000;
-constexpr std::array<const char*, 5> PHASES{"kept", "moving", "copying", "backing up", "restoring"};
+constexpr std::array<const char*, 6> PHASES{"kept", "moving", "copying", "backing up", "restoring", "deleting"};
 
 int64_t toNanoseconds(const timespec& time) { return static_cast<int64_t>(time.tv_sec) * NANOSECONDS + time.tv_nsec; }
-
-timespec toTimespec(int64_t nanoseconds) {
-    timespec time{};
-    time.tv_sec = static_cast<time_t>(nanoseconds / NANOSECONDS);
-    time.tv_nsec = static_cast<long>(nanoseconds % NANOSECONDS);
-    if (time.tv_nsec < 0) {  // before the epoch
-        time.tv_nsec += NANOSECONDS;
-        time.tv_sec -= 1;
-    }
-    return time;
-}
 
 bool isName(const std::string& id) {
     return id.size() == 32 && id.find_first_not_of("0123456789abcdef") == std::string::npos;
@@ -42,6 +30,8 @@ std::string toText(const QuarantineRecord& record) {
     json.add("mode", uint64_t{item.mode}).add("accessed", item.accessed).add("modified", item.modified);
     json.add("sha256", item.sha256).add("size", item.size).add("signature", item.signature).add("type", item.type);
     json.add("task", item.task).add("when", item.when).add("backup", item.backup).add("inode", record.inode);
+    json.add("device", record.device).add("links", record.links);
+    if (record.extended) json.add("noted", true).add("attributes", toText(*record.extended));
     json.add("phase", std::string(PHASES.at(static_cast<std::size_t>(record.phase))));
     return json.text() + "\n";
 }
@@ -67,6 +57,12 @@ std::optional<QuarantineRecord> recordFromText(std::string_view text) {
     item.when = json.number("when");
     item.backup = json.flag("backup");
     record.inode = json.size("inode");
+    record.device = json.size("device");
+    record.links = std::max<uint64_t>(json.size("links"), 1);
+    if (json.flag("noted")) {
+        record.extended = attributesFromText(json.text("attributes"));
+        if (!record.extended) return std::nullopt;
+    }
     record.phase = static_cast<QuarantinePhase>(phase - PHASES.begin());
     return record;
 }
@@ -85,16 +81,14 @@ QuarantineRecord recordOf(const ScannedFile& file, const QuarantineReason& reaso
     item.type = reason.type;
     item.task = reason.task;
     record.inode = file.status.st_ino;
+    record.device = file.status.st_dev;
+    record.links = file.status.st_nlink;
     return record;
 }
 
-bool applyAttributes(int fd, const QuarantineItem& item) {
-    struct stat now {};
-    if (::fstat(fd, &now) != 0) return false;
-    const bool owned = now.st_uid == item.owner && now.st_gid == item.group;
-    if (!owned && ::fchown(fd, item.owner, item.group) != 0) return false;
-    const std::array<timespec, 2> times{toTimespec(item.accessed), toTimespec(item.modified)};
-    return ::fchmod(fd, item.mode) == 0 && ::futimens(fd, times.data()) == 0;
+FileAttributes attributesOf(const QuarantineRecord& record) {
+    const QuarantineItem& item = record.item;
+    return {item.owner, item.group, item.mode, item.accessed, item.modified, record.extended};
 }
 
 }  // namespace keldra

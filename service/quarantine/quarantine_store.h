@@ -1,76 +1,52 @@
 #pragma once
 
-#include "service/base/files.h"
 #include "service/quarantine/quarantine_record.h"
+#include "service/quarantine/store_folder.h"
 #include "service/tree/scanned_file.h"
 
-#include <functional>
-#include <optional>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace keldra {
 
-/// How a step of the store ended. `message` is English and says why it was not done.
-struct StoreResult {
-    bool done = false;
-    std::string message;
-    bool dead = false;  ///< a test's "power cut": nothing may be tidied up any more
-};
+struct Origin;
 
-/// The quarantine's folder: for each item a record "<id>.json" and the content "<id>.data". Keeps nothing in memory and
-/// does not lock; no two calls for one item may run at the same time.
+/// Puts files into the quarantine's folder and back, in steps that a start can complete or undo wherever they were
+/// interrupted. Keeps nothing in memory and does not lock; no two calls for one item may run at the same time.
 class QuarantineStore {
 public:
-    explicit QuarantineStore(std::string folder) : path_(std::move(folder)) {}
+    explicit QuarantineStore(std::string folder) : folder_(std::move(folder)) {}
 
     /// Makes and opens the folder, 0700. False, with a log line, when that fails.
-    bool open();
+    bool open() { return folder_.open(); }
+    /// Completes or undoes whatever was interrupted; the records of all items that are there then.
+    std::vector<QuarantineRecord> repair() const;
+    const std::string& path() const { return folder_.path(); }
 
     /// Moves the file in, or copies it when `record.item.backup` is set. The record's id and hash must be filled.
-    StoreResult put(const ScannedFile& file, QuarantineRecord record);
-    /// Puts an item back where it came from and forgets it.
-    StoreResult giveBack(const QuarantineRecord& record);
+    /// `keepFree`: bytes that a copy leaves free on the disk.
+    StoreResult put(const ScannedFile& file, QuarantineRecord record, uint64_t keepFree) const;
+    /// Deletes a file where it is; the record tells a start what was under way.
+    StoreResult destroy(const ScannedFile& file, const QuarantineRecord& record) const;
+    /// Puts an item back where it came from and forgets it. May be tried again after any failure.
+    StoreResult giveBack(const std::string& id) const;
     /// Deletes an item's content and record.
-    StoreResult erase(const std::string& id);
-    /// Completes or undoes whatever was interrupted and returns the records of all items that are there then. Nothing
-    /// is deleted for want of being readable.
-    std::vector<QuarantineRecord> repair();
-
-    void setStepHook(std::function<bool(const char*)> hook) { hook_ = std::move(hook); }
+    StoreResult erase(const std::string& id) const { return folder_.erase(id); }
 
 private:
-    /// What an interrupted operation comes to: the item stays; all is left for the next start, since something could
-    /// not be looked at; the record goes; content and record go.
-    enum class Mend { KEEP, LATER, FORGET, ERASE };
+    void discard(const QuarantineRecord& record) const;
+    StoreResult moveIn(const ScannedFile& file, QuarantineRecord& record, uint64_t keepFree) const;
+    StoreResult copyIn(const ScannedFile& file, const QuarantineRecord& record, uint64_t keepFree) const;
+    StoreResult copyInAndRemove(const ScannedFile& file, QuarantineRecord& record, uint64_t keepFree) const;
+    StoreResult place(const QuarantineRecord& record, const Origin& origin) const;
+    StoreResult placeByRename(const QuarantineRecord& record, const Origin& origin) const;
+    StoreResult placeByCopy(const QuarantineRecord& record, const Origin& origin) const;
 
-    void discard(const QuarantineRecord& record);
-    StoreResult moveIn(const ScannedFile& file, QuarantineRecord& record);
-    StoreResult copyIn(const ScannedFile& file, const QuarantineRecord& record);
-    StoreResult copyInAndRemove(const ScannedFile& file, QuarantineRecord& record);
-    StoreResult placeByRename(const QuarantineRecord& record, int folder, const std::string& name);
-    StoreResult placeByCopy(const QuarantineRecord& record, int folder, const std::string& name);
-    StoreResult place(const QuarantineRecord& record, int folder, const std::string& name);
-
-    bool write(const QuarantineRecord& record, QuarantinePhase phase) const;
-    void seal(int fd) const;
-    void sealData(const std::string& id) const;
-    int dataStatus(const std::string& id, struct stat& status) const;
-    StoreResult eraseRecord(const std::string& id);
-    bool readRecords(std::vector<QuarantineRecord>& records) const;
-
-    Mend mend(const QuarantineRecord& record) const;
-    Mend mendMove(const QuarantineRecord& record, const struct stat& data) const;
-    Mend mendCopy(const QuarantineRecord& record) const;
-    Mend mendBackup(const QuarantineRecord& record) const;
-    Mend mendRestore(const QuarantineRecord& record) const;
-    static void logMended(const QuarantineRecord& record, Mend result);
-
-    bool step(const char* name) const { return !hook_ || hook_(name); }
-
-    std::string path_;
-    FileDescriptor folder_;
-    std::function<bool(const char*)> hook_;
+    StoreFolder folder_;
 };
+
+/// The text of a refusal because the disk has no room for a copy.
+inline constexpr const char* DISK_ALMOST_FULL = "the disk of the quarantine is almost full";
 
 }  // namespace keldra

@@ -22,11 +22,10 @@ bool TrustList::read() {
 /// To be called under the lock.
 bool TrustList::readLocked() {
     if (read_) return true;
-    int error = 0;
-    const std::optional<std::string> text = readFile(file_, LARGEST_FILE, error);
-    if (!text && error != ENOENT) {
+    const std::optional<std::string> text = readFile(file_, LARGEST_FILE, error_);
+    if (!text && error_ != ENOENT) {
         NORV_LOG(NORV_LOG_ERROR, "cannot read %s: %s; no file counts as trusted until it can be read", file_.c_str(),
-                 errorText(error).c_str());
+                 errorText(error_).c_str());
         return false;
     }
     std::istringstream lines(text.value_or(""));
@@ -57,23 +56,24 @@ std::map<std::string, std::string> TrustList::all() {
     return entries_;
 }
 
-bool TrustList::add(const std::string& sha256, const std::string& path) {
+std::string TrustList::add(const std::string& sha256, const std::string& path) {
     const std::lock_guard lock(mutex_);
-    if (!readLocked()) return false;
+    if (!readLocked()) return "The list of trusted files cannot be read: " + errorText(error_);
     std::map<std::string, std::string> entries = entries_;
     entries[sha256] = path;
     return replace(std::move(entries));
 }
 
-bool TrustList::remove(const std::string& sha256) {
+std::string TrustList::remove(const std::string& sha256) {
     const std::lock_guard lock(mutex_);
-    if (!readLocked()) return false;
+    if (!readLocked()) return "The list of trusted files cannot be read: " + errorText(error_);
     std::map<std::string, std::string> entries = entries_;
-    return entries.erase(sha256) != 0 && replace(std::move(entries));
+    if (entries.erase(sha256) == 0) return "No such file is trusted.";
+    return replace(std::move(entries));
 }
 
 /// To be called under the lock.
-bool TrustList::replace(std::map<std::string, std::string> entries) {
+std::string TrustList::replace(std::map<std::string, std::string> entries) {
     std::string text = otherLines_;
     for (const auto& [sha256, path] : entries) {
         JsonWriter entry;
@@ -82,10 +82,10 @@ bool TrustList::replace(std::map<std::string, std::string> entries) {
     const WriteResult written = writeFileAtomically(file_, text, 0600);
     if (!written) {
         NORV_LOG(NORV_LOG_ERROR, "cannot write %s: %s", file_.c_str(), errorText(written.error).c_str());
-        return false;
+        return "The list of trusted files cannot be written: " + errorText(written.error);
     }
     entries_ = std::move(entries);
-    return true;
+    return "";
 }
 
 }  // namespace keldra

@@ -19,18 +19,19 @@ public:
     bool contains(int fd);
     /// The hashes, with the path each was trusted for.
     std::map<std::string, std::string> all();
-    /// Both are on disk when they return true; otherwise nothing has changed. Lines of the file that are no entries
-    /// stay.
-    bool add(const std::string& sha256, const std::string& path);
-    bool remove(const std::string& sha256);
+    /// Both are on disk when they return nothing; otherwise nothing has changed and the text, English, says why. Lines
+    /// of the file that are no entries stay.
+    std::string add(const std::string& sha256, const std::string& path);
+    std::string remove(const std::string& sha256);
 
 private:
     bool readLocked();
-    bool replace(std::map<std::string, std::string> entries);
+    std::string replace(std::map<std::string, std::string> entries);
 
     std::string file_;
     std::mutex mutex_;
     bool read_ = false;
+    int error_ = 0;  ///< why it could not be read
     std::map<std::string, std::string> entries_;
     std::string otherLines_;
 };

@@ -4,7 +4,6 @@
 #include "norv/path_list.h"
 #include "service/base/paths.h"
 #include "service/engine/extension_list.h"
-#include "service/engine/virus_types.h"
 #include "service/tree/scanned_file.h"
 
 #include <sys/stat.h>
@@ -72,7 +71,7 @@ OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_tok
     }
     answer.cacheable = result.verdict == Verdict::CLEAN;
     if (result.verdict != Verdict::INFECTED) return answer;
-    answer.deny = actionPlanOf(policy->settings, virusTypeOf(result.signature)).first != Action::PASS;
+    answer.deny = actionsOn(result.signature, policy->settings).first != Action::PASS;
     answer.act = true;
     answer.find = result.signature;
     return answer;

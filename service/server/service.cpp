@@ -60,7 +60,7 @@ Service::Service(ServiceOptions options, Answering answering, const Clock& clock
       configuration_(options_.config, clock),
       sessions_(options_.state / "sessions", clock, options_.sessionLimits),
       logonGuard_(clock),
-      quarantine_(options_.state / "quarantine", options_.state / "trusted"),
+      quarantine_(options_.state / "quarantine", options_.state / "trusted", clock),
       actions_(quarantine_),
       server_(
           io_, options_.access, options_.serverLimits,
@@ -251,6 +251,7 @@ void Service::configurationChanged() {
     scheduler_->configure({.scan = NORVScheduledScanConfig(*config),
                            .update = NORVScheduledAUConfig(*config),
                            .randomizedUpdate = configValueOr(*config, "Varnel", "RandomizedUpdate", false)});
+    quarantine_.setLimits(quarantineLimits(*config));
     realtime_->configure(*config);
     clients_->configure(clientSettings(*config));
 }
@@ -285,6 +286,7 @@ void Service::cleanUpLater() {
         sessions_.cleanUp();
         scans_->cleanUp();
         updater_->cleanUp();
+        asio::post(applying_, [this] { quarantine_.tidy(); });
         configuration_.refresh();
         cleanUpLater();
     });

@@ -57,12 +57,17 @@ std::string copyContent(int from, int to) {
     return copied && ::fsync(to) == 0 ? hash.hex() : std::string();
 }
 
+bool syncFolder(int folder) {
+    const FileDescriptor opened(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return opened && ::fsync(opened.get()) == 0;
+}
+
 bool renameNoReplace(int fromFolder, const std::string& from, int toFolder, const std::string& to) {
     if (::renameat2(fromFolder, from.c_str(), toFolder, to.c_str(), RENAME_NOREPLACE) == 0) return true;
     if (errno != EINVAL && errno != ENOSYS) return false;
     // A file system that does not know the flag: the new name is made as a link, which never replaces anything.
     if (::linkat(fromFolder, from.c_str(), toFolder, to.c_str(), 0) != 0) return false;
-    if (::unlinkat(fromFolder, from.c_str(), 0) == 0) return true;
+    if (syncFolder(toFolder) && ::unlinkat(fromFolder, from.c_str(), 0) == 0) return true;
     const int error = errno;
     ::unlinkat(toFolder, to.c_str(), 0);
     errno = error;
@@ -83,10 +88,7 @@ bool renameExactly(const ScannedFile& file, int toFolder, const std::string& to)
 }
 
 bool removeExactly(const ScannedFile& file, const std::string& passing) {
-    return renameExactly(file, file.folder->get(), passing) && removeSetAside(file, passing);
-}
-
-bool removeSetAside(const ScannedFile& file, const std::string& passing) {
+    if (!renameExactly(file, file.folder->get(), passing)) return false;
     if (::unlinkat(file.folder->get(), passing.c_str(), 0) == 0) return true;
     const int error = errno;
     renameNoReplace(file.folder->get(), passing, file.folder->get(), file.name);

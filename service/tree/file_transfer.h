@@ -13,6 +13,9 @@ std::string sha256Of(int fd);
 /// copied; empty, with errno set, on failure.
 std::string copyContent(int from, int to);
 
+/// Syncs a folder to disk, also one that was only opened as a place (O_PATH). False with errno set.
+bool syncFolder(int folder);
+
 /// Renames within or between folders of one file system without ever replacing anything. False with errno set (EEXIST
 /// when the new name is taken, EXDEV between file systems).
 bool renameNoReplace(int fromFolder, const std::string& from, int toFolder, const std::string& to);
@@ -25,10 +28,6 @@ bool renameExactly(const ScannedFile& file, int toFolder, const std::string& to)
 /// removed and errno is ENOENT. `passing`: a name that is free in that folder; the file bears it for a moment.
 /// On failure it has its own name again.
 bool removeExactly(const ScannedFile& file, const std::string& passing);
-
-/// The second half of that: removes the file under the name `passing` that `renameExactly` gave it, or else gives it
-/// its own name back.
-bool removeSetAside(const ScannedFile& file, const std::string& passing);
 
 /// 32 random hexadecimal digits; empty when the kernel gives none.
 std::string randomName();

@@ -31,6 +31,17 @@ FileDescriptor openPatiently(int folder, const char* name) {
     }
 }
 
+/// The kernel tells no path that is longer than a page: of such a one only the beginning is looked up. A walk follows
+/// no links, so those are at the beginning if anywhere.
+std::string realLongPath(const std::string& path) {
+    constexpr std::size_t BEGINNING = 2000;
+    const std::size_t slash = path.size() > BEGINNING ? path.rfind('/', BEGINNING) : 0;
+    if (slash == 0 || slash == std::string::npos) return path;
+    const FileDescriptor folder(::open(path.substr(0, slash).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const std::string place = folder ? descriptorPath(folder.get()) : std::string();
+    return place.empty() ? path : place + path.substr(slash);
+}
+
 }  // namespace
 
 bool ScannedFile::stillThere() const {
@@ -40,7 +51,7 @@ bool ScannedFile::stillThere() const {
 
 std::string ScannedFile::realPath() const {
     std::string place = descriptorPath(folder->get());
-    if (place.empty()) return path;
+    if (place.empty()) return realLongPath(path);
     if (place.back() != '/') place += '/';
     return place + name;
 }

@@ -4,23 +4,24 @@
 #include "norv/log.h"
 
 #include <fcntl.h>
+#include <nettle/base16.h>
+#include <nettle/base64.h>
 #include <nettle/memops.h>
 #include <nettle/siv-cmac.h>
 #include <strings.h>
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 
 namespace {
 
 constexpr const char* DEFAULT_KEY_FILE = "/etc/keldra/console.key";
 constexpr std::size_t NONCE_SIZE = 4;
 constexpr std::size_t OVERHEAD = NONCE_SIZE + SIV_DIGEST_SIZE;
-constexpr std::string_view BASE64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 /// A key ready for use, wiped when it goes.
 class Cipher {
@@ -40,12 +41,6 @@ private:
 
 using Key = std::array<uint8_t, SIV_CMAC_AES128_KEY_SIZE>;
 
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
 const char* keyFile() {
     const char* const path = std::getenv("KELDRA_KEY_FILE");
     return path && *path ? path : DEFAULT_KEY_FILE;
@@ -54,14 +49,14 @@ const char* keyFile() {
 /// The key of one line of hexadecimal digits, with or without a line end.
 bool parseKey(std::string_view text, Key& key) {
     if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-    if (text.size() != 2 * key.size()) return false;
-    for (std::size_t i = 0; i < key.size(); ++i) {
-        const int high = hexDigit(text[2 * i]);
-        const int low = hexDigit(text[2 * i + 1]);
-        if (high < 0 || low < 0) return false;
-        key[i] = static_cast<uint8_t>(high * 16 + low);
-    }
-    return true;
+    // The library's reader would pass over blanks.
+    const bool digits = std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isxdigit(c) != 0; });
+    if (text.size() != 2 * key.size() || !digits) return false;
+    base16_decode_ctx decoder{};
+    base16_decode_init(&decoder);
+    std::size_t length = key.size();
+    return base16_decode_update(&decoder, &length, key.data(), text.size(), text.data()) == 1 &&
+           base16_decode_final(&decoder) == 1 && length == key.size();
 }
 
 bool readKey(Key& key) {
@@ -74,37 +69,30 @@ bool readKey(Key& key) {
     return good;
 }
 
-std::string base64Encode(const std::vector<unsigned char>& bytes) {
-    std::string text;
-    uint32_t bits = 0;
-    unsigned count = 0;
-    for (const unsigned char byte : bytes) {
-        bits = (bits << 8U | byte) & 0xffffU;
-        for (count += 8; count >= 6; count -= 6) text += BASE64[bits >> (count - 6) & 63U];
-    }
-    if (count > 0) text += BASE64[bits << (6 - count) & 63U];
+}  // namespace
+
+std::string base64Encode(std::string_view bytes) {
+    std::string text(BASE64_ENCODE_RAW_LENGTH(bytes.size()), '\0');
+    base64_encode_raw(text.data(), bytes.size(), reinterpret_cast<const uint8_t*>(bytes.data()));
+    text.erase(std::min(text.find('='), text.size()));
     return text;
 }
 
-/// Nothing when `text` is not what `base64Encode` writes for some bytes.
-std::optional<std::vector<unsigned char>> base64Decode(std::string_view text) {
-    std::vector<unsigned char> bytes;
-    uint32_t bits = 0;
-    unsigned count = 0;
-    for (const char c : text) {
-        const std::size_t digit = BASE64.find(c);
-        if (digit == std::string_view::npos) return std::nullopt;
-        bits = (bits << 6U | static_cast<uint32_t>(digit)) & 0xffffU;
-        count += 6;
-        if (count < 8) continue;
-        count -= 8;
-        bytes.push_back(static_cast<unsigned char>(bits >> count & 0xffU));
-    }
-    const bool unused = count < 6 && (bits & ((1U << count) - 1)) == 0;
-    return unused ? std::optional(bytes) : std::nullopt;
+std::optional<std::string> base64Decode(std::string_view text) {
+    std::string padded(text);
+    padded.append((4 - text.size() % 4) % 4, '=');
+    base64_decode_ctx decoder{};
+    base64_decode_init(&decoder);
+    std::string bytes(BASE64_DECODE_LENGTH(padded.size()), '\0');
+    std::size_t length = bytes.size();
+    const bool read = base64_decode_update(&decoder, &length, reinterpret_cast<uint8_t*>(bytes.data()), padded.size(),
+                                           padded.data()) == 1 &&
+                      base64_decode_final(&decoder) == 1;
+    bytes.resize(read ? length : 0);
+    // The library's reader passes over blanks and bits that do not count.
+    if (!read || base64Encode(bytes) != text) return std::nullopt;
+    return bytes;
 }
-
-}  // namespace
 
 int dm_encryptString(const char* text, char* out, std::size_t size) {
     Key key{};
@@ -116,22 +104,23 @@ int dm_encryptString(const char* text, char* out, std::size_t size) {
     bytes.resize(OVERHEAD + length);
     siv_cmac_aes128_encrypt_message(cipher.get(), NONCE_SIZE, bytes.data(), 0, nullptr, SIV_DIGEST_SIZE + length,
                                     bytes.data() + NONCE_SIZE, reinterpret_cast<const uint8_t*>(text));
-    const std::string encoded = base64Encode(bytes);
+    const std::string encoded = base64Encode({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     if (encoded.size() >= size) return -1;
     std::memcpy(out, encoded.c_str(), encoded.size() + 1);
     return static_cast<int>(encoded.size());
 }
 
 bool dm_decryptString(std::string_view encrypted, std::string& text) {
-    const auto bytes = base64Decode(encrypted);
+    const auto decoded = base64Decode(encrypted);
     Key key{};
-    if (!bytes || bytes->size() < OVERHEAD || !readKey(key)) return false;
+    if (!decoded || decoded->size() < OVERHEAD || !readKey(key)) return false;
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(decoded->data());
     const Cipher cipher(key);
     explicit_bzero(key.data(), key.size());
-    std::string plain(bytes->size() - OVERHEAD, '\0');
+    std::string plain(decoded->size() - OVERHEAD, '\0');
     const bool good =
-        siv_cmac_aes128_decrypt_message(cipher.get(), NONCE_SIZE, bytes->data(), 0, nullptr, plain.size(),
-                                        reinterpret_cast<uint8_t*>(plain.data()), bytes->data() + NONCE_SIZE) == 1;
+        siv_cmac_aes128_decrypt_message(cipher.get(), NONCE_SIZE, bytes, 0, nullptr, plain.size(),
+                                        reinterpret_cast<uint8_t*>(plain.data()), bytes + NONCE_SIZE) == 1;
     if (good) text = std::move(plain);
     return good;
 }

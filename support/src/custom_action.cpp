@@ -1,6 +1,7 @@
 #include "norv/custom_action.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -35,6 +36,20 @@ std::optional<std::pair<std::string, CustomAction>> parsePiece(std::string_view 
 }
 
 }  // namespace
+
+CustomAction recommendedAction(const std::string& type) {
+    struct Row {
+        std::string_view type;
+        const char* first;
+        const char* second;
+    };
+    static constexpr std::array ROWS{Row{"Joke", "2", "0"}, Row{"Trojan", "2", "0"}, Row{"Virus", "3", "2"},
+                                     Row{"Test_Virus", "0", "0"}, Row{"Spyware", "2", "0"}};
+    for (const Row& row : ROWS) {
+        if (row.type == type) return {row.first, row.second};
+    }
+    return {"3", "2"};
+}
 
 std::string CustomAction::actionString() const { return first + "-" + second; }
 

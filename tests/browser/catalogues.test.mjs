@@ -28,6 +28,8 @@ test('the catalogue knows every text that the service shows on a page', () => {
     ['service/updates/updater.cpp', /^constexpr const char\* [A-Z_]+\s*=\s*"([^"]+)";/gm],
     ['service/quarantine/quarantine.cpp', /\{false, "([^"]+?)(?:: )?"/g],
     ['service/quarantine/quarantine_store.cpp', /(?:failure\(|return )"(\w[^"]+?)(?:: )?"/g],
+    ['service/quarantine/trust_list.cpp', /return "([A-Z][^"]+?)(?:: )?"/g],
+    ['service/quarantine/origin.cpp', /return "(\w[^"]+)"/g],
     ['service/quarantine/actions.cpp', /(?:\{true,|text =|return \{true,) "([^"]+?) ?"/g],
     ['service/engine/scan_engine.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
     ['service/engine/content_scan.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],

@@ -1,23 +1,12 @@
 #include "webui/cgi/scan_actions.h"
 
+#include "norv/custom_action.h"
 #include "norv/log.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 
 namespace {
-
-struct DefaultAction {
-    std::string_view virusType;
-    std::string_view action;
-};
-
-constexpr std::array DEFAULT_ACTIONS = {
-    DefaultAction{"Joke", "-4-1"},       DefaultAction{"Trojan", "-4-1"},  DefaultAction{"Virus", "-5-4"},
-    DefaultAction{"Test_Virus", "-1-1"}, DefaultAction{"Spyware", "-4-1"}, DefaultAction{"Other", "-5-4"},
-};
-constexpr std::string_view OTHER_TYPES_ACTION = "-5-4";
 
 char formDigit(char stored) {
     switch (stored) {
@@ -52,10 +41,9 @@ void ConfigToUI(std::string& psValue) {
 }
 
 std::string defaultAction(const std::string& virusType) {
-    const auto* const found =
-        std::find_if(DEFAULT_ACTIONS.begin(), DEFAULT_ACTIONS.end(),
-                     [&](const DefaultAction& candidate) { return candidate.virusType == virusType; });
-    return virusType + std::string(found == DEFAULT_ACTIONS.end() ? OTHER_TYPES_ACTION : found->action);
+    std::string action = recommendedAction(virusType).actionString();
+    ConfigToUI(action);
+    return virusType + "-" + action;
 }
 
 std::string actionInputs(const std::string& enableKeenAct, const std::string& enableUniAct,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,12 @@ bool getRandomBytes(unsigned long count, std::vector<unsigned char>& bytes);
 
 /// Two lower-case hexadecimal digits per byte.
 std::string bin2hex(const std::vector<unsigned char>& bytes);
+
+/// Base64 without padding.
+std::string base64Encode(std::string_view bytes);
+
+/// Nothing when `text` is not what `base64Encode` writes for some bytes.
+std::optional<std::string> base64Decode(std::string_view text);
 
 /// Encrypts a text for the way to the service (AES-SIV with a random nonce in front, base64 without padding) under the
 /// key of KELDRA_KEY_FILE and writes it with its terminator into `out` of `size` bytes. Returns the written length, a

@@ -13,6 +13,9 @@ struct CustomAction {
     std::string actionString() const;
 };
 
+/// What is done with finds of a type unless the settings say otherwise; of an unknown type the same as of "Other".
+CustomAction recommendedAction(const std::string& type);
+
 /// Actions by virus type, in the order they were given.
 class CustomActionList {
 public:

@@ -3,6 +3,8 @@
 #include "norv/scan_config.h"
 #include "tests/unit/service/scan_fixture.h"
 
+#include <gmock/gmock.h>
+
 namespace keldra {
 namespace {
 
@@ -146,6 +148,21 @@ TEST_F(ActionsTest, FileThatGoesToQuarantineIsNotStoredTwice) {
     EXPECT_TRUE(perform("3-2").done);
     ASSERT_EQ(quarantine_.list().size(), 1U);
     EXPECT_FALSE(quarantine_.list().front().backup);
+}
+
+TEST_F(ActionsTest, FindThatTheQuarantineHasNoRoomForIsRenamed) {
+    QuarantineLimits limits;
+    limits.bytes = 5;
+    quarantine_.setLimits(limits);
+    for (const char* const actions : {"2-0", "3-2"}) {
+        ::writeFile(virus(), "bad content");
+        const ActionOutcome outcome = perform(actions);
+        EXPECT_EQ(outcome.performed, Action::RENAME);
+        EXPECT_THAT(outcome.text, testing::HasSubstr("quarantine failed: the quarantine is full; renamed to"));
+        EXPECT_FALSE(fs::exists(virus()));
+    }
+    ::writeFile(virus(), "bad content");
+    EXPECT_EQ(perform("2-1").performed, Action::DELETE) << "what the settings say goes first";
 }
 
 TEST_F(ActionsTest, WhenBothFailTheOutcomeSaysSo) {
