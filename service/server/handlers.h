@@ -46,6 +46,11 @@ bool getScanHistory(Service& service, const IPCMessage& request, IPCMessage& rep
 bool listFolders(Service& service, const IPCMessage& request, IPCMessage& reply);
 bool previewExcludes(Service& service, const IPCMessage& request, IPCMessage& reply);
 
+// handlers_shares.cpp
+bool getSettings(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool setSettings(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool listShareProposals(Service& service, const IPCMessage& request, IPCMessage& reply);
+
 // handlers_session.cpp
 bool logOn(Service& service, const IPCMessage& request, IPCMessage& reply);
 bool logOff(Service& service, const IPCMessage& request, IPCMessage& reply);
