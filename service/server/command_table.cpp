@@ -1,7 +1,7 @@
 #include "service/server/command_table.h"
 
 #include "norv/log.h"
-#include "norv/settings_commands.h"
+#include "norv/protocol/service_settings.h"
 #include "service/server/handlers.h"
 #include "service/server/service.h"
 
@@ -78,9 +78,9 @@ constexpr std::array COMMANDS{
     Command{IPCMessage::QUARANTINE_TRUST, STOP, NOTHING, "distrust", handlers::distrust},
     Command{IPCMessage::FOLDER_LIST, GET, NOTHING, "list folders", handlers::listFolders},
     Command{IPCMessage::EXCLUDE_PREVIEW, GET, NOTHING, "preview excludes", handlers::previewExcludes},
-    Command{SETTINGS_COMMAND, GET, CONFIGURATION, "get settings", handlers::getSettings},
-    Command{SETTINGS_COMMAND, SET, CONFIGURATION, "set settings", handlers::setSettings},
-    Command{SHARE_PROPOSALS_COMMAND, GET, NOTHING, "propose shares", handlers::listShareProposals},
+    Command{protocol::SERVICE_SETTINGS, GET, CONFIGURATION, "get settings", handlers::getSettings},
+    Command{protocol::SERVICE_SETTINGS, SET, CONFIGURATION, "set settings", handlers::setSettings},
+    Command{protocol::SHARE_PROPOSALS, GET, NOTHING, "propose shares", handlers::listShareProposals},
     Command{IPCMessage::UPDATE_STATUS, GET, NOTHING, "get update status", handlers::getUpdateStatus, AT_ONCE},
     Command{IPCMessage::EVENTS, GET, NOTHING, "list events", handlers::listEvents},
     Command{IPCMessage::DAILY_FIGURES, GET, NOTHING, "get daily figures", handlers::getDailyFigures},

@@ -1,6 +1,6 @@
 #include "norv/log.h"
 #include "norv/path_list.h"
-#include "service/base/json_text.h"
+#include "norv/protocol/service_settings.h"
 #include "service/server/handlers.h"
 #include "service/server/service.h"
 #include "service/settings/settings_table.h"
@@ -26,51 +26,48 @@ std::optional<SettingsFault> missingRoot(const SettingsChange& change) {
 }
 
 bool readChange(const IPCMessage& request, SettingsChange& change) {
-    const auto wanted = settingsFromText(request.value<std::string>("Settings"));
-    const auto before = request.value<std::string>("Expected");
-    const auto expected = settingsFromText(before.empty() ? "{}" : before);
+    const auto asked = protocol::read<protocol::SetServiceSettings>(request);
+    const auto wanted = settingsFromText(asked.settings);
+    const auto expected = settingsFromText(asked.expected.empty() ? "{}" : asked.expected);
     if (!wanted || !expected) return false;
     change = {*wanted, *expected};
     return true;
 }
 
-bool refuse(const std::string& message, IPCMessage& reply) {
+bool refuseLogged(const std::string& message, IPCMessage& reply) {
     NORV_LOG(NORV_LOG_WARNING, "Settings refused: %s", message.c_str());
-    reply.addParam("Message", message);
-    return false;
+    return refuse(message, reply);
 }
 
 }  // namespace
 
 bool getSettings(Service& service, const IPCMessage&, IPCMessage& reply) {
-    reply.addParam("Settings", settingsText(*service.configuration().snapshot()));
+    write(reply, protocol::ServiceSettings{describeSettings(*service.configuration().snapshot())});
     return true;
 }
 
 bool setSettings(Service& service, const IPCMessage& request, IPCMessage& reply) {
     SettingsChange change;
-    if (!readChange(request, change)) return refuse("The settings are malformed.", reply);
+    if (!readChange(request, change)) return refuseLogged("The settings are malformed.", reply);
     std::optional<SettingsFault> fault = missingRoot(change);
-    if (fault) return refuse(fault->setting + ": " + fault->text, reply);
+    if (fault) return refuseLogged(fault->setting + ": " + fault->text, reply);
     const SaveOutcome outcome = service.configuration().update([&change, &fault](NORVConfig& config) {
         fault = changeSettings(config, change);
         return !fault;
     });
-    if (fault) return refuse(fault->setting + ": " + fault->text, reply);
-    if (outcome == SaveOutcome::SAVED_WITHOUT_BACKUP) reply.addParam("BackupResult", "DiskFull");
-    return saved(outcome) || refuse("The settings could not be saved.", reply);
+    if (fault) return refuseLogged(fault->setting + ": " + fault->text, reply);
+    if (!saved(outcome)) return refuseLogged("The settings could not be saved.", reply);
+    protocol::SettingsSaved answer;
+    if (outcome == SaveOutcome::SAVED_WITHOUT_BACKUP) answer.backupResult = protocol::SettingsSaved::DISK_FULL;
+    write(reply, answer);
+    return true;
 }
 
 bool listShareProposals(Service&, const IPCMessage&, IPCMessage& reply) {
-    JsonText json;
-    json.array([&] {
-        for (const ShareProposal& proposal : proposeShares()) {
-            json.object([&] {
-                json.member("path", proposal.path).member("origin", proposal.origin).member("name", proposal.name);
-            });
-        }
-    });
-    reply.addParam("Proposals", json.text());
+    protocol::ProposedShares shares;
+    for (const ShareProposal& share : proposeShares())
+        shares.proposals.push_back({share.path, share.origin, share.name});
+    write(reply, shares);
     return true;
 }
 

@@ -1,10 +1,8 @@
 #include "service/settings/settings_table.h"
 
+#include "norv/json_value.h"
 #include "norv/path_list.h"
-#include "service/base/json_text.h"
 #include "service/base/paths.h"
-
-#include <rapidjson/document.h>
 
 #include <algorithm>
 #include <array>
@@ -229,26 +227,26 @@ std::optional<SettingsFault> changeSettings(NORVConfig& config, const SettingsCh
     return std::nullopt;
 }
 
-std::string settingsText(const NORVConfig& config) {
+std::vector<protocol::ServiceSetting> describeSettings(const NORVConfig& config) {
     constexpr std::array KINDS{"number", "switch", "choice", "text", "secret", "folders", "sources", "time"};
-    JsonText json;
-    json.array([&] {
-        for (const Setting& setting : SETTINGS) {
-            json.object([&] {
-                json.member("name", setting.name).member("kind", KINDS.at(static_cast<std::size_t>(setting.kind)));
-                json.member("value", settingValue(config, setting)).member("fallback", setting.fallback);
-                json.member("least", setting.least).member("most", setting.most);
-                json.member("choices", setting.choices).member("unit", setting.unit).member("about", setting.about);
-            });
-        }
-    });
-    return json.text();
+    std::vector<protocol::ServiceSetting> settings;
+    for (const Setting& setting : SETTINGS) {
+        settings.push_back({.name = setting.name,
+                            .kind = KINDS.at(static_cast<std::size_t>(setting.kind)),
+                            .value = settingValue(config, setting),
+                            .fallback = setting.fallback,
+                            .least = setting.least,
+                            .most = setting.most,
+                            .choices = setting.choices,
+                            .unit = setting.unit,
+                            .about = setting.about});
+    }
+    return settings;
 }
 
 std::optional<std::map<std::string, std::string>> settingsFromText(const std::string& text) {
-    rapidjson::Document document;
-    document.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
-    if (document.HasParseError() || !document.IsObject()) return std::nullopt;
+    const rapidjson::Document document = parseJson(text);
+    if (!document.IsObject()) return std::nullopt;
     std::map<std::string, std::string> values;
     for (const auto& member : document.GetObject()) {
         if (!member.value.IsString()) return std::nullopt;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "norv/norv_config.h"
+#include "norv/protocol/service_settings.h"
 
 #include <cstdint>
 #include <map>
@@ -8,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace keldra {
 
@@ -66,9 +68,8 @@ struct SettingsFault {
 /// Puts all values into the document, or none of them.
 std::optional<SettingsFault> changeSettings(NORVConfig& config, const SettingsChange& change);
 
-/// A list of objects, one for each setting: "name", "kind", "value", "fallback", "least", "most", "choices", "unit" and
-/// "about", as a JSON text.
-std::string settingsText(const NORVConfig& config);
+/// All settings with their values, for those who show them.
+std::vector<protocol::ServiceSetting> describeSettings(const NORVConfig& config);
 
 /// {"name": "value", ...} as values by name; nothing when the text is anything else.
 std::optional<std::map<std::string, std::string>> settingsFromText(const std::string& text);

@@ -12,17 +12,21 @@ const std::string JSON_HEAD = "Content-type: application/json\n\n";
 class Overview : public ConsoleTest {
 protected:
     Overview() {
-        service.on(M::GET, M::SERVICE_STATUS,
-                   Answer::reply(1, {{"Configuration", ""},
-                                     {"Database", "loaded"},
-                                     {"EngineMessage", "The signatures in /s cannot be loaded."},
-                                     {"DatabaseTime", "1700000000"},
-                                     {"RealtimeRunning", "1"},
-                                     {"RealtimeAllowed", "1"},
-                                     {"NextScan", "1700009999"},
-                                     {"Quarantined", "3"},
-                                     {"Untreated", "2"},
-                                     {"UntreatedScan", "17_1"}}));
+        service.on(
+            M::GET, M::SERVICE_STATUS,
+            Answer::reply(1, {{"Configuration", ""},
+                              {"Database", "loaded"},
+                              {"EngineMessage", "The signatures in /s cannot be loaded."},
+                              {"DatabaseTime", "1700000000"},
+                              {"RealtimeRunning", "1"},
+                              {"RealtimeAllowed", "1"},
+                              {"NextScan", "1700009999"},
+                              {"Quarantined", "3"},
+                              {"Untreated", "2"},
+                              {"UntreatedScan", "17_1"},
+                              {"Verdict", "attention"},
+                              {"Reasons", R"([{"reason":"share_missing","severity":"attention","text":"A folder",)"
+                                          R"("detail":"/srv/\"a\"","count":2},7])"}}));
         service.on(M::GET, M::UPDATE_STATUS,
                    Answer::reply(1, {{"Running", "1"}, {"Progress", "4"}, {"RequestID", "9"}}));
         service.on(M::GET, M::SCAN_HISTORY,
@@ -46,9 +50,11 @@ TEST_F(Overview, OneAnswerHoldsAllThatThePageShows) {
     const CgiResponse response = ask("overview.cgi");
     EXPECT_EQ(response.bytes.substr(0, JSON_HEAD.size()), JSON_HEAD);
     for (const char* part :
-         {R"("realtime":{"wanted":false,"running":true,"possible":true})", R"("loaded":true,"unloaded":true)",
+         {R"("verdict":"attention","reasons":[{"reason":"share_missing","severity":"attention","detail":"/srv/\"a\"",)"
+          R"("text":"A folder","count":2}])",
+          R"("realtime":{"wanted":false,"running":true,"possible":true})", R"("loaded":true,"unloaded":true)",
           R"("update":{"running":true,"id":"9","progress":40,)", R"("running":[{"id":"18_1","kind":"manual","state":4)",
-          R"("lastScan":{"id":"17_1","kind":"path")", R"("nextScan":1700009999,"quarantined":3,"untreated":2)",
+          R"("lastScans":[{"id":"17_1","kind":"path")", R"("nextScan":1700009999,"quarantined":3,"untreated":2)",
           R"("finds":[{"when":60,"path":"/live",)", R"({"when":55,"path":"/a\"b",)"})
         EXPECT_THAT(response.body, HasSubstr(part));
     EXPECT_THAT(response.body, Not(HasSubstr("/c"))) << "what was not fully scanned is no find";
@@ -60,7 +66,7 @@ TEST_F(Overview, ListsThatCannotBeHadDoNotHideTheRest) {
         SCOPED_TRACE(name);
         for (const auto command : {M::SCAN_HISTORY, M::QUARANTINE, M::UPDATE_STATUS})
             service.on(M::GET, command, answer);
-        EXPECT_THAT(ask("overview.cgi").body, HasSubstr(R"("running":[],"nextScan":1700009999)"));
+        EXPECT_THAT(ask("overview.cgi").body, HasSubstr(R"("running":[],"lastScans":[],"nextScan":1700009999)"));
     }
     service.on(M::GET, M::SCAN_HISTORY, Answer::reply(1, {{"Scans", "[1,{},"}}));
     EXPECT_THAT(ask("overview.cgi").body, HasSubstr(R"("running":[])"));

@@ -1,16 +1,17 @@
 #include "norv/protocol/folders.h"
 #include "norv/path_list.h"
 #include "norv/scan_config.h"
-#include "webui/cgi/manual_scan.h"
 #include "webui/cgi/scan_common.h"
 #include "webui/cgi/utils/configuration.h"
 #include "webui/console/json_response.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 namespace {
 
-/// The folders of a manual scan, in a request and in the settings.
+/// The folders of a scan, in a request and in the settings.
 struct Field {
     const char* name;
     std::string NORVScanConfig::*setting;
@@ -25,15 +26,17 @@ void writeStamp(JsonText& json, const NORVConfig& config) {
     json.member("stamp", std::to_string(config.lastModified()));
 }
 
-bool fetchSettings(NORVManualScanConfig& record) {
-    if (GetManualScanConfig(record)) return true;
+template <typename Record>
+bool fetchSettings(Record& record) {
+    if (fetchRecord(record)) return true;
     answerError("503 Service Unavailable", NOT_RESPONDING);
     return false;
 }
 
 /// What is chosen at the moment.
+template <typename Record>
 int showSettings(const ConsoleRequest& request) {
-    NORVManualScanConfig record;
+    Record record;
     if (!fetchSettings(record)) return 1;
     JsonText json;
     json.object([&] {
@@ -83,22 +86,38 @@ int answerSaved(const ConsoleRequest& request) {
     return answerJson(json.text());
 }
 
+template <typename Record>
 int save(const ConsoleRequest& request) {
-    if (!requirePost(request)) return 1;
     if (mustAskToOverwrite(request.config, request.fields, SaveUnasked::WHEN_EQUAL)) return askToOverwrite();
-    NORVManualScanConfig record;
+    Record record;
     if (!fetchSettings(record)) return 1;
     for (const Field& field : FIELDS) record.*field.setting = request.text(field.name);
-    return askOrAnswer(protocol::SetSettings<NORVManualScanConfig>{record}) ? answerSaved(request) : 1;
+    return askOrAnswer(protocol::SetSettings<Record>{record}) ? answerSaved(request) : 1;
 }
+
+/// A kind of scan that has folders of its own.
+struct Kind {
+    const char* name;
+    int (*show)(const ConsoleRequest& request);
+    int (*save)(const ConsoleRequest& request);
+};
+constexpr Kind KINDS[] = {
+    {"manual", showSettings<NORVManualScanConfig>, save<NORVManualScanConfig>},
+    {"realtime", showSettings<NORVRealtimeScanConfig>, save<NORVRealtimeScanConfig>},
+    {"scheduled", showSettings<NORVScheduledScanConfig>, save<NORVScheduledScanConfig>},
+};
 
 int answer(const ConsoleRequest& request) {
     if (!request.configOk) return answerError("503 Service Unavailable", "Unable to read the configuration file.");
     const std::string mode = request.text("mode");
     if (mode == "preview") return preview(request);
-    if (mode == "save") return save(request);
-    if (mode == "settings") return showSettings(request);
-    return listFolders(request);
+    if (mode != "save" && mode != "settings") return listFolders(request);
+    const std::string name = request.has("kind") ? request.text("kind") : "manual";
+    const auto* const kind =
+        std::find_if(std::begin(KINDS), std::end(KINDS), [&name](const Kind& known) { return name == known.name; });
+    if (kind == std::end(KINDS)) return answerError("400 Bad Request", "There is no such scan.");
+    if (mode == "settings") return kind->show(request);
+    return requirePost(request) ? kind->save(request) : 1;
 }
 
 }  // namespace

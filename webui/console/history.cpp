@@ -7,9 +7,7 @@
 #include <libintl.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <ctime>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,15 +41,6 @@ int listFinds(const ConsoleRequest& request) {
     return answer ? answerList("finds", answer.reply.finds, &protocol::ScanFind::detail, answer.reply.more) : 1;
 }
 
-/// A time as spreadsheets understand it, in the server's time zone; nothing for 0.
-std::string timeText(int64_t seconds) {
-    const auto when = static_cast<std::time_t>(seconds);
-    std::tm parts{};
-    std::array<char, 32> buffer{};
-    if (seconds == 0 || localtime_r(&when, &parts) == nullptr) return "";
-    return {buffer.data(), std::strftime(buffer.data(), buffer.size(), "%Y-%m-%d %H:%M:%S", &parts)};
-}
-
 std::string kindText(const std::string& kind) {
     if (kind == protocol::KIND_MANUAL) return gettext("Manual Scan");
     if (kind == protocol::KIND_SCHEDULED) return gettext("Scheduled Scan");
@@ -75,14 +64,9 @@ std::string stateText(protocol::ScanState state) {
     return "";
 }
 
-std::string headings(std::vector<std::string> names) {
-    for (std::string& name : names) name = gettext(name.c_str());
-    return CSV_START + csvLine(names);
-}
-
 std::string scanLine(const protocol::ScanSummary& scan) {
     const std::string seconds = scan.ended == 0 ? "" : std::to_string(scan.ended - scan.started);
-    return csvLine({scan.id, kindText(scan.kind), stateText(scan.state), timeText(scan.started), timeText(scan.ended),
+    return csvLine({scan.id, kindText(scan.kind), stateText(scan.state), csvTime(scan.started), csvTime(scan.ended),
                     seconds, std::to_string(scan.scanned), std::to_string(scan.found),
                     std::to_string(scan.notFullyScanned), std::to_string(scan.skipped), std::to_string(scan.bytes),
                     translateServiceText(scan.message)});

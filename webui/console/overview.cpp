@@ -112,24 +112,43 @@ void writeScan(JsonText& json, const protocol::ScanSummary& scan) {
     });
 }
 
-/// The running scans, and the newest one that ended.
+/// Of the scans that ended the newest scheduled one and the newest by hand; a scan of single files only without these.
+std::vector<protocol::ScanSummary> lastScans(const std::vector<protocol::ScanSummary>& scans) {
+    std::vector<protocol::ScanSummary> last;
+    const auto add = [&](const char* kind) {
+        const auto found = std::find_if(scans.begin(), scans.end(), [kind](const auto& scan) {
+            return scan.state != protocol::ScanState::RUNNING && scan.kind == kind;
+        });
+        if (found != scans.end()) last.push_back(*found);
+    };
+    for (const char* const kind : {protocol::KIND_SCHEDULED, protocol::KIND_MANUAL}) add(kind);
+    if (last.empty()) add(protocol::KIND_PATH);
+    return last;
+}
+
 void writeScans(JsonText& json, const std::vector<protocol::ScanSummary>& scans) {
     const auto isRunning = [](const auto& scan) { return scan.state == protocol::ScanState::RUNNING; };
     json.name("running").array([&] {
         for (const auto& scan : scans)
             if (isRunning(scan)) writeScan(json, scan);
     });
-    const auto ended = std::find_if_not(scans.begin(), scans.end(), isRunning);
-    if (ended == scans.end()) return;
-    json.name("lastScan");
-    writeScan(json, *ended);
+    json.name("lastScans").array([&] {
+        for (const auto& scan : lastScans(scans)) writeScan(json, scan);
+    });
+}
+
+/// The service's verdict on this server and its reasons, the gravest first; without one the page says so.
+void writeVerdict(JsonText& json, const protocol::ServiceStatus& status) {
+    std::vector<protocol::VerdictReason> reasons = status.reasons;
+    for (auto& reason : reasons) reason.text = translateServiceText(reason.text);
+    json.member("verdict", status.verdict).member("reasons", reasons);
 }
 
 std::string reportText(const NORVConfig& config, const Report& report) {
     JsonText json;
     json.object([&] {
         json.member("now", std::int64_t{std::time(nullptr)});
-        json.member("configured", report.status.configuration.empty());
+        writeVerdict(json, report.status);
         writeRealtime(json, config, report.status);
         writeSignatures(json, report.status);
         writeUpdate(json, report);

@@ -32,7 +32,8 @@ std::string translateStep(const std::string& step) {
     }
     const std::size_t reason = step.find(REASON);
     if (reason == std::string::npos) return translateRemark(step);
-    return translate(step.substr(0, reason)) + std::string(REASON) + translateStep(step.substr(reason + REASON.size()));
+    return translate(step.substr(0, reason)) + translate(std::string(REASON)) +
+           translateStep(step.substr(reason + REASON.size()));
 }
 
 }  // namespace
@@ -44,7 +45,7 @@ std::string translateServiceText(const std::string& text) {
         const std::size_t end = text.find(NEXT_STEP, from);
         result += translateStep(text.substr(from, end - from));
         if (end == std::string::npos) return result;
-        result += NEXT_STEP;
+        result += translate(std::string(NEXT_STEP));
         from = end + NEXT_STEP.size();
     }
 }

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "norv/protocol/call.h"
+#include "norv/protocol/scans.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace protocol {
 
@@ -12,6 +14,28 @@ namespace protocol {
 inline constexpr const char* DATABASE_LOADED = "loaded";
 inline constexpr const char* DATABASE_NONE = "none";
 inline constexpr const char* DATABASE_FAILED = "failed";
+
+/// What `ServiceStatus::verdict` may be; also the severities of reasons.
+inline constexpr const char* VERDICT_PROTECTED = "protected";
+inline constexpr const char* VERDICT_ATTENTION = "attention";
+inline constexpr const char* VERDICT_UNPROTECTED = "unprotected";
+
+/// One thing that speaks against being protected. docs/verdict.md lists them.
+struct VerdictReason {
+    std::string reason;    ///< a code
+    std::string severity;  ///< VERDICT_ATTENTION or VERDICT_UNPROTECTED
+    std::string text;      ///< an English sentence
+    std::string detail;    ///< a path or the like; may be empty
+    uint64_t count = 0;
+
+    static void visit(auto& record, auto&& field) {
+        field("reason", record.reason);
+        field("severity", record.severity);
+        field("text", record.text);
+        field("detail", record.detail);
+        field("count", record.count);
+    }
+};
 
 /// How the service is doing. Times are seconds since the epoch.
 struct ServiceStatus {
@@ -41,6 +65,9 @@ struct ServiceStatus {
     uint64_t sessions = 0;
     uint64_t untreated = 0;     ///< infected files that still lie where they were found
     std::string untreatedScan;  ///< the newest scan that reported one
+    std::string verdict;
+    std::vector<VerdictReason> reasons;  ///< the most harmful one first
+    std::vector<ScanSummary> lastScans;  ///< the newest one of each kind
 
     static void visit(auto& record, auto&& field) {
         field("Version", record.version);
@@ -69,6 +96,9 @@ struct ServiceStatus {
         field("Sessions", record.sessions);
         field("Untreated", record.untreated);
         field("UntreatedScan", record.untreatedScan);
+        field("Verdict", record.verdict);
+        field("Reasons", record.reasons);
+        field("LastScans", record.lastScans);
     }
 };
 

@@ -67,6 +67,6 @@ TEST(SettingsTable, ASecretIsStoredAndNeverGivenOut) {
     NORVConfig config;
     ASSERT_FALSE(changeSettings(config, {{{"updates.proxy_password", "very secret"}}, {}}));
     EXPECT_EQ(configValueOr(config, "Varnel", "ProxyPassword", std::string()), "very secret");
-    EXPECT_THAT(settingsText(config), Not(HasSubstr("very secret")));
+    EXPECT_THAT(jsonText(describeSettings(config)), Not(HasSubstr("very secret")));
     EXPECT_EQ(valueOf(config, "updates.proxy_password"), "1");
 }
