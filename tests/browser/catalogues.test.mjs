@@ -33,6 +33,8 @@ test('the catalogue knows every text that the service shows on a page', () => {
     ['service/quarantine/actions.cpp', /(?:\{true,|text =|return \{true,) "([^"]+?) ?"/g],
     ['service/engine/scan_engine.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
     ['service/engine/content_scan.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
+    ['service/verdict/protection.cpp', /Row\{"\w+", [A-Z]+, "([^"]+)"/g],
+    ['service/settings/settings_table.cpp', /SettingsFault\{name, "([^"]+)"/g],
     ['service/tree/share_roots.cpp', /(?:return|fault =) "([A-Z][^"]+)"/g],
     ['service/engine/content_scan.cpp', /incomplete = "([^"]+)"/g],
   ];

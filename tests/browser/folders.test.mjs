@@ -94,13 +94,23 @@ test('saving the folders raises no question when the other settings are saved af
 test('nobody else’s change is overwritten unasked', async () => {
   const other = await newPage(browser, console_);
   await logOn(other, console_);
-  await other.goto(addresses.scheduled);
-  await other.locator('#save').click();
-  await other.locator('.notice.success').waitFor();
+  for (const address of [addresses.scheduled, addresses.manual]) {
+    await other.goto(address);
+    await other.locator('#chosen li').first().waitFor();
+    await other.locator('#patterns').fill('*.theirs');
+    await other.locator('#save').click();
+    await other.locator('.notice.success').waitFor();
+    // Only what was saved of these very folders is asked about.
+    if (address === addresses.manual) break;
+    await page.locator('#patterns').fill('*.first');
+    await page.locator('#folders-save').click();
+    await page.locator('#folders-saved').waitFor();
+  }
   await other.context().close();
   await page.locator('#patterns').fill('*.log');
   await page.locator('#folders-save').click();
   await page.locator('#folders-question').waitFor();
+  assert.match(await page.locator('#folders-differences tbody').textContent(), /\*\.log\*\.theirs/);
   assert.equal(await page.locator('#folders-saved').isVisible(), false);
   await page.locator('#folders-overwrite').click();
   await page.locator('#folders-saved').waitFor();

@@ -86,7 +86,7 @@ test('nobody sees a page without logging on', async () => {
 test('after logging on the overview shows the state of the server and leads everywhere', async () => {
   const page = await newPage(browser, console_);
   await logOn(page, console_);
-  await page.locator('#verdict.warning, #verdict.success').waitFor();
+  await page.locator('#verdict.warning, #verdict.success, #verdict.danger').waitFor();
   assert.notEqual(await page.locator('#schedule-now').textContent(), '…');
   for (const link of await page.locator('nav a').all()) {
     const answer = await page.request.get(new URL(await link.getAttribute('href'), page.url()).href);

@@ -35,7 +35,7 @@ for (const view of views) {
     await logOn(page, console_);
     for (const [name, address] of Object.entries(addresses)) {
       await page.goto(address);
-      if (name === 'overview') await page.locator('#verdict.warning, #verdict.success').waitFor();
+      if (name === 'overview') await page.locator('#verdict.warning, #verdict.success, #verdict.danger').waitFor();
       await look(page, name, view);
     }
     await page.context().close();

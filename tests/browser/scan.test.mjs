@@ -66,6 +66,7 @@ inEveryView('a scan is set up, saved, started, watched and stopped', async (own,
   await own.locator('#stop').click();
   await own.locator('body[data-page="scan-stopped"]').waitFor();
   assert.equal(await own.locator('#message').textContent(), view.said('The scan was stopped.'));
+  await own.locator('#finds .entry').first().waitFor();
   assert.ok(await figure('scanned', own) < await figure('total', own));
   await view.suits(own);
   await own.locator('#back').click();

@@ -138,8 +138,12 @@ async function bothSave(name, mine, theirs) {
 
 for (const name of ['realtime', 'scheduled']) {
   test(`${name}: who saves second is asked, and may save over the first`, async () => {
-    await bothSave(name, { 'files-all': true, backup: false }, { 'files-smart': true, backup: true });
+    await bothSave(name, { 'files-all': true, backup: false }, { 'files-custom': true, extensions: `${name};exe` });
     assert.equal((await readControls(page)).backup, false, 'what was chosen is still shown');
+    assert.match(await page.locator('#overwrite-differences tbody').textContent(), new RegExp(`${name};exe`), 'the other’s value is shown');
+    await page.locator('#overwrite-edit').click();
+    await page.locator('#save').click();
+    await page.locator('#overwrite-question').waitFor();
     await page.locator('#overwrite-yes').click();
     await page.locator('.notice.success').waitFor();
     await page.goto(addresses[name]);
@@ -148,16 +152,28 @@ for (const name of ['realtime', 'scheduled']) {
 }
 
 test('who saves second may look at what the first saved instead', async () => {
-  await bothSave('manual', { 'files-all': true }, { 'files-smart': true });
+  await bothSave('manual', { 'files-all': true }, { 'files-smart': true, layers: '9' });
   await Promise.all([page.waitForEvent('load'), page.locator('#overwrite-no').click()]);
   assert.equal((await readControls(page))['files-smart'], true);
 });
 
+test('what somebody else saved on another page raises no question, and is kept', async () => {
+  const other = await newPage(browser, console_);
+  await logOn(other, console_);
+  await page.goto(addresses.realtime);
+  await other.goto(addresses.scheduled);
+  await setControls(other, { 'files-all': true, layers: '11' });
+  await save(other);
+  await setControls(page, { 'files-all': true, layers: '12' });
+  await save();
+  await other.goto(addresses.scheduled);
+  assert.equal((await readControls(other)).layers, '11');
+  await other.context().close();
+});
+
 /** Where the kernel lets no file be watched, a sentence says what that means; a service run by root may watch. */
 async function explainsWhatKeepsItFromRunning(own, view) {
-  const refusal = 'The required Kernel Hook Module (KHM) for this Linux kernel version is not loaded. '
-    + 'Load the KHM and try again.';
-  const refused = (await own.locator('#realtime-state').textContent()).trim() === view.said(refusal);
+  const refused = (await own.locator('#realtime-state').textContent()).trim() === view.text('REALTIME_IMPOSSIBLE');
   assert.equal(await own.locator('#realtime-why').isVisible(), refused);
 }
 
@@ -180,6 +196,7 @@ inEveryView('wrong entries and somebody else’s changes are told where one stan
   await own.goto(addresses.manual);
   const other = await own.context().newPage();
   await other.goto(addresses.manual);
+  await setControls(other, { 'files-smart': true, layers: String(3 + (Date.now() % 9)) });
   await save(other);
   await other.close();
   await setControls(own, { 'files-custom': true, 'default-list': false, extensions: '', 'scan-archives': true, 'size-limit': '0' });

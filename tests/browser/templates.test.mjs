@@ -100,6 +100,8 @@ const pages = {
   'quarantine.html': { items: {} },
   'history.html': { items: {} },
   'password_wrong.html': { items: {} },
+  'settings.html': { items: {} },
+  'events.html': { items: {} },
 };
 
 const tables = Object.fromEntries(languages.map((language) => [language, stringTable(language)]));
@@ -204,7 +206,7 @@ test('no text holds its own marker, which would make a page grow without end', (
 });
 
 test('texts are safe in an attribute and keep the blanks to fill', () => {
-  const blanks = (text) => (text.match(/\{\w+\}/g) ?? []).sort();
+  const blanks = (text) => [...new Set(text.match(/\{\w+(?=[}|])/g) ?? [])].sort();
   for (const language of languages) {
     for (const line of read(join(templates, `texts/${language}/pages.txt`)).split('\n')) {
       const [, key, text] = /^([A-Z0-9_]+)=(.*)$/.exec(line) ?? [];

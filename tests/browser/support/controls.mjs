@@ -1,7 +1,7 @@
 // Every control of a settings form by a name: its id, or for the action lists "first:Virus" and "second:Virus".
 
 const read = (root) => Object.fromEntries(
-  [...root.querySelectorAll('input:not([type=hidden]), select, textarea')].map((control) => {
+  [...root.querySelectorAll('input:not([type=hidden]), select, textarea')].filter((control) => !control.closest('#folders')).map((control) => {
     const list = control.classList.contains('first') ? 'first' : 'second';
     const name = control.id || `${list}:${control.dataset.type}`;
     return [name, ['checkbox', 'radio'].includes(control.type) ? control.checked : control.value];

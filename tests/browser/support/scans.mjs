@@ -50,7 +50,7 @@ export async function scan(page, action, more = {}) {
   await setControls(page, { 'files-all': true, 'actions-universal': true, 'first:Universe': action, ...more });
   await page.locator('#save-and-scan').click();
   await page.waitForURL('**/scanoption.cgi?id=scan_progress_query&RequestID=*');
-  await page.locator('body[data-page="scan-done"]').waitFor();
+  await page.locator('body[data-page="scan-done"] #not-fully', { hasText: /\d/ }).waitFor();
 }
 export const REPORT = '1';
 export const QUARANTINE = '4';

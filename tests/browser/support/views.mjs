@@ -8,7 +8,9 @@ import { desktop, fitsScreen, phone, picture } from './looks.mjs';
 import { audited, browser, console_ } from './shared.mjs';
 import { catalogue, languages, letters, root, stringTable } from './templates.mjs';
 
-const filled = (text, values) => text.replace(/\{(\w+)\}/g, (blank, name) => String(values[name] ?? blank));
+/** As the pages fill a text: "{name}" is the value, "{name|file|files}" the word for it. */
+const filled = (text, values) => text.replace(/\{(\w+)(?:\|([^}]*))?\}/g, (blank, name, forms) =>
+  (values[name] === undefined ? blank : forms?.split('|').at(values[name] === 1 ? 0 : -1) ?? String(values[name])));
 const tables = new Map(languages.map((language) =>
   [language, new Map([...stringTable(language)].map(([marker, text]) => [marker.slice(2, -2), letters(text)]))]));
 
@@ -53,7 +55,7 @@ function lookThrough({ width, foreign }) {
     twin.remove();
   }
   const patterns = foreign.map((text) =>
-    new RegExp(`^${text.split(/\{\w+\}/).map((part) => part.replace(/[.*+?^${}()|[\]\\]/g, '\\$&')).join('.+')}[.,:]?$`, 's'));
+    new RegExp(`^${text.split(/\{\w+(?:\|[^}]*)?\}/).map((part) => part.replace(/[.*+?^${}()|[\]\\]/g, '\\$&')).join('.+')}[.,:]?$`, 's'));
   const walker = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT,
     (node) => (node.parentElement.closest('script, noscript, bdi, .name, .folder') ? NodeFilter.FILTER_REJECT : NodeFilter.FILTER_ACCEPT));
   const texts = [document.title.replace(/ · Keldra$/, '')];

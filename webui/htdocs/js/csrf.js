@@ -1,12 +1,17 @@
 // Proof that a request comes from a page of this console: the token of a cookie that only its pages can read, sent back
 // as a field.
 
+/**
+ * The token. Another program on this host can plant a cookie of the same name for a narrower path, which then comes first;
+ * the console's programs take the last one, and so does this.
+ */
 export function csrfToken(cookies = document.cookie) {
+  let token = '';
   for (const piece of cookies.split(';')) {
     const [name, value] = piece.trim().split('=', 2);
-    if (name === 'CsrfToken') return value ?? '';
+    if (name === 'CsrfToken') token = value ?? '';
   }
-  return '';
+  return token;
 }
 
 /** Fills the token into every form at the moment it is sent, so that a page left open never sends an old one. */

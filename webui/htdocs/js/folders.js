@@ -1,16 +1,20 @@
-// The folders of the manual scan: a tree to choose from, names to leave out, a preview, and a save of their own.
+// The folders of a scan: a tree to choose from, names to leave out, a preview, and a save of their own.
 import { getJson, PATIENT, postJson } from './api.js';
-import { byId, check } from './form.js';
+import { guardPart } from './draft.js';
+import { byId } from './form.js';
 import { FolderChoice } from './folder-choice.js';
+import { showDifferences } from './overwrite.js';
 import { joinPathList } from './path-list.js';
-import { fill } from './poll.js';
-import { numberText } from './wording.js';
+import { fill, showName, visible, wordsOf } from './wording.js';
 
 const PROGRAM = '/NorvLinux/folders.cgi';
 const tree = byId('tree');
 const patterns = byId('patterns');
 let choice = new FolderChoice([], []);
 let stored = '';
+let guard = null;
+/** Which scan's folders: "manual", "realtime" or "scheduled". */
+let kind = 'manual';
 
 const lines = () => patterns.value.split('\n').map((line) => line.trim()).filter(Boolean);
 const fields = () => ({
@@ -58,22 +62,24 @@ function branch({ path, name, folders }) {
   const list = element('ul', { hidden: true });
   const opener = element('button', { type: 'button', className: 'opener', hidden: !folders });
   opener.setAttribute('aria-expanded', 'false');
-  opener.setAttribute('aria-label', fill(tree.dataset.open, { folder: name }));
+  opener.setAttribute('aria-label', fill(tree.dataset.open, { folder: visible(name) }));
   opener.addEventListener('click', () => toggle(opener, path, list));
   const box = element('input', { type: 'checkbox', value: path });
   box.addEventListener('change', () => { choice.set(path, !choice.isScanned(path)); show(); });
   return element('li', {}, element('div', { className: 'branch' }, opener,
-    element('label', {}, box, element('span', { textContent: name }))), list);
+    element('label', {}, box, element('span', { textContent: visible(name) }))), list);
 }
 
 // What is chosen, in words
 
 function chosenEntry(path, look, texts) {
   const remove = element('button', { type: 'button', className: 'quiet', textContent: texts.remove });
-  remove.setAttribute('aria-label', fill(texts.removeOne, { folder: path }));
+  remove.setAttribute('aria-label', fill(texts.removeOne, { folder: visible(path) }));
   remove.addEventListener('click', () => { choice.remove(path); show(); byId('folders-save').focus(); });
   const tag = element('span', { className: `tag ${look}`, textContent: look === 'good' ? texts.in : texts.out });
-  return element('li', {}, tag, element('bdi', { textContent: path }), remove);
+  const name = element('bdi');
+  showName(name, path);
+  return element('li', {}, tag, name, remove);
 }
 
 function show() {
@@ -95,14 +101,26 @@ function fail(error) {
   notice.hidden = false;
 }
 
+const read = () => ({ scanned: choice.scanned, excluded: choice.excluded, patterns: patterns.value });
+
+function write(content) {
+  choice = new FolderChoice(content.scanned, content.excluded);
+  patterns.value = content.patterns;
+  show();
+}
+
+const askSettings = () => getJson(`${PROGRAM}?mode=settings&kind=${kind}`);
+const contentOf = (settings) =>
+  ({ scanned: settings.scanPaths, excluded: settings.excludePaths, patterns: settings.excludePatterns.join('\n') });
+
 async function load() {
   try {
-    const [settings, roots] = await Promise.all([getJson(`${PROGRAM}?mode=settings`), getJson(PROGRAM, PATIENT)]);
-    choice = new FolderChoice(settings.scanPaths, settings.excludePaths);
-    patterns.value = settings.excludePatterns.join('\n');
-    stored = JSON.stringify(fields());
+    const [settings, roots] = await Promise.all([askSettings(), getJson(PROGRAM, PATIENT)]);
     tree.replaceChildren(...roots.folders.map(branch));
-    show();
+    byId('no-shares').hidden = roots.folders.length > 0;
+    write(contentOf(settings));
+    stored = JSON.stringify(fields());
+    guard = guardPart('folders', read, write);
   } catch (error) {
     tree.replaceChildren();
     fail(error);
@@ -115,19 +133,42 @@ async function preview() {
   byId('preview-text').textContent = texts.busy;
   byId('preview-examples').replaceChildren();
   try {
-    const { kept, left, complete, examples } = await postJson(PROGRAM, { mode: 'preview', ...fields() });
+    const { kept, left, complete, examples } = await postJson(PROGRAM, { mode: 'preview', kind, ...fields() });
     byId('preview-text').textContent = fill(complete ? texts.text : texts.part,
-      { left: numberText(left), total: numberText(left + kept) });
-    byId('preview-examples').replaceChildren(...examples.map((path) => element('li', { textContent: path })));
+      { left, total: left + kept });
+    byId('preview-examples').replaceChildren(...examples.map((path) => element('li', { textContent: visible(path) })));
   } catch (error) {
     byId('preview-text').textContent = '';
     fail(error);
   }
 }
 
-/** The user's answer to whether to save over somebody else's changes. */
-function askToOverwrite() {
+const inLines = (paths) => paths.map(visible).join(', ') || '–';
+
+/** What is stored now, beside what is chosen here: rows of the question's table. */
+function rowsOf(theirs) {
+  const mine = read();
+  const rows = [
+    [wordsOf(byId('folders-title')), inLines(mine.scanned), inLines(theirs.scanned)],
+    [byId('chosen').dataset.out, inLines(mine.excluded), inLines(theirs.excluded)],
+    [wordsOf(document.querySelector('label[for="patterns"]')), inLines(lines()), inLines(theirs.patterns.split('\n').filter(Boolean))],
+  ];
+  return rows.filter(([, here, there]) => here !== there);
+}
+
+/**
+ * Whether to save although settings were saved meanwhile: yes when it was not these folders, else as the user says, who
+ * sees what differs.
+ */
+async function mayOverwrite() {
+  const settings = await askSettings();
+  const same = Object.entries(JSON.parse(stored)).every(([name, list]) => joinPathList(settings[name]) === list);
+  return same || askToOverwrite(contentOf(settings));
+}
+
+function askToOverwrite(theirs) {
   const question = byId('folders-question');
+  showDifferences(byId('folders-differences'), rowsOf(theirs));
   return new Promise((resolve) => {
     byId('folders-overwrite').onclick = () => question.close('overwrite');
     byId('folders-edit').onclick = () => question.close('');
@@ -149,11 +190,13 @@ async function save(settings, overwrite = false) {
   try {
     const sent = fields();
     const answer = await postJson(PROGRAM,
-      { mode: 'save', ...sent, hvLastConfigFileModifiedDate: stampField.value, bOverWrite: String(overwrite) });
-    if (answer.modified) return await askToOverwrite() ? save(settings, true) : false;
-    // Saving the other settings from this page raises no question because of this save.
-    stampField.value = answer.stamp;
+      { mode: 'save', kind, ...sent, hvLastConfigFileModifiedDate: stampField.value, bOverWrite: String(overwrite) });
+    if (answer.modified) return await mayOverwrite() ? save(settings, true) : false;
+    // Saving the other settings from this page raises no question because of this save. After somebody else's save the
+    // stamp stays: what they changed in the other settings is still to be looked at.
+    if (!overwrite) stampField.value = answer.stamp;
     stored = JSON.stringify(sent);
+    guard.markSaved();
     byId('folders-saved').hidden = false;
     return true;
   } catch (error) {
@@ -162,14 +205,15 @@ async function save(settings, overwrite = false) {
   }
 }
 
-/** `settings`: the form with the other settings. Folders chosen but not saved are saved with it, before it. */
-export function bindFolders(settings) {
+/**
+ * `settings`: the form with the other settings. Folders chosen but not saved are saved with it, before it. `scan`: whose
+ * folders they are.
+ */
+export function bindFolders(settings, scan) {
+  kind = scan;
   patterns.addEventListener('input', show);
   byId('folders-preview').addEventListener('click', preview);
-  byId('folders').addEventListener('submit', (event) => {
-    event.preventDefault();
-    save(settings);
-  });
+  byId('folders-save').addEventListener('click', () => save(settings));
   settings.addEventListener('submit', async (event) => {
     if (!stored || !changed()) return;
     event.preventDefault();

@@ -1,6 +1,8 @@
-// Filling controls, errors beside fields, and the question whether to save over somebody else's changes.
+// Filling controls, and errors beside fields.
 
 export const byId = (id) => document.getElementById(id);
+/** A new copy of what a template holds. */
+export const copyOf = (id) => byId(id).content.firstElementChild.cloneNode(true);
 
 /** Selects an option; a value that the list does not offer is added, so that saving never changes it unasked. */
 export function selectOption(select, value) {
@@ -39,25 +41,6 @@ export function validateOnSubmit(form, checks) {
     event.stopPropagation();
     wrong[0].focus();
   });
-}
-
-/**
- * When the page came back because the settings were changed meanwhile: asks what to do. Saving over them sends the form
- * again in the given mode ("Save" or "SaveAndScan").
- */
-export function askAboutOverwriting(form, modified, mode) {
-  if (!modified) return;
-  const question = byId('overwrite-question');
-  byId('overwrite-yes').addEventListener('click', () => {
-    form.elements.namedItem('bOverWrite').value = 'true';
-    question.close();
-    form.requestSubmit(form.querySelector(`button[name="mode"][value="${mode}"]`));
-  });
-  byId('overwrite-no').addEventListener('click', () => {
-    location.assign(`./scanoption.cgi?id=${encodeURIComponent(form.elements.namedItem('id').value)}`);
-  });
-  byId('overwrite-edit').addEventListener('click', () => question.close());
-  question.showModal();
 }
 
 /** Fills a time field from "hh:mm:ss" and, when the form is sent, its two hidden fields of two digits each. */

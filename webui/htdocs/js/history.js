@@ -1,8 +1,7 @@
 // The scans that were made: their list, and one of them with what it found. The address's fragment names the one.
 import { getJson, PATIENT } from './api.js';
-import { byId } from './form.js';
-import { fill } from './poll.js';
-import { durationText, malwareText, numberText, sizeText, splitPath, timeText } from './wording.js';
+import { byId, copyOf } from './form.js';
+import { durationText, fill, malwareAbout, malwareText, numberText, scanKindText, showName, sizeText, splitPath, timeText } from './wording.js';
 
 const RUNNING = 4;
 const REFRESH = 5000;
@@ -14,8 +13,6 @@ let read = 0;
 let visit = 0;
 let reading = -1;
 
-const copyOf = (id) => byId(id).content.firstElementChild.cloneNode(true);
-const kindText = (scan) => document.querySelector(`#scan-kinds [data-kind="${CSS.escape(scan.kind)}"]`)?.textContent ?? scan.kind;
 const lengthOf = (scan) => (scan.ended || Math.floor(Date.now() / 1000)) - scan.started;
 const unsureIn = (scan) => scan.notFullyScanned + scan.skipped;
 const shown = () => scans.filter((scan) => !byId('finds-only').checked || scan.found > 0);
@@ -30,12 +27,12 @@ function makeScan(scan) {
   const entry = copyOf('scan');
   const link = entry.querySelector('a');
   const result = entry.querySelector('.result');
-  link.textContent = kindText(scan);
+  link.textContent = scanKindText(scan.kind);
   link.href = `#${scan.id}`;
   entry.querySelector('.when').textContent = `${timeText(scan.started)} · ${durationText(lengthOf(scan))}`;
   showState(entry.querySelector('.outcome'), scan);
   result.textContent = fill(unsureIn(scan) ? result.dataset.unsure : result.dataset.text,
-    { scanned: numberText(scan.scanned), found: numberText(scan.found), unsure: numberText(unsureIn(scan)) });
+    { scanned: scan.scanned, found: scan.found, unsure: unsureIn(scan) });
   result.classList.toggle('found', scan.found > 0);
   return entry;
 }
@@ -43,7 +40,7 @@ function makeScan(scan) {
 function showList() {
   byId('scans').replaceChildren(...shown().map(makeScan));
   byId('count').textContent = fill(byId('count').dataset.text,
-    { shown: numberText(shown().length), total: numberText(scans.length) });
+    { shown: shown().length, total: scans.length });
   byId('count').hidden = scans.length === 0;
   byId('tools').hidden = scans.length === 0;
   byId('nothing').hidden = scans.length !== 0;
@@ -53,10 +50,11 @@ function showList() {
 function makeFind(find) {
   const entry = copyOf('find');
   const { name, folder } = splitPath(find.path);
-  entry.querySelector('.name').textContent = name;
-  entry.querySelector('.folder').textContent = folder;
+  showName(entry.querySelector('.name'), name);
+  showName(entry.querySelector('.folder'), folder);
   entry.querySelector('.kind').textContent = find.infected ? malwareText(find.type) : '';
   entry.querySelector('.kind').hidden = !find.infected;
+  entry.querySelector('.kind').title = find.infected ? malwareAbout(find.type) : '';
   entry.querySelector('.detail').textContent = [find.signature, find.detail].filter(Boolean).join(' · ');
   return entry;
 }
@@ -88,7 +86,7 @@ async function readFinds() {
 
 function showFigures(scan) {
   const title = byId('scan-title');
-  title.textContent = fill(title.dataset.text, { kind: kindText(scan), time: timeText(scan.started) });
+  title.textContent = fill(title.dataset.text, { kind: scanKindText(scan.kind), time: timeText(scan.started) });
   showState(byId('scan-state'), scan);
   byId('scan-message').textContent = scan.message;
   byId('scan-scanned').textContent = numberText(scan.scanned);

@@ -1,8 +1,10 @@
 // The manual scan: its settings, and the start of a scan once they are saved.
 import { getJson } from './api.js';
 import { post } from './csrf.js';
+import { dropDraft, sessionEnded } from './draft.js';
 import { bindFolders } from './folders.js';
-import { askAboutOverwriting, byId, validateOnSubmit } from './form.js';
+import { byId, validateOnSubmit } from './form.js';
+import { guardSettings } from './overwrite.js';
 import { readPageVariables } from './page-variables.js';
 import { fetchPage } from './poll.js';
 import { bindScanSettings } from './scan-settings.js';
@@ -11,6 +13,7 @@ const form = byId('settings');
 const variables = readPageVariables();
 const modified = variables.get('bIsConfigFileModified') === true;
 const saveFailed = variables.get('bSaveFailed') === true;
+const saved = variables.get('bStartScan') === true && !modified && !saveFailed;
 
 async function startScan() {
   byId('starting').hidden = false;
@@ -38,7 +41,7 @@ async function renewStamp() {
 async function askForScan() {
   try {
     const answer = await post({ id: 'manual_scan', mode: 'Scan' });
-    if (answer.redirected) location.assign('/');
+    if (answer.redirected) sessionEnded();
     const id = answer.ok ? await answer.text() : '';
     return /^[0-9_]+$/.test(id) ? id : '';
   } catch {
@@ -55,9 +58,10 @@ async function showRunningScan() {
   byId('already-running').hidden = false;
 }
 
-bindFolders(form);
+if (saved) dropDraft();
+bindFolders(form, 'manual');
 validateOnSubmit(form, bindScanSettings(form, variables));
-askAboutOverwriting(form, modified, variables.get('iDoScanNow') === 1 ? 'SaveAndScan' : 'Save');
+guardSettings(form, variables, variables.get('iDoScanNow') === 1 ? 'SaveAndScan' : 'Save');
 if (saveFailed) byId('save-failed').hidden = false;
-if (variables.get('bStartScan') === true && !modified && !saveFailed) startScan();
+if (saved) startScan();
 else showRunningScan();

@@ -1,4 +1,5 @@
 // Following work that goes on in the service: asks for the page's own address again and again and reads the answer.
+import { sessionEnded } from './draft.js';
 
 const INTERVAL = 1000;
 const LONGEST = 8000;
@@ -12,7 +13,7 @@ export async function fetchPage(url) {
     const answer = await fetch(url,
       { credentials: 'same-origin', cache: 'no-store', signal: AbortSignal.timeout(PATIENCE) });
     if (answer.redirected) {
-      location.assign('/');
+      sessionEnded();
       return null;
     }
     return answer.ok ? new DOMParser().parseFromString(await answer.text(), 'text/html') : null;
@@ -44,6 +45,3 @@ export async function follow(show, missed) {
     show(page);
   }
 }
-
-/** Fills a text such as "{percent} percent done." */
-export const fill = (text, values) => text.replace(/\{(\w+)\}/g, (whole, name) => values[name] ?? whole);

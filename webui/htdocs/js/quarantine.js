@@ -1,9 +1,8 @@
 // The quarantine: what is in it, and what is done with it, one by one or in bulk.
 import { getJson, PATIENT, postJson } from './api.js';
-import { byId } from './form.js';
-import { fill } from './poll.js';
+import { byId, copyOf } from './form.js';
 import { ask } from './question.js';
-import { malwareText, numberText, sizeText, splitPath, timeText } from './wording.js';
+import { fill, malwareAbout, malwareText, showName, sizeText, splitPath, timeText, visible } from './wording.js';
 
 const STEP = 100;
 const BATCH = 100;
@@ -15,12 +14,21 @@ let inDetails = null;
 const picked = new Set();
 const refusals = new Map();
 
-const copyOf = (id) => byId(id).content.firstElementChild.cloneNode(true);
 const wanted = () => byId('search').value.trim().toLocaleLowerCase();
 const fits = (item, words) => `${item.path}\n${item.signature}`.toLocaleLowerCase().includes(words);
 /** One piece of a row, which breaks between pieces only. */
 const unbroken = (text) => text.replace(/ /g, '\u00a0');
-const matching = () => items.filter((item) => fits(item, wanted()));
+/** What the list may be sorted by: the newest and the largest first, texts by their letters. */
+const collator = new Intl.Collator(document.documentElement.lang || 'en-US', { numeric: true });
+const byText = (text) => (a, b) => collator.compare(text(a), text(b));
+const ORDERS = {
+  when: (a, b) => b.when - a.when,
+  size: (a, b) => b.size - a.size,
+  name: byText(({ path }) => splitPath(path).name),
+  place: byText(({ path }) => path),
+  malware: byText(({ signature }) => signature),
+};
+const matching = () => items.filter((item) => fits(item, wanted())).sort(ORDERS[byId('sort').value]);
 const shown = () => matching().slice(0, limit);
 
 function showRefusal(entry, id) {
@@ -33,16 +41,17 @@ function showDetails(item) {
   inDetails = item;
   const task = byId('details-task');
   const scan = /^(\d+)_\d+$/.exec(item.task);
-  byId('details-title').textContent = splitPath(item.path).name;
-  byId('details-path').textContent = item.path;
+  byId('details-title').textContent = visible(splitPath(item.path).name);
+  byId('details-path').textContent = visible(item.path);
   byId('details-malware').textContent = `${malwareText(item.type)} (${item.signature})`;
+  byId('details-what').textContent = malwareAbout(item.type);
   byId('details-when').textContent = timeText(item.when);
   task.textContent = item.task === 'realtime' ? task.dataset.realtime : item.task;
   if (scan) task.replaceChildren(linkToScan(item.task, fill(task.dataset.scan, { time: timeText(Number(scan[1])) })));
   byId('details-size').textContent = sizeText(item.size);
   byId('details-modified').textContent = timeText(item.modified);
   byId('details-owner').textContent = fill(byId('details-owner').dataset.text,
-    { user: item.owner, group: item.group, mode: (item.mode & 0o7777).toString(8).padStart(4, '0') });
+    { user: item.ownerName || String(item.owner), group: item.groupName || String(item.group), mode: (item.mode & 0o7777).toString(8).padStart(4, '0') });
   byId('details-hash').textContent = item.sha256;
   byId('details-backup').hidden = !item.backup;
   byId('details').showModal();
@@ -61,9 +70,9 @@ function makeItem(item) {
   const pick = entry.querySelector('.pick');
   entry.dataset.id = item.id;
   pick.checked = picked.has(item.id);
-  pick.setAttribute('aria-label', fill(pick.dataset.label, { name }));
-  entry.querySelector('.open').textContent = name;
-  entry.querySelector('.folder').textContent = folder;
+  pick.setAttribute('aria-label', fill(pick.dataset.label, { name: visible(name) }));
+  showName(entry.querySelector('.open'), name, false);
+  showName(entry.querySelector('.folder'), folder);
   entry.querySelector('.kind').textContent = malwareText(item.type);
   entry.querySelector('.kind').title = item.signature;
   entry.querySelector('.copy').hidden = !item.backup;
@@ -76,20 +85,24 @@ function makeItem(item) {
 function makeTrusted({ sha256, name }) {
   const entry = copyOf('trusted-item');
   entry.dataset.id = sha256;
-  entry.querySelector('.name').textContent = name;
+  showName(entry.querySelector('.name'), name);
   entry.querySelector('.hash').textContent = `SHA-256 ${sha256.slice(0, 16)}…`;
   entry.querySelector('.distrust').setAttribute('aria-label',
-    `${entry.querySelector('.distrust').textContent}: ${splitPath(name).name}`);
+    `${entry.querySelector('.distrust').textContent}: ${visible(splitPath(name).name)}`);
   showRefusal(entry, sha256);
   return entry;
 }
 
 function showPicked() {
-  const visible = shown();
-  const count = visible.filter(({ id }) => picked.has(id)).length;
-  byId('picked').textContent = fill(byId('picked').dataset.text, { count: numberText(count) });
-  byId('pick-all').checked = count > 0 && count === visible.length;
-  byId('pick-all').indeterminate = count > 0 && count < visible.length;
+  const all = matching();
+  const onPage = all.slice(0, limit);
+  const count = all.filter(({ id }) => picked.has(id)).length;
+  const onPagePicked = onPage.filter(({ id }) => picked.has(id)).length;
+  byId('pick-matching').hidden = all.length <= onPage.length || onPagePicked < onPage.length || count === all.length;
+  byId('pick-matching').textContent = fill(byId('pick-matching').dataset.text, { count: all.length });
+  byId('picked').textContent = fill(byId('picked').dataset.text, { count });
+  byId('pick-all').checked = onPagePicked > 0 && onPagePicked === onPage.length;
+  byId('pick-all').indeterminate = onPagePicked > 0 && onPagePicked < onPage.length;
   for (const button of byId('bulk').querySelectorAll('button')) button.disabled = count === 0;
 }
 
@@ -97,7 +110,7 @@ function show() {
   const all = matching();
   byId('items').replaceChildren(...shown().map(makeItem));
   byId('count').textContent = fill(byId('count').dataset.text,
-    { shown: numberText(Math.min(limit, all.length)), total: numberText(items.length) });
+    { shown: Math.min(limit, all.length), total: items.length });
   byId('count').hidden = items.length === 0;
   byId('looking').hidden = items.length === 0;
   byId('bulk').hidden = all.length === 0;
@@ -123,7 +136,7 @@ async function readAll() {
       show();
     }
   }
-  return [...found.values()].sort((a, b) => b.when - a.when);
+  return [...found.values()];
 }
 
 async function load() {
@@ -162,8 +175,8 @@ function tell(done, asked) {
   const outcome = byId('outcome');
   const failed = asked - Object.values(done).at(-1);
   const texts = Object.entries(done).filter(([, count]) => count > 0)
-    .map(([action, count]) => fill(outcome.dataset[action], { count: numberText(count) }));
-  if (failed > 0) texts.push(fill(outcome.dataset.partly, { count: numberText(failed) }));
+    .map(([action, count]) => fill(outcome.dataset[action], { count }));
+  if (failed > 0) texts.push(fill(outcome.dataset.partly, { count: failed }));
   outcome.textContent = texts.join(' · ');
   outcome.className = failed ? 'notice warning' : 'notice success';
   outcome.hidden = false;
@@ -189,7 +202,13 @@ async function act(action, ids) {
 }
 
 byId('search').addEventListener('input', () => { limit = STEP; show(); });
+byId('sort').addEventListener('change', () => { limit = STEP; show(); });
 byId('more').addEventListener('click', () => { limit += STEP; show(); });
+byId('pick-matching').addEventListener('click', () => {
+  for (const { id } of matching()) picked.add(id);
+  show();
+  byId('pick-all').focus();
+});
 byId('items').addEventListener('change', ({ target }) => {
   const { id } = target.closest('.entry').dataset;
   if (target.checked) picked.add(id);
@@ -208,7 +227,7 @@ byId('pick-all').addEventListener('change', ({ target }) => {
   show();
 });
 byId('bulk').addEventListener('click', ({ target }) => {
-  if (target.dataset.action) act(target.dataset.action, shown().map(({ id }) => id).filter((id) => picked.has(id)));
+  if (target.dataset.action) act(target.dataset.action, matching().map(({ id }) => id).filter((id) => picked.has(id)));
 });
 byId('details').addEventListener('click', ({ target }) => {
   if (!target.dataset.action) return;

@@ -1,6 +1,6 @@
 // A question before something happens that is not easily undone.
 import { byId } from './form.js';
-import { fill } from './poll.js';
+import { fill, shortened, visible } from './wording.js';
 
 const MOST_NAMES = 5;
 
@@ -9,7 +9,7 @@ function listNames(list, names) {
   if (names.length > shown.length) shown.push(fill(list.dataset.more, { count: names.length - shown.length }));
   list.replaceChildren(...shown.map((name) => {
     const entry = document.createElement('li');
-    entry.textContent = name;
+    entry.textContent = shortened(visible(name), 120);
     return entry;
   }));
 }

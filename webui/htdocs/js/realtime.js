@@ -1,5 +1,7 @@
-// The real-time scan: on or off, and when files are checked.
-import { askAboutOverwriting, byId, enableWhile, validateOnSubmit } from './form.js';
+// The real-time scan: on or off, what it guards, and when files are checked.
+import { bindFolders } from './folders.js';
+import { byId, enableWhile, validateOnSubmit } from './form.js';
+import { guardSettings } from './overwrite.js';
 import { readPageVariables } from './page-variables.js';
 import { bindScanSettings } from './scan-settings.js';
 
@@ -19,14 +21,21 @@ on.addEventListener('change', () => {
   outgoing.checked = true;
 });
 
-// The service is not able to scan in real time: settings can still be made, and take effect once it is.
-if (variables.get('bRealTimeScanDisabled') === true) {
+/** Switched off is a state like others; that it does not run although it is on, or cannot run at all, is an alarm. */
+function showState() {
   const state = byId('realtime-state');
-  state.classList.replace('warning', 'danger');
-  state.setAttribute('role', 'alert');
   // Only the notice of a kernel that does not let files be watched names its module, and does so in every language.
-  byId('realtime-why').hidden = !state.textContent.includes('KHM');
+  const impossible = state.textContent.includes('KHM');
+  const broken = variables.get('bRealTimeScanDisabled') === true && (on.checked || impossible);
+  byId('realtime-why').hidden = !impossible;
+  if (impossible) state.textContent = state.dataset.impossible;
+  else if (broken) state.textContent = state.dataset.broken;
+  else if (!on.checked) state.textContent = state.dataset.off;
+  state.className = `notice ${impossible || broken ? 'danger' : 'quiet'}`;
+  if (impossible || broken) state.setAttribute('role', 'alert');
 }
 
+showState();
+bindFolders(form, 'realtime');
 validateOnSubmit(form, bindScanSettings(form, variables));
-askAboutOverwriting(form, variables.get('bIsConfigFileModified') === true, 'Save');
+guardSettings(form, variables);

@@ -1,40 +1,61 @@
-// A running scan: its figures, kept current, and the button that stops it.
+// A running scan: how far it is, what it found, and the buttons that stop it or let it wait.
+import { getJson } from './api.js';
 import { post } from './csrf.js';
 import { byId } from './form.js';
 import { readPageVariables } from './page-variables.js';
-import { fill, follow } from './poll.js';
-import { showScanDetails } from './scan-details.js';
+import { makeClock, showFigures, showFinds } from './scan-details.js';
+import { watch } from './watch.js';
+import { fill } from './wording.js';
 
-const number = new Intl.NumberFormat(document.documentElement.lang || 'en-US');
+const RUNNING = 4;
+const AT_A_TIME = 200;
+const LONGEST_WAIT = 8;
+
 const requestId = new URLSearchParams(location.search).get('RequestID') ?? '';
+const clock = makeClock();
 let spoken = '';
+let read = 0;
+let wait = 1;
 
 /** Tells those who do not see the bar, but only every ten percent and at every find. */
-function announce(percent, values) {
-  const step = `${Math.floor(percent / 10)}/${values.infected}`;
+function announce(values) {
+  const step = `${Math.floor(values.percent / 10)}/${values.infected}`;
   if (step === spoken) return;
   spoken = step;
   byId('announcement').textContent = fill(byId('announcement').dataset.text, values);
 }
 
-function show(page) {
-  const variables = readPageVariables(page);
-  const percent = variables.get('iProgressPercent') ?? 0;
-  const total = variables.get('iTotalFilesNeedToScan') ?? 0;
-  const values = {
-    percent: String(percent),
-    scanned: number.format(variables.get('iScannedFiles') ?? 0),
-    total: number.format(total),
-    infected: number.format(variables.get('iInfected') ?? 0),
-  };
-  byId('no-answer').hidden = true;
-  byId('counting').hidden = total !== 0;
-  if (total === 0) byId('bar').removeAttribute('value');
-  else byId('bar').value = percent;
-  byId('percent').textContent = `${percent}%`;
-  for (const name of ['scanned', 'total', 'infected']) byId(name).textContent = values[name];
-  byId('infected').classList.toggle('found', values.infected !== '0');
-  announce(percent, values);
+/** How much is done: by bytes as far as they are known, as large files take long; else by files. */
+function percentOf({ scanned, skipped, total, bytes, totalBytes }) {
+  if (total === 0) return 0;
+  const done = totalBytes > 0 ? bytes / totalBytes : (scanned + skipped) / total;
+  return Math.min(99, Math.floor(done * 100));
+}
+
+function showProgress(values, counting) {
+  byId('counting').hidden = !counting;
+  if (counting) byId('bar').removeAttribute('value');
+  else byId('bar').value = values.percent;
+  byId('percent').textContent = `${values.percent}%`;
+  for (const name of ['scanned', 'total', 'infected']) byId(name).textContent = fill(`{${name}}`, values);
+  byId('infected').classList.toggle('found', values.infected > 0);
+  announce(values);
+}
+
+function show(scan) {
+  const values = { percent: percentOf(scan), scanned: scan.scanned, total: scan.total, infected: scan.found };
+  showProgress(values, scan.total === 0);
+  showFinds(scan.finds);
+  showFigures(scan, clock(scan, Date.now() / 1000));
+}
+
+/** What the page itself carries, until the first answer. */
+function showFirst() {
+  const variables = readPageVariables();
+  const of = (name) => variables.get(name) ?? 0;
+  const values =
+    { percent: of('iProgressPercent'), scanned: of('iScannedFiles'), total: of('iTotalFilesNeedToScan'), infected: of('iInfected') };
+  showProgress(values, values.total === 0);
 }
 
 byId('request-id').value = requestId;
@@ -46,6 +67,22 @@ byId('stop-form').addEventListener('submit', async (event) => {
   byId('stop').disabled = false;
 });
 
-show(document);
-showScanDetails(requestId);
-follow(show, () => { byId('no-answer').hidden = false; });
+showFirst();
+watch(async () => {
+  try {
+    const scan = await getJson(`/NorvLinux/scanstatus.cgi?RequestID=${encodeURIComponent(requestId)}&From=${read}`);
+    read += scan.finds.length;
+    wait = scan.finds.length === AT_A_TIME ? 0.1 : 1;
+    byId('no-answer').hidden = true;
+    if (scan.state === RUNNING) {
+      show(scan);
+      return true;
+    }
+    location.reload();
+    return false;
+  } catch {
+    wait = Math.min(wait * 2, LONGEST_WAIT);
+    byId('no-answer').hidden = false;
+    return true;
+  }
+}, () => wait);

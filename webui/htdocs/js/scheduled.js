@@ -1,5 +1,7 @@
 // The scheduled scan: how often and when.
-import { askAboutOverwriting, bindTime, byId, dayName, enableWhile, selectOption, validateOnSubmit } from './form.js';
+import { bindFolders } from './folders.js';
+import { bindTime, byId, dayName, enableWhile, selectOption, validateOnSubmit } from './form.js';
+import { guardSettings } from './overwrite.js';
 import { readPageVariables } from './page-variables.js';
 import { bindScanSettings } from './scan-settings.js';
 
@@ -17,5 +19,6 @@ selectOption(byId('month-day'), String(monthDay >= 1 && monthDay <= 31 ? monthDa
 const checkTime = bindTime(form, variables.get('ScheduledTime'));
 enableWhile(on, byId('schedule-times'))();
 
+bindFolders(form, 'scheduled');
 validateOnSubmit(form, [checkTime, ...bindScanSettings(form, variables)]);
-askAboutOverwriting(form, variables.get('bIsConfigFileModified') === true, 'Save');
+guardSettings(form, variables);

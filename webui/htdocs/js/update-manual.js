@@ -2,6 +2,7 @@
 import { getJson } from './api.js';
 import { bindComponents } from './components.js';
 import { post } from './csrf.js';
+import { sessionEnded } from './draft.js';
 import { byId, validateOnSubmit } from './form.js';
 import { readPageVariables } from './page-variables.js';
 
@@ -22,7 +23,8 @@ async function startUpdate() {
     const answer = await post(Object.fromEntries(new FormData(form)));
     if (!answer.ok) throw new Error(answer.statusText);
     const id = encodeURIComponent(byId('request-id').value);
-    location.assign(answer.redirected ? '/' : `./scanoption.cgi?id=update_progress&RequestID=${id}`);
+    if (answer.redirected) sessionEnded();
+    else location.assign(`./scanoption.cgi?id=update_progress&RequestID=${id}`);
   } catch {
     byId('start-failed').hidden = false;
   }

@@ -1,7 +1,8 @@
 // A running update: its percentage, kept current.
 import { byId } from './form.js';
 import { readPageVariables } from './page-variables.js';
-import { fill, follow } from './poll.js';
+import { follow } from './poll.js';
+import { fill } from './wording.js';
 
 const PATIENCE = 120_000;
 let last = { percent: -1, since: Date.now() };

@@ -1,5 +1,6 @@
 // The scheduled update: how often and when, and what it fetches.
 import { bindComponents } from './components.js';
+import { guardForm } from './draft.js';
 import { bindTime, byId, dayName, enableWhile, selectOption, validateOnSubmit } from './form.js';
 import { readPageVariables } from './page-variables.js';
 
@@ -24,3 +25,4 @@ enableWhile(on, byId('components'))();
 
 validateOnSubmit(form, [checkTime, bindComponents(variables)]);
 form.addEventListener('submit', () => { byId('schedule-state').value = on.checked ? 'ON' : 'OFF'; });
+guardForm(form, () => ({}));

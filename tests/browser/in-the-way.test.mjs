@@ -1,0 +1,83 @@
+// When something is in the way of what somebody does: nothing typed is lost, and what is said is true.
+import assert from 'node:assert/strict';
+import { renameSync } from 'node:fs';
+import { join } from 'node:path';
+import test from 'node:test';
+import { addresses, logOn, newPage } from './support/console.mjs';
+import { readControls, setControls } from './support/controls.mjs';
+import { fitsAndIsAccessible } from './support/looks.mjs';
+import { audited, browser, console_, shareConsole } from './support/shared.mjs';
+
+shareConsole({ shared: null });
+
+async function open(address) {
+  const page = await newPage(browser, console_, audited);
+  await logOn(page, console_);
+  await page.goto(address);
+  return page;
+}
+
+test('a session that ends in a form costs nothing that was typed', async () => {
+  const page = await open(addresses.scheduled);
+  await page.locator('#chosen li').first().waitFor();
+  await setControls(page, { 'schedule-on': true, daily: true, time: '04:44', layers: '9' });
+  await page.context().clearCookies();
+  await page.locator('#save').click();
+  await page.locator('#kept').waitFor();
+  assert.equal(await page.locator('#ended').isVisible(), true);
+  await fitsAndIsAccessible(page, 'logon-ended');
+  await logOn(page, console_);
+  assert.equal(await page.locator('#unsaved-page').textContent(), 'Scheduled scan');
+  await fitsAndIsAccessible(page, 'overview-unsaved');
+  await page.locator('#unsaved-page').click();
+  assert.notEqual((await readControls(page)).time, '04:44', 'nothing was saved');
+  await fitsAndIsAccessible(page, 'settings-kept');
+  await page.locator('#kept-use').click();
+  const { time, layers, daily } = await readControls(page);
+  assert.deepEqual({ time, layers, daily }, { time: '04:44', layers: '9', daily: true });
+  await page.locator('#save').click();
+  await page.locator('.notice.success').waitFor();
+  await page.goto(addresses.scheduled);
+  assert.equal(await page.locator('#kept').isVisible(), false);
+  assert.deepEqual(page.errors, []);
+});
+
+test('whoever leaves unsaved changes is asked, and nobody else is', async () => {
+  const page = await open(addresses.manual);
+  const asked = [];
+  page.on('dialog', (dialog) => { asked.push(dialog.type()); dialog.accept(); });
+  await page.locator('#chosen li').first().waitFor();
+  await page.locator('nav a[data-section="quarantine"]').click();
+  await page.waitForURL('**/quarantine.cgi');
+  assert.deepEqual(asked, []);
+  for (const change of [() => page.locator('#backup').click(), () => page.locator('#patterns').fill('*.x')]) {
+    await page.goto(addresses.manual);
+    await page.locator('#chosen li').first().waitFor();
+    await change();
+    await page.locator('nav a[data-section="quarantine"]').click();
+    await page.waitForURL('**/quarantine.cgi');
+    assert.equal(asked.pop(), 'beforeunload');
+  }
+});
+
+test('a cookie that another program on this host planted locks nobody out', async () => {
+  const page = await open(addresses.manual);
+  const { hostname } = new URL(console_.base);
+  await page.context().addCookies([{ name: 'CsrfToken', value: 'planted', domain: hostname, path: '/NorvLinux' }]);
+  await page.goto(addresses.manual);
+  await page.locator('#save').click();
+  await page.locator('.notice.success').waitFor();
+});
+
+test('while the service is away the log-on page says so, and not that a password is wrong', async () => {
+  const page = await newPage(browser, console_, audited);
+  const socket = join(console_.folder, 'keldrad.sock');
+  renameSync(socket, `${socket}.away`);
+  await page.goto('/');
+  await page.locator('#down').waitFor();
+  await fitsAndIsAccessible(page, 'logon-down');
+  renameSync(`${socket}.away`, socket);
+  await page.reload();
+  await page.waitForLoadState('networkidle');
+  assert.equal(await page.locator('#down').isVisible(), false);
+});
