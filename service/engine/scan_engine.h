@@ -3,6 +3,9 @@
 #include "service/engine/scan_result.h"
 #include "service/engine/signature_files.h"
 
+#include <sys/stat.h>
+#include <sys/types.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -42,34 +45,49 @@ public:
     virtual ~ScanEngine() = default;
 
     /// Scans an open regular file from its beginning, whatever its offset. `path` is for messages only. A stop asked
-    /// for in the meantime ends the scan at the next archive member, and soon in a large file.
+    /// for in the meantime ends the scan at once. A file that the scanner could not deal with is FAILED, with the
+    /// reason; the real-time lane is told so without another try until signatures change. While signatures are loaded
+    /// and none are in use, the real-time lane is refused (FAILED), and the others wait.
     virtual ScanResult scan(int fd, const std::string& path, const ScanOptions& options, std::stop_token stop) = 0;
+
+    /// Whether the very same file was clean in a scan with these options and the signatures in use, so that it need not
+    /// even be opened. `place`: an open folder or file of its file system; `status`: as just taken from the file.
+    virtual bool knowsClean(int /*place*/, const struct stat& /*status*/, const ScanOptions& /*options*/) const {
+        return false;
+    }
 
     virtual EngineState state() const = 0;
 
-    /// Reads the signatures and waits for it. Scans go on with the old ones meanwhile, and go on with them for good
-    /// when the new ones cannot be loaded. Returns whether the new ones are in use.
+    /// Reads the signatures and waits for it. Scans go on with the old ones meanwhile, as long as there is memory for
+    /// both, and go on with them for good when the new ones cannot be loaded. Returns whether the new ones are in use.
     virtual bool load() = 0;
 
     /// The same in the background; `done`, which may be empty, is called from there with `load`'s result. A call while
     /// one is under way is remembered and done after it.
     virtual void reload(std::function<void(bool)> done) = 0;
 
-    /// Waits for a reload under way and forgets the others, without calling their `done`. To be called before whatever
-    /// these use goes.
+    /// Ends a load under way (nobody's `done` is called) and forgets the others. To be called before whatever these use
+    /// goes; nothing is loaded after it.
     virtual void stopReloads() {}
+
+    /// Whether a process belongs to the engine: what it opens must not wait for a scan.
+    virtual bool ownsProcess(pid_t /*pid*/) const { return false; }
 };
 
 /// What an engine is made of.
 struct EngineSettings {
     std::vector<std::string> signatureFolders;  ///< all that exist are loaded together
-    std::string temporaryFolder;                ///< for what is unpacked; empty: the system's
+    std::string temporaryFolder;                ///< for what is unpacked; empty: one below the system's
     /// Asked about a file in which something was found; true makes it clean. May be empty.
     std::function<bool(int fd)> trusted;
-    uint64_t fileSize = (uint64_t{2} << 30U) - 3;  ///< bytes; larger files and members are not looked at
-    uint64_t scanSize = uint64_t{4} << 30U;        ///< bytes unpacked from one file, in all
-    uint32_t files = 100000;                       ///< members of one file, in all
-    uint32_t scanTime = 600;                       ///< seconds for one file
+    std::string scanner;    ///< the program keldra-scanner; empty: beside this program
+    std::string scanUser;   ///< whom it runs as where this process may choose; empty: "keldra-scan", else "nobody"
+    std::string cleanFile;  ///< where it is kept which files were clean; empty: nowhere
+    uint64_t fileSize = (uint64_t{2} << 30U) - 3;  ///< bytes; larger files are not looked at
+    uint64_t memberSize = uint64_t{384} << 20U;    ///< bytes; larger files inside others are not looked at
+    uint64_t room = uint64_t{400} << 20U;          ///< bytes that all that is unpacked may take on disk at a time
+    ScanLimits limits{uint64_t{4} << 30U, 100000, 300};
+    ScanLimits realtimeLimits{uint64_t{128} << 20U, 5000, 120};
 };
 
 /// An engine without a database; `load` or `reload` fetches it.

@@ -12,8 +12,11 @@ constexpr uint64_t MEBIBYTE = uint64_t{1} << 20U;
 
 }  // namespace
 
-ScanOptions scanOptionsOf(const NORVScanConfig& settings) {
-    return {settings.scanCompressed, settings.compressionLayer, settings.compressFileSizeLimit * MEBIBYTE};
+ScanOptions scanOptionsOf(const NORVScanConfig& settings, ScanLane lane) {
+    return {.archives = settings.scanCompressed,
+            .layers = settings.compressionLayer,
+            .memberSizeLimit = settings.compressFileSizeLimit * MEBIBYTE,
+            .lane = lane};
 }
 
 ScanResult notFullyScanned(std::string detail) { return {Verdict::NOT_FULLY_SCANNED, "", std::move(detail)}; }

@@ -111,7 +111,7 @@ void AccessListener::receive(const fanotify_event_metadata& event, FileDescripto
     const bool waiting = (event.mask & FAN_OPEN_PERM) != 0;
     if ((event.mask & FAN_CLOSE_WRITE) != 0 && settings_.incoming)
         source.group->mark(FAN_MARK_REMOVE | FAN_MARK_IGNORED_MASK, FAN_OPEN_PERM, event.fd, nullptr);
-    const bool ours = event.pid == getpid();
+    const bool ours = scan_.isOwn(event.pid);
     if (!ours && !ended_ && (waiting || settings_.outgoing)) return admit(event, std::move(file), source);
     if (waiting) source.group->answer(event.fd, false);
 }

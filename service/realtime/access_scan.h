@@ -5,6 +5,7 @@
 #include "service/realtime/watched_places.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <functional>
@@ -31,6 +32,8 @@ struct OnAccessHooks {
     /// A stop is asked for when the scan takes too long or the listener ends; then the answer does not matter any more.
     std::function<OnAccessAnswer(int fd, const std::string& path, std::stop_token stop)> scan;
     std::function<void(int fd, const std::string& path, const OnAccessAnswer& answer)> act;
+    /// Whether a process is one of the service's own, beside this one. Must not wait for anything. May be empty.
+    std::function<bool(pid_t pid)> own = {};
 };
 
 /// What is done about one access: whether the file lies in what is watched, its scan, and what follows from it. May be
@@ -49,6 +52,8 @@ public:
 
     /// False for what plainly lies outside. Waits for nothing.
     bool mayConcern(const FileAccess& access) const;
+    /// Whether the service itself accesses files in this process.
+    bool isOwn(pid_t pid) const { return pid == ::getpid() || (hooks_->own && hooks_->own(pid)); }
     /// Answers whoever waits, but for what could not be scanned. Waits for the file's file system.
     Outcome scan(const FileAccess& access, const std::stop_token& stop, std::string& why);
     /// The file is not scanned again before it, the signatures or the settings change.

@@ -16,7 +16,7 @@ namespace keldra {
 struct RealtimeScan::Policy {
     explicit Policy(const NORVRealtimeScanConfig& record)
         : settings(record),
-          options(scanOptionsOf(record)),
+          options(scanOptionsOf(record, ScanLane::REALTIME)),
           selector(record),
           excludePatterns(splitPathList(record.excludePatterns)) {}
 
@@ -38,7 +38,8 @@ RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std
       policy_(std::make_shared<const Policy>(NORVRealtimeScanConfig())),
       listener_(
           {[this](int fd, const std::string& path, std::stop_token stop) { return scan(fd, path, std::move(stop)); },
-           [this](int fd, const std::string& path, const OnAccessAnswer& answer) { act(fd, path, answer); }}) {}
+           [this](int fd, const std::string& path, const OnAccessAnswer& answer) { act(fd, path, answer); },
+           [this](pid_t pid) { return engine_.ownsProcess(pid); }}) {}
 
 void RealtimeScan::configure(const NORVConfig& config) {
     const NORVRealtimeScanConfig record(config);
@@ -66,8 +67,7 @@ OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_tok
     const ScanResult result = engine_.scan(fd, path, policy->options, std::move(stop));
     if (result.verdict == Verdict::FAILED) {
         answer.unscanned = result.detail;
-        // Before there are signatures, all files fail.
-        answer.unscannable = engine_.state().database == EngineState::Database::LOADED;
+        answer.unscannable = result.lasting;
     }
     answer.cacheable = result.verdict == Verdict::CLEAN;
     if (result.verdict != Verdict::INFECTED) return answer;

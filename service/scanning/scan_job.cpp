@@ -20,6 +20,11 @@ constexpr unsigned int MOST_WORKERS = 32;
 constexpr int64_t SAVE_EVERY = 5000;  // milliseconds
 constexpr auto ENGINE_POLL = std::chrono::milliseconds(50);
 
+ScanLane laneOf(ScanKind kind) {
+    if (kind == ScanKind::MANUAL) return ScanLane::MANUAL;
+    return kind == ScanKind::SCHEDULED ? ScanLane::SCHEDULED : ScanLane::PATH;
+}
+
 std::vector<std::string> rootsOf(const ScanRequest& request) {
     return normalPaths(request.roots.empty() ? splitPathList(request.settings.scanPaths) : request.roots);
 }
@@ -30,7 +35,7 @@ ScanJob::ScanJob(std::string id, ScanRequest request, const ScanTools& tools)
     : request_(std::move(request)),
       tools_(tools),
       selector_(request_.settings),
-      options_(scanOptionsOf(request_.settings)),
+      options_(scanOptionsOf(request_.settings, laneOf(request_.kind))),
       findsFile_(tools.history.openFinds(id)),
       stopMessage_(SCAN_SHUT_DOWN),
       saved_(tools.clock.steadyMilliseconds()) {
@@ -188,7 +193,17 @@ void ScanJob::walk() {
 }
 
 void ScanJob::work(FileWalk& files) {
-    while (const std::optional<ScannedFile> file = files.nextOpened(stop_.get_token())) scanFile(*file);
+    const auto knownClean = [this](int folder, const struct stat& status) { return passKnown(folder, status); };
+    while (const std::optional<ScannedFile> file = files.nextOpened(stop_.get_token(), knownClean)) scanFile(*file);
+}
+
+/// Whether the file is known to be clean; it is counted then, as if it had been opened.
+bool ScanJob::passKnown(int folder, const struct stat& status) {
+    if (!tools_.engine.knowsClean(folder, status, options_)) return false;
+    const std::lock_guard lock(mutex_);
+    ++status_.scanned;
+    status_.bytes += static_cast<uint64_t>(status.st_size);
+    return true;
 }
 
 void ScanJob::scanFile(const ScannedFile& file) {

@@ -56,6 +56,7 @@ private:
     bool prepare();
     void walk();
     void work(FileWalk& files);
+    bool passKnown(int folder, const struct stat& status);
     void scanFile(const ScannedFile& file);
     bool stopping() const { return stop_.stop_requested(); }
     void guarded(const std::function<void()>& body);

@@ -56,6 +56,9 @@ void describe(CLI::App& app, CommandLine& line) {
                    "Folder shared with the console when the configuration names none [STATE/var]");
     app.add_option("--signatures", options.signatures,
                    "Folder of signatures used beside the updated ones in STATE/signatures; may be repeated");
+    app.add_option("--scanner", options.scanner, "Program that scans files [keldra-scanner beside this program]");
+    app.add_option("--scan-user", options.scanUser,
+                   "User whom it runs as, where the service has the right to choose [keldra-scan, else nobody]");
     app.add_option("--freshclam", options.freshclam, "Program that fetches updates")->capture_default_str();
     app.add_option("--database-owner", options.databaseOwner, "User whom it runs as when the service runs as root");
     app.add_option("--log", line.log, "syslog, stderr, or a file to append to (KELDRA_LOG)")->capture_default_str();

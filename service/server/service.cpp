@@ -168,6 +168,9 @@ void Service::makeParts() {
     engine_ = makeScanEngine({.signatureFolders = signatureFolders(options_),
                               .temporaryFolder = options_.state / "tmp",
                               .trusted = [this](int fd) { return quarantine_.isTrusted(fd); },
+                              .scanner = options_.scanner,
+                              .scanUser = options_.scanUser,
+                              .cleanFile = options_.state / "clean-files",
                               .fileSize = std::min(EngineSettings().fileSize, physicalMemory() / 4)});
     ScanJobsSettings scans;
     scans.historyFolder = options_.state / "history";
@@ -198,7 +201,9 @@ void Service::makeParts() {
 
 ClientHooks Service::clientHooks() {
     return {.scan = [this](int fd, const std::string& name,
-                           std::stop_token stop) { return engine_->scan(fd, name, ScanOptions(), std::move(stop)); },
+                           std::stop_token stop) {
+                return engine_->scan(fd, name, {.lane = ScanLane::CLIENT}, std::move(stop));
+            },
             .report =
                 [](const ClientReport& report) {
                     const ScanResult& result = report.result;

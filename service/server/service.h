@@ -36,6 +36,8 @@ struct ServiceOptions {
     std::filesystem::path socket;
     std::filesystem::path var;            ///< served as VarPath when the document names none
     std::vector<std::string> signatures;  ///< folders of databases that are used beside the updated ones
+    std::string scanner;                  ///< program that scans; empty: keldra-scanner beside this one
+    std::string scanUser;                 ///< whom it runs as where that can be chosen; empty: keldra-scan or nobody
     std::string freshclam = "/usr/bin/freshclam";
     std::string databaseOwner;  ///< user whom freshclam runs as when started by root; empty: our own
     ServerAccess access;

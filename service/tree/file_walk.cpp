@@ -204,6 +204,16 @@ std::optional<FoundFile> FileWalk::State::file(const Folder& folder, const std::
     return FoundFile{folder, name, std::move(path)};
 }
 
+namespace {
+
+bool isKnown(const FoundFile& found, const FileWalk::Known& known) {
+    struct stat status {};
+    return ::fstatat(found.folder->get(), found.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(status.st_mode) && known(found.folder->get(), status);
+}
+
+}  // namespace
+
 FileWalk::FileWalk(const WalkPlan& plan, Skipped skipped)
     : skipped_(std::move(skipped)), state_(std::make_unique<State>(plan, skipped_)) {}
 
@@ -214,8 +224,9 @@ std::optional<FoundFile> FileWalk::next(const std::stop_token& stop) {
     return state_->next(stop);
 }
 
-std::optional<ScannedFile> FileWalk::nextOpened(const std::stop_token& stop) {
+std::optional<ScannedFile> FileWalk::nextOpened(const std::stop_token& stop, const Known& known) {
     while (const std::optional<FoundFile> found = next(stop)) {
+        if (known && isKnown(*found, known)) continue;
         std::optional<ScannedFile> opened = openInFolder(found->folder, found->name, found->path);
         if (opened) return opened;
         // EINVAL: it became a pipe or the like; ELOOP: it became a symbolic link.

@@ -51,8 +51,11 @@ public:
 
     /// The next file; nothing when there is none any more or a stop was asked for.
     std::optional<FoundFile> next(const std::stop_token& stop);
-    /// The next one that can be opened, opened for reading.
-    std::optional<ScannedFile> nextOpened(const std::stop_token& stop);
+    /// Whether a regular file of an open folder can be passed over without being opened.
+    using Known = std::function<bool(int folder, const struct stat& status)>;
+
+    /// The next one that can be opened, opened for reading; what is `known` is passed over.
+    std::optional<ScannedFile> nextOpened(const std::stop_token& stop, const Known& known = {});
 
 private:
     class State;

@@ -31,12 +31,13 @@ test('the catalogue knows every text that the service shows on a page', () => {
     ['service/quarantine/trust_list.cpp', /return "([A-Z][^"]+?)(?:: )?"/g],
     ['service/quarantine/origin.cpp', /return "(\w[^"]+)"/g],
     ['service/quarantine/actions.cpp', /(?:\{true,|text =|return \{true,) "([^"]+?) ?"/g],
-    ['service/engine/scan_engine.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
-    ['service/engine/content_scan.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
     ['service/verdict/protection.cpp', /Row\{"\w+", [A-Z]+, "([^"]+)"/g],
     ['service/settings/settings_table.cpp', /SettingsFault\{name, "([^"]+)"/g],
+    ['service/engine/scanner_pool.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
+    ['service/engine/scanner_pool.cpp', /(?:TOO_\w+ =|return|lastingFailure\(|FAILED, "",) ?"(the scan[^"]+|what[^"]+)"/g],
+    ['service/scanner/content_scan.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
     ['service/tree/share_roots.cpp', /(?:return|fault =) "([A-Z][^"]+)"/g],
-    ['service/engine/content_scan.cpp', /incomplete = "([^"]+)"/g],
+    ['service/scanner/content_scan.cpp', /incomplete = "([^"]+)"/g],
   ];
   for (const [path, pattern] of lists) {
     const texts = [...source(path).matchAll(pattern)].map((match) => match[1]);

@@ -58,11 +58,16 @@ ScannedFile opened(const std::filesystem::path& path) {
     return file ? std::move(*file) : ScannedFile{};
 }
 
+EngineSettings engineSettings(std::vector<std::string> signatureFolders) {
+    EngineSettings settings;
+    settings.signatureFolders = std::move(signatureFolders);
+    settings.scanner = BINARY_DIR "/service/keldra-scanner";
+    return settings;
+}
+
 ScanEngine& shippedEngine() {
     static const std::unique_ptr<ScanEngine> ENGINE = [] {
-        EngineSettings settings;
-        settings.signatureFolders = {SOURCE_DIR "/deploy/signatures"};
-        std::unique_ptr<ScanEngine> engine = makeScanEngine(std::move(settings));
+        std::unique_ptr<ScanEngine> engine = makeScanEngine(engineSettings({SOURCE_DIR "/deploy/signatures"}));
         EXPECT_TRUE(engine->load());
         return engine;
     }();

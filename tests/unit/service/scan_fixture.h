@@ -25,6 +25,9 @@ std::string zipOf(const std::vector<std::pair<std::string, std::string>>& member
 /// Opens a file that must be there.
 ScannedFile opened(const std::filesystem::path& path);
 
+/// Settings of an engine whose scanner is the one just built.
+EngineSettings engineSettings(std::vector<std::string> signatureFolders);
+
 /// The real engine with the signatures that ship with the service, loaded once for the whole program.
 ScanEngine& shippedEngine();
 

@@ -21,9 +21,9 @@ protected:
     }
 
     std::unique_ptr<ScanEngine> engineOver(const std::vector<std::string>& folders) {
-        EngineSettings settings;
-        for (const std::string& folder : folders) settings.signatureFolders.push_back(dir_ / folder);
-        return makeScanEngine(std::move(settings));
+        std::vector<std::string> paths;
+        for (const std::string& folder : folders) paths.push_back(dir_ / folder);
+        return makeScanEngine(engineSettings(paths));
     }
 
     Verdict verdictOf(ScanEngine& engine, const std::string& content) {
@@ -134,8 +134,7 @@ TEST_F(ScanEngineTest, StoppedScanOfAnArchiveIsNotCalledClean) {
 }
 
 TEST_F(ScanEngineTest, FileBeyondTheEnginesSizeIsReported) {
-    EngineSettings settings;
-    settings.signatureFolders = {SOURCE_DIR "/deploy/signatures"};
+    EngineSettings settings = engineSettings({SOURCE_DIR "/deploy/signatures"});
     settings.fileSize = 1000;
     const std::unique_ptr<ScanEngine> engine = makeScanEngine(settings);
     ASSERT_TRUE(engine->load());
@@ -209,8 +208,7 @@ TEST_F(ScanEngineTest, ScansGoOnWhileSignaturesAreReloaded) {
 }
 
 TEST_F(ScanEngineTest, TrustedFileIsClean) {
-    EngineSettings settings;
-    settings.signatureFolders = {SOURCE_DIR "/deploy/signatures"};
+    EngineSettings settings = engineSettings({SOURCE_DIR "/deploy/signatures"});
     settings.trusted = [](int /*fd*/) { return true; };
     const std::unique_ptr<ScanEngine> engine = makeScanEngine(settings);
     ASSERT_TRUE(engine->load());

@@ -1,4 +1,4 @@
-#include "service/engine/content_scan.h"
+#include "service/scanner/content_scan.h"
 
 #include "service/base/files.h"
 
@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <memory>
 #include <optional>
 #include <span>
@@ -19,6 +20,16 @@
 namespace keldra {
 
 namespace {
+
+std::string reported;                      ///< the library's last error
+volatile std::sig_atomic_t outOfRoom = 0;  ///< a file for what is unpacked grew beyond its limit
+
+void noteMessage(enum cl_msg severity, const char* /*full*/, const char* text, void* /*context*/) {
+    if (severity >= CL_MSG_ERROR) reported = text ? text : "unknown";
+    while (!reported.empty() && reported.back() == '\n') reported.pop_back();
+}
+
+void noteTooLarge(int /*signal*/) { outOfRoom = 1; }
 
 constexpr uint32_t MOST_LAYERS = 20;
 
@@ -64,9 +75,7 @@ std::size_t LayerWatch::enter(std::size_t level, std::string_view type) {
 bool LayerWatch::leaveOut(std::size_t archives, uint64_t size) {
     const ScanOptions& options = scan.options;
     const uint32_t layers = options.layers == 0 || options.layers > MOST_LAYERS ? MOST_LAYERS : options.layers;
-    if (scan.stop.stop_requested()) {
-        incomplete = STOPPED;
-    } else if (archives > layers) {
+    if (archives > layers) {
         incomplete = "archives are nested more deeply than the settings allow";
     } else if (archives > 0 && options.memberSizeLimit != 0 && size > options.memberSizeLimit) {
         incomplete = "a file in the archive is larger than the settings allow";
@@ -98,22 +107,13 @@ cl_scan_options engineOptions(const ScanOptions& options) {
 
 bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
 
-/// A name of a signature of our own ends in this.
-std::string withoutSuffix(std::string name) {
-    constexpr std::string_view SUFFIX = ".UNOFFICIAL";
-    if (name.size() > SUFFIX.size() && name.compare(name.size() - SUFFIX.size(), SUFFIX.size(), SUFFIX) == 0) {
-        name.resize(name.size() - SUFFIX.size());
-    }
-    return name;
-}
-
 /// Finds that only tell that the engine could not see everything.
 ScanResult judgeFind(const std::string& name) {
     if (startsWith(name, "Heuristics.Limits.Exceeded"))
         return notFullyScanned("a limit of the engine was met (" + name + ")");
     if (startsWith(name, "Heuristics.Encrypted"))
         return notFullyScanned("it is encrypted, wholly or in parts (" + name + ")");
-    return {Verdict::INFECTED, withoutSuffix(name), "", name};
+    return {Verdict::INFECTED, name, ""};
 }
 
 ScanResult judge(cl_error_t code, const char* name, const LayerWatch& watch) {
@@ -121,13 +121,13 @@ ScanResult judge(cl_error_t code, const char* name, const LayerWatch& watch) {
         const ScanResult find = judgeFind(name ? name : "unknown");
         return find.verdict == Verdict::INFECTED || watch.incomplete.empty() ? find : notFullyScanned(watch.incomplete);
     }
-    // A reading that a stop cut short may look like any failure.
-    if (watch.incomplete == STOPPED) return notFullyScanned(STOPPED);
     if (code == CL_ETIMEOUT || code == CL_EMAXREC || code == CL_EMAXSIZE || code == CL_EMAXFILES) {
         return notFullyScanned("a limit of the engine was met");
     }
+    if (outOfRoom != 0) return notFullyScanned("what it holds takes too much room unpacked");
     if (code != CL_CLEAN) return {Verdict::FAILED, "", std::string("the engine failed: ") + cl_strerror(code)};
     if (!watch.incomplete.empty()) return notFullyScanned(watch.incomplete);
+    if (!reported.empty()) return {Verdict::FAILED, "", "the engine failed: " + reported};
     return {Verdict::CLEAN, "", ""};
 }
 
@@ -144,13 +144,13 @@ ScanResult scanMap(LayerWatch& watch, const Map& map) {
     const char* name = nullptr;
     unsigned long scanned = 0;
     const cl_error_t code =
-        cl_scanmap_callback(map.get(), watch.scan.path, &name, &scanned, watch.scan.library, &flags, &watch);
+        cl_scanmap_callback(map.get(), nullptr, &name, &scanned, watch.scan.library, &flags, &watch);
     return judge(code, name, watch);
 }
 
 /// The content of a small file, shorter when it was cut short since; nothing, with errno set, when it cannot be read.
 std::optional<std::span<const char>> readSmall(const ContentScan& scan) {
-    thread_local std::vector<char> buffer(SMALL_FILE);
+    static std::vector<char> buffer(SMALL_FILE);
     std::size_t length = 0;
     while (length < scan.size) {
         const ssize_t got = ::pread(scan.fd, buffer.data() + length, scan.size - length, static_cast<off_t>(length));
@@ -166,12 +166,8 @@ ScanResult scanSmall(const ContentScan& scan) {
     const auto content = readSmall(scan);
     if (!content) return {Verdict::FAILED, "", "it cannot be read: " + errorText(errno)};
     if (content->empty()) return {Verdict::CLEAN, "", ""};
-    const CleanCache::Key key = CleanCache::keyOf(*content, scan.options);
-    if (scan.clean.knows(key)) return {Verdict::CLEAN, "", ""};
     LayerWatch watch(scan);
-    ScanResult result = scanMap(watch, Map(cl_fmap_open_memory(content->data(), content->size()), cl_fmap_close));
-    if (result.verdict == Verdict::CLEAN) scan.clean.add(key);
-    return result;
+    return scanMap(watch, Map(cl_fmap_open_memory(content->data(), content->size()), cl_fmap_close));
 }
 
 /// The library touches each page of its copy before it has the page read: the kernel then maps every page twice and
@@ -186,27 +182,33 @@ void makeReady(void* buffer, size_t count) {
     ::madvise(buffer, end - begin, MADV_POPULATE_WRITE);
 }
 
-/// A stop need not wait for the end of a file. `handle`: the LayerWatch.
-off_t readUnlessStopped(void* handle, void* buffer, size_t count, off_t offset) {
-    LayerWatch& watch = *static_cast<LayerWatch*>(handle);
-    if (!watch.scan.stop.stop_requested()) {
-        makeReady(buffer, count);
-        return ::pread(watch.scan.fd, buffer, count, offset);
-    }
-    watch.incomplete = STOPPED;
-    errno = EIO;
-    return -1;
+/// `handle`: the LayerWatch.
+off_t readContent(void* handle, void* buffer, size_t count, off_t offset) {
+    makeReady(buffer, count);
+    return ::pread(static_cast<LayerWatch*>(handle)->scan.fd, buffer, count, offset);
 }
 
 ScanResult scanLarge(const ContentScan& scan) {
     LayerWatch watch(scan);
-    return scanMap(watch, Map(cl_fmap_open_handle(&watch, 0, scan.size, readUnlessStopped, 1), cl_fmap_close));
+    return scanMap(watch, Map(cl_fmap_open_handle(&watch, 0, scan.size, readContent, 1), cl_fmap_close));
 }
 
 }  // namespace
 
+bool initLibrary() {
+    std::signal(SIGXFSZ, noteTooLarge);
+    cl_set_clcb_msg(noteMessage);
+    return cl_init(CL_INIT_DEFAULT) == CL_SUCCESS;
+}
+
+const std::string& libraryError() { return reported; }
+
 void askAboutLayers(cl_engine& library) { cl_engine_set_clcb_file_inspection(&library, inspect); }
 
-ScanResult scanContent(const ContentScan& scan) { return scan.size <= SMALL_FILE ? scanSmall(scan) : scanLarge(scan); }
+ScanResult scanContent(const ContentScan& scan) {
+    reported.clear();
+    outOfRoom = 0;
+    return scan.size <= SMALL_FILE ? scanSmall(scan) : scanLarge(scan);
+}
 
 }  // namespace keldra

@@ -1,11 +1,9 @@
 #pragma once
 
-#include "service/engine/clean_cache.h"
 #include "service/engine/scan_result.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <stop_token>
 
 struct cl_engine;
 
@@ -18,17 +16,21 @@ inline constexpr std::uint32_t ENGINE_RECURSION = 24;
 struct ContentScan {
     int fd;            ///< an open regular file
     std::size_t size;  ///< bytes
-    const char* path;  ///< for messages
     const cl_engine* library;
-    CleanCache& clean;  ///< what this library found clean
     ScanOptions options;
-    std::stop_token stop;
 };
+
+/// Readies the library for this process. False when it cannot be used.
+bool initLibrary();
 
 /// Makes the library ask, at every layer of a file, whether `ContentScan::options` leave it out.
 void askAboutLayers(cl_engine& library);
 
-/// Scans the content, from its beginning, with a library that was made to ask about layers.
+/// Scans the content, from its beginning, with a library that was made to ask about layers. What the library reported
+/// as an error on the way makes a file FAILED that would be clean. Only one thread may do so.
 ScanResult scanContent(const ContentScan& scan);
+
+/// The last error that the library reported; empty without any.
+const std::string& libraryError();
 
 }  // namespace keldra

@@ -1,0 +1,78 @@
+#include "service/scanner/worker.h"
+
+#include "service/engine/scanner_wire.h"
+#include "service/scanner/content_scan.h"
+
+#include <clamav.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
+namespace keldra {
+
+namespace {
+
+constexpr rlim_t CPU_BEYOND_LIMIT = 10;  // seconds
+
+/// The process's limit on processor time counts from its start: it moves on with each file.
+void limitProcessorTime(uint32_t milliseconds) {
+    rusage used{};
+    rlimit limit{};
+    if (::getrusage(RUSAGE_SELF, &used) != 0 || ::getrlimit(RLIMIT_CPU, &limit) != 0) return;
+    const auto seconds = static_cast<rlim_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec);
+    limit.rlim_cur = std::min(limit.rlim_max, seconds + milliseconds / 1000 + CPU_BEYOND_LIMIT);
+    ::setrlimit(RLIMIT_CPU, &limit);
+}
+
+void limitMemory(uint64_t bytes) {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_AS, &limit) != 0) return;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, bytes);
+    ::setrlimit(RLIMIT_AS, &limit);
+}
+
+void applyLimits(cl_engine& library, const wire::ScanOrder& order) {
+    limitProcessorTime(order.milliseconds);
+    // The library counts the file itself to what it unpacks and looks at.
+    const auto number = [](uint64_t value) { return static_cast<long long>(value); };
+    cl_engine_set_num(&library, CL_ENGINE_MAX_FILESIZE, number(std::max(order.size, order.fileSize)));
+    cl_engine_set_num(&library, CL_ENGINE_MAX_SCANSIZE, number(order.size + order.unpacked));
+    cl_engine_set_num(&library, CL_ENGINE_MAX_FILES, order.members);
+    cl_engine_set_num(&library, CL_ENGINE_MAX_SCANTIME, order.milliseconds);
+}
+
+wire::ScanAnswer answerTo(cl_engine& library, const wire::ScanOrder& order, int file) {
+    applyLimits(library, order);
+    const ScanResult result = scanContent(
+        {.fd = file,
+         .size = order.size,
+         .library = &library,
+         .options = {
+             .archives = order.archives != 0, .layers = order.layers, .memberSizeLimit = order.memberSizeLimit}});
+    wire::ScanAnswer answer;
+    answer.number = order.number;
+    answer.verdict = static_cast<uint32_t>(result.verdict);
+    wire::put(answer.signature, result.signature);
+    wire::put(answer.detail, result.detail);
+    return answer;
+}
+
+}  // namespace
+
+void serveScans(cl_engine& library, uint64_t mapped) {
+    while (true) {
+        wire::ScanOrder order;
+        std::vector<FileDescriptor> files;
+        if (wire::receive(wire::CHANNEL, order, files) != 1 || files.size() != 1) ::_exit(EXIT_SUCCESS);
+        limitMemory(mapped + order.size + order.memory);
+        const wire::ScanAnswer answer = answerTo(library, order, files.front().get());
+        // The file is let go before anybody may want to do something to it.
+        files.clear();
+        if (!wire::send(wire::CHANNEL, answer)) ::_exit(EXIT_FAILURE);
+    }
+}
+
+}  // namespace keldra

@@ -1,0 +1,65 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/ptrace.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+// Preloaded into a scanner, it does what a file that took the library over might do. The file's first word says what.
+
+namespace {
+
+constexpr int CHANNEL = 3;
+constexpr std::size_t CHUNK = std::size_t{16} << 20U;
+
+void takeMemory() {
+    while (void* const chunk = std::malloc(CHUNK)) std::memset(chunk, 1, CHUNK);
+    std::abort();
+}
+
+/// Tells on standard error what the process was let do, and ends it then.
+void tryToBreakOut() {
+    const char* const self = "/bin/true";
+    char* const arguments[] = {const_cast<char*>(self), nullptr};
+    const struct {
+        const char* what;
+        bool done;
+    } tries[] = {{"socket", ::socket(AF_INET, SOCK_STREAM, 0) >= 0},
+                 {"local socket", ::socket(AF_UNIX, SOCK_STREAM, 0) >= 0},
+                 {"program", ::fork() >= 0 || ::execv(self, arguments) == 0},
+                 {"ptrace", ::ptrace(PTRACE_ATTACH, ::getppid(), nullptr, nullptr) == 0},
+                 {"signal", ::kill(::getppid(), SIGKILL) == 0},
+                 {"user", ::setuid(0) == 0},
+                 {"file", ::open("/var/tmp/keldra-broke-out", O_WRONLY | O_CREAT, 0600) >= 0},
+                 {"writing what is scanned", ::open("/proc/self/fd/5", O_RDWR) >= 0},
+                 {"code", ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1,
+                                 0) != MAP_FAILED}};
+    for (const auto& one : tries) {
+        if (!one.done) continue;
+        if (::write(STDERR_FILENO, one.what, std::strlen(one.what)) < 0) std::abort();
+        std::abort();
+    }
+}
+
+void misbehave(std::string_view how) {
+    if (how.starts_with("MISBEHAVE-CRASH")) ::raise(SIGSEGV);
+    if (how.starts_with("MISBEHAVE-HANG"))
+        while (true) ::usleep(100000);
+    if (how.starts_with("MISBEHAVE-MEMORY")) takeMemory();
+    if (how.starts_with("MISBEHAVE-NONSENSE") && ::write(CHANNEL, "nonsense", 8) < 0) std::abort();
+    if (how.starts_with("MISBEHAVE-BREAKOUT")) tryToBreakOut();
+}
+
+}  // namespace
+
+extern "C" void* cl_fmap_open_memory(const void* start, std::size_t length) {
+    misbehave({static_cast<const char*>(start), length});
+    using Function = void* (*)(const void*, std::size_t);
+    static const auto next = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "cl_fmap_open_memory"));
+    return next(start, length);
+}
