@@ -1,7 +1,11 @@
 #include "norv/protocol/quarantine.h"
+#include "service/base/account_names.h"
 #include "service/quarantine/quarantine.h"
 #include "service/server/handlers.h"
 #include "service/server/service.h"
+
+#include <map>
+#include <string>
 
 namespace keldra::handlers {
 
@@ -9,12 +13,31 @@ namespace {
 
 constexpr std::size_t MAX_ITEMS = 1000;
 
-protocol::QuarantinedFile wireForm(const QuarantineItem& item) {
+/// Names of owners, each looked up once: the files of one list mostly belong to few.
+class Names {
+public:
+    std::string user(uint32_t id) { return nameIn(users_, id, userName); }
+    std::string group(uint32_t id) { return nameIn(groups_, id, groupName); }
+
+private:
+    using Known = std::map<uint32_t, std::string>;
+    static std::string nameIn(Known& known, uint32_t id, std::string (*look)(uint32_t)) {
+        const auto found = known.find(id);
+        return found != known.end() ? found->second : known.emplace(id, look(id)).first->second;
+    }
+
+    Known users_;
+    Known groups_;
+};
+
+protocol::QuarantinedFile wireForm(const QuarantineItem& item, Names& names) {
     return {.id = item.id,
             .path = item.path,
             .size = item.size,
             .owner = item.owner,
             .group = item.group,
+            .ownerName = names.user(item.owner),
+            .groupName = names.group(item.group),
             .mode = item.mode,
             .modified = item.modified / 1'000'000'000,
             .sha256 = item.sha256,
@@ -40,7 +63,9 @@ std::string idIn(const IPCMessage& request) {
 bool listQuarantine(Service& service, const IPCMessage& request, IPCMessage& reply) {
     const auto from = protocol::read<protocol::GetQuarantine>(request).from;
     protocol::QuarantineList list;
-    for (const QuarantineItem& item : service.quarantine().list(from, MAX_ITEMS)) list.items.push_back(wireForm(item));
+    Names names;
+    for (const QuarantineItem& item : service.quarantine().list(from, MAX_ITEMS))
+        list.items.push_back(wireForm(item, names));
     protocol::cutToReply(list.items);
     list.total = service.quarantine().size();
     write(reply, list);
@@ -50,7 +75,8 @@ bool listQuarantine(Service& service, const IPCMessage& request, IPCMessage& rep
 bool showQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply) {
     const auto item = service.quarantine().find(idIn<protocol::GetQuarantined>(request));
     if (!item) return refuse("There is no such item.", reply);
-    write(reply, protocol::QuarantineItemReply{wireForm(*item)});
+    Names names;
+    write(reply, protocol::QuarantineItemReply{wireForm(*item, names)});
     return true;
 }
 

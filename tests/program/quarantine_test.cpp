@@ -6,7 +6,7 @@ namespace {
 
 const std::string JSON_HEAD = "Content-type: application/json\n\n";
 const std::string ITEMS =
-    R"([{"id":"a1","path":"/srv/ä","size":1,"owner":2,"group":3,"mode":4,"modified":5,"sha256":"ff","signature":"E",)"
+    R"([{"id":"a1","path":"/srv/ä","size":1,"owner":2,"group":3,"ownerName":"anna","groupName":"","mode":4,"modified":5,"sha256":"ff","signature":"E",)"
     R"("type":"Virus","task":"17_1","when":6,"backup":false}])";
 
 std::string errorHead(const std::string& status) {

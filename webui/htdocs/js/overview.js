@@ -97,6 +97,13 @@ function showLastFinds({ finds, quarantined }) {
   byId('finds').replaceChildren(...finds.map(findEntry));
 }
 
+/** Without a share nothing can be guarded: whoever comes here for the first time is led to them, once. */
+function leadToShares({ reasons = [] }) {
+  if (!reasons.some(({ reason }) => reason === 'no_shares') || sessionStorage.getItem('keldra-shares')) return;
+  sessionStorage.setItem('keldra-shares', 'shown');
+  location.assign('/NorvLinux/settings.cgi?page=shares');
+}
+
 let busy = false;
 watch(async () => {
   let report;
@@ -106,6 +113,7 @@ watch(async () => {
     showVerdict(null, true);
     return;
   }
+  leadToShares(report);
   busy = report.running.length > 0 || report.update.running;
   for (const show of [(content) => showVerdict(content), showScans, showRealtime, showSchedule, showSignatures, showLastFinds]) show(report);
 }, () => (busy ? 2 : 5));

@@ -15,6 +15,8 @@ struct QuarantinedFile {
     uint64_t size = 0;
     uint32_t owner = 0;
     uint32_t group = 0;
+    std::string ownerName;  ///< empty: the system knows none
+    std::string groupName;
     uint32_t mode = 0;
     int64_t modified = 0;  ///< seconds since the epoch
     std::string sha256;
@@ -30,6 +32,8 @@ struct QuarantinedFile {
         field("size", record.size);
         field("owner", record.owner);
         field("group", record.group);
+        field("ownerName", record.ownerName);
+        field("groupName", record.groupName);
         field("mode", record.mode);
         field("modified", record.modified);
         field("sha256", record.sha256);
