@@ -1,5 +1,7 @@
 #include "tests/service/service_test.h"
 
+#include "norv/json_value.h"
+
 #include <fcntl.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -154,9 +156,53 @@ TEST_F(ControlTest, StatusTellsWhatIsWrong) {
     writeFile(service_.file("config.xml"), "<broken");
     ASSERT_TRUE(service_.start());
     const ProcessResult status = service_.control({"status"});
-    EXPECT_EQ(status.status, 0);
+    EXPECT_EQ(status.status, 2) << "not protected";
+    EXPECT_EQ(status.output.find("This server is NOT protected:\n  !! There are no virus signatures"), 0U)
+        << status.output;
     EXPECT_NE(status.output.find("cannot be used"), std::string::npos) << status.output;
     EXPECT_NE(status.output.find("Signatures:      none"), std::string::npos) << status.output;
+    service_.stop();
+    EXPECT_EQ(service_.control({"status"}).status, 3) << "nobody knows";
+    EXPECT_EQ(service_.control({"status", "--bogus"}).status, 3);
+    const ProcessResult unknown = service_.control({"quarantine", "bogus"});
+    EXPECT_EQ(unknown.errors, "keldractl: unknown command \"bogus\"; keldractl --help lists them\n");
+}
+
+TEST_F(ControlTest, AFreshServerSaysThatItIsNotProtectedAndWhatHappenedStandsInTheJournal) {
+    ASSERT_TRUE(service_.start());
+    ASSERT_EQ(service_.control({"scan", service_.file("samples")}).status, 1);
+    const ProcessResult status = service_.control({"status", "--json"});
+    EXPECT_EQ(status.status, 2);
+    const rapidjson::Document told = parseJson(status.output);
+    EXPECT_EQ(textOf(told, "verdict"), "unprotected");
+    ASSERT_TRUE(told.HasMember("reasons") && told["reasons"].IsArray() && !told["reasons"].Empty());
+    EXPECT_EQ(textOf(told["reasons"][0], "reason"), "no_signatures") << "the shipped ones are for trying out";
+    EXPECT_EQ(textOf(told["last_scans"][0], "outcome"), "completed");
+    EXPECT_EQ(numberOf(told["last_scans"][0], "found"), 1);
+    const ProcessResult events = service_.control({"events", "--kind", "find", "--csv"});
+    EXPECT_NE(events.output.find(",find,alert,path,"), std::string::npos) << events.output;
+    EXPECT_EQ(service_.control({"events", "--kind", "nonsense"}).status, 2);
+    const IPCMessage days = get(DAILY_FIGURES);
+    EXPECT_TRUE(days.value<std::string>("Figures").ends_with(R"("scanned":2,"found":1,"failed":0}])"))
+        << days.value<std::string>("Figures");
+    EXPECT_NE(service_.control({"history"}).output.find("path  completed  2 scanned, 1 infected"), std::string::npos);
+}
+
+TEST_F(ControlTest, SettingsAreReadChangedAndCarriedFromOneServerToAnother) {
+    ASSERT_TRUE(service_.start());
+    const std::string before = service_.control({"settings", "export"}).output;
+    EXPECT_EQ(service_.control({"settings", "set", "manual_scan.scan_workers", "3"}).status, 0);
+    EXPECT_EQ(service_.control({"settings", "set", "manual_scan.exclude_patterns", "7"}).status, 0);
+    EXPECT_EQ(service_.control({"settings", "get", "manual_scan.scan_workers"}).output, "3\n");
+    EXPECT_EQ(service_.control({"settings", "get", "manual_scan.exclude_patterns"}).output, "7\n");
+    for (const auto& [name, value] :
+         {std::pair{"manual_scan.bogus", "1"}, {"bogus", "1"}, {"manual_scan.scan_workers", "x"}})
+        EXPECT_EQ(service_.control({"settings", "set", name, value}).status, 2) << name;
+    EXPECT_NE(service_.control({"settings", "export"}).output, before);
+    EXPECT_EQ(service_.control({"settings", "import"}, R"({"manual_scan":{"scan_workers":9},"bogus":{}})").status, 2);
+    EXPECT_EQ(service_.control({"settings", "get", "manual_scan.scan_workers"}).output, "3\n") << "all or nothing";
+    EXPECT_EQ(service_.control({"settings", "import"}, before).status, 0);
+    EXPECT_EQ(service_.control({"settings", "export"}).output, before);
 }
 
 TEST_F(ControlTest, InitNeverTouchesWhatIsThere) {

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace keldra {
+
+// Exit statuses, of scans as virus scanners have them.
+inline constexpr int STATUS_DONE = 0;
+inline constexpr int STATUS_FOUND = 1;
+inline constexpr int STATUS_ERROR = 2;
+/// Of `status`, where 0, 1 and 2 are the verdict.
+inline constexpr int STATUS_UNKNOWN = 3;
+
+/// What the command line asks for: run after all of it is read. Returns the exit status.
+using Run = std::function<int()>;
+
+// Each describes one group of commands to the parser; a command that is given sets `run`. Both outlive the parsing.
+void describeSetUp(CLI::App& app, Run& run);       // init, passwd
+void describeStatus(CLI::App& app, Run& run);      // status
+void describeScan(CLI::App& app, Run& run);        // scan
+void describeHistory(CLI::App& app, Run& run);     // history
+void describeEvents(CLI::App& app, Run& run);      // events
+void describeQuarantine(CLI::App& app, Run& run);  // quarantine …
+void describeUpdate(CLI::App& app, Run& run);      // update
+void describeSettings(CLI::App& app, Run& run);    // settings …
+
+/// Adds a command whose options are kept as long as the parser; `run` gets the options.
+template <typename Options>
+CLI::App* addCommand(CLI::App& parent, Run& run, const char* name, const char* help, Options*& options,
+                     int (*action)(const Options&)) {
+    CLI::App* const command = parent.add_subcommand(name, help);
+    const auto kept = std::make_shared<Options>();
+    options = kept.get();
+    command->callback([kept, &run, action] { run = [kept, action] { return action(*kept); }; });
+    return command;
+}
+
+/// Says on standard error what went wrong; returns `status`.
+int fail(const std::string& sentence, int status = STATUS_ERROR);
+void print(const std::string& line);
+
+}  // namespace keldra

@@ -1,0 +1,151 @@
+#include "service/ctl/settings_document.h"
+
+#include "norv/ipc_message.h"
+#include "service/ctl/control_client.h"
+#include "service/ctl/output.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace keldra {
+
+namespace {
+
+using Allocator = rapidjson::Document::AllocatorType;
+
+std::string toText(const rapidjson::Value& value) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    value.Accept(writer);
+    return {buffer.GetString(), buffer.GetSize()};
+}
+
+rapidjson::Value nameOf(const std::string& name, Allocator& allocator) {
+    return {name.data(), static_cast<rapidjson::SizeType>(name.size()), allocator};
+}
+
+bool isState(const SettingsGroup& group, std::string_view field) {
+    return std::find(group.states.begin(), group.states.end(), field) != group.states.end();
+}
+
+/// The fields of a group under the service's own names.
+std::string fetchRecord(const SettingsGroup& group, rapidjson::Document& record) {
+    IPCMessage reply;
+    const IPCMessage request(IPCMessage::GET, static_cast<IPCMessage::CommandID>(group.command));
+    const bool reached = sendMessage(request, reply, CONTROL_TIMEOUT);
+    if (!reached || reply.result == IPCMessage::RESULT_ERROR)
+        return faultOf(reached, reply.value<std::string>("Message"));
+    const auto text = reply.value<std::string>(group.parameter);
+    record.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
+    const bool whole = !record.HasParseError() && record.IsObject() && record.HasMember(group.record) &&
+                       record[group.record].IsObject();
+    return whole ? "" : std::string("What the service answered about ") + group.name + " cannot be read.";
+}
+
+std::string storeRecord(const SettingsGroup& group, const rapidjson::Value& record) {
+    rapidjson::Document whole(rapidjson::kObjectType);
+    rapidjson::Value fields(record, whole.GetAllocator());
+    whole.AddMember(rapidjson::StringRef(group.record), fields, whole.GetAllocator());
+    IPCMessage request(IPCMessage::SET, static_cast<IPCMessage::CommandID>(group.command));
+    request.addParam(group.parameter, toText(whole));
+    IPCMessage reply;
+    const bool reached = sendMessage(request, reply, CONTROL_TIMEOUT);
+    if (reached && reply.result == IPCMessage::RESULT_OK) return {};
+    return std::string(group.name) + ": " + faultOf(reached, reply.value<std::string>("Message"));
+}
+
+const SettingsGroup* findGroup(std::string_view name) {
+    const auto found = std::find_if(settingsGroups().begin(), settingsGroups().end(),
+                                    [name](const SettingsGroup& group) { return name == group.name; });
+    return found == settingsGroups().end() ? nullptr : &*found;
+}
+
+bool sameType(const rapidjson::Value& a, const rapidjson::Value& b) {
+    return a.GetType() == b.GetType() || (a.IsBool() && b.IsBool());
+}
+
+/// Translates the fields into the service's own names. Returns what is wrong.
+std::string translate(const SettingsGroup& group, const rapidjson::Value& fields, rapidjson::Document& record) {
+    if (!fields.IsObject()) return std::string(group.name) + " is no object.";
+    rapidjson::Document known;
+    if (std::string fault = fetchRecord(group, known); !fault.empty()) return fault;
+    record.SetObject();
+    for (const auto& field : fields.GetObject()) {
+        const std::string name = field.name.GetString();
+        const auto& own = known[group.record];
+        const auto match = std::find_if(own.MemberBegin(), own.MemberEnd(), [&](const auto& member) {
+            return lowerName(member.name.GetString()) == name && !isState(group, member.name.GetString());
+        });
+        if (match == own.MemberEnd()) return std::string("There is no setting ") + group.name + "." + name + ".";
+        if (!sameType(match->value, field.value))
+            return std::string(group.name) + "." + name + " must be like " + toText(match->value) + ".";
+        record.AddMember(rapidjson::Value(match->name, record.GetAllocator()),
+                         rapidjson::Value(field.value, record.GetAllocator()), record.GetAllocator());
+    }
+    return {};
+}
+
+}  // namespace
+
+const std::vector<SettingsGroup>& settingsGroups() {
+    static const std::vector<SettingsGroup> GROUPS{
+        {"realtime_scan",
+         IPCMessage::REALTIME_SCAN_CONFIG,
+         "RealtimeScanConfig",
+         "NORVRealtimeScanConfig",
+         {"serviceRunning", "kernelHookModuleLoaded"}},
+        {"manual_scan", IPCMessage::MANUAL_SCAN_CONFIG, "ManualScanConfig", "NORVManualScanConfig", {}},
+        {"scheduled_scan", IPCMessage::SCHEDULED_SCAN_CONFIG, "ScheduledScanConfig", "NORVScheduledScanConfig", {}},
+        {"scheduled_update", IPCMessage::SCHEDULED_UPDATE_CONFIG, "ScheduledAUConfig", "NORVScheduledAUConfig", {}},
+    };
+    return GROUPS;
+}
+
+std::string fetchSettings(rapidjson::Document& settings) {
+    settings.SetObject();
+    Allocator& allocator = settings.GetAllocator();
+    for (const SettingsGroup& group : settingsGroups()) {
+        rapidjson::Document record;
+        if (std::string fault = fetchRecord(group, record); !fault.empty()) return fault;
+        rapidjson::Value fields(rapidjson::kObjectType);
+        for (const auto& field : record[group.record].GetObject()) {
+            if (isState(group, field.name.GetString())) continue;
+            fields.AddMember(nameOf(lowerName(field.name.GetString()), allocator),
+                             rapidjson::Value(field.value, allocator), allocator);
+        }
+        settings.AddMember(rapidjson::StringRef(group.name), fields, allocator);
+    }
+    return {};
+}
+
+StoreResult storeSettings(const rapidjson::Value& settings) {
+    if (!settings.IsObject()) return {"This is no object of settings.", {}};
+    std::vector<std::pair<const SettingsGroup*, rapidjson::Document>> records;
+    for (const auto& entry : settings.GetObject()) {
+        const SettingsGroup* const group = findGroup(entry.name.GetString());
+        if (!group) return {std::string("There is no group of settings ") + entry.name.GetString() + ".", {}};
+        rapidjson::Document record;
+        if (std::string fault = translate(*group, entry.value, record); !fault.empty()) return {fault, {}};
+        records.emplace_back(group, std::move(record));
+    }
+    StoreResult result;
+    for (const auto& [group, record] : records) {
+        result.fault = storeRecord(*group, record);
+        if (!result.fault.empty()) break;
+        result.done.emplace_back(group->name);
+    }
+    return result;
+}
+
+bool splitSettingName(const std::string& name, std::string& group, std::string& field) {
+    const std::size_t dot = name.find('.');
+    if (dot == std::string::npos || dot == 0 || dot + 1 == name.size()) return false;
+    group = name.substr(0, dot);
+    field = name.substr(dot + 1);
+    return true;
+}
+
+}  // namespace keldra
