@@ -1,0 +1,39 @@
+#pragma once
+
+#include "norv/protocol/notices.h"
+
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace keldra {
+
+using NoticeSettings = protocol::NoticeSettings;
+
+/// What is wrong with settings, English; empty when nothing is.
+std::string checkNoticeSettings(const NoticeSettings& settings);
+
+/// The addresses of a list joined by ",", without blanks.
+std::vector<std::string> mailAddresses(const std::string& list);
+
+/// The settings of notices with their secrets, in a file that only the service may read. May be used from any thread.
+class NoticeStore {
+public:
+    /// Reads the file; without one the settings are those of a fresh service.
+    explicit NoticeStore(std::filesystem::path file);
+
+    /// With the secrets.
+    NoticeSettings settings() const;
+    /// Without them.
+    NoticeSettings served() const;
+    /// Checks and stores. Secrets that are left out stay. Returns what is wrong, or nothing.
+    std::string store(NoticeSettings settings);
+
+private:
+    const std::filesystem::path file_;
+    mutable std::mutex mutex_;
+    NoticeSettings settings_;
+};
+
+}  // namespace keldra
