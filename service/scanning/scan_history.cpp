@@ -27,6 +27,8 @@ std::string toText(const ScanStatus& status) {
     json.add("state", static_cast<int64_t>(status.state)).add("total", status.total).add("scanned", status.scanned);
     json.add("found", status.found).add("notFullyScanned", status.notFullyScanned).add("skipped", status.skipped);
     json.add("bytes", status.bytes).add("started", status.started).add("ended", status.ended);
+    json.add("bytesDone", status.bytesDone).add("totalBytes", status.totalBytes);
+    json.add("lastFile", status.state == ScanState::RUNNING ? status.currentFile : status.lastFile);
     json.add("message", status.message);
     return json.text() + "\n";
 }
@@ -50,14 +52,31 @@ std::optional<ScanStatus> statusFromText(const std::string& text) {
     status.bytes = json.size("bytes");
     status.started = json.number("started");
     status.ended = json.number("ended");
+    status.bytesDone = json.size("bytesDone");
+    status.totalBytes = json.size("totalBytes");
+    status.lastFile = json.text("lastFile");
     status.message = json.text("message");
     return status;
 }
 
 ScanFind findFromText(const std::string& line) {
     const JsonReader json(line);
-    return {json.text("path"), json.flag("infected"), json.text("signature"),
-            json.text("type"), json.text("detail"),   json.flag("left")};
+    ScanFind find;
+    find.path = json.text("path");
+    find.infected = json.flag("infected");
+    find.signature = json.text("signature");
+    find.type = json.text("type");
+    find.detail = json.text("detail");
+    find.left = json.flag("left");
+    find.skipped = json.flag("skipped");
+    return find;
+}
+
+std::string toLine(const ScanFind& find) {
+    JsonWriter json;
+    json.add("path", find.path).add("infected", find.infected).add("signature", find.signature);
+    json.add("type", find.type).add("detail", find.detail).add("left", find.left).add("skipped", find.skipped);
+    return json.text() + "\n";
 }
 
 /// Reports of a scan that a kill ended before its first result was written.
@@ -70,6 +89,22 @@ void removeOrphan(const std::filesystem::path& finds) {
 }  // namespace
 
 std::string scanKindName(ScanKind kind) { return KINDS.at(static_cast<std::size_t>(kind)); }
+
+std::string scanOutcome(const ScanStatus& status) {
+    switch (status.state) {
+        case ScanState::RUNNING:
+            return "running";
+        case ScanState::COMPLETED:
+            return "completed";
+        case ScanState::FAILED:
+            return "failed";
+        case ScanState::STOPPED:
+            return status.message == SCAN_STOPPED ? "stopped" : "interrupted";
+        case ScanState::NOT_RUNNING:
+            break;
+    }
+    return "none";
+}
 
 const std::vector<std::string>& scanMessages() {
     static const std::vector<std::string> MESSAGES{SCAN_COMPLETE,    SCAN_STOPPED,         SCAN_SHUT_DOWN,
@@ -134,18 +169,25 @@ FileDescriptor ScanHistory::openFinds(const std::string& id) const {
     return file;
 }
 
-void ScanHistory::append(const FileDescriptor& finds, const ScanFind& find) {
-    if (!finds) return;
-    JsonWriter json;
-    json.add("path", find.path).add("infected", find.infected).add("signature", find.signature);
-    json.add("type", find.type).add("detail", find.detail).add("left", find.left);
-    const std::string line = json.text() + "\n";
+bool ScanHistory::append(const FileDescriptor& finds, const ScanFind& find) {
+    if (!finds) return false;
+    const std::string line = toLine(find);
     const off_t end = ::lseek(finds.get(), 0, SEEK_END);
-    if (::write(finds.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size())) return;
+    if (::write(finds.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size())) return true;
     NORV_LOG(NORV_LOG_ERROR, "a report of a scan cannot be stored: %s", errorText(errno).c_str());
     // Half a line would spoil the next one.
     if (end < 0 || ::ftruncate(finds.get(), end) != 0)
         NORV_LOG(NORV_LOG_ERROR, "the reports of a scan cannot be cut to whole lines: %s", errorText(errno).c_str());
+    return false;
+}
+
+bool ScanHistory::saveFinds(const std::string& id, const std::vector<ScanFind>& finds) const {
+    std::string lines;
+    for (const ScanFind& find : finds) lines += toLine(find);
+    const std::string path = pathOf(id, ".finds");
+    const WriteResult written = writeFileAtomically(path, lines, 0600);
+    if (!written) NORV_LOG(NORV_LOG_ERROR, "cannot write %s: %s", path.c_str(), errorText(written.error).c_str());
+    return written.written;
 }
 
 std::vector<ScanFind> ScanHistory::finds(const std::string& id, std::size_t from, std::size_t count) const {

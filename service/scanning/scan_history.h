@@ -22,7 +22,10 @@ public:
     bool save(const ScanStatus& status) const;
     /// A file to which reports of a scan are appended; none, with a log line, when that fails.
     FileDescriptor openFinds(const std::string& id) const;
-    static void append(const FileDescriptor& finds, const ScanFind& find);
+    /// False, with a log line, when that fails; then nothing of it is there.
+    static bool append(const FileDescriptor& finds, const ScanFind& find);
+    /// Replaces all reports of a scan. False, with a log line, when that fails.
+    bool saveFinds(const std::string& id, const std::vector<ScanFind>& finds) const;
     /// The reports of a scan from number `from` on, at most `count`.
     std::vector<ScanFind> finds(const std::string& id, std::size_t from, std::size_t count) const;
     std::vector<ScanFind> leftFinds(const std::string& id, std::size_t count) const;

@@ -5,7 +5,14 @@
 #include "service/base/paths.h"
 #include "service/engine/virus_types.h"
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <system_error>
@@ -17,7 +24,8 @@ namespace {
 
 constexpr unsigned int USUAL_WORKERS = 2;
 constexpr unsigned int MOST_WORKERS = 32;
-constexpr int64_t SAVE_EVERY = 5000;  // milliseconds
+constexpr std::uint64_t STAT_BLOCK = 512;    // bytes, whatever the file system's own are
+constexpr std::uint64_t INLINE_FILE = 4096;  // bytes
 constexpr auto ENGINE_POLL = std::chrono::milliseconds(50);
 
 ScanLane laneOf(ScanKind kind) {
@@ -29,6 +37,40 @@ std::vector<std::string> rootsOf(const ScanRequest& request) {
     return normalPaths(request.roots.empty() ? splitPathList(request.settings.scanPaths) : request.roots);
 }
 
+ScanStatus firstStatus(std::string id, ScanKind kind, const Clock& clock) {
+    ScanStatus status;
+    status.id = std::move(id);
+    status.kind = kind;
+    status.state = ScanState::RUNNING;
+    status.started = clock.now();
+    return status;
+}
+
+/// What the disk holds of a file: nothing for the holes of a sparse one. Some file systems keep small files elsewhere
+/// than in blocks.
+std::uint64_t storedBytes(const struct stat& status) {
+    const auto size = static_cast<std::uint64_t>(std::max<off_t>(0, status.st_size));
+    const auto blocks = static_cast<std::uint64_t>(std::max<blkcnt_t>(0, status.st_blocks)) * STAT_BLOCK;
+    return blocks == 0 && size <= INLINE_FILE ? size : std::min(size, blocks);
+}
+
+std::uint64_t storedBytes(const FoundFile& file) {
+    struct stat status {};
+    const bool known = ::fstatat(file.folder->get(), file.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    return known && S_ISREG(status.st_mode) ? storedBytes(status) : 0;
+}
+
+/// Of the calling thread: others go first, at the processor and at the disks.
+void lowerPriority() {
+    constexpr int NICE = 10;
+    constexpr int IOPRIO_WHO_PROCESS = 1;
+    constexpr int IOPRIO_IDLE = 3 << 13;
+    const auto thread = static_cast<id_t>(::syscall(SYS_gettid));
+    if (::setpriority(PRIO_PROCESS, thread, NICE) != 0 ||
+        ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_IDLE) != 0)
+        NORV_LOG(NORV_LOG_WARNING, "A scan keeps its usual priority: %s", errorText(errno).c_str());
+}
+
 }  // namespace
 
 ScanJob::ScanJob(std::string id, ScanRequest request, const ScanTools& tools)
@@ -36,39 +78,24 @@ ScanJob::ScanJob(std::string id, ScanRequest request, const ScanTools& tools)
       tools_(tools),
       selector_(request_.settings),
       options_(scanOptionsOf(request_.settings, laneOf(request_.kind))),
-      findsFile_(tools.history.openFinds(id)),
-      stopMessage_(SCAN_SHUT_DOWN),
-      saved_(tools.clock.steadyMilliseconds()) {
-    status_.id = std::move(id);
-    status_.kind = request_.kind;
-    status_.state = ScanState::RUNNING;
-    status_.started = tools.clock.now();
-    tools_.history.save(status_);
+      pause_(request_.window, tools.clock),
+      report_(firstStatus(std::move(id), request_.kind, tools.clock), tools.history, tools.clock, tools.findLimit,
+              tools.onFind),
+      stopMessage_(SCAN_SHUT_DOWN) {
     begin();
 }
 
 ScanJob::~ScanJob() { stop_.request_stop(); }
 
 ScanStatus ScanJob::status() const {
-    const std::lock_guard lock(mutex_);
-    ScanStatus copy = status_;
-    if (copy.state == ScanState::RUNNING) copy.total = std::max(counted_.load(), copy.scanned + copy.skipped);
-    return copy;
+    ScanStatus status = report_.status();
+    if (status.state == ScanState::RUNNING) status.paused = pause_.why();
+    return status;
 }
 
-std::vector<ScanFind> ScanJob::finds(std::size_t from, std::size_t count) const {
+bool ScanJob::running() const {
     const std::lock_guard lock(mutex_);
-    if (from >= finds_.size()) return {};
-    const auto begin = finds_.begin() + static_cast<std::ptrdiff_t>(from);
-    return {begin, begin + static_cast<std::ptrdiff_t>(std::min(count, finds_.size() - from))};
-}
-
-std::vector<ScanFind> ScanJob::leftFinds(std::size_t count) const {
-    std::vector<ScanFind> left;
-    const std::lock_guard lock(mutex_);
-    for (auto find = finds_.begin(); find != finds_.end() && left.size() < count; ++find)
-        if (find->left) left.push_back(*find);
-    return left;
+    return !ended_;
 }
 
 void ScanJob::stop(const char* message) {
@@ -86,8 +113,7 @@ const char* ScanJob::stopMessage() const {
 
 bool ScanJob::wait(int milliseconds) const {
     std::unique_lock lock(mutex_);
-    return ended_.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                           [this] { return status_.state != ScanState::RUNNING; });
+    return changed_.wait_for(lock, std::chrono::milliseconds(milliseconds), [this] { return ended_; });
 }
 
 WalkPlan ScanJob::plan() const {
@@ -152,8 +178,8 @@ void ScanJob::abandon() {
         // Not even that; who waits for its end must be told all the same.
     }
     const std::lock_guard lock(mutex_);
-    status_.state = ScanState::FAILED;
-    ended_.notify_all();
+    ended_ = true;
+    changed_.notify_all();
 }
 
 /// Waits for signatures that are just being loaded. False when the scan ended here.
@@ -181,8 +207,10 @@ void ScanJob::walk() {
     FileWalk files(where, [this](const std::string& path, const std::string& reason) { skip(path, reason); });
     // Counting goes ahead of the scan; once all files are visited its result is not needed any more.
     const std::jthread counter = helper([this, &where](const std::stop_token& own) {
-        countFiles(
-            where, [this] { ++counted_; }, own);
+        if (request_.lowPriority) lowerPriority();
+        const auto count = [this](const FoundFile* file) { report_.counted(file ? storedBytes(*file) : 0); };
+        countFiles(where, count, own);
+        if (!own.stop_requested()) report_.countingDone();
     });
     std::vector<std::jthread> others;
     others.reserve(workers());
@@ -193,109 +221,88 @@ void ScanJob::walk() {
 }
 
 void ScanJob::work(FileWalk& files) {
+    if (request_.lowPriority) lowerPriority();
     const auto knownClean = [this](int folder, const struct stat& status) { return passKnown(folder, status); };
-    while (const std::optional<ScannedFile> file = files.nextOpened(stop_.get_token(), knownClean)) scanFile(*file);
+    for (;;) {
+        waitWhilePaused();
+        const std::optional<ScannedFile> file = files.nextOpened(stop_.get_token(), knownClean);
+        if (!file) return;
+        scanFile(*file);
+    }
+}
+
+void ScanJob::waitWhilePaused() {
+    pause_.wait(stop_.get_token());
+    report_.paused(pause_.pausedFor());
 }
 
 /// Whether the file is known to be clean; it is counted then, as if it had been opened.
 bool ScanJob::passKnown(int folder, const struct stat& status) {
-    if (!tools_.engine.knowsClean(folder, status, options_)) return false;
-    const std::lock_guard lock(mutex_);
-    ++status_.scanned;
-    status_.bytes += static_cast<uint64_t>(status.st_size);
+    waitWhilePaused();
+    if (stopping() || !tools_.engine.knowsClean(folder, status, options_)) return false;
+    report_.scanned({Verdict::CLEAN, "", ""}, storedBytes(status), {});
     return true;
 }
 
 void ScanJob::scanFile(const ScannedFile& file) {
-    {
-        const std::lock_guard lock(mutex_);
-        status_.currentFile = file.path;
-    }
+    report_.begin(file.path);
     ScanResult result{Verdict::CLEAN, "", ""};
     if (selector_.byContent(file.file.get()))
         result = tools_.engine.scan(file.file.get(), file.path, options_, stop_.get_token());
     if (stopping() && result.verdict == Verdict::NOT_FULLY_SCANNED) return;
     account(file, result);
-    saveNowAndThen();
+    report_.saveNowAndThen();
+}
+
+ScanFind ScanJob::infectedFind(const ScannedFile& file, const ScanResult& result) {
+    ActionOutcome outcome;
+    outcome.text = "only reported";
+    if (request_.act) outcome = tools_.actions.perform(file, result, request_.settings, report_.status().id);
+    if (!request_.act) NORV_LOG(NORV_LOG_WARNING, "%s in %s", result.signature.c_str(), file.path.c_str());
+    ScanFind find;
+    find.path = file.path;
+    find.infected = true;
+    find.signature = result.signature;
+    find.type = virusTypeOf(result.signature);
+    find.detail = outcome.text;
+    find.left = !outcome.done || outcome.performed == Action::PASS;
+    return find;
 }
 
 void ScanJob::account(const ScannedFile& file, const ScanResult& result) {
-    if (result.verdict == Verdict::FAILED) {
-        skip(file.path, result.detail);
-        return report({file.path, false, "", "", result.detail});
-    }
-    if (result.verdict == Verdict::INFECTED) {
-        ActionOutcome outcome;
-        outcome.text = "only reported";
-        if (request_.act) outcome = tools_.actions.perform(file, result, request_.settings, status().id);
-        if (!request_.act) NORV_LOG(NORV_LOG_WARNING, "%s in %s", result.signature.c_str(), file.path.c_str());
-        const bool left = !outcome.done || outcome.performed == Action::PASS;
-        report({file.path, true, result.signature, virusTypeOf(result.signature), outcome.text, left});
-    }
+    const std::uint64_t bytes = storedBytes(file.status);
+    if (result.verdict == Verdict::FAILED) return skip(file.path, result.detail, bytes);
+    ScanFind find;
+    if (result.verdict == Verdict::INFECTED) find = infectedFind(file, result);
     if (result.verdict == Verdict::NOT_FULLY_SCANNED) {
         NORV_LOG(NORV_LOG_INFO, "%s was not fully scanned: %s", file.path.c_str(), result.detail.c_str());
-        report({file.path, false, "", "", result.detail});
+        find.path = file.path;
+        find.infected = false;
+        find.detail = result.detail;
     }
-    const std::lock_guard lock(mutex_);
-    ++status_.scanned;
-    status_.bytes += static_cast<uint64_t>(file.status.st_size);
-    if (result.verdict == Verdict::INFECTED) ++status_.found;
-    if (result.verdict == Verdict::NOT_FULLY_SCANNED) ++status_.notFullyScanned;
+    report_.scanned(result, bytes, std::move(find));
 }
 
-void ScanJob::report(ScanFind find) {
-    const std::lock_guard lock(mutex_);
-    // Half of the room is for what is infected: nobody hides that behind any number of encrypted files.
-    if (finds_.size() >= tools_.findLimit || (!find.infected && unsureReports_ >= tools_.findLimit / 2)) return;
-    if (!find.infected) ++unsureReports_;
-    ScanHistory::append(findsFile_, find);
-    finds_.push_back(std::move(find));
-}
-
-void ScanJob::skip(const std::string& path, const std::string& reason) {
-    NORV_LOG(NORV_LOG_WARNING, "%s was skipped: %s", path.c_str(), reason.c_str());
+void ScanJob::skip(const std::string& path, const std::string& reason, std::uint64_t bytes) {
     const std::vector<std::string> roots = rootsOf(request_);
-    const std::lock_guard lock(mutex_);
-    ++status_.skipped;
     if (std::find(roots.begin(), roots.end(), path) != roots.end()) ++rootsSkipped_;
-}
-
-/// So that a scan cut short by a crash has nearly right counts.
-void ScanJob::saveNowAndThen() {
-    const int64_t now = tools_.clock.steadyMilliseconds();
-    {
-        const std::lock_guard lock(mutex_);
-        if (now - saved_ < SAVE_EVERY) return;
-        saved_ = now;
-    }
-    tools_.history.save(status());
+    report_.skipped(path, reason, bytes);
 }
 
 void ScanJob::finishAfterWalk() {
-    std::unique_lock lock(mutex_);
-    const bool nothing = status_.scanned == 0 && rootsSkipped_ > 0 && rootsSkipped_ == status_.skipped;
-    lock.unlock();
+    const ScanStatus status = report_.status();
+    const bool nothing = status.scanned == 0 && rootsSkipped_ > 0 && rootsSkipped_ == status.skipped;
     if (stopping()) return finish(ScanState::STOPPED, stopMessage());
     if (nothing) return finish(ScanState::FAILED, SCAN_NOTHING_READABLE);
     finish(ScanState::COMPLETED, SCAN_COMPLETE);
 }
 
-/// The result is on disk before anybody is told that the scan has ended.
 void ScanJob::finish(ScanState state, const char* message) {
-    ScanStatus last = status();
-    last.state = state;
-    last.message = message;
-    last.currentFile.clear();
-    last.ended = tools_.clock.now();
-    if (state == ScanState::COMPLETED) last.total = last.scanned + last.skipped;
-    tools_.history.save(last);
-    NORV_LOG(NORV_LOG_INFO, "%s scan %s ended: %s %llu scanned, %llu infected, %llu not fully scanned, %llu skipped",
-             scanKindName(last.kind).c_str(), last.id.c_str(), message, static_cast<unsigned long long>(last.scanned),
-             static_cast<unsigned long long>(last.found), static_cast<unsigned long long>(last.notFullyScanned),
-             static_cast<unsigned long long>(last.skipped));
+    report_.finish(state, message);
+    if (tools_.onEnd) tools_.onEnd(report_.status());
     const std::lock_guard lock(mutex_);
-    status_ = std::move(last);
-    ended_.notify_all();
+    ended_ = true;
+    changed_.notify_all();
 }
 
 }  // namespace keldra

@@ -5,6 +5,8 @@
 #include "service/engine/scan_engine.h"
 #include "service/quarantine/actions.h"
 #include "service/scanning/scan_history.h"
+#include "service/scanning/scan_pause.h"
+#include "service/scanning/scan_report.h"
 #include "service/scanning/scan_status.h"
 #include "service/tree/file_walk.h"
 
@@ -28,6 +30,9 @@ struct ScanTools {
     const Clock& clock;
     std::vector<std::string> ownFolders;
     std::size_t findLimit = 0;
+    ScanFindListener onFind{};
+    /// Called once when a scan has ended, from its thread.
+    std::function<void(const ScanStatus& scan)> onEnd{};
 };
 
 /// One scan from start to end, on threads of its own. May be asked from any thread.
@@ -41,12 +46,16 @@ public:
     ScanJob& operator=(const ScanJob&) = delete;
 
     ScanStatus status() const;
-    bool running() const { return status().state == ScanState::RUNNING; }
+    /// Whether it has not ended yet, with all that belongs to its end.
+    bool running() const;
     /// The reports from number `from` on, at most `count`.
-    std::vector<ScanFind> finds(std::size_t from, std::size_t count) const;
-    std::vector<ScanFind> leftFinds(std::size_t count) const;
+    std::vector<ScanFind> finds(std::size_t from, std::size_t count) const { return report_.finds(from, count); }
+    std::vector<ScanFind> leftFinds(std::size_t count) const { return report_.leftFinds(count); }
     /// Asks it to end; `message` says why.
     void stop(const char* message);
+    void pause(bool paused) { pause_.ask(paused); }
+    /// Stores the result again when that failed. True when all of it is on disk.
+    bool store() { return report_.saved() || report_.saveAgain(); }
     /// Waits for its end, at most so many milliseconds. True when it has ended.
     bool wait(int milliseconds) const;
 
@@ -56,6 +65,7 @@ private:
     bool prepare();
     void walk();
     void work(FileWalk& files);
+    void waitWhilePaused();
     bool passKnown(int folder, const struct stat& status);
     void scanFile(const ScannedFile& file);
     bool stopping() const { return stop_.stop_requested(); }
@@ -63,9 +73,8 @@ private:
     std::jthread helper(std::function<void(const std::stop_token&)> body);
     void abandon();
     void account(const ScannedFile& file, const ScanResult& result);
-    void report(ScanFind find);
-    void skip(const std::string& path, const std::string& reason);
-    void saveNowAndThen();
+    ScanFind infectedFind(const ScannedFile& file, const ScanResult& result);
+    void skip(const std::string& path, const std::string& reason, std::uint64_t bytes = 0);
     void finish(ScanState state, const char* message);
     void finishAfterWalk();
     const char* stopMessage() const;
@@ -76,19 +85,16 @@ private:
     const ScanTools tools_;
     const FileSelector selector_;
     const ScanOptions options_;
-    FileDescriptor findsFile_;
+    ScanPause pause_;
+    ScanReport report_;
     std::stop_source stop_;
     std::atomic<bool> broken_ = false;  ///< something was thrown
-    std::atomic<uint64_t> counted_ = 0;
+    std::atomic<std::size_t> rootsSkipped_ = 0;
 
     mutable std::mutex mutex_;
-    mutable std::condition_variable ended_;
-    ScanStatus status_;
-    std::vector<ScanFind> finds_;
-    std::size_t unsureReports_ = 0;  ///< of them, not infected
+    mutable std::condition_variable changed_;
+    bool ended_ = false;
     const char* stopMessage_;
-    std::size_t rootsSkipped_ = 0;
-    int64_t saved_ = 0;  ///< steady milliseconds of the last time the status was stored
 
     std::jthread thread_;  ///< last: it uses all of the above
 };

@@ -3,7 +3,7 @@
 #include "norv/log.h"
 
 #include <algorithm>
-#include <limits>
+#include <set>
 #include <utility>
 
 namespace keldra {
@@ -11,7 +11,8 @@ namespace keldra {
 ScanJobs::ScanJobs(ScanJobsSettings settings, ScanEngine& engine, Actions& actions, const Clock& clock)
     : settings_(std::move(settings)),
       history_(settings_.historyFolder),
-      tools_{engine, actions, history_, clock, settings_.ownFolders, settings_.findLimit} {
+      tools_{engine,           actions,        history_, clock, settings_.ownFolders, settings_.findLimit,
+             settings_.onFind, settings_.onEnd} {
     if (!history_.open()) return;
     for (ScanStatus& status : history_.readAll()) {
         const std::string id = status.id;
@@ -34,7 +35,8 @@ std::string ScanJobs::newId() const {
 
 void ScanJobs::reap() {
     for (auto next = jobs_.begin(); next != jobs_.end();) {
-        if (next->second->running()) {
+        // What could not be stored is kept in memory and tried again.
+        if (next->second->running() || !next->second->store()) {
             ++next;
         } else {
             ended_[next->first] = next->second->status();
@@ -62,6 +64,14 @@ bool ScanJobs::stop(const std::string& id) {
     const auto found = jobs_.find(id);
     if (found == jobs_.end() || !found->second->running()) return false;
     found->second->stop(SCAN_STOPPED);
+    return true;
+}
+
+bool ScanJobs::pause(const std::string& id, bool paused) {
+    const std::lock_guard lock(mutex_);
+    const auto found = jobs_.find(id);
+    if (found == jobs_.end() || !found->second->running()) return false;
+    found->second->pause(paused);
     return true;
 }
 
@@ -121,19 +131,40 @@ std::vector<ScanStatus> ScanJobs::history() const {
     return all;
 }
 
+std::string ScanJobs::problem() const {
+    const std::lock_guard lock(mutex_);
+    const bool stored =
+        std::all_of(jobs_.begin(), jobs_.end(), [](const auto& job) { return job.second->status().saved; });
+    return stored ? "" : "The results of a scan could not be stored; it is tried again.";
+}
+
+/// By number and not by age, which a clock that was set wrongly makes up.
+std::vector<std::string> ScanJobs::superfluous() const {
+    std::vector<const ScanStatus*> newestFirst;
+    for (const auto& [id, status] : ended_) newestFirst.push_back(&status);
+    std::sort(newestFirst.begin(), newestFirst.end(), [](const ScanStatus* a, const ScanStatus* b) {
+        return std::pair(a->started, a->id) > std::pair(b->started, b->id);
+    });
+    std::vector<std::string> ids;
+    std::set<std::pair<ScanKind, bool>> seen;
+    std::size_t kept = 0;
+    for (const ScanStatus* const status : newestFirst) {
+        // However many files are scanned singly, the last scan by the schedule is still there.
+        const bool first = seen.insert({status->kind, status->state == ScanState::COMPLETED}).second;
+        if (kept < settings_.historyLimit || first)
+            ++kept;
+        else
+            ids.push_back(status->id);
+    }
+    return ids;
+}
+
 void ScanJobs::cleanUp() {
     const std::lock_guard lock(mutex_);
     reap();
-    std::vector<std::pair<int64_t, std::string>> byAge;
-    for (const auto& [id, status] : ended_) byAge.emplace_back(status.ended, id);
-    std::sort(byAge.begin(), byAge.end());
-    const int64_t oldest = tools_.clock.now() - settings_.historyAge;
-    std::size_t left = byAge.size();
-    for (const auto& [ended, id] : byAge) {
-        if (ended >= oldest && left <= settings_.historyLimit) break;
+    for (const std::string& id : superfluous()) {
         history_.forget(id);
         ended_.erase(id);
-        --left;
     }
 }
 

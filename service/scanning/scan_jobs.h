@@ -8,6 +8,7 @@
 #include "service/scanning/scan_status.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -24,11 +25,13 @@ struct ScanStart {
 };
 
 struct ScanJobsSettings {
-    std::string historyFolder;                 ///< results are kept here; made when missing
-    std::size_t historyLimit = 200;            ///< results kept at most
-    int64_t historyAge = int64_t{90} * 86400;  ///< seconds for which they are kept
-    std::size_t findLimit = 100000;            ///< reports kept of one scan; the counts go on
-    std::vector<std::string> ownFolders;       ///< never scanned: the quarantine, the signatures
+    std::string historyFolder;            ///< results are kept here; made when missing
+    std::size_t historyLimit = 200;       ///< results kept at most, beside the newest ones of each kind
+    std::size_t findLimit = 100000;       ///< reports kept of one scan; the counts go on
+    std::vector<std::string> ownFolders;  ///< never scanned: the quarantine, the signatures
+    ScanFindListener onFind{};            ///< called for whatever a scan reports, from its threads
+    /// Called when a scan has ended, from its thread; must not ask this for anything but what needs no scan's end.
+    std::function<void(const ScanStatus& scan)> onEnd{};
 };
 
 /// The scans: runs them, at most one of a kind at a time, and keeps what they found. May be used from any thread.
@@ -43,6 +46,8 @@ public:
     ScanStart start(const ScanRequest& request);
     /// Asks a running scan to end; it ends by itself soon after. False when no such scan is running.
     bool stop(const std::string& id);
+    /// Holds a running scan up before its next file, or lets it go on. False when no such scan is running.
+    bool pause(const std::string& id, bool paused);
     /// Waits until a scan has ended, at most so many milliseconds. True when it has.
     bool wait(const std::string& id, int milliseconds) const;
 
@@ -56,13 +61,16 @@ public:
     std::optional<ScanStatus> running(ScanKind kind) const;
     /// All scans that are known, newest first.
     std::vector<ScanStatus> history() const;
-    /// Forgets old results. Also done whenever a scan starts.
+    /// English: why results cannot be stored at the moment; empty when they can.
+    std::string problem() const;
+    /// Forgets superfluous results and stores those again that could not be stored. Also done whenever a scan starts.
     void cleanUp();
 
 private:
     /// Of an ended scan only the status is kept in memory.
     void reap();
     std::string newId() const;
+    std::vector<std::string> superfluous() const;
 
     ScanJobsSettings settings_;
     ScanHistory history_;

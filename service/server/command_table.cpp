@@ -2,6 +2,8 @@
 
 #include "norv/log.h"
 #include "norv/protocol/service_settings.h"
+#include "norv/protocol/notices.h"
+#include "norv/protocol/scans.h"
 #include "service/server/handlers.h"
 #include "service/server/service.h"
 
@@ -82,6 +84,11 @@ constexpr std::array COMMANDS{
     Command{protocol::SERVICE_SETTINGS, SET, CONFIGURATION, "set settings", handlers::setSettings},
     Command{protocol::SHARE_PROPOSALS, GET, NOTHING, "propose shares", handlers::listShareProposals},
     Command{IPCMessage::UPDATE_STATUS, GET, NOTHING, "get update status", handlers::getUpdateStatus, AT_ONCE},
+    Command{protocol::PauseScan::COMMAND, START, NOTHING, "pause scan", handlers::pauseScan},
+    Command{protocol::PauseScan::COMMAND, STOP, NOTHING, "resume scan", handlers::resumeScan},
+    Command{protocol::GetNotices::COMMAND, GET, NOTHING, "get notices", handlers::getNotices},
+    Command{protocol::GetNotices::COMMAND, SET, NOTHING, "set notices", handlers::setNotices},
+    Command{protocol::GetNotices::COMMAND, START, NOTHING, "test notices", handlers::testNotices},
     Command{IPCMessage::EVENTS, GET, NOTHING, "list events", handlers::listEvents},
     Command{IPCMessage::DAILY_FIGURES, GET, NOTHING, "get daily figures", handlers::getDailyFigures},
 };

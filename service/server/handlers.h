@@ -2,12 +2,14 @@
 
 #include "norv/ipc_message.h"
 #include "norv/protocol/parameters.h"
+#include "norv/protocol/scans.h"
 
 #include <string>
 
 namespace keldra {
 
 class Service;
+struct ScanStatus;
 
 /// The handlers of the command table (see service/server/command_table.h), one function per row. `docs/protocol.md`
 /// lists the parameters of each.
@@ -40,7 +42,12 @@ bool stopScan(Service& service, const IPCMessage& request, IPCMessage& reply);
 bool getScanStatus(Service& service, const IPCMessage& request, IPCMessage& reply);
 bool startPathScan(Service& service, const IPCMessage& request, IPCMessage& reply);
 bool getScanFinds(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool pauseScan(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool resumeScan(Service& service, const IPCMessage& request, IPCMessage& reply);
 bool getScanHistory(Service& service, const IPCMessage& request, IPCMessage& reply);
+
+/// What the list of scans tells of one.
+protocol::ScanSummary summaryOf(const ScanStatus& status);
 
 // handlers_folders.cpp
 bool listFolders(Service& service, const IPCMessage& request, IPCMessage& reply);
@@ -75,6 +82,11 @@ bool getServiceStatus(Service& service, const IPCMessage& request, IPCMessage& r
 // handlers_events.cpp
 bool listEvents(Service& service, const IPCMessage& request, IPCMessage& reply);
 bool getDailyFigures(Service& service, const IPCMessage& request, IPCMessage& reply);
+
+// handlers_notices.cpp
+bool getNotices(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool setNotices(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool testNotices(Service& service, const IPCMessage& request, IPCMessage& reply);
 
 }  // namespace handlers
 

@@ -23,6 +23,8 @@ bool started(const ScanStart& start, IPCMessage& reply) {
     return true;
 }
 
+}  // namespace
+
 protocol::ScanSummary summaryOf(const ScanStatus& status) {
     return {.id = status.id,
             .kind = scanKindName(status.kind),
@@ -35,7 +37,17 @@ protocol::ScanSummary summaryOf(const ScanStatus& status) {
             .bytes = status.bytes,
             .started = status.started,
             .ended = status.ended,
-            .message = status.message};
+            .message = status.message,
+            .outcome = scanOutcome(status),
+            .lastFile = status.lastFile,
+            .saved = status.saved};
+}
+
+namespace {
+
+const char* pauseName(ScanPause::Why why) {
+    if (why == ScanPause::Why::RUNS) return "";
+    return why == ScanPause::Why::ASKED ? protocol::PAUSED_ASKED : protocol::PAUSED_WINDOW;
 }
 
 protocol::ScanProgress progressOf(const ScanStatus& status) {
@@ -50,10 +62,28 @@ protocol::ScanProgress progressOf(const ScanStatus& status) {
             .ended = status.ended,
             .kind = scanKindName(status.kind),
             .currentFile = status.currentFile,
-            .message = status.message};
+            .message = status.message,
+            .bytesDone = status.bytesDone,
+            .bytesTotal = status.totalBytes,
+            .counting = status.counting,
+            .secondsLeft = status.secondsLeft,
+            .paused = pauseName(status.paused),
+            .outcome = scanOutcome(status),
+            .lastFile = status.lastFile,
+            .saved = status.saved};
 }
 
 }  // namespace
+
+bool pauseScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
+    if (service.scans().pause(protocol::read<protocol::PauseScan>(request).requestId, true)) return true;
+    return refuse("There is no such scan running.", reply);
+}
+
+bool resumeScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
+    if (service.scans().pause(protocol::read<protocol::ResumeScan>(request).requestId, false)) return true;
+    return refuse("There is no such scan running.", reply);
+}
 
 bool getVirusTypes(Service&, const IPCMessage&, IPCMessage& reply) {
     write(reply, protocol::VirusTypes{virusTypeList()});

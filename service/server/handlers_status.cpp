@@ -1,9 +1,8 @@
 #include "norv/protocol/status.h"
 #include "service/base/version.h"
 #include "service/server/handlers.h"
+#include "service/server/protection_facts.h"
 #include "service/server/service.h"
-
-#include <sys/stat.h>
 
 #include <optional>
 #include <set>
@@ -12,9 +11,6 @@
 namespace keldra::handlers {
 
 namespace {
-
-/// Reports of a scan that are looked at for each request.
-constexpr std::size_t MAX_FINDS_LOOKED_AT = 1000;
 
 const char* databaseText(EngineState::Database database) {
     switch (database) {
@@ -47,26 +43,22 @@ void addRealtime(Service& service, protocol::ServiceStatus& status) {
     status.realtimeHanging = state.hanging;
 }
 
-/// Whether a find is a danger that nobody has dealt with. Files made to try out scanners are left alone on purpose.
-bool isUntreated(const ScanFind& find) {
-    struct stat status {};
-    return find.infected && find.left && find.type != "Test_Virus" && ::lstat(find.path.c_str(), &status) == 0 &&
-           S_ISREG(status.st_mode);
+void addVerdict(Service& service, protocol::ServiceStatus& status) {
+    const Protection verdict = protectionOf(service);
+    status.verdict = protectionLevelName(verdict.level);
+    for (const ProtectionReason& reason : verdict.reasons)
+        status.reasons.push_back(
+            {reason.code, protectionLevelName(reason.severity), reason.text, reason.detail, reason.count});
+    const SlowFacts slow = service.slowFacts().facts();
+    status.untreated = slow.untreated;
+    status.untreatedScan = slow.untreatedScan;
 }
 
-/// Infected files that the newest scan of each kind left in place and that are still there.
-void addUntreated(Service& service, protocol::ServiceStatus& status) {
+/// The newest scan of each kind, so that none hides another.
+void addLastScans(Service& service, protocol::ServiceStatus& status) {
     std::set<ScanKind> seen;
-    std::set<std::string> untreated;
-    for (const ScanStatus& scan : service.scans().history()) {
-        if (scan.state == ScanState::RUNNING || !seen.insert(scan.kind).second || scan.found == 0) continue;
-        for (const ScanFind& find : service.scans().leftFinds(scan.id, MAX_FINDS_LOOKED_AT)) {
-            if (!isUntreated(find)) continue;
-            untreated.insert(find.path);
-            if (status.untreatedScan.empty()) status.untreatedScan = scan.id;
-        }
-    }
-    status.untreated = untreated.size();
+    for (const ScanStatus& scan : service.scans().history())
+        if (seen.insert(scan.kind).second) status.lastScans.push_back(summaryOf(scan));
 }
 
 void addScans(Service& service, protocol::ServiceStatus& status) {
@@ -100,7 +92,8 @@ bool getServiceStatus(Service& service, const IPCMessage&, IPCMessage& reply) {
     addEngine(service, status);
     addRealtime(service, status);
     addScans(service, status);
-    addUntreated(service, status);
+    addLastScans(service, status);
+    addVerdict(service, status);
     addSchedules(service, status);
     write(reply, status);
     return true;

@@ -4,10 +4,12 @@
 #include "service/base/memory_budget.h"
 #include "service/engine/extension_list.h"
 #include "service/server/notify.h"
+#include "service/server/protection_facts.h"
 #include "service/tree/share_roots.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -17,6 +19,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <future>
+#include <set>
 #include <utility>
 
 namespace keldra {
@@ -26,6 +29,9 @@ namespace {
 constexpr std::chrono::seconds CLEANING_INTERVAL{60};
 /// How long the start waits for the signatures; large sets go on loading while the console is served already.
 constexpr std::chrono::seconds SIGNATURES_PATIENCE{3};
+/// Infected files of each scan that are looked for where they were.
+constexpr std::size_t FINDS_LOOKED_AT = 1000;
+constexpr const char* TEST_VIRUS = "Test_Virus";
 constexpr rlim_t WANTED_DESCRIPTORS = 65536;
 
 /// A connection or a file under scan takes a descriptor each; the usual soft limit is low.
@@ -119,7 +125,8 @@ bool Service::makeFolders(std::string& error) const {
 /// What a kill left in the middle of a write or of unpacking an archive. A folder for unpacking that others may enter
 /// is not the one that was made here.
 void Service::removeLeftovers() const {
-    for (const auto& folder : {options_.state, options_.state / "history", options_.state / "events"}) removeUnfinishedWrites(folder);
+    for (const auto& folder : {options_.state, options_.state / "history", options_.state / "events"})
+        removeUnfinishedWrites(folder);
     removeUnfinishedWrites(options_.config.parent_path(), options_.config.filename().string());
     const auto unpacking = options_.state / "tmp";
     std::error_code error;
@@ -162,9 +169,69 @@ void Service::prepareVar() {
     writeDefaultExtensions(folder);
 }
 
-void Service::makeParts() {
+void Service::makeJournal() {
     events_ = std::make_unique<EventJournal>(EventJournalSettings{.folder = options_.state / "events"}, clock_);
+    happenings_ = std::make_unique<Happenings>(*events_);
     events_->add({.kind = EventKind::SERVICE, .detail = "The service started."});
+}
+
+/// Last of all parts: what is said depends on all others.
+void Service::makeNotices() {
+    std::array<char, 256> host{};
+    if (::gethostname(host.data(), host.size() - 1) != 0) host[0] = '?';
+    notices_ = std::make_unique<Notices>(NoticesSettings{
+        .folder = options_.state / "notices", .host = host.data(), .texts = [this] { return noticeTexts(); }});
+    events_->onEvents([this](const std::vector<Event>& events) { notices_->take(events); });
+}
+
+NoticeTexts Service::noticeTexts() {
+    const Protection verdict = protectionOf(*this);
+    NoticeTexts texts{protectionLevelName(verdict.level), "", ""};
+    for (const ProtectionReason& reason : verdict.reasons) {
+        texts.reasons += "- " + reason.text;
+        if (!reason.detail.empty()) texts.reasons += " (" + readable(reason.detail) + ")";
+        texts.reasons += "\n";
+    }
+    for (const DayFigures& day : events_->days(7))
+        texts.week += day.day + ": " + std::to_string(day.scanned) + " files scanned, " + std::to_string(day.found) +
+                      " found, " + std::to_string(day.failed) + " not scanned\n";
+    return texts;
+}
+
+void Service::makeScans() {
+    ScanJobsSettings scans;
+    scans.historyFolder = options_.state / "history";
+    scans.ownFolders = ownFolders();
+    scans.onFind = [this](const ScanStatus& scan, const ScanFind& find) { happenings_->found(scan, find); };
+    scans.onEnd = [this](const ScanStatus& scan) {
+        happenings_->scanEnded(scan);
+        if (slowFacts_) slowFacts_->lookAgain();
+    };
+    scans_ = std::make_unique<ScanJobs>(std::move(scans), *engine_, actions_);
+}
+
+/// Infected files that the newest scan of each kind left in place. Files made to try out scanners are left on purpose.
+/// The reports of a scan are read once.
+SlowQuestions Service::slowQuestions() {
+    SlowQuestions questions{shareRoots(*configuration_.snapshot()), options_.state, {}};
+    std::map<std::string, std::vector<LeftFind>> known = std::exchange(left_, {});
+    std::set<ScanKind> seen;
+    for (const ScanStatus& status : scans_->history()) {
+        if (status.state == ScanState::RUNNING || !seen.insert(status.kind).second || status.found == 0) continue;
+        std::vector<LeftFind>& left = left_[status.id];
+        if (const auto before = known.find(status.id); before != known.end()) {
+            left = std::move(before->second);
+        } else {
+            for (ScanFind& find : scans_->leftFinds(status.id, FINDS_LOOKED_AT))
+                if (find.type != TEST_VIRUS) left.push_back({std::move(find.path), status.id});
+        }
+        questions.left.insert(questions.left.end(), left.begin(), left.end());
+    }
+    return questions;
+}
+
+void Service::makeParts() {
+    makeJournal();
     engine_ = makeScanEngine({.signatureFolders = signatureFolders(options_),
                               .temporaryFolder = options_.state / "tmp",
                               .trusted = [this](int fd) { return quarantine_.isTrusted(fd); },
@@ -172,10 +239,7 @@ void Service::makeParts() {
                               .scanUser = options_.scanUser,
                               .cleanFile = options_.state / "clean-files",
                               .fileSize = std::min(EngineSettings().fileSize, physicalMemory() / 4)});
-    ScanJobsSettings scans;
-    scans.historyFolder = options_.state / "history";
-    scans.ownFolders = ownFolders();
-    scans_ = std::make_unique<ScanJobs>(scans, *engine_, actions_);
+    makeScans();
     updater_ = std::make_unique<Updater>(
         UpdaterSettings{.state = options_.state,
                         .signatures = options_.state / "signatures",
@@ -189,13 +253,16 @@ void Service::makeParts() {
                              const bool loaded = engine_->load();
                              if (loaded) realtime_->forgetClean();
                              return loaded;
-                         }},
+                         },
+                     .ended = [this](const UpdateStatus& update) { happenings_->updateEnded(update); }},
         clock_);
     scheduler_ = std::make_unique<Scheduler>(options_.state / "schedule.json", clock_,
                                              Scheduler::Hooks{.startScan = [this] { return startScheduledScan(); },
                                                               .startUpdate = [this] { return startScheduledUpdate(); },
                                                               .randomSecond = {}});
     realtime_ = std::make_unique<RealtimeScan>(*engine_, actions_, ownFolders());
+    slowFacts_ = std::make_unique<SlowFactsWatch>([this] { return slowQuestions(); });
+    makeNotices();
     clients_ = std::make_unique<ClientServer>(clientHooks());
 }
 
@@ -237,8 +304,11 @@ bool Service::startScheduledScan() {
     const auto config = configuration_.snapshot();
     const NORVScheduledScanConfig record(*config);
     const NORVScanConfig& settings = record;
-    const ScanStart start = scans_->start(
-        {.kind = ScanKind::SCHEDULED, .settings = settings, .roots = {}, .shareRoots = shareRoots(*config)});
+    const ScanStart start = scans_->start({.kind = ScanKind::SCHEDULED,
+                                           .settings = settings,
+                                           .roots = {},
+                                           .shareRoots = shareRoots(*config),
+                                           .lowPriority = true});
     if (!start.started) NORV_LOG(NORV_LOG_WARNING, "The scheduled scan was not started: %s", start.message.c_str());
     return start.started;
 }
@@ -332,6 +402,9 @@ void Service::stop() {
     server_.stop();
     applying_.join();
     if (clients_) clients_->stop();
+    // Whoever asks for the verdict ends before what the verdict asks.
+    if (notices_ && events_) events_->onEvents({}), notices_->stop();
+    if (slowFacts_) slowFacts_->stop();
     if (scheduler_) scheduler_->stop();
     const bool realtimeEnded = !realtime_ || realtime_->stop();
     if (updater_) updater_->stop();

@@ -7,12 +7,15 @@
 #include "service/clients/client_server.h"
 #include "service/engine/scan_engine.h"
 #include "service/events/event_journal.h"
+#include "service/notices/notices.h"
 #include "service/quarantine/actions.h"
 #include "service/quarantine/quarantine.h"
 #include "service/realtime/realtime_scan.h"
 #include "service/scanning/scan_jobs.h"
 #include "service/schedules/scheduler.h"
+#include "service/server/happenings.h"
 #include "service/server/message_server.h"
+#include "service/server/slow_facts.h"
 #include "service/settings/configuration_store.h"
 #include "service/settings/served_document.h"
 #include "service/updates/updater.h"
@@ -22,6 +25,7 @@
 #include <asio/steady_timer.hpp>
 #include <asio/thread_pool.hpp>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -81,6 +85,9 @@ public:
     RealtimeScan& realtime() { return *realtime_; }
     ClientServer& clients() { return *clients_; }
     EventJournal& events() { return *events_; }
+    Notices& notices() { return *notices_; }
+    Happenings& happenings() { return *happenings_; }
+    SlowFactsWatch& slowFacts() { return *slowFacts_; }
     std::filesystem::path passwordFile() const { return options_.state / "password"; }
     std::int64_t startedAt() const { return startedAt_; }
 
@@ -93,6 +100,11 @@ private:
     bool makeFolders(std::string& error) const;
     void removeLeftovers() const;
     void makeParts();
+    void makeJournal();
+    void makeNotices();
+    NoticeTexts noticeTexts();
+    void makeScans();
+    SlowQuestions slowQuestions();
     ClientHooks clientHooks();
     void loadSignatures();
     void prepareVar();
@@ -120,15 +132,19 @@ private:
     Quarantine quarantine_;
     Actions actions_;
     std::unique_ptr<EventJournal> events_;
+    std::unique_ptr<Happenings> happenings_;
     std::unique_ptr<ScanEngine> engine_;
     std::unique_ptr<ScanJobs> scans_;
     std::unique_ptr<Updater> updater_;
     std::unique_ptr<Scheduler> scheduler_;
     std::unique_ptr<RealtimeScan> realtime_;
+    std::unique_ptr<SlowFactsWatch> slowFacts_;
+    std::unique_ptr<Notices> notices_;
     std::unique_ptr<ClientServer> clients_;
     std::mutex changing_;
     asio::thread_pool applying_{1};  ///< applies what was changed by hand
     std::string preparedVar_;
+    std::map<std::string, std::vector<LeftFind>> left_;  ///< by scan; only the watch of the disks uses it
     MessageServer server_;
 };
 

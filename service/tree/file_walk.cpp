@@ -236,9 +236,10 @@ std::optional<ScannedFile> FileWalk::nextOpened(const std::stop_token& stop, con
     return std::nullopt;
 }
 
-void countFiles(const WalkPlan& plan, const std::function<void()>& found, const std::stop_token& stop) {
-    FileWalk walk(plan, [&found](const std::string&, const std::string&) { found(); });
-    while (walk.next(stop)) found();
+void countFiles(const WalkPlan& plan, const std::function<void(const FoundFile* file)>& found,
+                const std::stop_token& stop) {
+    FileWalk walk(plan, [&found](const std::string&, const std::string&) { found(nullptr); });
+    while (const std::optional<FoundFile> file = walk.next(stop)) found(&*file);
 }
 
 }  // namespace keldra

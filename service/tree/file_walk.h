@@ -65,8 +65,9 @@ private:
     std::unique_ptr<State> state_;
 };
 
-/// Counts what a walk would visit or skip, without opening files: `found` is called for each of them. Returns when all
-/// is done or a stop was asked for.
-void countFiles(const WalkPlan& plan, const std::function<void()>& found, const std::stop_token& stop);
+/// Counts what a walk would visit or skip, without opening files: `found` is called for each of them, with nothing for
+/// what is skipped. Returns when all is done or a stop was asked for.
+void countFiles(const WalkPlan& plan, const std::function<void(const FoundFile* file)>& found,
+                const std::stop_token& stop);
 
 }  // namespace keldra

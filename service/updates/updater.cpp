@@ -249,13 +249,18 @@ void Updater::finish(const Request& request, const Outcome& outcome) {
     } catch (const std::exception& error) {
         NORV_LOG(NORV_LOG_ERROR, "The update's end cannot be told: %s", error.what());
     }
-    const std::lock_guard lock(mutex_);
-    status_.running = false;
-    status_.progress = 10;
-    status_.ended = clock_.now();
-    status_.succeeded = outcome.succeeded;
-    status_.installed = outcome.installed;
-    status_.message = outcome.message;
+    UpdateStatus last;
+    {
+        const std::lock_guard lock(mutex_);
+        status_.running = false;
+        status_.progress = 10;
+        status_.ended = clock_.now();
+        status_.succeeded = outcome.succeeded;
+        status_.installed = outcome.installed;
+        status_.message = outcome.message;
+        last = status_;
+    }
+    if (hooks_.ended) hooks_.ended(last);
 }
 
 /// Folders that freshclam unpacks in and leaves behind when it is ended.

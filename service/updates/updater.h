@@ -29,6 +29,9 @@ struct UpdaterSettings {
     std::int64_t progressAge = 86400;  ///< seconds for which they are kept
 };
 
+/// What an update is doing, or what became of the last one.
+using UpdateStatus = protocol::UpdateProgress;
+
 /// What an Updater needs of the rest of the service. All may be called from its own thread.
 struct UpdaterHooks {
     std::function<NORVAUConfig()> configuration;  ///< the settings of the moment: sources and proxy
@@ -36,10 +39,9 @@ struct UpdaterHooks {
     std::function<std::string()> engineVersion;   ///< version of the scan engine that is in use
     /// Loads the new databases and waits for it. False: they cannot be loaded and the old ones stay in use.
     std::function<bool()> reload;
+    /// Told how an update ended. May be empty.
+    std::function<void(const UpdateStatus& update)> ended{};
 };
-
-/// What an update is doing, or what became of the last one.
-using UpdateStatus = protocol::UpdateProgress;
 
 /// All texts that an update may end with, for the message catalogue.
 const std::vector<std::string>& updateMessages();

@@ -25,6 +25,10 @@ inline bool isRequestId(std::string_view id) {
     return !id.empty() && id.find_first_not_of("0123456789_") == std::string_view::npos;
 }
 
+/// What holds a scan up: somebody asked for it, or it is outside of its time of day.
+inline constexpr const char* PAUSED_ASKED = "asked";
+inline constexpr const char* PAUSED_WINDOW = "window";
+
 struct ScanProgress {
     ScanState state = ScanState::NOT_RUNNING;
     int64_t total = 0;  ///< files to scan, as far as they are counted
@@ -32,12 +36,20 @@ struct ScanProgress {
     int64_t found = 0;             ///< infected ones
     uint64_t notFullyScanned = 0;  ///< those that met a limit or are encrypted
     uint64_t skipped = 0;          ///< those that could not be read or vanished
-    uint64_t bytes = 0;
-    int64_t started = 0;  ///< seconds since the epoch
-    int64_t ended = 0;    ///< seconds since the epoch; 0 while running
+    uint64_t bytes = 0;            ///< of the files that were scanned wholly
+    int64_t started = 0;           ///< seconds since the epoch
+    int64_t ended = 0;             ///< seconds since the epoch; 0 while running
     std::string kind;
     std::string currentFile;
-    std::string message;  ///< explains the state, English; may be empty
+    std::string message;       ///< explains the state, English; may be empty
+    uint64_t bytesDone = 0;    ///< of all files that are dealt with
+    uint64_t bytesTotal = 0;   ///< of the files to scan, as far as they are counted
+    bool counting = false;     ///< the totals still grow
+    int64_t secondsLeft = -1;  ///< a guess; -1: none
+    std::string paused;        ///< empty, PAUSED_ASKED or PAUSED_WINDOW
+    std::string outcome;       ///< "running", "completed", "stopped", "interrupted" or "failed"
+    std::string lastFile;      ///< the file it was at when it did not run to its end
+    bool saved = true;         ///< the result is on disk
 
     static void visit(auto& record, auto&& field) {
         field("Status", record.state);
@@ -52,6 +64,14 @@ struct ScanProgress {
         field("Kind", record.kind);
         field("CurrentFile", record.currentFile);
         field("Message", record.message);
+        field("BytesDone", record.bytesDone);
+        field("BytesTotal", record.bytesTotal);
+        field("Counting", record.counting);
+        field("SecondsLeft", record.secondsLeft);
+        field("Paused", record.paused);
+        field("Outcome", record.outcome);
+        field("LastFile", record.lastFile);
+        field("Saved", record.saved);
     }
 };
 
@@ -124,14 +144,35 @@ struct StopPathScan {
     static void visit(auto& record, auto&& field) { field("RequestID", record.requestId); }
 };
 
+/// Holds a running scan up before its next file.
+struct PauseScan {
+    static constexpr auto KIND = IPCMessage::START;
+    static constexpr auto COMMAND = IPCMessage::CommandID{122};
+    using Reply = Nothing;
+    std::string requestId;
+
+    static void visit(auto& record, auto&& field) { field("RequestID", record.requestId); }
+};
+
+/// Lets it go on.
+struct ResumeScan {
+    static constexpr auto KIND = IPCMessage::STOP;
+    static constexpr auto COMMAND = IPCMessage::CommandID{122};
+    using Reply = Nothing;
+    std::string requestId;
+
+    static void visit(auto& record, auto&& field) { field("RequestID", record.requestId); }
+};
+
 /// What a scan reports about one file.
 struct ScanFind {
     std::string path;
     bool infected = false;  ///< else it was not fully scanned, or not at all
     std::string signature;
     std::string type;
-    std::string detail;  ///< what was done, or what kept it from being scanned; English
-    bool left = false;   ///< infected, and left where it was found
+    std::string detail;    ///< what was done, or what kept it from being scanned; English
+    bool left = false;     ///< infected, and left where it was found
+    bool skipped = false;  ///< not looked at at all
 
     static void visit(auto& record, auto&& field) {
         field("path", record.path);
@@ -140,6 +181,7 @@ struct ScanFind {
         field("type", record.type);
         field("detail", record.detail);
         field("left", record.left);
+        field("skipped", record.skipped);
     }
 };
 
@@ -180,6 +222,9 @@ struct ScanSummary {
     int64_t started = 0;
     int64_t ended = 0;
     std::string message;
+    std::string outcome;   ///< as that of ScanProgress
+    std::string lastFile;  ///< the file it was at when it did not run to its end
+    bool saved = true;
 
     static void visit(auto& record, auto&& field) {
         field("id", record.id);
@@ -194,6 +239,9 @@ struct ScanSummary {
         field("started", record.started);
         field("ended", record.ended);
         field("message", record.message);
+        field("outcome", record.outcome);
+        field("lastFile", record.lastFile);
+        field("saved", record.saved);
     }
 };
 

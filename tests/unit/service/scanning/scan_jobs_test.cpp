@@ -42,6 +42,10 @@ public:
         open_ = true;
         changed_.notify_all();
     }
+    void close() {
+        const std::lock_guard lock(mutex_);
+        open_ = false;
+    }
 
     std::atomic<int> scans = 0;
     bool throws = false;
@@ -164,6 +168,8 @@ TEST_F(ScanJobsTest, UnreadableFilesAreSkippedAndCounted) {
     EXPECT_EQ(status.skipped, 1U);
     EXPECT_EQ(status.scanned, 1U);
     EXPECT_EQ(status.total, 2U);
+    const ScanFind find = jobs_->finds(status.id, 0).at(0);
+    EXPECT_EQ(std::pair(find.path, find.skipped), std::pair((dir_ / "share/closed").string(), true));
     EXPECT_EQ(status.state, ScanState::COMPLETED);
 }
 
@@ -250,6 +256,7 @@ TEST_F(ScanJobsTest, ScanCutShortByAKillIsNotShownAsRunning) {
     restart(shippedEngine());
     EXPECT_EQ(jobs_->status(id)->state, ScanState::STOPPED);
     EXPECT_EQ(jobs_->status(id)->message, SCAN_INTERRUPTED);
+    EXPECT_EQ(scanOutcome(*jobs_->status(id)), "interrupted");
     EXPECT_GE(jobs_->status(id)->ended, jobs_->status(id)->started);
 }
 
@@ -260,6 +267,7 @@ TEST_F(ScanJobsTest, ShutdownStopsScansAndSaysSo) {
     waitForScans(gated_, 1);
     restart(shippedEngine());
     EXPECT_EQ(jobs_->status(id)->message, SCAN_SHUT_DOWN);
+    EXPECT_EQ(jobs_->status(id)->lastFile, dir_ / "share/file");
 }
 
 TEST_F(ScanJobsTest, ScanThatCannotBeDoneFailsWithAReason) {
@@ -301,23 +309,79 @@ TEST_F(ScanJobsTest, FileThatTheEngineCannotScanIsNotCountedAsScanned) {
     EXPECT_FALSE(jobs_->finds(status.id, 0).front().infected);
 }
 
-TEST_F(ScanJobsTest, OldResultsAreForgottenByNumberAndByAge) {
+TEST_F(ScanJobsTest, OldResultsAreForgottenByNumberButNotTheLastOfItsKindNorByAClockThatJumps) {
     settings_.historyLimit = 2;
-    settings_.historyAge = 100;
     restart(shippedEngine());
+    request_.kind = ScanKind::SCHEDULED;
+    const std::string nightly = run().id;
+    request_.kind = ScanKind::PATH;
     std::vector<std::string> ids;
     for (int i = 0; i < 4; ++i) {
-        ids.push_back(run().id);
         ++clock_.seconds;
+        ids.push_back(run().id);
     }
+    clock_.seconds += int64_t{100} * 86400;
     jobs_->cleanUp();
-    EXPECT_EQ(jobs_->history().size(), 2U);
-    EXPECT_EQ(jobs_->history().front().id, ids.back());
+    ASSERT_EQ(jobs_->history().size(), 3U);
+    EXPECT_EQ(jobs_->history()[1].id, ids[2]);
+    EXPECT_EQ(jobs_->history()[2].id, nightly);
     EXPECT_FALSE(jobs_->status(ids.front()));
-    clock_.seconds += 1000;
+}
+
+TEST_F(ScanJobsTest, APausedScanWaitsAtTheNextFileAndGoesOn) {
+    restart(gated_);
+    gated_.open();
+    for (int i = 0; i < 50; ++i) put("f" + std::to_string(i), "x");
+    // Midnight to a second after it, anywhere: the window is as good as closed.
+    request_.window = {"00:00:00", "00:00:01"};
+    const std::string id = begin();
+    EXPECT_EQ(jobs_->status(id)->paused, ScanPause::Why::WINDOW);
+    request_.kind = ScanKind::PATH;
+    request_.window = {};
+    gated_.close();
+    const std::string other = begin();
+    waitForScans(gated_, 2);
+    EXPECT_TRUE(jobs_->pause(other, true));
+    EXPECT_EQ(jobs_->status(other)->paused, ScanPause::Why::ASKED);
+    gated_.open();
+    EXPECT_FALSE(jobs_->wait(other, 200));
+    EXPECT_LE(gated_.scans, 2) << "only what was under scan already is scanned";
+    EXPECT_TRUE(jobs_->pause(other, false));
+    EXPECT_EQ(finish(other).scanned, 50U);
+    EXPECT_EQ(jobs_->status(id)->scanned, 0U);
+    EXPECT_TRUE(jobs_->stop(id)) << "a paused scan can be stopped";
+    EXPECT_EQ(finish(id).state, ScanState::STOPPED);
+    EXPECT_FALSE(jobs_->pause(id, true));
+}
+
+TEST_F(ScanJobsTest, ProgressIsMeasuredByWhatTheDiskHolds) {
+    put("small", std::string(100000, 'x'));
+    put("huge.img", "");
+    fs::resize_file(dir_ / "share/huge.img", std::uintmax_t{3} << 30U);
+    const ScanStatus status = run();
+    EXPECT_EQ(status.state, ScanState::COMPLETED);
+    EXPECT_GE(status.bytes, 100000U);
+    EXPECT_LT(status.bytes, 200000U) << "holes are no data";
+    EXPECT_EQ(status.totalBytes, status.bytesDone);
+}
+
+TEST_F(ScanJobsTest, WhatCannotBeWrittenIsToldAndTriedAgain) {
+    put("virus", testVirus());
+    request_.act = false;
+    fs::remove_all(dir_ / "history");
+    ::writeFile(dir_ / "history", "in the way");
+    const std::string id = run().id;
+    EXPECT_FALSE(jobs_->status(id)->saved);
+    EXPECT_NE(jobs_->problem(), "");
     jobs_->cleanUp();
-    EXPECT_TRUE(jobs_->history().empty());
-    EXPECT_TRUE(fs::is_empty(dir_ / "history"));
+    EXPECT_EQ(jobs_->finds(id, 0).size(), 1U) << "it is not forgotten meanwhile";
+    fs::remove(dir_ / "history");
+    fs::create_directory(dir_ / "history");
+    jobs_->cleanUp();
+    EXPECT_EQ(jobs_->problem(), "");
+    restart(shippedEngine());
+    EXPECT_EQ(jobs_->status(id)->state, ScanState::COMPLETED);
+    EXPECT_EQ(jobs_->finds(id, 0).size(), 1U);
 }
 
 }  // namespace

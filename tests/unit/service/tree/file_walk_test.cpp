@@ -29,7 +29,7 @@ protected:
     }
     std::size_t count() const {
         std::size_t found = 0;
-        countFiles(plan_, [&found] { ++found; }, {});
+        countFiles(plan_, [&found](const FoundFile*) { ++found; }, {});
         return found;
     }
 

@@ -1,0 +1,104 @@
+#include "service/server/happenings.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace keldra {
+
+namespace {
+
+/// Reports of one scan that become an event each.
+constexpr std::uint64_t MOST_FOUND = 1000;
+constexpr std::uint64_t MOST_NOT_SCANNED = 200;
+/// Events that are looked through for the last updates.
+constexpr std::size_t UPDATES_LOOKED_AT = 200;
+
+Event eventOf(const ScanFind& find, const std::string& task) {
+    Event event;
+    event.kind = find.infected ? EventKind::FIND : EventKind::NOT_SCANNED;
+    event.severity = find.infected ? EventSeverity::ALERT : EventSeverity::WARNING;
+    event.task = task;
+    event.path = find.path;
+    event.signature = find.signature;
+    (find.infected ? event.action : event.detail) = find.detail;
+    return event;
+}
+
+Event restOf(EventKind kind, const std::string& task, std::uint64_t count) {
+    Event event;
+    event.kind = kind;
+    event.severity = kind == EventKind::FIND ? EventSeverity::ALERT : EventSeverity::WARNING;
+    event.task = task;
+    event.detail = kind == EventKind::FIND ? "Further finds; all of them stand with the scan's results."
+                                           : "Further files; all of them stand with the scan's results.";
+    event.count = count;
+    return event;
+}
+
+bool runToItsEnd(const ScanStatus& scan) { return scan.state == ScanState::COMPLETED; }
+
+}  // namespace
+
+Happenings::Happenings(EventJournal& journal) : journal_(journal) {
+    for (const Event& event : journal_.query({.kinds = {EventKind::UPDATE}}, 0, UPDATES_LOOKED_AT).events) {
+        const bool good = event.severity == EventSeverity::INFO;
+        if (updates_.message.empty()) updates_.failed = !good, updates_.message = event.detail;
+        if (good && updates_.succeeded == 0) updates_.succeeded = event.time;
+    }
+}
+
+void Happenings::found(const ScanStatus& scan, const ScanFind& find) {
+    {
+        const std::lock_guard lock(mutex_);
+        Told& told = told_[scan.id];
+        std::uint64_t& count = find.infected ? told.found : told.notScanned;
+        if (++count > (find.infected ? MOST_FOUND : MOST_NOT_SCANNED)) return;
+    }
+    journal_.add(eventOf(find, scanKindName(scan.kind)));
+}
+
+void Happenings::scanEnded(const ScanStatus& scan) {
+    Told told;
+    {
+        const std::lock_guard lock(mutex_);
+        told = std::exchange(told_[scan.id], Told{});
+        told_.erase(scan.id);
+    }
+    const std::string task = scanKindName(scan.kind);
+    if (told.found > MOST_FOUND) journal_.add(restOf(EventKind::FIND, task, told.found - MOST_FOUND));
+    if (told.notScanned > MOST_NOT_SCANNED)
+        journal_.add(restOf(EventKind::NOT_SCANNED, task, told.notScanned - MOST_NOT_SCANNED));
+    journal_.countScanned(scan.scanned);
+    Event event;
+    event.kind = EventKind::SCAN;
+    event.severity = runToItsEnd(scan) && scan.found == 0 ? EventSeverity::INFO : EventSeverity::WARNING;
+    event.task = task;
+    event.path = scan.lastFile;
+    event.action = scanOutcome(scan);
+    event.detail = scan.message;
+    event.count = scan.scanned;
+    journal_.add(std::move(event));
+}
+
+void Happenings::updateEnded(const UpdateStatus& update) {
+    {
+        const std::lock_guard lock(mutex_);
+        updates_.failed = !update.succeeded;
+        updates_.message = update.message;
+        if (update.succeeded) updates_.succeeded = update.ended;
+    }
+    Event event;
+    event.kind = EventKind::UPDATE;
+    event.severity = update.succeeded ? EventSeverity::INFO : EventSeverity::WARNING;
+    event.task = update.scheduled ? "scheduled" : "manual";
+    event.action = !update.succeeded ? "failed" : update.installed ? "installed" : "nothing new";
+    event.detail = update.message;
+    journal_.add(std::move(event));
+}
+
+UpdateMemory Happenings::updates() const {
+    const std::lock_guard lock(mutex_);
+    return updates_;
+}
+
+}  // namespace keldra

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "service/events/event_journal.h"
+#include "service/scanning/scan_status.h"
+#include "service/updates/updater.h"
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+
+namespace keldra {
+
+/// What is known of updates beyond the life of this process.
+struct UpdateMemory {
+    std::int64_t succeeded = 0;  ///< when the last one that did ended, seconds since the epoch; 0: never
+    bool failed = false;         ///< the last one
+    std::string message;         ///< of the last one, English
+};
+
+/// Puts what the tasks tell into the journal, so that no task fills it: the first reports of a scan stand there one by
+/// one, the rest as one event. May be used from any thread.
+class Happenings {
+public:
+    explicit Happenings(EventJournal& journal);
+
+    void found(const ScanStatus& scan, const ScanFind& find);
+    void scanEnded(const ScanStatus& scan);
+    void updateEnded(const UpdateStatus& update);
+    UpdateMemory updates() const;
+
+private:
+    struct Told {
+        std::uint64_t found = 0;
+        std::uint64_t notScanned = 0;
+    };
+
+    EventJournal& journal_;
+    mutable std::mutex mutex_;
+    std::map<std::string, Told> told_;  ///< of running scans
+    UpdateMemory updates_;
+};
+
+}  // namespace keldra
