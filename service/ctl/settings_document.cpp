@@ -1,6 +1,8 @@
 #include "service/ctl/settings_document.h"
 
 #include "norv/ipc_message.h"
+#include "norv/json_text.h"
+#include "norv/protocol/service_settings.h"
 #include "service/ctl/control_client.h"
 #include "service/ctl/output.h"
 
@@ -8,6 +10,7 @@
 #include <rapidjson/writer.h>
 
 #include <algorithm>
+#include <map>
 #include <string_view>
 
 namespace keldra {
@@ -104,6 +107,62 @@ const std::vector<SettingsGroup>& settingsGroups() {
     return GROUPS;
 }
 
+namespace {
+
+/// The settings that belong to no scan, by their whole names; secrets stay with the service.
+std::string fetchTable(std::map<std::string, std::string>& table) {
+    const auto answer = ask(protocol::GetServiceSettings());
+    if (!answer) return faultOf(answer);
+    for (const protocol::ServiceSetting& setting : answer.reply.settings)
+        if (setting.kind != "secret") table[setting.name] = setting.value;
+    return {};
+}
+
+std::string addTable(rapidjson::Document& settings) {
+    std::map<std::string, std::string> table;
+    if (std::string fault = fetchTable(table); !fault.empty()) return fault;
+    Allocator& allocator = settings.GetAllocator();
+    for (const auto& [name, value] : table) {
+        std::string group;
+        std::string field;
+        if (!splitSettingName(name, group, field)) continue;
+        if (!settings.HasMember(group.c_str()))
+            settings.AddMember(nameOf(group, allocator), rapidjson::Value(rapidjson::kObjectType), allocator);
+        settings[group.c_str()].AddMember(nameOf(field, allocator), nameOf(value, allocator), allocator);
+    }
+    return {};
+}
+
+/// Checks the fields of a group of the table and adds them to what is to be stored. Returns what is wrong.
+std::string takeTableGroup(const std::string& group, const rapidjson::Value& fields,
+                           const std::map<std::string, std::string>& known,
+                           std::map<std::string, std::string>& wanted) {
+    const auto belongs = [&group](const auto& entry) { return entry.first.starts_with(group + "."); };
+    if (std::none_of(known.begin(), known.end(), belongs)) return "There is no group of settings " + group + ".";
+    if (!fields.IsObject()) return group + " is no object.";
+    for (const auto& field : fields.GetObject()) {
+        const std::string name = group + "." + field.name.GetString();
+        if (known.count(name) == 0) return "There is no setting " + name + ".";
+        if (!field.value.IsString()) return name + " must be a text, such as \"" + known.at(name) + "\".";
+        wanted[name] = {field.value.GetString(), field.value.GetStringLength()};
+    }
+    return {};
+}
+
+std::string storeTable(const std::map<std::string, std::string>& wanted) {
+    JsonText json;
+    json.object([&] {
+        for (const auto& [name, value] : wanted) json.member(name, value);
+    });
+    protocol::SetServiceSettings request;
+    request.settings = json.text();
+    request.expected = "{}";
+    const auto answer = ask(request);
+    return answer ? "" : faultOf(answer);
+}
+
+}  // namespace
+
 std::string fetchSettings(rapidjson::Document& settings) {
     settings.SetObject();
     Allocator& allocator = settings.GetAllocator();
@@ -118,24 +177,29 @@ std::string fetchSettings(rapidjson::Document& settings) {
         }
         settings.AddMember(rapidjson::StringRef(group.name), fields, allocator);
     }
-    return {};
+    return addTable(settings);
 }
 
 StoreResult storeSettings(const rapidjson::Value& settings) {
     if (!settings.IsObject()) return {"This is no object of settings.", {}};
+    std::map<std::string, std::string> known;
+    std::map<std::string, std::string> wanted;
+    if (std::string fault = fetchTable(known); !fault.empty()) return {fault, {}};
     std::vector<std::pair<const SettingsGroup*, rapidjson::Document>> records;
     for (const auto& entry : settings.GetObject()) {
         const SettingsGroup* const group = findGroup(entry.name.GetString());
-        if (!group) return {std::string("There is no group of settings ") + entry.name.GetString() + ".", {}};
         rapidjson::Document record;
-        if (std::string fault = translate(*group, entry.value, record); !fault.empty()) return {fault, {}};
-        records.emplace_back(group, std::move(record));
+        const std::string fault = group ? translate(*group, entry.value, record)
+                                        : takeTableGroup(entry.name.GetString(), entry.value, known, wanted);
+        if (!fault.empty()) return {fault, {}};
+        if (group) records.emplace_back(group, std::move(record));
     }
     StoreResult result;
-    for (const auto& [group, record] : records) {
-        result.fault = storeRecord(*group, record);
-        if (!result.fault.empty()) break;
-        result.done.emplace_back(group->name);
+    if (!wanted.empty()) result.fault = storeTable(wanted);
+    if (!wanted.empty() && result.fault.empty()) result.done.emplace_back("service");
+    for (auto next = records.begin(); next != records.end() && result.fault.empty(); ++next) {
+        result.fault = storeRecord(*next->first, next->second);
+        if (result.fault.empty()) result.done.emplace_back(next->first->name);
     }
     return result;
 }

@@ -31,10 +31,11 @@ struct RealtimeScan::Policy {
     const std::vector<std::string> excludePatterns;
 };
 
-RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders)
+RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders, OnFind onFind)
     : engine_(engine),
       actions_(actions),
       ownFolders_(std::move(ownFolders)),
+      onFind_(std::move(onFind)),
       policy_(std::make_shared<const Policy>(NORVRealtimeScanConfig())),
       listener_(
           {[this](int fd, const std::string& path, std::stop_token stop) { return scan(fd, path, std::move(stop)); },
@@ -88,7 +89,8 @@ void RealtimeScan::act(int fd, const std::string& path, const OnAccessAnswer& an
     }
     if (const auto file = scannedFileAt(fd, path)) {
         const ScanResult result{.verdict = Verdict::INFECTED, .signature = answer.find, .detail = {}};
-        actions_.perform(*file, result, policy()->settings, "realtime");
+        const ActionOutcome outcome = actions_.perform(*file, result, policy()->settings, "realtime");
+        if (onFind_) onFind_(path, answer.find, outcome);
     }
     const std::lock_guard lock(mutex_);
     actedOn_.erase(identity);

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -42,8 +43,12 @@ struct RealtimeState {
 /// The real-time scan's policy: what the stored settings mean for a file that is opened or was written.
 class RealtimeScan {
 public:
-    /// `ownFolders`: the service's, never scanned.
-    RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders);
+    /// Told of each find after it was dealt with, from the threads of the real-time scan.
+    using OnFind =
+        std::function<void(const std::string& path, const std::string& signature, const ActionOutcome& done)>;
+
+    /// `ownFolders`: the service's, never scanned. `onFind` may be empty.
+    RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders, OnFind onFind = {});
 
     /// Acts by these settings from here on.
     void configure(const NORVConfig& config);
@@ -65,6 +70,7 @@ private:
     ScanEngine& engine_;
     Actions& actions_;
     const std::vector<std::string> ownFolders_;
+    const OnFind onFind_;
     mutable std::mutex mutex_;
     std::shared_ptr<const Policy> policy_;
     std::set<std::pair<dev_t, ino_t>> actedOn_;  ///< files that an action is being done to

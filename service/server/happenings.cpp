@@ -10,6 +10,8 @@ namespace {
 /// Reports of one scan that become an event each.
 constexpr std::uint64_t MOST_FOUND = 1000;
 constexpr std::uint64_t MOST_NOT_SCANNED = 200;
+constexpr std::size_t MOST_TOLD_OF = 10000;
+constexpr std::int64_t TOLD_EVERY = 3600 * 1000;  // milliseconds
 /// Events that are looked through for the last updates.
 constexpr std::size_t UPDATES_LOOKED_AT = 200;
 
@@ -39,7 +41,7 @@ bool runToItsEnd(const ScanStatus& scan) { return scan.state == ScanState::COMPL
 
 }  // namespace
 
-Happenings::Happenings(EventJournal& journal) : journal_(journal) {
+Happenings::Happenings(EventJournal& journal, const Clock& clock) : journal_(journal), clock_(clock) {
     for (const Event& event : journal_.query({.kinds = {EventKind::UPDATE}}, 0, UPDATES_LOOKED_AT).events) {
         const bool good = event.severity == EventSeverity::INFO;
         if (updates_.message.empty()) updates_.failed = !good, updates_.message = event.detail;
@@ -55,6 +57,25 @@ void Happenings::found(const ScanStatus& scan, const ScanFind& find) {
         if (++count > (find.infected ? MOST_FOUND : MOST_NOT_SCANNED)) return;
     }
     journal_.add(eventOf(find, scanKindName(scan.kind)));
+}
+
+void Happenings::foundByRealtime(const std::string& path, const std::string& signature, const ActionOutcome& done) {
+    if (!done.done || done.performed == Action::PASS) {
+        const std::int64_t now = clock_.steadyMilliseconds();
+        const std::lock_guard lock(mutex_);
+        if (toldOf_.size() >= MOST_TOLD_OF) toldOf_.clear();
+        const auto [told, isNew] = toldOf_.try_emplace(path + '\n' + signature, now);
+        if (!isNew && now - told->second < TOLD_EVERY) return;
+        told->second = now;
+    }
+    Event event;
+    event.kind = EventKind::FIND;
+    event.severity = EventSeverity::ALERT;
+    event.task = "realtime";
+    event.path = path;
+    event.signature = signature;
+    event.action = done.text;
+    journal_.add(std::move(event));
 }
 
 void Happenings::scanEnded(const ScanStatus& scan) {

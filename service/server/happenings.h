@@ -1,6 +1,7 @@
 #pragma once
 
 #include "service/events/event_journal.h"
+#include "service/quarantine/actions.h"
 #include "service/scanning/scan_status.h"
 #include "service/updates/updater.h"
 
@@ -22,9 +23,11 @@ struct UpdateMemory {
 /// one, the rest as one event. May be used from any thread.
 class Happenings {
 public:
-    explicit Happenings(EventJournal& journal);
+    explicit Happenings(EventJournal& journal, const Clock& clock = systemClock());
 
     void found(const ScanStatus& scan, const ScanFind& find);
+    /// A find that may stay is met at each access; it is told once an hour.
+    void foundByRealtime(const std::string& path, const std::string& signature, const ActionOutcome& done);
     void scanEnded(const ScanStatus& scan);
     void updateEnded(const UpdateStatus& update);
     UpdateMemory updates() const;
@@ -36,8 +39,10 @@ private:
     };
 
     EventJournal& journal_;
+    const Clock& clock_;
     mutable std::mutex mutex_;
-    std::map<std::string, Told> told_;  ///< of running scans
+    std::map<std::string, Told> told_;            ///< of running scans
+    std::map<std::string, std::int64_t> toldOf_;  ///< by path and signature: when a find that stayed was told last
     UpdateMemory updates_;
 };
 

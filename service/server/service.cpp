@@ -260,7 +260,11 @@ void Service::makeParts() {
                                              Scheduler::Hooks{.startScan = [this] { return startScheduledScan(); },
                                                               .startUpdate = [this] { return startScheduledUpdate(); },
                                                               .randomSecond = {}});
-    realtime_ = std::make_unique<RealtimeScan>(*engine_, actions_, ownFolders());
+    realtime_ = std::make_unique<RealtimeScan>(
+        *engine_, actions_, ownFolders(),
+        [this](const std::string& path, const std::string& signature, const ActionOutcome& done) {
+            happenings_->foundByRealtime(path, signature, done);
+        });
     slowFacts_ = std::make_unique<SlowFactsWatch>([this] { return slowQuestions(); });
     makeNotices();
     clients_ = std::make_unique<ClientServer>(clientHooks());
