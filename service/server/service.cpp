@@ -271,10 +271,10 @@ void Service::makeParts() {
 }
 
 ClientHooks Service::clientHooks() {
-    return {.scan = [this](int fd, const std::string& name,
-                           std::stop_token stop) {
-                return engine_->scan(fd, name, {.lane = ScanLane::CLIENT}, std::move(stop));
-            },
+    return {.scan =
+                [this](int fd, const std::string& name, std::stop_token stop) {
+                    return engine_->scan(fd, name, {.lane = ScanLane::CLIENT}, std::move(stop));
+                },
             .report =
                 [](const ClientReport& report) {
                     const ScanResult& result = report.result;

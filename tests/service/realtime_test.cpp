@@ -145,4 +145,35 @@ TEST_F(RealtimeTest, AKilledServiceFreezesNobody) {
     EXPECT_EQ(openElsewhere(service_.file("samples") / "eicar.com"), EPERM) << "watched again after the start";
 }
 
+/// Scanners do what the first word of a file says.
+class MisbehavingTest : public RealtimeTest {
+protected:
+    MisbehavingTest() { service_.environment["LD_PRELOAD"] = BINARY_DIR "/tests/libmisbehave.so"; }
+};
+
+TEST_F(MisbehavingTest, NobodyReadsAVirusWhileSomebodyEndsScannersInALoop) {
+    ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING));
+    const std::filesystem::path share = service_.file("samples");
+    int crashes = 0;
+    std::jthread attacker([&](const std::stop_token& stop) {
+        for (; !stop.stop_requested(); ++crashes) {
+            const std::filesystem::path file = share / ("crash" + std::to_string(crashes % 50));
+            writeFile(file, "MISBEHAVE-CRASH " + std::to_string(crashes));
+            openElsewhere(file);
+        }
+    });
+    constexpr int TRIES = 200;
+    int read = 0;
+    for (int i = 0; i < TRIES; ++i) {
+        const std::filesystem::path file = share / ("eicar" + std::to_string(i));
+        writeFile(file, testFile());
+        if (openElsewhere(file) == 0) ++read;
+    }
+    attacker.request_stop();
+    attacker.join();
+    EXPECT_EQ(read, 0);
+    EXPECT_GT(crashes, 10);
+    EXPECT_TRUE(running());
+}
+
 }  // namespace
