@@ -3,7 +3,6 @@
 #include "norv/log.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -19,6 +18,7 @@ constexpr milliseconds TICK{100};        // between two looks at readers, worker
 constexpr milliseconds TICK_PRESSED{5};  // the same while readers are held up
 constexpr milliseconds END_TIME{1000};   // for all threads to end
 constexpr milliseconds END_LOOK{10};
+constexpr std::chrono::seconds WATCH_PATIENCE{10};
 constexpr std::uint64_t LARGE = std::uint64_t{32} << 20U;  // bytes of a file that never goes the quick way
 
 unsigned slowWorkers(const OnAccessSettings& settings) { return std::max(2U, settings.workers); }
@@ -101,6 +101,11 @@ std::string AccessListener::problem() const {
     return follower_->problem();
 }
 
+bool AccessListener::watched() const {
+    const SteadyTime last = lastLook_;
+    return ended_ || last == SteadyTime::max() || std::chrono::steady_clock::now() - last < WATCH_PATIENCE;
+}
+
 void AccessListener::forgetClean() {
     scan_.forget();
     groups_.forgetClean();
@@ -125,8 +130,7 @@ void AccessListener::admit(const fanotify_event_metadata& event, FileDescriptor 
     if (waiting) item->setOpener(std::make_shared<WaitingOpener>(source.group, event.fd, item->path(), deadline));
     if (!item->glance().mayHoldSomething || !scan_.mayConcern(*item)) return;  // its end answers it
     item->setUser(userOf(event.pid, item->glance().owner));
-    if (workers_->shuns(*item))
-        return answerUnscanned(item->opener().get(), item->path(), "its file system does not answer");
+    if (workers_->shuns(*item)) return answerShunned(*item);
     if (!waiting) return enqueue(Lane::BACKGROUND, item);
     if (queue_.isSlow(*item))
         return answerUnscanned(item->opener().get(), item->path(), "its scan goes on in the background");
@@ -139,6 +143,10 @@ void AccessListener::enqueue(Lane lane, const Item& item) {
         answerUnscanned(item->opener().get(), item->path(), "too many files wait for their scan");
 }
 
+void AccessListener::answerShunned(const FileAccess& access) {
+    answerUnscanned(access.opener().get(), access.path(), "its file system does not answer");
+}
+
 /// Without an opener only the log is told.
 void AccessListener::answerUnscanned(WaitingOpener* opener, const std::string& path, const std::string& why) {
     if (ended_ || (opener && !opener->answer(settings_.denyOnTimeout))) return;
@@ -147,6 +155,7 @@ void AccessListener::answerUnscanned(WaitingOpener* opener, const std::string& p
 }
 
 void AccessListener::scan(Lane lane, const Item& item, const std::stop_token& stop) {
+    if (workers_->shuns(*item)) return answerShunned(*item);
     try {
         std::string why;
         // Whoever opened it has had his answer while it was queued.
@@ -165,13 +174,13 @@ void AccessListener::goOn(Lane lane, const Item& item) {
     if (ended_ || workers_->shuns(*item)) return;
     if (lane == Lane::QUICK && item->waiting()) return enqueue(Lane::SLOW, item);
     if (lane != Lane::BACKGROUND) return enqueue(Lane::BACKGROUND, item);
-    scan_.noteUnscannable(*item);
     log_->note("Left unscanned, its scan takes too long: " + item->path());
 }
 
 void AccessListener::watch() {
     while (!ended_) {
         const SteadyTime now = std::chrono::steady_clock::now();
+        lastLook_ = now;
         try {
             watchOnce(now);
         } catch (const std::exception&) {

@@ -37,6 +37,8 @@ public:
     unsigned hanging() const { return workers_->hanging(); }
     std::string problem() const;
     void forgetClean();
+    /// False when nobody sees to those who wait any more.
+    bool watched() const;
 
 private:
     using Item = AccessQueue::Item;
@@ -47,6 +49,7 @@ private:
     void enqueue(Lane lane, const Item& item);
     void scan(Lane lane, const Item& item, const std::stop_token& stop);
     void goOn(Lane lane, const Item& item);
+    void answerShunned(const FileAccess& access);
     void answerUnscanned(WaitingOpener* opener, const std::string& path, const std::string& why);
     void watch();
     void watchOnce(SteadyTime now);
@@ -63,6 +66,7 @@ private:
     const std::shared_ptr<PlacesFollower> follower_;
     std::atomic<bool> alive_{false};
     std::atomic<bool> ended_{false};
+    std::atomic<SteadyTime> lastLook_{SteadyTime::max()};
     std::mutex mutex_;
     std::condition_variable ending_;
 };

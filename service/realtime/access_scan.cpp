@@ -49,16 +49,18 @@ std::optional<std::string> AccessScan::pathToScan(const FileAccess& access) cons
 AccessScan::Outcome AccessScan::scan(const FileAccess& access, const std::stop_token& stop, std::string& why) {
     if (stop.stop_requested()) return Outcome::STOPPED;
     const unsigned generation = generation_;
-    const struct stat before = statusOf(access.fd());
-    if (!S_ISREG(before.st_mode) || before.st_size == 0) return Outcome::DONE;
+    const bool local = !access.remote();
+    // A file system that others answer for is not asked more than it must be.
+    struct stat before {};
+    if (local) before = statusOf(access.fd());
+    if (local && (!S_ISREG(before.st_mode) || before.st_size == 0)) return Outcome::DONE;
     const auto path = pathToScan(access);
     if (!path) return Outcome::DONE;
-    if (unscannable_.knows(before)) return why = "an earlier scan of it failed", Outcome::UNSCANNED;
     const OnAccessAnswer answer = hooks_->scan(access.fd(), *path, stop);
     if (stop.stop_requested() && !answer.deny && !answer.act && !answer.cacheable) return Outcome::STOPPED;
-    if (answer.unscannable && generation == generation_) unscannable_.add(before);
     if (!answer.unscanned.empty()) return why = answer.unscanned, Outcome::UNSCANNED;
-    if (answer.cacheable && !answer.deny) remember(access, before, generation);
+    // What others change elsewhere is not seen here, and would not end what is remembered.
+    if (answer.cacheable && !answer.deny && local) remember(access, before, generation);
     return follow(access, *path, answer);
 }
 
@@ -68,13 +70,6 @@ AccessScan::Outcome AccessScan::follow(const FileAccess& access, const std::stri
         NORV_LOG(NORV_LOG_WARNING, "Refused the access to %s: %s", path.c_str(), answer.find.c_str());
     if (answer.act && hooks_->act && !ended_) hooks_->act(access.fd(), path, answer);
     return Outcome::DONE;
-}
-
-void AccessScan::noteUnscannable(const FileAccess& access) { unscannable_.add(statusOf(access.fd())); }
-
-void AccessScan::forget() {
-    ++generation_;
-    unscannable_.forget();
 }
 
 /// Tells the kernel that opening this file need not be asked about until it is written to. Its times must be able to

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "service/realtime/file_access.h"
-#include "service/realtime/unscannable_files.h"
 #include "service/realtime/watched_places.h"
 
 #include <sys/stat.h>
@@ -18,12 +17,11 @@ namespace keldra {
 
 /// What a scan of one file says.
 struct OnAccessAnswer {
-    bool deny = false;         ///< refuse the access
-    bool act = false;          ///< call the action hook for it, after the access is answered
-    bool cacheable = false;    ///< clean: need not be asked about again until it is written to
-    std::string find;          ///< for the action hook and the log
-    std::string unscanned;     ///< why nothing could be found out; the access is answered like one that takes too long
-    bool unscannable = false;  ///< nothing will be found out before signatures or settings change
+    bool deny = false;       ///< refuse the access
+    bool act = false;        ///< call the action hook for it, after the access is answered
+    bool cacheable = false;  ///< clean: need not be asked about again until it is written to
+    std::string find;        ///< for the action hook and the log
+    std::string unscanned;   ///< why nothing could be found out; the access is answered like one that takes too long
 };
 
 /// Called from several threads at once; the descriptor is open for reading, stays the listener's and may be read from
@@ -56,10 +54,8 @@ public:
     bool isOwn(pid_t pid) const { return pid == ::getpid() || (hooks_->own && hooks_->own(pid)); }
     /// Answers whoever waits, but for what could not be scanned. Waits for the file's file system.
     Outcome scan(const FileAccess& access, const std::stop_token& stop, std::string& why);
-    /// The file is not scanned again before it, the signatures or the settings change.
-    void noteUnscannable(const FileAccess& access);
     /// What is being scanned is not remembered any more; to be called before the kernel forgets what was clean.
-    void forget();
+    void forget() { ++generation_; }
     /// No actions follow from here on.
     void end() { ended_ = true; }
 
@@ -73,7 +69,6 @@ private:
     std::atomic<bool> remembers_;
     std::atomic<bool> ended_{false};
     std::atomic<unsigned> generation_{0};
-    UnscannableFiles unscannable_;
 };
 
 }  // namespace keldra

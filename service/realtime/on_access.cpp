@@ -71,6 +71,11 @@ OnAccessStatus OnAccess::status() const {
             .problem = current->problem()};
 }
 
+bool OnAccess::working() const {
+    const auto current = listener();
+    return !current || current->watched();
+}
+
 void OnAccess::forgetClean() {
     if (const auto current = listener()) current->forgetClean();
 }

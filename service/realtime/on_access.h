@@ -47,6 +47,8 @@ public:
     OnAccessStatus status() const;
     bool running() const { return status().running; }
     std::string problem() const { return status().problem; }
+    /// False when accesses are not being seen to any more, so that whoever opens a file may wait for ever.
+    bool working() const;
     /// Drops what is remembered as clean: call it when the signatures or the settings of the scan changed.
     void forgetClean();
 

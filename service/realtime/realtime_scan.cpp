@@ -31,11 +31,11 @@ struct RealtimeScan::Policy {
     const std::vector<std::string> excludePatterns;
 };
 
-RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders, OnFind onFind)
+RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders, Report report)
     : engine_(engine),
       actions_(actions),
+      report_(std::move(report)),
       ownFolders_(std::move(ownFolders)),
-      onFind_(std::move(onFind)),
       policy_(std::make_shared<const Policy>(NORVRealtimeScanConfig())),
       listener_(
           {[this](int fd, const std::string& path, std::stop_token stop) { return scan(fd, path, std::move(stop)); },
@@ -65,10 +65,11 @@ OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_tok
     OnAccessAnswer answer;
     // Not to be remembered: the file may get a name that is scanned.
     if (!policy->concerns(fd, path)) return answer;
-    const ScanResult result = engine_.scan(fd, path, policy->options, std::move(stop));
+    const ScanResult result = engine_.scan(fd, path, policy->options, stop);
     if (result.verdict == Verdict::FAILED) {
-        answer.unscanned = result.detail;
-        answer.unscannable = result.lasting;
+        answer.unscanned = result.detail.empty() ? "its scan failed" : result.detail;
+        // What holds for this file only; that there are no signatures or no scanner is told for all of them at once.
+        if (result.lasting) tell({.path = path, .result = result, .outcome = {}});
     }
     answer.cacheable = result.verdict == Verdict::CLEAN;
     if (result.verdict != Verdict::INFECTED) return answer;
@@ -76,6 +77,23 @@ OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_tok
     answer.act = true;
     answer.find = result.signature;
     return answer;
+}
+
+/// Whoever opens a file again and again must not fill what others read.
+void RealtimeScan::tell(RealtimeReport report) {
+    constexpr auto AGAIN = std::chrono::minutes(10);
+    constexpr std::size_t MOST = 4096;
+    if (!report_) return;
+    const auto now = std::chrono::steady_clock::now();
+    {
+        const std::lock_guard lock(mutex_);
+        if (told_.size() >= MOST) told_.clear();
+        const auto [last, first] =
+            told_.try_emplace(report.path + '\n' + report.outcome.text + report.result.detail, now);
+        if (!first && now - last->second < AGAIN) return;
+        last->second = now;
+    }
+    report_(report);
 }
 
 /// Of several who opened the same infected file at a time, one sees to it; the file is gone then.
@@ -90,7 +108,7 @@ void RealtimeScan::act(int fd, const std::string& path, const OnAccessAnswer& an
     if (const auto file = scannedFileAt(fd, path)) {
         const ScanResult result{.verdict = Verdict::INFECTED, .signature = answer.find, .detail = {}};
         const ActionOutcome outcome = actions_.perform(*file, result, policy()->settings, "realtime");
-        if (onFind_) onFind_(path, answer.find, outcome);
+        tell({.path = path, .result = result, .outcome = outcome});
     }
     const std::lock_guard lock(mutex_);
     actedOn_.erase(identity);
@@ -125,11 +143,15 @@ void RealtimeScan::lookAtListener(RealtimeState& state) const {
 
 /// Without signatures every file is answered as one whose scan takes too long.
 void RealtimeScan::lookAtEngine(RealtimeState& state) const {
+    using enum RealtimeState::Trouble;
     const EngineState engine = engine_.state();
-    if (engine.database == EngineState::Database::LOADED) return;
-    state.trouble = engine.reloading ? RealtimeState::Trouble::LOADING : RealtimeState::Trouble::NO_SIGNATURES;
-    state.message = engine.reloading ? "Not guarding yet: the signatures are being loaded."
-                                     : "Not guarding: there are no signatures that can be used.";
+    if (engine.database == EngineState::Database::LOADED && engine.guarding) return;
+    if (engine.reloading)
+        state.trouble = LOADING, state.message = "Not guarding yet: the signatures are being loaded.";
+    else if (engine.database == EngineState::Database::LOADED)
+        state.trouble = SCANNER, state.message = "Not guarding: the scanner is not at work.";
+    else
+        state.trouble = NO_SIGNATURES, state.message = "Not guarding: there are no signatures that can be used.";
 }
 
 }  // namespace keldra

@@ -7,7 +7,9 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -26,6 +28,7 @@ struct RealtimeState {
         LISTENER,       ///< no folder can be watched, or listening has failed
         LOADING,        ///< the signatures are still being loaded
         NO_SIGNATURES,  ///< there are none that can be used
+        SCANNER,        ///< there is no scanner at work
         HANGING,        ///< too many files hang for any other to be scanned
     };
 
@@ -40,15 +43,21 @@ struct RealtimeState {
     bool serviceRuns() const { return !wanted || guarding; }
 };
 
+/// Something that the real-time scan came upon.
+struct RealtimeReport {
+    std::string path;
+    ScanResult result;      ///< INFECTED, or FAILED with the reason
+    ActionOutcome outcome;  ///< what was done with a find
+};
+
 /// The real-time scan's policy: what the stored settings mean for a file that is opened or was written.
 class RealtimeScan {
 public:
-    /// Told of each find after it was dealt with, from the threads of the real-time scan.
-    using OnFind =
-        std::function<void(const std::string& path, const std::string& signature, const ActionOutcome& done)>;
+    using Report = std::function<void(const RealtimeReport& report)>;
 
-    /// `ownFolders`: the service's, never scanned. `onFind` may be empty.
-    RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders, OnFind onFind = {});
+    /// `ownFolders`: the service's, never scanned. `report`: told what was found or failed, the same of one file no
+    /// more than once in ten minutes; called from several threads; may be empty.
+    RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders, Report report = {});
 
     /// Acts by these settings from here on.
     void configure(const NORVConfig& config);
@@ -57,6 +66,8 @@ public:
     /// False when a thread hangs in the kernel and was left behind; what this object was given must outlive it.
     bool stop() { return listener_.stop(); }
     RealtimeState state() const;
+    /// False when accesses are not being seen to any more, so that whoever opens a file may wait for ever.
+    bool working() const { return listener_.working(); }
 
 private:
     struct Policy;
@@ -67,13 +78,16 @@ private:
     void lookAtListener(RealtimeState& state) const;
     void lookAtEngine(RealtimeState& state) const;
 
+    void tell(RealtimeReport report);
+
     ScanEngine& engine_;
     Actions& actions_;
+    const Report report_;
     const std::vector<std::string> ownFolders_;
-    const OnFind onFind_;
     mutable std::mutex mutex_;
     std::shared_ptr<const Policy> policy_;
-    std::set<std::pair<dev_t, ino_t>> actedOn_;  ///< files that an action is being done to
+    std::set<std::pair<dev_t, ino_t>> actedOn_;                          ///< files that an action is being done to
+    std::map<std::string, std::chrono::steady_clock::time_point> told_;  ///< what, and when
     OnAccess listener_;
 };
 

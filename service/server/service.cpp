@@ -260,11 +260,16 @@ void Service::makeParts() {
                                              Scheduler::Hooks{.startScan = [this] { return startScheduledScan(); },
                                                               .startUpdate = [this] { return startScheduledUpdate(); },
                                                               .randomSecond = {}});
-    realtime_ = std::make_unique<RealtimeScan>(
-        *engine_, actions_, ownFolders(),
-        [this](const std::string& path, const std::string& signature, const ActionOutcome& done) {
-            happenings_->foundByRealtime(path, signature, done);
-        });
+    realtime_ = std::make_unique<RealtimeScan>(*engine_, actions_, ownFolders(), [this](const RealtimeReport& report) {
+        if (report.result.verdict == Verdict::INFECTED)
+            happenings_->foundByRealtime(report.path, report.result.signature, report.outcome);
+        else
+            events_->add({.kind = EventKind::NOT_SCANNED,
+                          .severity = EventSeverity::WARNING,
+                          .task = "realtime",
+                          .path = report.path,
+                          .detail = report.result.detail});
+    });
     slowFacts_ = std::make_unique<SlowFactsWatch>([this] { return slowQuestions(); });
     makeNotices();
     clients_ = std::make_unique<ClientServer>(clientHooks());
