@@ -3,6 +3,7 @@
 #include "service/base/files.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 #include <cstddef>
@@ -21,6 +22,9 @@ void notifyManager(const std::string& state) {
     if (path[0] == '@') address.sun_path[0] = '\0';
     const FileDescriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!socket) return;
+    // A manager that does not read its mail is not waited for for ever.
+    constexpr timeval PATIENCE{1, 0};
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &PATIENCE, sizeof PATIENCE);
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + std::strlen(path));
     ::sendto(socket.get(), state.data(), state.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address),
              length);
