@@ -84,6 +84,7 @@ public:
 
     bool listen(const std::filesystem::path& socket, std::string& error);
     void accept();
+    void probe(std::function<void()> done) { asio::post(pool_, std::move(done)); }
     void stop();
 
 private:
@@ -418,6 +419,8 @@ bool MessageServer::listen(const std::filesystem::path& socket, std::string& err
 }
 
 void MessageServer::start() { impl_->accept(); }
+
+void MessageServer::probe(std::function<void()> done) { impl_->probe(std::move(done)); }
 
 void MessageServer::stop() { impl_->stop(); }
 

@@ -53,6 +53,8 @@ public:
     bool listen(const std::filesystem::path& socket, std::string& error);
     /// Accepts from here on; until then connects wait.
     void start();
+    /// Has `done` called by one of the threads that handlers run on, as soon as one is free.
+    void probe(std::function<void()> done);
     /// Closes socket and connections, waits for the handlers that run and removes the socket file.
     void stop();
 

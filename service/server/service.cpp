@@ -71,7 +71,10 @@ Service::Service(ServiceOptions options, Answering answering, const Clock& clock
       server_(
           io_, options_.access, options_.serverLimits,
           [this, answer = answering.answer](const IPCMessage& request) { return answer(*this, request); },
-          answering.atOnce) {}
+          answering.atOnce),
+      watchdog_(
+          io_, [this](std::function<void()> done) { server_.probe(std::move(done)); },
+          [this] { return realtime_->working(); }) {}
 
 Service::~Service() {
     try {
@@ -382,6 +385,7 @@ void Service::run() {
     server_.start();
     NORV_LOG(NORV_LOG_INFO, "Ready on %s", options_.socket.c_str());
     notifyManager("READY=1");
+    watchdog_.start();
     // What one handler throws, for want of memory for instance, ends neither the others nor the service.
     while (!io_.stopped()) {
         try {
@@ -408,6 +412,7 @@ void Service::stop() {
     asio::error_code ignored;
     signals_.cancel(ignored);
     cleaning_.cancel();
+    watchdog_.stop();
     server_.stop();
     applying_.join();
     if (clients_) clients_->stop();

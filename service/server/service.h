@@ -16,6 +16,7 @@
 #include "service/server/happenings.h"
 #include "service/server/message_server.h"
 #include "service/server/slow_facts.h"
+#include "service/server/watchdog.h"
 #include "service/settings/configuration_store.h"
 #include "service/settings/served_document.h"
 #include "service/updates/updater.h"
@@ -146,6 +147,7 @@ private:
     std::string preparedVar_;
     std::map<std::string, std::vector<LeftFind>> left_;  ///< by scan; only the watch of the disks uses it
     MessageServer server_;
+    Watchdog watchdog_;
 };
 
 }  // namespace keldra
