@@ -26,7 +26,7 @@ StoreResult refused(const char* what, const ScannedFile& file, int error) {
 }
 
 StoreResult cannotPlace(int error, int folder) {
-    if (error == EEXIST) return failure("There is a file of that name already; nothing was overwritten.", error);
+    if (error == EEXIST) return {false, "There is a file of that name already; nothing was overwritten.", error};
     return failure("The file cannot be put back: " + explainChange(error, -1, folder), error);
 }
 

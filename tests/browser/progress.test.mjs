@@ -49,7 +49,8 @@ test('finds appear while the scan goes on, and a scan that was left is found aga
 
 /** Answers of a service in the middle of a scan. */
 const status = (changes) => ({
-  state: 4, total: 1000, scanned: 100, found: 1, notFullyScanned: 1, skipped: 2, bytes: 1e6, started: 0, ended: 0,
+  state: 4, total: 1000, scanned: 100, found: 1, notFullyScanned: 1, skipped: 2, started: 0, ended: 0,
+  bytesDone: 1e6, bytesTotal: 1e8, secondsLeft: 90, paused: '',
   kind: 'manual', currentFile: '/srv/share/photos/2024/very long name of a picture.jpg', message: '', from: 0,
   finds: [], ...changes,
 });
@@ -73,10 +74,12 @@ test('rate and time left are told, and what was not fully scanned stands apart f
     const from = Number(new URL(route.request().url()).searchParams.get('From'));
     const scanned = 100 + 50 * asked.push(from);
     const finds = from ? [] : [find('/srv/share/<b>bold.com', true), find('/srv/share/secret.zip', false)];
-    route.fulfill({ json: status({ scanned, bytes: scanned * 1e4, finds }) });
+    route.fulfill({ json: status({ scanned, bytesDone: scanned * 1e5, finds, paused: asked.length > 3 ? 'window' : '' }) });
   });
   await page.goto(progress);
-  await page.locator('#time-left', { hasText: /about/ }).waitFor({ timeout: 15000 });
+  await page.locator('#time-left', { hasText: /about 1 min/ }).waitFor({ timeout: 15000 });
+  assert.equal(await page.locator('#percent').textContent().then((text) => Number.parseInt(text, 10) >= 15), true, 'bytes count');
+  await page.locator('#paused', { hasText: /time of day/ }).waitFor();
   assert.equal(await page.locator('#finds .name').textContent(), '<b>bold.com');
   assert.match(await page.locator('#unsure').textContent(), /secret\.zip/);
   assert.match(await page.locator('#finds').textContent(), /^(?!.*secret)/s);

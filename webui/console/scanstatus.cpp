@@ -31,6 +31,8 @@ void writeProgress(JsonText& json, const protocol::ScanProgress& progress) {
     json.member("found", progress.found).member("notFullyScanned", progress.notFullyScanned);
     json.member("skipped", progress.skipped).member("bytes", progress.bytes);
     json.member("started", progress.started).member("ended", progress.ended).member("kind", progress.kind);
+    json.member("bytesDone", progress.bytesDone).member("bytesTotal", progress.bytesTotal);
+    json.member("secondsLeft", progress.secondsLeft).member("paused", progress.paused);
     json.member("currentFile", progress.currentFile).member("message", translateServiceText(progress.message));
 }
 
@@ -51,10 +53,26 @@ int showScan(const ConsoleRequest& request) {
     return answerJson(json.text());
 }
 
+/// Holds the scan up, or lets it go on.
+int setPause(const ConsoleRequest& request) {
+    if (!requirePost(request)) return 1;
+    const std::string id = request.text("RequestID");
+    const std::string action = request.text("action");
+    if (action != "pause" && action != "resume")
+        return answerError("400 Bad Request", "The request names nothing that can be done.");
+    const bool done = action == "pause" ? static_cast<bool>(askOrAnswer(protocol::PauseScan{id}, "404 Not Found"))
+                                        : static_cast<bool>(askOrAnswer(protocol::ResumeScan{id}, "404 Not Found"));
+    return done ? answerJson("{}") : 1;
+}
+
+int handle(const ConsoleRequest& request) {
+    return request.isPost() || request.has("action") ? setPause(request) : showScan(request);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
-    return runConsoleProgram(argc, argv, showScan, WithoutService::TELL);
+    return runConsoleProgram(argc, argv, handle, WithoutService::TELL);
 } catch (...) {
     throw;  // still fatal, but what `main` owns is destroyed first
 }

@@ -1,5 +1,5 @@
 // A running scan: how far it is, what it found, and the buttons that stop it or let it wait.
-import { getJson } from './api.js';
+import { getJson, postJson } from './api.js';
 import { post } from './csrf.js';
 import { byId } from './form.js';
 import { readPageVariables } from './page-variables.js';
@@ -26,9 +26,9 @@ function announce(values) {
 }
 
 /** How much is done: by bytes as far as they are known, as large files take long; else by files. */
-function percentOf({ scanned, skipped, total, bytes, totalBytes }) {
+function percentOf({ scanned, skipped, total, bytesDone, bytesTotal }) {
   if (total === 0) return 0;
-  const done = totalBytes > 0 ? bytes / totalBytes : (scanned + skipped) / total;
+  const done = bytesTotal > 0 ? bytesDone / bytesTotal : (scanned + skipped) / total;
   return Math.min(99, Math.floor(done * 100));
 }
 
@@ -46,7 +46,18 @@ function show(scan) {
   const values = { percent: percentOf(scan), scanned: scan.scanned, total: scan.total, infected: scan.found };
   showProgress(values, scan.total === 0);
   showFinds(scan.finds);
+  showPause(scan);
   showFigures(scan, clock(scan, Date.now() / 1000));
+}
+
+/** Whether the scan waits, and for what; the button says what it would do now. */
+function showPause({ paused }) {
+  const button = byId('pause');
+  button.textContent = button.dataset[paused === 'asked' ? 'resume' : 'pause'];
+  button.dataset.action = paused === 'asked' ? 'resume' : 'pause';
+  button.hidden = paused === 'window';
+  byId('paused').hidden = !paused;
+  if (paused) byId('paused').textContent = byId('paused').dataset[paused];
 }
 
 /** What the page itself carries, until the first answer. */
@@ -65,6 +76,12 @@ byId('stop-form').addEventListener('submit', async (event) => {
   // Stopped or not, the next answer shows what is.
   await post({ id: 'stop_scan', RequestID: requestId }).catch(() => null);
   byId('stop').disabled = false;
+});
+
+byId('pause').addEventListener('click', async ({ target }) => {
+  target.disabled = true;
+  await postJson('/NorvLinux/scanstatus.cgi', { action: target.dataset.action, RequestID: requestId }).catch(() => null);
+  target.disabled = false;
 });
 
 showFirst();
