@@ -12,7 +12,7 @@ namespace keldra {
 
 /// The time of day within which a scan works, local; it may reach over midnight.
 struct ScanWindow {
-    std::string begin;  ///< "hh:mm:ss"; both empty: always
+    std::string begin;  ///< "hh:mm" or "hh:mm:ss"; both empty: always
     std::string end;
 
     /// Whether this moment (seconds since the epoch) lies within.

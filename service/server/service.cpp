@@ -5,6 +5,7 @@
 #include "service/engine/extension_list.h"
 #include "service/server/notify.h"
 #include "service/server/protection_facts.h"
+#include "service/settings/settings_table.h"
 #include "service/tree/share_roots.h"
 
 #include <fcntl.h>
@@ -316,11 +317,14 @@ bool Service::startScheduledScan() {
     const auto config = configuration_.snapshot();
     const NORVScheduledScanConfig record(*config);
     const NORVScanConfig& settings = record;
-    const ScanStart start = scans_->start({.kind = ScanKind::SCHEDULED,
-                                           .settings = settings,
-                                           .roots = {},
-                                           .shareRoots = shareRoots(*config),
-                                           .lowPriority = true});
+    const auto valueOf = [&config](const char* name) { return settingValue(*config, *findSetting(name)); };
+    const ScanStart start =
+        scans_->start({.kind = ScanKind::SCHEDULED,
+                       .settings = settings,
+                       .roots = {},
+                       .shareRoots = shareRoots(*config),
+                       .lowPriority = valueOf("limits.scheduled_low_priority") == "1",
+                       .window = {valueOf("limits.scheduled_from"), valueOf("limits.scheduled_until")}});
     if (!start.started) NORV_LOG(NORV_LOG_WARNING, "The scheduled scan was not started: %s", start.message.c_str());
     return start.started;
 }

@@ -193,6 +193,8 @@ TEST_F(ControlTest, SettingsAreReadChangedAndCarriedFromOneServerToAnother) {
     const std::string before = service_.control({"settings", "export"}).output;
     EXPECT_EQ(service_.control({"settings", "set", "manual_scan.scan_workers", "3"}).status, 0);
     EXPECT_EQ(service_.control({"settings", "set", "manual_scan.exclude_patterns", "7"}).status, 0);
+    EXPECT_EQ(service_.control({"settings", "set", "limits.scheduled_from", "22:00"}).status, 0);
+    EXPECT_EQ(service_.control({"settings", "set", "limits.scheduled_until", "noon"}).status, 2);
     EXPECT_EQ(service_.control({"settings", "get", "manual_scan.scan_workers"}).output, "3\n");
     EXPECT_EQ(service_.control({"settings", "get", "manual_scan.exclude_patterns"}).output, "7\n");
     for (const auto& [name, value] :
