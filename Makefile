@@ -3,7 +3,7 @@ BUILD := build
 JOBS ?= $(shell nproc)
 CONSOLE := $(BUILD)/release/console
 
-.PHONY: help run build pictures test unit program service browser check format sanitize fuzz bench package package-test clean
+.PHONY: help run build pictures test unit program service browser check format sanitize faults fuzz bench package package-test clean
 
 help:
 	@echo "make run       build, start the console on http://127.0.0.1:8080 with sample files, print its log-on"
@@ -11,6 +11,7 @@ help:
 	@echo "make test      every test: unit, program, service, browser"
 	@echo "make check     format, clang-tidy, cppcheck, shell syntax"
 	@echo "make sanitize  unit, program and service tests under ASan and UBSan"
+	@echo "make faults    every call of the system fails once in every action, which takes long"
 	@echo "make fuzz      each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make bench     the figures of docs/performance.md, measured here"
 	@echo "make package   the .debs in build/package, with their list of materials"
@@ -54,6 +55,10 @@ sanitize:
 	@cmake --build $(BUILD)/sanitize -j $(JOBS)
 	@ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest --test-dir $(BUILD)/sanitize -j $(JOBS) --output-on-failure --no-tests=error
+
+faults:
+	@cmake --build $(BUILD)/release -j $(JOBS) --target fault_tests
+	@KELDRA_LONG_FAULTS=1 $(BUILD)/release/tests/fault_tests
 
 fuzz:
 	@scripts/setup run fuzz

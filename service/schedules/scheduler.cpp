@@ -1,10 +1,10 @@
 #include "service/schedules/scheduler.h"
 
 #include "norv/crypto.h"
-#include "norv/log.h"
-#include "service/base/files.h"
 #include "norv/json_text.h"
 #include "norv/json_value.h"
+#include "norv/log.h"
+#include "service/base/files.h"
 #include "service/schedules/schedule.h"
 
 #include <algorithm>
@@ -19,8 +19,13 @@ namespace keldra {
 
 namespace {
 
-constexpr int64_t DAY = 86400;
 constexpr int64_t LONGEST_WAIT = 30;  // seconds
+/// A clock that is set back by less does not run again what just ran; all beyond it was noted by a clock that was
+/// wrong.
+constexpr int64_t SMALL_STEP = 7200;         // seconds
+constexpr int64_t SMALL_STEP_HOURLY = 1800;  // seconds
+/// How often a run is started that the service's end cuts off each time.
+constexpr int64_t MOST_TRIES = 3;
 constexpr std::size_t STATE_FILE_LIMIT = std::size_t{1} << 16U;
 
 uint32_t randomSecondOfHour() {
@@ -82,7 +87,10 @@ void Scheduler::stop() {
         stopping_ = true;
     }
     wake_.notify_all();
-    if (thread_.joinable()) thread_.join();
+    if (!thread_.joinable()) return;
+    thread_.join();
+    noteEnd(scan_, hooks_.scanEnded);
+    noteEnd(update_, hooks_.updateEnded);
 }
 
 void Scheduler::tick() {
@@ -92,6 +100,8 @@ void Scheduler::tick() {
             const std::lock_guard lock(mutex_);
             plan();
         }
+        noteEnd(scan_, hooks_.scanEnded);
+        noteEnd(update_, hooks_.updateEnded);
         runDue(scan_, hooks_.startScan, "scan");
         runDue(update_, hooks_.startUpdate, "update");
     } catch (const std::exception& error) {
@@ -121,8 +131,10 @@ int64_t Scheduler::lastUpdate() const {
 
 void Scheduler::plan() {
     const int64_t now = clock_.now();
-    const bool newScan = adopt(scan_, fingerprintOf(settings_.scan), now);
-    const bool newUpdate = adopt(update_, fingerprintOf(settings_.update, settings_.randomizedUpdate), now);
+    const bool hourly = settings_.update.kind == NORVScheduledAUConfig::HOURLY;
+    const bool newScan = adopt(scan_, fingerprintOf(settings_.scan), now, SMALL_STEP);
+    const bool newUpdate = adopt(update_, fingerprintOf(settings_.update, settings_.randomizedUpdate), now,
+                                 hourly ? SMALL_STEP_HOURLY : SMALL_STEP);
     setSlot(scan_, keldra::nextScan(settings_.scan, scan_.considered), false);
     setSlot(update_, keldra::nextUpdate(settings_.update, update_.anchor, update_.considered),
             settings_.randomizedUpdate);
@@ -130,14 +142,15 @@ void Scheduler::plan() {
 }
 
 /// True when the track changed in what the file keeps.
-bool Scheduler::adopt(Track& track, std::string fingerprint, int64_t now) {
+bool Scheduler::adopt(Track& track, std::string fingerprint, int64_t now, int64_t tolerance) {
     const bool differs = track.fingerprint != fingerprint;
-    // A clock that was a long time ahead when runs were noted would keep them from ever coming again.
-    const bool fromTheFuture = track.considered > now + DAY;
+    // A clock that was ahead when runs were noted would keep them from coming again.
+    const bool fromTheFuture = track.considered > now + tolerance;
     if (!differs && !fromTheFuture) return false;
     track.fingerprint = std::move(fingerprint);
     track.considered = now;
-    if (track.anchor > now + DAY) track.anchor = 0;
+    if (track.anchor > now) track.anchor = track.before <= now ? track.before : 0;
+    if (differs) track.underWay = track.cut = false;
     return true;
 }
 
@@ -148,23 +161,54 @@ void Scheduler::setSlot(Track& track, std::optional<int64_t> slot, bool randomiz
     if (slot && randomized) *track.next += hooks_.randomSecond ? hooks_.randomSecond() : randomSecondOfHour();
 }
 
+/// Notes what is due as dealt with, on disk, before it is started: a crash in it must not start it over and over. To be
+/// called under the lock; false when nothing is due.
+bool Scheduler::takeDue(Track& track, const char* what) {
+    const int64_t now = clock_.now();
+    const bool due = track.next && *track.next <= now;
+    const bool again = track.cut && track.next && track.tries < MOST_TRIES;
+    track.cut = false;
+    if (!due && !again) return false;
+    if (again) {
+        NORV_LOG(NORV_LOG_WARNING, "The scheduled %s was cut off by the end of the service and is begun again", what);
+    } else if (now - *track.next > 2 * LONGEST_WAIT) {
+        NORV_LOG(NORV_LOG_INFO, "The scheduled %s was missed by %" PRId64 " seconds and is made up now", what,
+                 now - *track.next);
+    }
+    if (due) {
+        track.before = track.anchor;
+        track.anchor = *track.slot;
+        track.considered = now;
+    }
+    track.tries = again ? track.tries + 1 : 1;
+    track.underWay = true;
+    save();
+    return true;
+}
+
 void Scheduler::runDue(Track& track, const Starter& starter, const char* what) {
     {
         const std::lock_guard lock(mutex_);
-        const int64_t now = clock_.now();
-        if (!track.next || *track.next > now) return;
-        if (now - *track.next > 2 * LONGEST_WAIT)
-            NORV_LOG(NORV_LOG_INFO, "The scheduled %s was missed by %" PRId64 " seconds and is made up now", what,
-                     now - *track.next);
-        track.anchor = *track.slot;
-        track.considered = now;
-        save();  // before the start: a crash in it must not start it over and over
+        if (!takeDue(track, what)) return;
     }
     const bool started = startSafely(starter);
     if (!started) NORV_LOG(NORV_LOG_WARNING, "The scheduled %s was skipped: it could not be started", what);
     const std::lock_guard lock(mutex_);
     if (started) track.started = clock_.now();
+    track.underWay = started;
     plan();
+    save();
+}
+
+void Scheduler::noteEnd(Track& track, const std::function<bool()>& ended) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (!track.underWay || track.cut) return;
+    }
+    if (ended && !ended()) return;
+    const std::lock_guard lock(mutex_);
+    track.underWay = false;
+    track.tries = 0;
     save();
 }
 
@@ -185,7 +229,10 @@ void Scheduler::load() {
         track->fingerprint = textOf(member->value, "schedule");
         track->considered = timeOf(member->value, "considered");
         track->anchor = timeOf(member->value, "planned");
+        track->before = timeOf(member->value, "before");
         track->started = timeOf(member->value, "started");
+        track->underWay = track->cut = flagOf(member->value, "underWay");
+        track->tries = timeOf(member->value, "tries");
     }
 }
 
@@ -197,7 +244,10 @@ void Scheduler::save() const {
                 file.member("schedule", track->fingerprint)
                     .member("considered", track->considered)
                     .member("planned", track->anchor)
-                    .member("started", track->started);
+                    .member("before", track->before)
+                    .member("started", track->started)
+                    .member("underWay", track->underWay)
+                    .member("tries", track->tries);
             });
     });
     const WriteResult result = writeFileAtomically(stateFile_, file.text(), 0600);

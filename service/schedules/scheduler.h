@@ -23,7 +23,8 @@ struct ScheduleSettings {
 };
 
 /// Starts the scheduled scan and the scheduled update when they are due. What was due while the service did not run is
-/// made up once, after start-up; a new schedule never makes up for its past. May be used from several threads.
+/// made up once, after start-up, and so is a run that the service's end cut off; a new schedule never makes up for its
+/// past. May be used from several threads.
 class Scheduler {
 public:
     /// Starts the thing; false when it cannot be started now (one is running): then this run is skipped. Called without
@@ -33,6 +34,9 @@ public:
         Starter startScan;
         Starter startUpdate;
         std::function<uint32_t()> randomSecond;  ///< 0..3599; empty: from the kernel
+        /// Whether the run that was started last is over, however it ended. Empty: it is over at once.
+        std::function<bool()> scanEnded;
+        std::function<bool()> updateEnded;
     };
 
     /// `stateFile`: where the last runs are kept (schedule.json), replaced as a whole at each change.
@@ -61,20 +65,26 @@ public:
     int64_t lastUpdate() const;
 
 private:
-    /// What is known of one schedule. All but `next` and `slot` is kept in the file.
+    /// What is known of one schedule. All but the last three is kept in the file.
     struct Track {
         std::string fingerprint;      ///< the schedule that the rest belongs to
         int64_t considered = 0;       ///< planned times up to this one are dealt with
         int64_t anchor = 0;           ///< the last planned time that was
+        int64_t before = 0;           ///< the one before that
         int64_t started = 0;          ///< when a run was started last
+        bool underWay = false;        ///< it was not over when that was looked at last
+        int64_t tries = 0;            ///< how often that run was started
         std::optional<int64_t> slot;  ///< the next planned time
         std::optional<int64_t> next;  ///< the same with the random part
+        bool cut = false;             ///< it was under way when the service ended; to be made up
     };
 
     void plan();
-    static bool adopt(Track& track, std::string fingerprint, int64_t now);
+    static bool adopt(Track& track, std::string fingerprint, int64_t now, int64_t tolerance);
     void setSlot(Track& track, std::optional<int64_t> slot, bool randomized) const;
+    bool takeDue(Track& track, const char* what);
     void runDue(Track& track, const Starter& starter, const char* what);
+    void noteEnd(Track& track, const std::function<bool()>& ended);
     void load();
     void save() const;
     void loop();

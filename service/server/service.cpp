@@ -256,14 +256,22 @@ void Service::makeParts() {
                          [this] {
                              const bool loaded = engine_->load();
                              if (loaded) realtime_->forgetClean();
-                             return loaded;
+                             // A folder may have been left out.
+                             return loaded && engine_->state().message.empty();
                          },
                      .ended = [this](const UpdateStatus& update) { happenings_->updateEnded(update); }},
         clock_);
-    scheduler_ = std::make_unique<Scheduler>(options_.state / "schedule.json", clock_,
-                                             Scheduler::Hooks{.startScan = [this] { return startScheduledScan(); },
-                                                              .startUpdate = [this] { return startScheduledUpdate(); },
-                                                              .randomSecond = {}});
+    scheduler_ = std::make_unique<Scheduler>(
+        options_.state / "schedule.json", clock_,
+        Scheduler::Hooks{.startScan = [this] { return startScheduledScan(); },
+                         .startUpdate = [this] { return startScheduledUpdate(); },
+                         .randomSecond = {},
+                         .scanEnded = [this] { return !scans_->running(ScanKind::SCHEDULED); },
+                         .updateEnded =
+                             [this] {
+                                 const UpdateStatus status = updater_->status();
+                                 return !status.running || !status.scheduled;
+                             }});
     realtime_ = std::make_unique<RealtimeScan>(*engine_, actions_, ownFolders(), [this](const RealtimeReport& report) {
         if (report.result.verdict == Verdict::INFECTED)
             happenings_->foundByRealtime(report.path, report.result.signature, report.outcome);

@@ -1,11 +1,11 @@
 #include "service/updates/components.h"
 
-#include "norv/log.h"
-#include "service/base/files.h"
 #include "norv/json_text.h"
 #include "norv/json_value.h"
+#include "norv/log.h"
+#include "service/base/files.h"
 #include "service/tree/file_transfer.h"
-#include "service/updates/freshclam.h"
+#include "service/updates/freshclam_plan.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -73,27 +73,36 @@ Components::Components(std::filesystem::path stateFile, std::filesystem::path si
     load();
 }
 
-bool Components::noteFiles() {
+FolderLook Components::noteFiles() {
     const std::lock_guard lock(mutex_);
     Files found;
     std::error_code error;
+    bool whole = true;
     for (std::filesystem::directory_iterator entry(signatures_, error), end; !error && entry != end;
          entry.increment(error)) {
         if (!isDatabase(*entry)) continue;
         FileRecord record = inspect(entry->path());
+        whole = whole && !record.identity.empty();
         const std::string name = entry->path().filename();
         const auto known = files_.find(name);
         if (known != files_.end() && known->second.identity == record.identity) record = known->second;
         found.emplace(name, std::move(record));
     }
-    if (error || found == files_) return false;
+    if (error == std::errc::no_such_file_or_directory) return FolderLook::SAME;
+    if (error || !whole) {
+        NORV_LOG(NORV_LOG_ERROR, "Cannot read all of %s: %s", signatures_.c_str(),
+                 error ? error.message().c_str() : "a file cannot be read");
+        return FolderLook::FAILED;
+    }
+    if (found == files_) return FolderLook::SAME;
     files_ = std::move(found);
     save();
-    return true;
+    return FolderLook::CHANGED;
 }
 
+/// Without an identity when it cannot be read.
 Components::FileRecord Components::inspect(const std::filesystem::path& file) {
-    const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat status {};
     if (!descriptor || fstat(descriptor.get(), &status) != 0) return {};
     std::string identity = headerVersion(descriptor.get());

@@ -20,6 +20,9 @@ struct ComponentVersions {
     bool operator==(const ComponentVersions&) const = default;
 };
 
+/// What is in the database folder, compared with the last look.
+enum class FolderLook { SAME, CHANGED, FAILED };
+
 /// What is installed in the database folder, and when that changed last. Kept in a file, for a database that is fetched
 /// again unchanged does not count as new. May be used from several threads.
 class Components {
@@ -27,8 +30,8 @@ public:
     /// `stateFile`: components.json, read now, replaced as a whole at each change.
     Components(std::filesystem::path stateFile, std::filesystem::path signatures, const Clock& clock);
 
-    /// Looks into the database folder. True when what is there differs from what was there at the last look.
-    bool noteFiles();
+    /// Looks into the database folder. Nothing is noted of one that cannot be read whole.
+    FolderLook noteFiles();
     void noteEngine(const std::string& version);
 
     /// The version of a pattern is that of the daily official database (main or bytecode where there is none); of

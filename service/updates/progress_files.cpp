@@ -20,6 +20,8 @@ namespace {
 constexpr std::string_view PREFIX = "progress_";
 constexpr std::string_view SUFFIX = ".txt";
 constexpr std::size_t LONGEST_ID = 241;
+/// Kept whatever their age, which a wrong clock would tell wrong.
+constexpr std::size_t NEWEST_KEPT = 3;
 
 struct Found {
     int64_t modified = 0;
@@ -92,7 +94,8 @@ void ProgressFiles::cleanUp(int64_t oldest, std::size_t count, const std::string
     for (std::size_t i = 0; i < files.size(); ++i) {
         const std::string name = files[i].path.filename();
         const bool inUse = !keep.empty() && (name == nameOf(keep) || name == temporaryOf(keep));
-        if (!inUse && (i >= count || files[i].modified < oldest)) unlink(files[i].path.c_str());
+        const bool old = files[i].modified < oldest && i >= NEWEST_KEPT;
+        if (!inUse && (i >= count || old)) unlink(files[i].path.c_str());
     }
 }
 

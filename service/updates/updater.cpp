@@ -2,6 +2,9 @@
 
 #include "norv/log.h"
 #include "service/base/files.h"
+#include "service/updates/freshclam_plan.h"
+#include "service/updates/freshclam_progress.h"
+#include "service/updates/update_messages.h"
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -19,55 +22,35 @@ namespace {
 
 constexpr uint8_t PATTERNS = UPDATE_VIRUS_PATTERN | UPDATE_SPYWARE_PATTERN;
 
-// What an update may end with. The console calls an update complete whose text holds the word "current", so no text of
-// a failure may.
-constexpr const char* INSTALLED = "New components have been installed.";
-constexpr const char* UP_TO_DATE = "All components are current.";
-constexpr const char* ENGINE_ONLY = "The scan engine is kept current by the updates of the operating system.";
-constexpr const char* NOTHING_SELECTED = "No component was selected for the update.";
-constexpr const char* NO_SOURCE = "No update source is configured.";
-constexpr const char* BAD_SETTINGS = "The update settings cannot be used, see the log of the service.";
-constexpr const char* UNREACHABLE = "The update source cannot be reached or lacks the databases.";
-constexpr const char* UNREADABLE = "A file or URL of the update source cannot be read.";
-constexpr const char* REFUSED = "The update source refuses to answer for now, try again later.";
-constexpr const char* DAMAGED = "The new database is damaged; the old one stays in use.";
-constexpr const char* NOT_LOADED = "The new database cannot be loaded; the old one stays in use.";
-constexpr const char* NOT_STORED = "The databases cannot be stored, see the log of the service.";
-constexpr const char* NOT_FOUND = "The update program cannot be started, see the log of the service.";
-constexpr const char* TOO_LONG = "The update took too long and was ended.";
-constexpr const char* INTERRUPTED = "The update was interrupted because the service ended.";
-constexpr const char* FAILED = "The update has failed, see the log of the service.";
-
-/// freshclam's exit codes, from its manual page and libfreshclam.h.
-const char* messageOf(int exitStatus) {
-    switch (exitStatus) {
-        case 2:
-        case 9:
-        case 16:
-            return BAD_SETTINGS;
-        case 3:
-        case 4:
-        case 10:
-        case 13:
-            return NOT_STORED;
-        case 5:
-        case 11:
-        case 12:
-            return UNREACHABLE;
-        case 6:
-        case 7:
-        case 8:
-            return DAMAGED;
-        case 14:
-            return UNREADABLE;
-        case 17:
-        case 18:
-            return REFUSED;
-        case 127:
-            return NOT_FOUND;
-        default:
-            return FAILED;
+/// What fails in here, also for want of memory, neither ends the service nor keeps the next update from starting.
+template <typename Body>
+void guarded(const Body& body) noexcept {
+    try {
+        body();
+    } catch (const std::exception& error) {
+        try {
+            NORV_LOG(NORV_LOG_ERROR, "The update failed: %s", error.what());
+        } catch (const std::exception&) {
+            return;  // not even that can be said
+        }
     }
+}
+
+/// New databases and their names are on disk before anybody is told that they are there.
+bool syncFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    bool synced = true;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::error_code ignored;
+        if (!entry->is_regular_file(ignored) || entry->is_symlink(ignored)) continue;
+        const FileDescriptor file(::open(entry->path().c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        synced = synced && file && ::fsync(file.get()) == 0;
+    }
+    const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!error && synced && opened && ::fsync(opened.get()) == 0) return true;
+    NORV_LOG(NORV_LOG_ERROR, "%s cannot be synced: %s", folder.c_str(), errorText(errno).c_str());
+    return false;
 }
 
 std::string ownUserName() {
@@ -82,8 +65,9 @@ std::string ownUserName() {
 
 const std::vector<std::string>& updateMessages() {
     static const std::vector<std::string> MESSAGES = {
-        INSTALLED, UP_TO_DATE, ENGINE_ONLY, NOTHING_SELECTED, NO_SOURCE, BAD_SETTINGS, UNREACHABLE, UNREADABLE,
-        REFUSED,   DAMAGED,    NOT_LOADED,  NOT_STORED,       NOT_FOUND, TOO_LONG,     INTERRUPTED, FAILED};
+        INSTALLED,   UP_TO_DATE, ENGINE_ONLY, NOTHING_SELECTED, NO_SOURCE,    BAD_SETTINGS,
+        UNREACHABLE, UNREADABLE, REFUSED,     DAMAGED,          NOT_LOADED,   NOT_STORED,
+        NOT_FOUND,   TOO_LONG,   INTERRUPTED, FAILED,           NOT_READABLE, CONFINED};
     return MESSAGES;
 }
 
@@ -136,9 +120,19 @@ UpdateStatus Updater::status() const {
 
 ComponentVersions Updater::versions() const { return components_.versions(); }
 
+/// Looks into the folder. False when it cannot be read. Whatever goes wrong in here or afterwards, what was not taken
+/// into use stays due.
+bool Updater::lookAtFiles() {
+    const bool due = reloadDue_.exchange(true);
+    const FolderLook look = components_.noteFiles();
+    if (look == FolderLook::SAME && !due) reloadDue_ = false;
+    return look != FolderLook::FAILED;
+}
+
 void Updater::noteComponents(bool whole) {
     // A load that ended while an update was under way may have read the files before these changed.
-    if ((components_.noteFiles() && status().running) || !whole) reloadDue_ = true;
+    const FolderLook look = components_.noteFiles();
+    if (look == FolderLook::FAILED || (look == FolderLook::CHANGED && status().running) || !whole) reloadDue_ = true;
     if (hooks_.engineVersion) components_.noteEngine(hooks_.engineVersion());
 }
 
@@ -152,17 +146,33 @@ void Updater::cleanUp() {
     progress_.cleanUp(clock_.now() - settings_.progressAge, settings_.progressFiles, now.running ? now.requestId : "");
 }
 
-void Updater::execute(const Request& request) {
-    NORV_LOG(NORV_LOG_INFO, "Update begins (%s)", request.id.empty() ? "scheduled" : "manual");
+void Updater::execute(const Request& request) noexcept {
     Outcome outcome{false, false, FAILED};
-    try {
+    guarded([&] {
+        NORV_LOG(NORV_LOG_INFO, "Update begins (%s)", request.id.empty() ? "scheduled" : "manual");
         cleanUp();
         outcome = update(request);
-    } catch (const std::exception& error) {
-        NORV_LOG(NORV_LOG_ERROR, "The update failed: %s", error.what());
+    });
+    guarded([&] { NORV_LOG(outcome.succeeded ? NORV_LOG_INFO : NORV_LOG_ERROR, "Update ends: %s", outcome.message); });
+    // The console shows its page for a finished update at 10, and any other text as it stands.
+    const bool finished = outcome.succeeded && outcome.installed;
+    guarded([&] {
+        if (!request.id.empty()) progress_.write(request.id, finished ? "10" : outcome.message);
+    });
+    std::string message;
+    guarded([&] { message = outcome.message; });
+    {
+        const std::lock_guard lock(mutex_);
+        status_.running = false;
+        status_.progress = 10;
+        status_.ended = clock_.now();
+        status_.succeeded = outcome.succeeded;
+        status_.installed = outcome.installed;
+        status_.message = std::move(message);
     }
-    NORV_LOG(outcome.succeeded ? NORV_LOG_INFO : NORV_LOG_ERROR, "Update ends: %s", outcome.message.c_str());
-    finish(request, outcome);
+    guarded([&] {
+        if (hooks_.ended) hooks_.ended(status());
+    });
 }
 
 Updater::Outcome Updater::update(const Request& request) {
@@ -170,7 +180,7 @@ Updater::Outcome Updater::update(const Request& request) {
     if (hooks_.engineVersion) components_.noteEngine(hooks_.engineVersion());
     if ((request.components & PATTERNS) == 0) return {true, false, ENGINE_ONLY};
     if (!makeFolder(settings_.signatures, 0755)) return {false, false, NOT_STORED};
-    components_.noteFiles();
+    if (!lookAtFiles()) return {false, false, NOT_READABLE};
     const std::string owner = settings_.databaseOwner.empty() ? ownUserName() : settings_.databaseOwner;
     const FreshclamPlan plan =
         planFreshclam(hooks_.configuration(), request.components,
@@ -196,10 +206,12 @@ Updater::Outcome Updater::fetch(const Request& request, const FreshclamPlan& pla
     for (const std::string& database : plan.databases) run.arguments.push_back("--update-db=" + database);
     run.timeLimit = settings_.timeLimit;
     FreshclamProgress progress(plan.expected);
+    FailureWatch failure;
     run.line = [&](std::string_view line) {
         if (line.starts_with("ERROR") || line.starts_with("WARNING"))
             NORV_LOG(NORV_LOG_WARNING, "freshclam: %.*s", static_cast<int>(line.size()), line.data());
         progress.line(line);
+        failure.line(line);
         if (progress.tenths() != status().progress) showProgress(request, progress.tenths());
     };
     // Written again and again: a refused repeat of the request makes the console write "DUPLICATE" over it.
@@ -209,7 +221,7 @@ Updater::Outcome Updater::fetch(const Request& request, const FreshclamPlan& pla
     std::error_code ignored;
     std::filesystem::remove(configuration, ignored);
     removeLeftovers();
-    return afterFetch(result);
+    return afterFetch(result, failure);
 }
 
 /// Gives the user whom freshclam becomes what it works on.
@@ -221,15 +233,17 @@ bool Updater::handOver(const std::filesystem::path& configuration, const Identit
 }
 
 /// A source that failed half-way may have brought something all the same, which is taken into use.
-Updater::Outcome Updater::afterFetch(const ChildResult& result) {
-    if (components_.noteFiles()) reloadDue_ = true;
+Updater::Outcome Updater::afterFetch(const ChildResult& result, const FailureWatch& failure) {
+    const bool readable = lookAtFiles();
     if (result.stopped) return {false, false, INTERRUPTED};
+    if (!readable) return {false, false, NOT_READABLE};
     const bool changed = reloadDue_;
+    if (changed && !syncFolder(settings_.signatures)) return {false, false, NOT_STORED};
     if (changed && hooks_.reload && !hooks_.reload()) return {false, false, NOT_LOADED};
     reloadDue_ = false;
     if (result.timedOut) return {false, changed, TOO_LONG};
     // 1 is "up to date" of older versions; newer ones say 0 for both.
-    if (result.status != 0 && result.status != 1) return {false, changed, messageOf(result.status)};
+    if (result.status != 0 && result.status != 1) return {false, changed, failure.messageOf(result)};
     return {true, changed, changed ? INSTALLED : UP_TO_DATE};
 }
 
@@ -239,28 +253,6 @@ void Updater::showProgress(const Request& request, int tenths) {
         status_.progress = tenths;
     }
     if (!request.id.empty()) progress_.write(request.id, std::to_string(tenths));
-}
-
-void Updater::finish(const Request& request, const Outcome& outcome) {
-    // The console shows its page for a finished update at 10, and any other text as it stands.
-    const bool finished = outcome.succeeded && outcome.installed;
-    try {
-        if (!request.id.empty()) progress_.write(request.id, finished ? "10" : outcome.message);
-    } catch (const std::exception& error) {
-        NORV_LOG(NORV_LOG_ERROR, "The update's end cannot be told: %s", error.what());
-    }
-    UpdateStatus last;
-    {
-        const std::lock_guard lock(mutex_);
-        status_.running = false;
-        status_.progress = 10;
-        status_.ended = clock_.now();
-        status_.succeeded = outcome.succeeded;
-        status_.installed = outcome.installed;
-        status_.message = outcome.message;
-        last = status_;
-    }
-    if (hooks_.ended) hooks_.ended(last);
 }
 
 /// Folders that freshclam unpacks in and leaves behind when it is ended.

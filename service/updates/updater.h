@@ -2,9 +2,9 @@
 
 #include "norv/au_config.h"
 #include "norv/protocol/updates.h"
+#include "service/base/child_process.h"
 #include "service/base/clock.h"
 #include "service/updates/components.h"
-#include "service/updates/freshclam.h"
 #include "service/updates/progress_files.h"
 
 #include <atomic>
@@ -37,11 +37,14 @@ struct UpdaterHooks {
     std::function<NORVAUConfig()> configuration;  ///< the settings of the moment: sources and proxy
     std::function<std::string()> varPath;         ///< the folder of the progress files
     std::function<std::string()> engineVersion;   ///< version of the scan engine that is in use
-    /// Loads the new databases and waits for it. False: they cannot be loaded and the old ones stay in use.
+    /// Loads the new databases and waits for it. False: not all of them are in use.
     std::function<bool()> reload;
     /// Told how an update ended. May be empty.
     std::function<void(const UpdateStatus& update)> ended{};
 };
+
+class FailureWatch;
+struct FreshclamPlan;
 
 /// All texts that an update may end with, for the message catalogue.
 const std::vector<std::string>& updateMessages();
@@ -84,17 +87,17 @@ private:
     struct Outcome {
         bool succeeded = false;
         bool installed = false;
-        std::string message;
+        const char* message = "";
     };
 
     bool begin(Request request);
-    void execute(const Request& request);
+    bool lookAtFiles();
+    void execute(const Request& request) noexcept;
     Outcome update(const Request& request);
     Outcome fetch(const Request& request, const FreshclamPlan& plan);
     bool handOver(const std::filesystem::path& configuration, const Identity& owner) const;
-    Outcome afterFetch(const ChildResult& result);
+    Outcome afterFetch(const ChildResult& result, const FailureWatch& failure);
     void showProgress(const Request& request, int tenths);
-    void finish(const Request& request, const Outcome& outcome);
     void removeLeftovers() const;
 
     const UpdaterSettings settings_;

@@ -19,9 +19,6 @@ namespace faults {
 Renames renames = Renames::PLAIN;
 Observer observer;
 
-namespace {
-
-/// Counts a call; true when it is to fail, with errno set.
 bool fails(Call call) {
     Control& now = control();
     if ((now.calls.load() & bit(call)) == 0) return false;
@@ -32,6 +29,8 @@ bool fails(Call call) {
     errno = now.error;
     return true;
 }
+
+namespace {
 
 bool changes(Call call, int folder, const char* name) {
     if (observer) observer(call, folder, name);

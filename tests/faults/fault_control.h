@@ -46,6 +46,9 @@ struct Control {
 
 Control& control();
 
+/// Counts a call; true, with errno set, when it is to fail.
+bool fails(Call call);
+
 /// How renames behave, as on other file systems.
 enum class Renames { PLAIN, NO_FLAGS, NOT_BETWEEN_FOLDERS };
 extern Renames renames;

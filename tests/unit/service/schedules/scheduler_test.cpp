@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <stdexcept>
@@ -46,10 +47,14 @@ protected:
             };
         };
         scheduler_ = std::make_unique<Scheduler>(folder_ / "schedule.json", clock_,
-                                                 Scheduler::Hooks{starter(scans_), starter(updates_), [this] {
+                                                 Scheduler::Hooks{starter(scans_),
+                                                                  starter(updates_),
+                                                                  [this] {
                                                                       if (fail_) throw std::bad_alloc();
                                                                       return random_;
-                                                                  }});
+                                                                  },
+                                                                  [this] { return ended_; },
+                                                                  {}});
         scheduler_->configure(settings_);
     }
 
@@ -63,6 +68,7 @@ protected:
     ScheduleSettings settings_;
     bool accept_ = true;
     bool fail_ = false;
+    bool ended_ = true;
     uint32_t random_ = 0;
     int scans_ = 0;
     int updates_ = 0;
@@ -156,14 +162,55 @@ TEST_F(SchedulerTest, AClockThatIsSetBackALittleDoesNotRunTwice) {
     EXPECT_EQ(scans_, 1);
 }
 
-TEST_F(SchedulerTest, AClockThatWasYearsAheadDoesNotSilenceTheSchedule) {
+TEST_F(SchedulerTest, AClockThatWasAheadForAMinuteLeavesNothingOutAfterwards) {
+    settings_.update.kind = NORVScheduledAUConfig::HOURLY;
+    settings_.update.time = "00:00:00";
+    for (const int64_t ahead : {3 * HOUR, 23 * HOUR, 24 * HOUR, 100 * DAY, 4000 * DAY}) {
+        std::filesystem::remove(folder_ / "schedule.json");
+        clock_.time = MIDNIGHT;
+        boot();
+        at(MIDNIGHT + HOUR + 60);
+        at(MIDNIGHT + HOUR + 60 + ahead);
+        const int64_t now = MIDNIGHT + HOUR + 120;
+        at(now);
+        scans_ = updates_ = 0;
+        EXPECT_EQ(scheduler_->nextScan(), MIDNIGHT + 3 * HOUR) << ahead;
+        EXPECT_EQ(scheduler_->nextUpdate(), MIDNIGHT + 2 * HOUR) << ahead;
+        for (int64_t time = now; time <= now + DAY; time += 600) at(time);
+        EXPECT_EQ(scans_, 1) << ahead;
+        EXPECT_EQ(updates_, 24) << ahead;
+    }
+}
+
+TEST_F(SchedulerTest, AnIntervalOfDaysOutlivesAClockThatWasAhead) {
+    settings_.update.kind = NORVScheduledAUConfig::DAILY;
+    settings_.update.period = 5;
+    settings_.update.time = "02:00:00";
     boot();
-    at(MIDNIGHT + 4000 * DAY);
-    EXPECT_EQ(scans_, 1);
-    at(MIDNIGHT + 10 * DAY);
-    EXPECT_EQ(scheduler_->nextScan(), MIDNIGHT + 10 * DAY + 3 * HOUR);
-    at(MIDNIGHT + 10 * DAY + 3 * HOUR);
-    EXPECT_EQ(scans_, 2);
+    at(MIDNIGHT + 2 * HOUR);
+    at(MIDNIGHT + 101 * DAY);
+    at(MIDNIGHT + 3 * HOUR);
+    EXPECT_EQ(scheduler_->nextUpdate(), MIDNIGHT + 5 * DAY + 2 * HOUR);
+}
+
+TEST_F(SchedulerTest, AScanThatTheEndOfTheServiceCutOffIsMadeUpAtTheNextStart) {
+    boot();
+    ended_ = false;
+    at(MIDNIGHT + 3 * HOUR);
+    clock_.time += 600;
+    for (int i = 0; i < 5; ++i) {  // cut off each time
+        boot();
+        scheduler_->tick();
+        scheduler_->tick();
+    }
+    EXPECT_EQ(scans_, 3) << "but not for ever";
+    at(MIDNIGHT + DAY + 3 * HOUR);
+    EXPECT_EQ(scans_, 4);
+    ended_ = true;
+    at(MIDNIGHT + DAY + 4 * HOUR);
+    boot();
+    scheduler_->tick();
+    EXPECT_EQ(scans_, 4) << "it came to its end";
 }
 
 TEST_F(SchedulerTest, ARandomizedUpdateStartsWithinTheHourAndKeepsItsInterval) {
@@ -201,7 +248,7 @@ TEST_F(SchedulerTest, TheThreadStartsWhatIsDueAndMayBeAskedMeanwhile) {
         ran.set_value();
         return true;
     };
-    scheduler = std::make_unique<Scheduler>(folder_ / "schedule.json", clock_, Scheduler::Hooks{start, {}, {}});
+    scheduler = std::make_unique<Scheduler>(folder_ / "schedule.json", clock_, Scheduler::Hooks{start, {}, {}, {}, {}});
     scheduler->configure(settings_);
     clock_.time = MIDNIGHT + 3 * HOUR;
     scheduler->start();

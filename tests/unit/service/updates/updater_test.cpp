@@ -1,5 +1,8 @@
 #include "service/updates/updater.h"
 
+#include "service/updates/freshclam_plan.h"
+#include "service/updates/freshclam_progress.h"
+#include "service/updates/update_messages.h"
 #include "tests/harness/temp_dir.h"
 
 #include <fcntl.h>
@@ -281,6 +284,33 @@ TEST_F(UpdaterTest, SignaturesThatCouldNotBeLoadedAtTheStartAreLoadedByAnUpdateT
     EXPECT_EQ(run("1"), "10");
     EXPECT_EQ(run("2"), "All components are current.");
     EXPECT_EQ(reloads_, 1);
+}
+
+TEST_F(UpdaterTest, WhatCannotBeReadOrIsNotInUseIsNoSuccess) {
+    standIn("mkdir -p " + (settings_.signatures / "x").string() + "; ln -s x/y " +
+            (settings_.signatures / "test.ndb").string() + "; echo s > " + (settings_.signatures / "x/y").string());
+    ASSERT_EQ(run("1"), "10");
+    std::filesystem::remove(settings_.signatures / "test.ndb");
+    standIn("exit 0");
+    updater_.reset();
+    writeFile(settings_.signatures / "by-hand.ndb", "copied here while the service ran");
+    reload_ = [] { return false; };
+    EXPECT_THAT(run("2"), HasSubstr("cannot be loaded"));
+    reload_ = [] { return true; };
+    EXPECT_EQ(run("3"), "10");
+    std::filesystem::rename(settings_.signatures, folder_ / "aside");
+    std::filesystem::create_symlink(settings_.signatures, settings_.signatures);  // nobody can look into it
+    EXPECT_THAT(run("4"), testing::AnyOf(HasSubstr("cannot be read"), HasSubstr("cannot be stored")));
+}
+
+TEST(FailureWatch, NamesAppArmorWhereItIsTheReason) {
+    FailureWatch watch;
+    watch.line("Testing database ...");
+    EXPECT_THAT(watch.messageOf({.status = 9, .confinement = "freshclam (enforce)"}), HasSubstr("settings"));
+    watch.line("ERROR: Can't open /srv/signatures/freshclam.log in append mode (Permission denied)");
+    EXPECT_THAT(watch.messageOf({.status = 9, .confinement = "freshclam (enforce)"}), HasSubstr("AppArmor"));
+    EXPECT_THAT(watch.messageOf({.status = 9, .confinement = "freshclam (complain)"}), HasSubstr("settings"));
+    EXPECT_THAT(watch.messageOf({.status = 10, .confinement = ""}), HasSubstr("stored"));
 }
 
 TEST_F(UpdaterTest, AFaultOfTheServiceItselfEndsTheUpdateAndNotTheService) {

@@ -1,7 +1,6 @@
-#include "service/updates/freshclam.h"
+#include "service/base/child_process.h"
 
 #include "norv/log.h"
-#include "norv/path_list.h"
 #include "service/base/files.h"
 
 #include <fcntl.h>
@@ -13,16 +12,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
-#include <optional>
+#include <ctime>
 #include <thread>
 
 namespace keldra {
@@ -32,75 +27,6 @@ namespace {
 using SteadyTime = std::chrono::steady_clock::time_point;
 
 constexpr std::size_t LINE_LIMIT = 4096;
-
-/// A value of the configuration file, quoted when it has blanks; nothing when it could be read as something else.
-std::optional<std::string> configurationWord(const std::string& value) {
-    const auto unfit = [](unsigned char c) { return c < ' ' || c == 0x7f || c == '"' || c == '\''; };
-    if (value.empty() || value.front() == '#' || std::ranges::any_of(value, unfit)) return std::nullopt;
-    return value.find(' ') == std::string::npos ? value : '"' + value + '"';
-}
-
-/// Adds a line; what does not fit makes the plan a problem.
-void addSetting(FreshclamPlan& plan, const char* name, const std::string& value) {
-    const auto word = configurationWord(value);
-    if (!word) {
-        NORV_LOG(NORV_LOG_ERROR, "The update setting %s has a value that cannot be used", name);
-        plan.problem = FreshclamPlan::Problem::BAD_SETTING;
-        return;
-    }
-    plan.configuration += std::string(name) + ' ' + *word + '\n';
-}
-
-/// A custom source as freshclam wants it; empty when it is neither a path nor a URL of a kind that it fetches.
-std::string customUrl(const std::string& entry) {
-    if (entry.starts_with('/')) return "file://" + entry;
-    for (const char* scheme : {"file:///", "http://", "https://"})
-        if (entry.starts_with(scheme)) return entry;
-    return {};
-}
-
-std::vector<std::string> selectCustom(const std::vector<std::string>& sources, uint8_t components) {
-    const bool separate = std::ranges::any_of(sources, [](const std::string& url) { return isSpywareSource(url); });
-    std::vector<std::string> selected;
-    for (const std::string& source : sources) {
-        const bool spyware = isSpywareSource(source);
-        const bool byVirus = (components & UPDATE_VIRUS_PATTERN) != 0 && !spyware;
-        const bool bySpyware = (components & UPDATE_SPYWARE_PATTERN) != 0 && (spyware || !separate);
-        if (byVirus || bySpyware) selected.push_back(source);
-    }
-    return selected;
-}
-
-void planCustom(FreshclamPlan& plan, const NORVAUConfig& settings, uint8_t components) {
-    // A server must be named although none is asked.
-    addSetting(plan, "PrivateMirror", "http://127.0.0.1:9");
-    for (const std::string& source : selectCustom(splitPathList(settings.customURLs), components)) {
-        addSetting(plan, "DatabaseCustomURL", customUrl(source));
-        ++plan.expected;
-    }
-    plan.databases = {"custom"};
-    if (plan.expected == 0) plan.problem = FreshclamPlan::Problem::NO_SOURCE;
-}
-
-void planOfficial(FreshclamPlan& plan, const NORVAUConfig& settings, uint8_t components) {
-    if (settings.source == "mirror")
-        addSetting(plan, "PrivateMirror", settings.mirror);
-    else
-        addSetting(plan, "DatabaseMirror", "database.clamav.net");
-    // Named one by one: what is merely excluded would be deleted.
-    plan.databases = {"main", "daily"};
-    if ((components & UPDATE_VIRUS_PATTERN) != 0) plan.databases.emplace_back("bytecode");
-    plan.expected = static_cast<int>(plan.databases.size());
-    if (settings.source == "mirror" && settings.mirror.empty()) plan.problem = FreshclamPlan::Problem::NO_SOURCE;
-}
-
-void planProxy(FreshclamPlan& plan, const NORVAUConfig& settings) {
-    if (settings.proxyServer.empty()) return;
-    addSetting(plan, "HTTPProxyServer", settings.proxyServer);
-    if (!settings.proxyPort.empty()) addSetting(plan, "HTTPProxyPort", settings.proxyPort);
-    if (!settings.proxyUser.empty()) addSetting(plan, "HTTPProxyUsername", settings.proxyUser);
-    if (!settings.proxyPassword.empty()) addSetting(plan, "HTTPProxyPassword", settings.proxyPassword);
-}
 
 /// What the child is made of; prepared before the fork.
 struct ChildPlan {
@@ -162,13 +88,16 @@ public:
     bool start();
     /// Waits a moment for output. False once the program has ended and all that it printed is read.
     bool step();
-    /// Ends the whole process group and waits for the program.
-    void end();
+    /// Ends the whole process group and waits for the program. What it still prints is not read.
+    void end() noexcept;
     int status() const { return status_; }
+    /// The profile of the kernel that the program runs under; empty when there is none, or the program is not there yet
+    /// or any more.
+    std::string confinement() const;
 
 private:
     bool readSome();
-    void reap(int flags);
+    void reap(int flags) noexcept;
 
     const ChildRun& run_;
     FileDescriptor output_;
@@ -225,40 +154,34 @@ bool Child::readSome() {
     return true;
 }
 
-void Child::reap(int flags) {
+void Child::reap(int flags) noexcept {
     int status = 0;
     if (ended_ || pid_ <= 0 || waitpid(pid_, &status, flags) != pid_) return;
     ended_ = true;
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-void Child::end() {
+void Child::end() noexcept {
     if (pid_ <= 0) return;
+    output_.reset();
     if (!ended_) {
         kill(-pid_, SIGTERM);
-        for (int i = 0; i < 10 && !ended_; ++i) step();
+        constexpr timespec MOMENT{0, 20'000'000};
+        for (int i = 0; i < 100 && !ended_; ++i) {
+            nanosleep(&MOMENT, nullptr);
+            reap(WNOHANG);
+        }
     }
     kill(-pid_, SIGKILL);
     reap(0);
     pid_ = -1;
 }
 
-/// Case-insensitive search of an ASCII word.
-bool containsWord(std::string_view text, std::string_view word) {
-    const auto same = [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; };
-    return std::search(text.begin(), text.end(), word.begin(), word.end(), same) != text.end();
-}
-
-/// The number in front of "%]", as in "Downloading x [ 40%]".
-int percentIn(std::string_view text) {
-    const size_t end = text.rfind("%]");
-    const size_t open = end == std::string_view::npos ? end : text.rfind('[', end);
-    if (open == std::string_view::npos) return -1;
-    std::string_view digits = text.substr(open + 1, end - open - 1);
-    digits.remove_prefix(std::min(digits.find_first_not_of(' '), digits.size()));
-    int percent = -1;
-    std::from_chars(digits.data(), digits.data() + digits.size(), percent);
-    return percent;
+std::string Child::confinement() const {
+    int error = 0;
+    const auto text = readFile("/proc/" + std::to_string(pid_) + "/attr/current", LINE_LIMIT, error);
+    if (!text || !text->ends_with(")\n")) return "";
+    return text->substr(0, text->size() - 1);
 }
 
 }  // namespace
@@ -275,41 +198,6 @@ std::optional<Identity> identityOf(const std::string& user) {
     return identity;
 }
 
-bool isSpywareSource(std::string_view nameOrUrl) {
-    const std::string_view name = nameOrUrl.substr(nameOrUrl.rfind('/') + 1);
-    return std::ranges::any_of(std::array<std::string_view, 3>{"spyware", "adware", "pua"},
-                               [&](std::string_view word) { return containsWord(name, word); });
-}
-
-FreshclamPlan planFreshclam(const NORVAUConfig& settings, uint8_t components, const FreshclamPlaces& places) {
-    FreshclamPlan plan;
-    addSetting(plan, "DatabaseDirectory", places.signatures);
-    addSetting(plan, "DatabaseOwner", places.owner);
-    addSetting(plan, "UpdateLogFile", places.log);
-    plan.configuration += "LogFileMaxSize 2M\nLogRotate yes\nLogTime yes\nTestDatabases yes\nMaxAttempts 3\n";
-    if (settings.source == "custom")
-        planCustom(plan, settings, components);
-    else
-        planOfficial(plan, settings, components);
-    planProxy(plan, settings);
-    return plan;
-}
-
-void FreshclamProgress::line(std::string_view text) {
-    if (containsWord(text, " updated (") || containsWord(text, " is up-to-date") ||
-        containsWord(text, " is up to date")) {
-        done_ = std::min(done_ + 1, expected_);
-        percent_ = 0;
-    } else if (const int percent = percentIn(text); percent >= 0) {
-        percent_ = std::min(percent, 100);
-    }
-}
-
-int FreshclamProgress::tenths() const {
-    const int whole = done_ >= expected_ ? 0 : percent_;
-    return 1 + 8 * (done_ * 100 + whole) / (expected_ * 100);
-}
-
 ChildResult runChild(const ChildRun& run) {
     ChildResult result;
     Child child(run);
@@ -320,6 +208,7 @@ ChildResult runChild(const ChildRun& run) {
     const SteadyTime deadline = std::chrono::steady_clock::now() + std::chrono::seconds(run.timeLimit);
     SteadyTime lastPulse = std::chrono::steady_clock::now();
     while (child.step()) {
+        if (result.confinement.empty()) result.confinement = child.confinement();
         const SteadyTime now = std::chrono::steady_clock::now();
         result.stopped = run.stopped();
         result.timedOut = now > deadline;
