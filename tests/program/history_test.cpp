@@ -51,12 +51,13 @@ TEST_F(History, ThePageIsShownToWhoIsLoggedOnOnly) {
 TEST_F(History, ScansAndFindsReachThePageAsTheServiceKnowsThem) {
     const std::string scan =
         R"([{"id":"17_1","kind":"path","state":3,"total":9,"scanned":8,"found":2,"notFullyScanned":1,"skipped":1,)"
-        R"("bytes":5,"started":6,"ended":7,"message":"a \"b\""}])";
+        R"("bytes":5,"started":6,"ended":7,"message":"a \"b\"","outcome":"failed","lastFile":"/x","saved":false}])";
     serveScans(scan);
     EXPECT_EQ(ask("list=1").bytes, JSON_HEAD + "{\"scans\":" + scan + ",\"more\":false}");
     sent();
     const std::string find =
-        R"([{"path":"/ä\u0001","infected":true,"signature":"E","type":"Virus","detail":"deleted","left":true}])";
+        R"([{"path":"/ä\u0001","infected":true,"signature":"E","type":"Virus","detail":"deleted","left":true,)"
+        R"("skipped":false}])";
     serveFinds({find, "[]"});
     EXPECT_EQ(ask("RequestID=17_1&From=1000").bytes, JSON_HEAD + "{\"finds\":" + find + ",\"more\":true}");
     EXPECT_EQ(sentByHandler(), Strings{"0/102"});
