@@ -60,7 +60,7 @@ function lookThrough({ width, foreign }) {
     (node) => (node.parentElement.closest('script, noscript, bdi, .name, .folder') ? NodeFilter.FILTER_REJECT : NodeFilter.FILTER_ACCEPT));
   const texts = [document.title.replace(/ · Keldra$/, '')];
   while (walker.nextNode()) texts.push(walker.currentNode.textContent);
-  for (const element of document.querySelectorAll('[aria-label], [title]')) texts.push(element.ariaLabel ?? '', element.title);
+  for (const element of document.querySelectorAll('[aria-label], [title]')) texts.push(element.ariaLabel ?? '', element.title ?? '');
   for (const text of new Set(texts.map((text) => text.replace(/^[\s,.·]+|\s+$/g, '')).filter(Boolean))) {
     if (patterns.some((pattern) => pattern.test(text))) faults.push(`another language: “${text}”`);
   }
