@@ -326,6 +326,10 @@ TEST_P(QuarantineFaults, AccessListComesBackAndNobodyMayMoreForAMoment) {
     ASSERT_EQ(::stat(path_.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0660U) << "the mask";
     EXPECT_EQ(status.st_uid, 4321U);
+    ::removexattr(path_.c_str(), "system.posix_acl_access");
+    ASSERT_TRUE(take().done);
+    ASSERT_TRUE(restore().done);
+    EXPECT_LT(::getxattr(path_.c_str(), "system.posix_acl_access", value.data(), value.size()), 0) << "the folder's";
 }
 
 TEST_P(QuarantineFaults, FileThatTakesTheNameAtTheLastMomentIsNotTouched) {
