@@ -58,29 +58,6 @@ bool syncFolderOf(const std::filesystem::path& path) {
 
 }  // namespace
 
-FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
-    if (this != &other) {
-        reset();
-        descriptor_ = std::exchange(other.descriptor_, -1);
-    }
-    return *this;
-}
-
-void FileDescriptor::reset() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-    descriptor_ = -1;
-}
-
-bool writeAll(int descriptor, std::string_view content) {
-    while (!content.empty()) {
-        const ssize_t written = ::write(descriptor, content.data(), content.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        content.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 WriteResult writeFileAtomically(const std::filesystem::path& path, std::string_view content, mode_t mode,
                                 std::optional<std::int64_t> modified) {
     std::string temporary = path.string() + TEMPORARY_SUFFIX;

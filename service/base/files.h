@@ -1,5 +1,7 @@
 #pragma once
 
+#include "norv/file_descriptor.h"
+
 #include <sys/types.h>
 
 #include <cstddef>
@@ -8,32 +10,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace keldra {
 
-/// A descriptor that closes itself; -1 is none.
-class FileDescriptor {
-public:
-    FileDescriptor() = default;
-    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept;
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    ~FileDescriptor() { reset(); }
-
-    int get() const { return descriptor_; }
-    explicit operator bool() const { return descriptor_ >= 0; }
-    int release() { return std::exchange(descriptor_, -1); }
-    void reset();
-
-private:
-    int descriptor_ = -1;
-};
-
-/// Writes all of it where the descriptor stands. False with errno set.
-bool writeAll(int descriptor, std::string_view content);
+using ::FileDescriptor;
+using ::writeAll;
 
 /// What became of a file that was to be replaced.
 struct WriteResult {

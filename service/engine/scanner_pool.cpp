@@ -186,7 +186,7 @@ ScannerPool::ScannerPool(EngineSettings settings)
 }
 
 ScannerPool::~ScannerPool() {
-    ScannerPool::stopReloads();
+    stopReloads();
     watcher_.request_stop();
     watcher_.join();
     cleanFiles_.save();

@@ -23,7 +23,6 @@ namespace keldra {
 namespace {
 
 constexpr unsigned int USUAL_WORKERS = 2;
-constexpr unsigned int MOST_WORKERS = 32;
 constexpr std::uint64_t STAT_BLOCK = 512;    // bytes, whatever the file system's own are
 constexpr std::uint64_t INLINE_FILE = 4096;  // bytes
 constexpr auto ENGINE_POLL = std::chrono::milliseconds(50);
@@ -129,7 +128,7 @@ WalkPlan ScanJob::plan() const {
 
 unsigned int ScanJob::workers() const {
     const unsigned int cores = std::max(1U, std::thread::hardware_concurrency());
-    return request_.workers == 0 ? std::min(USUAL_WORKERS, cores) : std::min(request_.workers, MOST_WORKERS);
+    return request_.workers == 0 ? std::min(USUAL_WORKERS, cores) : std::min(request_.workers, protocol::MAX_WORKERS);
 }
 
 void ScanJob::begin() try {

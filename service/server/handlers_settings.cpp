@@ -1,5 +1,6 @@
 #include "norv/au_config.h"
 #include "norv/log.h"
+#include "norv/protocol/scans.h"
 #include "norv/protocol/settings.h"
 #include "norv/scan_config.h"
 #include "service/server/handlers.h"
@@ -7,6 +8,7 @@
 #include "service/settings/settings_check.h"
 #include "service/tree/share_roots.h"
 
+#include <algorithm>
 #include <type_traits>
 
 namespace keldra::handlers {
@@ -35,7 +37,11 @@ bool store(Service& service, const IPCMessage& request, IPCMessage& reply) {
     constexpr const char* name = protocol::SettingsPlace<Record>::PARAMETER;
     std::string fault;
     const auto change = [&](NORVConfig& config) {
-        const Record before(config);
+        Record before(config);
+        if constexpr (std::is_same_v<Record, NORVManualScanConfig>) {
+            // More could be saved once.
+            before.scanWorkers = std::min(before.scanWorkers, protocol::MAX_WORKERS);
+        }
         protocol::SetSettings<Record> wanted{before};
         const bool parsed = request.hasParam(name) && protocol::read(request, wanted);
         fault = parsed ? faultOf(config, before, wanted.settings) : "The settings are malformed.";

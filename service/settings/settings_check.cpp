@@ -2,6 +2,7 @@
 
 #include "norv/custom_action.h"
 #include "norv/path_list.h"
+#include "norv/protocol/scans.h"
 
 #include <algorithm>
 #include <array>
@@ -18,7 +19,6 @@ constexpr std::size_t MAX_TEXT = std::size_t{256} * 1024;
 constexpr uint32_t MAX_LAYERS = 20;
 /// The engine looks at no file of 2 GiB or more, so a larger limit in MiB means nothing.
 constexpr uint32_t MAX_MEMBER_SIZE = 2047;
-constexpr uint32_t MAX_WORKERS = 64;
 constexpr uint32_t MAX_TIME_LIMIT = 300;
 constexpr int32_t MAX_PERIOD_DAYS = 366;
 constexpr int32_t MAX_PERIOD_WEEKS = 53;
@@ -136,7 +136,7 @@ std::string checkTime(std::string& text, bool needed) {
 }  // namespace
 
 std::string checkSettings(NORVManualScanConfig& record) {
-    record.scanWorkers = std::min(record.scanWorkers, MAX_WORKERS);
+    if (record.scanWorkers > protocol::MAX_WORKERS) return "At most 32 files can be scanned at a time.";
     return checkCommon(record);
 }
 

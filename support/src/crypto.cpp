@@ -1,6 +1,6 @@
 #include "norv/crypto.h"
 
-#include "file_descriptor.h"
+#include "norv/file_descriptor.h"
 #include "norv/log.h"
 
 #include <fcntl.h>

@@ -1,7 +1,8 @@
 #include "norv/log.h"
 
-#include "file_descriptor.h"
-#include "utf8.h"
+#include "norv/file_descriptor.h"
+#include "norv/printable.h"
+#include "norv/time_text.h"
 
 #include <fcntl.h>
 #include <sys/time.h>
@@ -9,11 +10,9 @@
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <limits>
 #include <mutex>
 #include <string_view>
@@ -59,48 +58,6 @@ private:
     std::size_t keptBytes_ = 0;
 };
 
-void appendEscaped(std::string& out, char c) {
-    std::array<char, 5> hex{};
-    switch (c) {
-        case '\n':
-            out += "\\n";
-            return;
-        case '\r':
-            out += "\\r";
-            return;
-        case '\t':
-            out += "\\t";
-            return;
-        default:
-            break;
-    }
-    std::snprintf(hex.data(), hex.size(), "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
-    out += hex.data();
-}
-
-/// Control characters of one byte, and those of two (U+0080 to U+009F), which some terminals obey.
-bool isControl(std::string_view sequence) {
-    const auto first = static_cast<unsigned char>(sequence[0]);
-    if (sequence.size() == 1) return first < 0x20 || first == 0x7f;
-    return first == 0xc2 && static_cast<unsigned char>(sequence[1]) < 0xa0;
-}
-
-std::string escaped(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    while (!text.empty()) {
-        const std::size_t length = utf8SequenceLength(text);
-        const std::string_view sequence = text.substr(0, length == 0 ? 1 : length);
-        if (length == 0 || isControl(sequence)) {
-            for (const char c : sequence) appendEscaped(out, c);
-        } else {
-            out += sequence;
-        }
-        text.remove_prefix(sequence.size());
-    }
-    return out;
-}
-
 std::string formatted(const char* format, va_list arguments) {
     std::array<char, 512> small{};
     va_list again;
@@ -124,36 +81,24 @@ std::string place(const char* function, const char* file, int line) {
     const std::string_view functionText = function ? function : "";
     const std::string_view fileText = file ? file : "";
     if (functionText.empty() && fileText.empty()) return {};
-    std::string text = " (" + escaped(functionText);
+    std::string text = " (" + printable(functionText);
     if (!fileText.empty()) {
         if (!functionText.empty()) text += ' ';
-        text += escaped(fileText) + ":" + std::to_string(line);
+        text += printable(fileText) + ":" + std::to_string(line);
     }
     return text + ")";
 }
 
-std::string timeText(const timeval& time) {
-    tm parts{};
-    gmtime_r(&time.tv_sec, &parts);
-    std::array<char, 32> text{};
-    const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text.data() + length, text.size() - length, ".%03dZ", static_cast<int>(time.tv_usec / 1000));
-    return text.data();
+std::string stamp(const timeval& time) {
+    std::array<char, 8> fraction{};
+    std::snprintf(fraction.data(), fraction.size(), ".%03dZ", static_cast<int>(time.tv_usec / 1000));
+    return timeText(time.tv_sec, "%Y-%m-%dT%H:%M:%S", TimeZone::UTC) + fraction.data();
 }
 
 int syslogPriority(int32_t severity) {
     if (severity <= NORV_LOG_ERROR) return LOG_ERR;
     if (severity == NORV_LOG_WARNING) return LOG_WARNING;
     return severity == NORV_LOG_INFO ? LOG_INFO : LOG_DEBUG;
-}
-
-void writeAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = ::write(fd, text.data(), text.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
 }
 
 std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
@@ -204,7 +149,7 @@ void Log::write(const Line& line) {
         ::syslog(syslogPriority(line.severity), "%d %s", static_cast<int>(line.severity), line.text.c_str());
         return;
     }
-    const std::string record = timeText(line.time) + " " + program_ + "[" + std::to_string(::getpid()) + "] " +
+    const std::string record = stamp(line.time) + " " + program_ + "[" + std::to_string(::getpid()) + "] " +
                                std::to_string(line.severity) + " " + line.text + "\n";
     writeAll(route_ == Route::FILE ? file_.get() : STDERR_FILENO, record);
 }
@@ -227,6 +172,6 @@ void writeLog(int32_t severity, const char* function, const char* file, int line
     std::string message = formatted(format, arguments);
     va_end(arguments);
     if (!message.empty() && message.back() == '\n') message.pop_back();
-    record.text = escaped(message) + place(function, file, line);
+    record.text = printable(message) + place(function, file, line);
     log.add(std::move(record));
 }

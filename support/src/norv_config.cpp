@@ -243,6 +243,11 @@ bool getConfigValue(const NORVConfig& config, const std::string& category, const
     return false;
 }
 
+bool hasConfigValue(const NORVConfig& config, const std::string& category, const std::string& name) {
+    const ScopedLock lock(config.mutex());
+    return findElement(config.document().FirstChildElement("Document"), category, name) != nullptr;
+}
+
 template <typename T>
 T configValueOr(const NORVConfig& config, const std::string& category, const std::string& name, T fallback) {
     const ScopedLock lock(config.mutex());

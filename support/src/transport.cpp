@@ -1,4 +1,4 @@
-#include "file_descriptor.h"
+#include "norv/file_descriptor.h"
 #include "norv/ipc_message.h"
 #include "norv/log.h"
 #include "norv/message_codec.h"

@@ -16,9 +16,9 @@ using enum IPCMessage::CommandID;
 class ConfigurationTest : public ServiceTest {
 protected:
     NORVManualScanConfig manual() const { return read<NORVManualScanConfig>(MANUAL_SCAN_CONFIG, "ManualScanConfig"); }
-    int32_t setWorkers(uint32_t workers) const {
+    int32_t setSizeLimit(uint32_t limit) const {
         NORVManualScanConfig record;
-        record.scanWorkers = workers;
+        record.compressFileSizeLimit = limit;
         return store(MANUAL_SCAN_CONFIG, "ManualScanConfig", record).result;
     }
 };
@@ -125,11 +125,11 @@ TEST_F(ConfigurationTest, AKillDuringSavesLosesNothingAcknowledged) {
         ASSERT_TRUE(service_.start()) << service_.printed();
         EXPECT_EQ(get(CONFIG_FILE_CHECK).result, 1);
         EXPECT_GE(stamp(), lastStamp);
-        EXPECT_GE(manual().scanWorkers, acknowledged);
+        EXPECT_GE(manual().compressFileSizeLimit, acknowledged);
         std::atomic<uint32_t> stored{0};
         std::thread client([&] {
             for (uint32_t value = round * 7 + 1; value < round * 7 + 8; ++value)
-                if (setWorkers(value) == 1) stored = value;
+                if (setSizeLimit(value) == 1) stored = value;
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(3 + 5 * round));
         lastStamp = std::max(lastStamp, stored > 0 ? stamp() : 0);
@@ -138,7 +138,7 @@ TEST_F(ConfigurationTest, AKillDuringSavesLosesNothingAcknowledged) {
         acknowledged = std::max(acknowledged, stored.load());
     }
     ASSERT_TRUE(service_.start());
-    EXPECT_GE(manual().scanWorkers, acknowledged);
+    EXPECT_GE(manual().compressFileSizeLimit, acknowledged);
 }
 
 TEST_F(ConfigurationTest, ADocumentThatDoesNotParseIsReportedAndLeftAlone) {
@@ -150,7 +150,7 @@ TEST_F(ConfigurationTest, ADocumentThatDoesNotParseIsReportedAndLeftAlone) {
         const IPCMessage state = get(CONFIG_FILE_STATE);
         EXPECT_EQ(state.result, 2);
         EXPECT_FALSE(state.hasParam("Content"));
-        EXPECT_EQ(setWorkers(1), 2);
+        EXPECT_EQ(setSizeLimit(1), 2);
         EXPECT_EQ(get(VIRUS_TYPES).result, 1) << "what needs no configuration goes on";
         EXPECT_EQ(readFile(service_.file("config.xml")), broken);
         if (again == 0) {
@@ -170,20 +170,20 @@ TEST_F(ConfigurationTest, ADocumentThatDoesNotParseIsReportedAndLeftAlone) {
 
 TEST_F(ConfigurationTest, AFullDiskRefusesTheSaveAndKeepsWhatWasSaved) {
     ASSERT_TRUE(service_.start());
-    ASSERT_EQ(setWorkers(3), 1);
+    ASSERT_EQ(setSizeLimit(3), 1);
     const long before = stamp();
     rlimit usual{};
     const rlimit full{16, RLIM_INFINITY};
     ASSERT_EQ(::prlimit(service_.pid(), RLIMIT_FSIZE, &full, &usual), 0) << "no file may grow beyond a few bytes";
-    EXPECT_EQ(setWorkers(4), 2);
-    EXPECT_EQ(manual().scanWorkers, 3U);
+    EXPECT_EQ(setSizeLimit(4), 2);
+    EXPECT_EQ(manual().compressFileSizeLimit, 3U);
     EXPECT_EQ(stamp(), before);
     EXPECT_EQ(get(CONFIG_FILE_CHECK).result, 1);
     ASSERT_EQ(::prlimit(service_.pid(), RLIMIT_FSIZE, &usual, nullptr), 0);
-    EXPECT_EQ(setWorkers(5), 1) << "room again";
+    EXPECT_EQ(setSizeLimit(5), 1) << "room again";
     service_.crash();
     ASSERT_TRUE(service_.start());
-    EXPECT_EQ(manual().scanWorkers, 5U);
+    EXPECT_EQ(manual().compressFileSizeLimit, 5U);
 }
 
 TEST_F(ConfigurationTest, ABackupThatCannotBeWrittenIsToldWithTheSave) {

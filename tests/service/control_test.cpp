@@ -1,3 +1,6 @@
+#include "norv/json_value.h"
+#include "tests/harness/scripted_service.h"
+#include "tests/harness/temp_dir.h"
 #include "tests/service/service_test.h"
 
 #include "norv/json_value.h"
@@ -205,6 +208,34 @@ TEST_F(ControlTest, SettingsAreReadChangedAndCarriedFromOneServerToAnother) {
     EXPECT_EQ(service_.control({"settings", "get", "manual_scan.scan_workers"}).output, "3\n") << "all or nothing";
     EXPECT_EQ(service_.control({"settings", "import"}, before).status, 0);
     EXPECT_EQ(service_.control({"settings", "export"}).output, before);
+}
+
+TEST_F(ControlTest, ProgramsReadTheStatusAsJson) {
+    ASSERT_TRUE(service_.start());
+    const ProcessResult status = service_.control({"status", "--json"});
+    const rapidjson::Document object = parseJson(status.output);
+    ASSERT_TRUE(object.IsObject()) << status.output;
+    EXPECT_EQ(textOf(object, "Database"), "loaded");
+    EXPECT_EQ(textOf(object, "Reloading"), "0");
+    EXPECT_NE(textOf(object, "Version"), "");
+}
+
+TEST(Keldractl, ItsOptionsReachTheServiceAndWrongOnesDoNot) {
+    const TempDir folder;
+    ScriptedService service(folder / "socket");
+    const auto scan = [&](const char* workers) {
+        return runProgram({.argv = {serviceProgram("keldractl"), "--socket", folder / "socket", "scan", "--workers",
+                                    workers, "--act", "/srv/a;b", "/srv/c"}})
+            .status;
+    };
+    EXPECT_EQ(scan("7"), 2);
+    const auto requests = service.takeRequests();
+    ASSERT_EQ(requests.size(), 1U);
+    EXPECT_EQ(requests[0].value<std::string>("Workers"), "7");
+    EXPECT_EQ(requests[0].value<std::string>("Act"), "1");
+    EXPECT_EQ(requests[0].value<std::string>("Paths"), "/srv/a\\;b;/srv/c");
+    for (const char* wrong : {"33", "-1", "x"}) EXPECT_EQ(scan(wrong), 2);
+    EXPECT_TRUE(service.takeRequests().empty());
 }
 
 TEST_F(ControlTest, InitNeverTouchesWhatIsThere) {

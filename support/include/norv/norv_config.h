@@ -79,6 +79,9 @@ private:
 template <typename T>
 bool getConfigValue(const NORVConfig& config, const std::string& category, const std::string& name, T& value);
 
+/// Whether there is such a value at all, whatever its form.
+bool hasConfigValue(const NORVConfig& config, const std::string& category, const std::string& name);
+
 /// The same without the log line, for settings that may well be absent: `fallback` then.
 template <typename T>
 T configValueOr(const NORVConfig& config, const std::string& category, const std::string& name, T fallback);

@@ -18,7 +18,7 @@ inline constexpr const char* KIND_SCHEDULED = "scheduled";
 inline constexpr const char* KIND_PATH = "path";
 
 /// The largest number of files that a scan works on at a time.
-inline constexpr uint32_t MAX_WORKERS = 64;
+inline constexpr uint32_t MAX_WORKERS = 32;
 
 /// A scan's name: letters and digits that end up in names of files and addresses.
 inline bool isRequestId(std::string_view id) {
@@ -30,7 +30,7 @@ inline constexpr const char* PAUSED_ASKED = "asked";
 inline constexpr const char* PAUSED_WINDOW = "window";
 
 struct ScanProgress {
-    ScanState state = ScanState::NOT_RUNNING;
+    ScanState state{};  ///< 0, which is none, when the reply does not say
     int64_t total = 0;  ///< files to scan, as far as they are counted
     int64_t scanned = 0;
     int64_t found = 0;             ///< infected ones

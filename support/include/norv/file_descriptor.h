@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <string_view>
 #include <utility>
 
 /// A file descriptor that is closed with its owner; -1 for none.
@@ -20,6 +22,8 @@ public:
 
     explicit operator bool() const { return fd_ >= 0; }
     int get() const { return fd_; }
+    /// Hands it over: whoever calls this closes it.
+    int release() { return std::exchange(fd_, -1); }
     void reset(int fd = -1) {
         if (fd_ >= 0) ::close(fd_);
         fd_ = fd;
@@ -28,3 +32,14 @@ public:
 private:
     int fd_ = -1;
 };
+
+/// Writes all of it where the descriptor stands. False with errno set.
+inline bool writeAll(int descriptor, std::string_view content) {
+    while (!content.empty()) {
+        const ssize_t written = ::write(descriptor, content.data(), content.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        content.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
