@@ -78,7 +78,7 @@ TEST_F(LogOn, WhateverTheServiceSaysButYesIsAWrongPassword) {
 }
 
 TEST_F(LogOn, PasswordsOfUpToThirtyTwoCharactersAreTried) {
-    for (const std::size_t length : {0U, 1U, 5U, 6U, 13U, 14U, 31U, 32U}) {
+    for (const std::size_t length : {0U, 13U, 14U, 32U}) {
         SCOPED_TRACE(length);
         EXPECT_EQ(logOn("T1=" + std::string(length, 'p')).head.size(), 5U);
         EXPECT_EQ(sentPassword(), std::string(length, 'p'));
@@ -99,16 +99,10 @@ TEST_F(LogOn, WithoutAnAddressOrAKeyNothingIsSent) {
     const CgiResponse lost = logOn(request);
     expectPage(lost, "wrong\n");
     EXPECT_THAT(complaints(lost), ElementsAre("1 Failed to get remote addr"));
-    for (const std::string& key :
-         {std::string(), std::string(63, '7'), std::string(65, '7'), std::string(63, '7') + "g"}) {
-        SCOPED_TRACE(key);
-        console.write("console.key", key);
-        const CgiResponse response = logOn("T1=secret");
-        expectPage(response, "wrong\n");
-        EXPECT_THAT(complaints(response), Contains("1 encrypt_string() failed."));
-    }
-    std::filesystem::remove(console.keyFile());
-    expectPage(logOn("T1=secret"), "wrong\n");
+    console.write("console.key", std::string(63, '7') + "g");
+    const CgiResponse response = logOn("T1=secret");
+    expectPage(response, "wrong\n");
+    EXPECT_THAT(complaints(response), Contains("1 encrypt_string() failed."));
     EXPECT_THAT(sent(), testing::Not(Contains("5/31")));
 }
 
@@ -118,11 +112,6 @@ TEST_F(LogOn, AnAddressBarCannotCarryAPassword) {
         expectLogOn(logOn({.method = method, .query = "T1=secret", .body = "T1=secret"}));
     }
     EXPECT_THAT(sent(), testing::Not(Contains("5/31")));
-}
-
-TEST_F(LogOn, ABrokenConfigurationDoesNotLockTheAdministratorOut) {
-    service.on(M::GET, M::CONFIG_FILE_CHECK, Answer::refuse(2));
-    EXPECT_EQ(logOn("T1=secret").head.size(), 5U);
 }
 
 TEST_F(LogOn, MarkUpInAFieldIsRefused) {

@@ -43,7 +43,7 @@ TEST_F(Quarantine, NobodyElseSeesOrDoesAnything) {
     for (const CgiRequest& request :
          {CgiRequest::get(""), CgiRequest::get("list=1"), CgiRequest::post("action=delete&ids=a1&CsrfToken=f00")}) {
         expectLogOn(ask(request));
-        EXPECT_EQ(sent(), (Strings{"0/1", "0/2", "5/33"}));
+        EXPECT_EQ(sent(), Strings{"5/33"});
     }
 }
 
@@ -120,5 +120,5 @@ TEST_F(Quarantine, ARequestThatNamesNothingToDoIsRefused) {
 
 TEST_F(Quarantine, MarkUpIsRefusedBeforeAnythingHappens) {
     expectNothing(act("action=delete&ids=%3Cscript%3E"), 1);
-    EXPECT_EQ(sent(), (Strings{"0/1", "0/2"}));
+    EXPECT_EQ(sent(), Strings{});
 }

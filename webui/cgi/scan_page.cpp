@@ -60,7 +60,8 @@ std::string actionOf(const std::string& type, const std::vector<std::string>& en
 template <typename T>
 bool readSetting(const NORVConfig& config, const char* category, const char* name, T& value) {
     if (getConfigValue(config, category, name, value)) return true;
-    NORV_LOG(NORV_LOG_REFUSED, "Failed to get config");
+    // That it is missing has been told already.
+    if (hasConfigValue(config, category, name)) NORV_LOG(NORV_LOG_REFUSED, "Failed to get config");
     return false;
 }
 

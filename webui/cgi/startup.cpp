@@ -5,9 +5,13 @@
 
 #include <syslog.h>
 
+void openLog(const NORVConfig& config, const char* program) {
+    initLog(program ? program : "", LOG_LOCAL3, config.UserDebugLevel(NORV_LOG_REFUSED));
+}
+
 bool loadConfigurationAndOpenLog(NORVConfig& config, const char* program) {
     const bool loaded = getNORVConfigFromEntity(config);
-    initLog(program ? program : "", LOG_LOCAL3, config.UserDebugLevel(NORV_LOG_REFUSED));
+    openLog(config, program);
     return loaded;
 }
 

@@ -4,6 +4,10 @@
 #include "webui/cgi/authenticate.h"
 #include "webui/cgi/qs_control.h"
 
+/// Opens the log at the level that the environment names, else the configuration. `program`: the path the program was
+/// started by, or null.
+void openLog(const NORVConfig& config, const char* program);
+
 /// Fetches the configuration and opens the log at the level it names. `program`: the path the program was started by,
 /// or null. Returns whether the configuration could be fetched.
 bool loadConfigurationAndOpenLog(NORVConfig& config, const char* program);

@@ -1,11 +1,12 @@
 #include "webui/console/csv.h"
 
+#include "norv/time_text.h"
+
 #include <libintl.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <ctime>
 #include <string_view>
 
 namespace {
@@ -80,10 +81,4 @@ std::string headings(std::vector<std::string> names) {
     return "\xEF\xBB\xBF" + csvLine(names);
 }
 
-std::string csvTime(std::int64_t seconds) {
-    const auto when = static_cast<std::time_t>(seconds);
-    std::tm parts{};
-    std::array<char, 32> buffer{};
-    if (seconds == 0 || localtime_r(&when, &parts) == nullptr) return "";
-    return {buffer.data(), std::strftime(buffer.data(), buffer.size(), "%Y-%m-%d %H:%M:%S", &parts)};
-}
+std::string csvTime(std::int64_t seconds) { return seconds == 0 ? "" : timeText(seconds); }

@@ -2,11 +2,11 @@
 #include "norv/path_list.h"
 #include "norv/scan_config.h"
 #include "webui/cgi/scan_common.h"
-#include "webui/cgi/utils/configuration.h"
 #include "webui/console/json_response.h"
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <string>
 
 namespace {
@@ -33,15 +33,23 @@ bool fetchSettings(Record& record) {
     return false;
 }
 
+/// When it cannot be had, that is answered as an error.
+std::optional<NORVConfig> fetchConfiguration(const ConsoleRequest& request) {
+    auto config = request.fetchConfiguration();
+    if (!config) answerError("503 Service Unavailable", "Unable to read the configuration file.");
+    return config;
+}
+
 /// What is chosen at the moment.
 template <typename Record>
 int showSettings(const ConsoleRequest& request) {
+    const auto config = fetchConfiguration(request);
     Record record;
-    if (!fetchSettings(record)) return 1;
+    if (!config || !fetchSettings(record)) return 1;
     JsonText json;
     json.object([&] {
         for (const Field& field : FIELDS) json.member(field.name, splitPathList(record.*field.setting));
-        writeStamp(json, request.config);
+        writeStamp(json, *config);
     });
     return answerJson(json.text());
 }
@@ -78,9 +86,8 @@ int askToOverwrite() {
 }
 
 /// The stamp of the settings just stored, which the page's other form goes on with.
-int answerSaved(const ConsoleRequest& request) {
-    NORVConfig stored(request.config);
-    getNORVConfigFromEntity(stored);
+int answerSaved(const ConsoleRequest& request, const NORVConfig& before) {
+    const NORVConfig stored = request.fetchConfiguration().value_or(before);
     JsonText json;
     json.object([&] { writeStamp(json, stored); });
     return answerJson(json.text());
@@ -88,11 +95,13 @@ int answerSaved(const ConsoleRequest& request) {
 
 template <typename Record>
 int save(const ConsoleRequest& request) {
-    if (mustAskToOverwrite(request.config, request.fields, SaveUnasked::WHEN_EQUAL)) return askToOverwrite();
+    const auto config = fetchConfiguration(request);
+    if (!config) return 1;
+    if (mustAskToOverwrite(*config, request.fields, SaveUnasked::WHEN_EQUAL)) return askToOverwrite();
     Record record;
     if (!fetchSettings(record)) return 1;
     for (const Field& field : FIELDS) record.*field.setting = request.text(field.name);
-    return askOrAnswer(protocol::SetSettings<Record>{record}) ? answerSaved(request) : 1;
+    return askOrAnswer(protocol::SetSettings<Record>{record}) ? answerSaved(request, *config) : 1;
 }
 
 /// A kind of scan that has folders of its own.
@@ -108,7 +117,6 @@ constexpr Kind KINDS[] = {
 };
 
 int answer(const ConsoleRequest& request) {
-    if (!request.configOk) return answerError("503 Service Unavailable", "Unable to read the configuration file.");
     const std::string mode = request.text("mode");
     if (mode == "preview") return preview(request);
     if (mode != "save" && mode != "settings") return listFolders(request);

@@ -3,10 +3,13 @@
 #include "norv/locale.h"
 #include "norv/log.h"
 #include "norv/protocol/configuration.h"
-#include "webui/cgi/authenticate.h"
+#include "webui/cgi/logon.h"
 #include "webui/cgi/page_wrapper.h"
 #include "webui/cgi/startup.h"
+#include "webui/cgi/utils/configuration.h"
 #include "webui/console/service_text.h"
+
+#include <utility>
 
 namespace {
 
@@ -21,17 +24,24 @@ bool serviceAnswers() { return askService(protocol::CheckConfiguration()).reache
 
 int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request),
                       WithoutService withoutService) {
-    NORVConfig config;
-    const bool configOk = loadConfigurationAndOpenLog(config, argc > 0 ? argv[0] : nullptr);
+    openLog({}, argc > 0 ? argv[0] : nullptr);
     NORV_TRACE("Enter");
     set_norv_locale();
     CQSControl fields;
-    CAuthenticate session(config);
     if (!readRequest(fields)) return 1;
-    if (!configOk && withoutService == WithoutService::TELL && !serviceAnswers())
-        return answerError("503 Service Unavailable", NOT_RESPONDING);
-    if (!checkSession(session, fields)) return 1;
-    return handle({config, configOk, fields});
+    if (!SessionOperation(IPCMessage::SESSION_CHECK, fields)) {
+        if (withoutService == WithoutService::TELL && !serviceAnswers())
+            return answerError("503 Service Unavailable", NOT_RESPONDING);
+        NORV_LOG(NORV_LOG_WARNING, "Authentication invalid");
+        redirectTo("/");
+        return 1;
+    }
+    return handle({fields});
+}
+
+std::optional<NORVConfig> ConsoleRequest::fetchConfiguration() const {
+    NORVConfig config;
+    return getNORVConfigFromEntity(config) ? std::optional(std::move(config)) : std::nullopt;
 }
 
 int answerJson(const std::string& json, const std::string& status) {

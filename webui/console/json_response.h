@@ -5,14 +5,15 @@
 #include "webui/cgi/qs_control.h"
 #include "webui/cgi/service_message.h"
 
+#include <optional>
 #include <string>
 
 /// A request to a program of the console whose session the service has confirmed (for a POST: its token as well).
 struct ConsoleRequest {
-    const NORVConfig& config;
-    bool configOk;  ///< whether the configuration could be fetched
     const CQSControl& fields;
 
+    /// The configuration, fetched at each call; nothing when it cannot be had.
+    std::optional<NORVConfig> fetchConfiguration() const;
     std::string text(const char* name) const { return fields.getEnv(name); }
     bool has(const char* name) const { return !text(name).empty(); }
     bool isPost() const { return fields.requestMethod() == CQSControl::POST; }
@@ -21,10 +22,11 @@ struct ConsoleRequest {
 /// A page's script that asks again and again wants to be told; a person goes to the log-on page.
 enum class WithoutService { LOG_ON, TELL };
 
-/// Runs a program of the console: fetches the configuration, opens the log, reads the request and checks the session;
-/// then `handle` answers. Without a session the browser has been sent to the log-on page and `handle` is not called.
-/// Returns the exit status: that of `handle`, 1 when it was not called. `argc`, `argv`: those of `main`.
-/// `withoutService`: what becomes of a request while the service does not answer, so that no session can be checked.
+/// Runs a program of the console: opens the log (at the level that the environment names: the configuration is fetched
+/// only where it is used), reads the request and checks the session; then `handle` answers. Without a session the
+/// browser has been sent to the log-on page and `handle` is not called. Returns the exit status: that of `handle`, 1
+/// when it was not called. `argc`, `argv`: those of `main`. `withoutService`: what becomes of a request while the
+/// service does not answer, so that no session can be checked.
 int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request),
                       WithoutService withoutService = WithoutService::LOG_ON);
 

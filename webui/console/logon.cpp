@@ -2,15 +2,13 @@
 
 #include "norv/locale.h"
 #include "norv/log.h"
-#include "norv/norv_config.h"
 #include "webui/cgi/page_wrapper.h"
 #include "webui/cgi/qs_control.h"
 #include "webui/cgi/startup.h"
 
 /// The target of the log-on form. A password travels in the body of a POST only.
 int main(int argc, char** argv) try {
-    NORVConfig config;
-    loadConfigurationAndOpenLog(config, argc > 0 ? argv[0] : nullptr);
+    openLog({}, argc > 0 ? argv[0] : nullptr);
     NORV_TRACE("Enter");
     set_norv_locale();
     CQSControl request;

@@ -167,7 +167,7 @@ int showOverview(const ConsoleRequest& request) {
                         .update = askIfPossible(protocol::GetUpdateProgress()),
                         .scans = askIfPossible(protocol::GetScanHistory()).scans,
                         .quarantine = askIfPossible(protocol::GetQuarantine()).items};
-    return answerJson(reportText(request.config, report));
+    return answerJson(reportText(request.fetchConfiguration().value_or(NORVConfig()), report));
 }
 
 }  // namespace

@@ -37,11 +37,12 @@ int showPage(const ConsoleRequest& request) {
         NotSupportYet();
         return 0;
     }
-    if (!request.configOk) {
+    const auto config = request.fetchConfiguration();
+    if (!config) {
         showConfigurationError();
         return 1;
     }
-    showManualUpdate(request.config);
+    showManualUpdate(*config);
     return 0;
 }
 
