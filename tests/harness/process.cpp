@@ -1,60 +1,23 @@
 #include "tests/harness/process.h"
 
+#include "norv/file_descriptor.h"
+#include "tests/harness/temp_dir.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
-#include <string_view>
-#include <thread>
-#include <utility>
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 namespace {
-
-/// A file descriptor, closed at the end of the scope.
-class Descriptor {
-public:
-    Descriptor() = default;
-    explicit Descriptor(int fd) : fd_(fd) {}
-    Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~Descriptor() { close(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return fd_; }
-    bool open() const { return fd_ >= 0; }
-    void close() {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = -1;
-    }
-
-private:
-    int fd_ = -1;
-};
-
-struct Pipe {
-    Pipe() {
-        std::array<int, 2> ends{};
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-        read = Descriptor(ends[0]);
-        write = Descriptor(ends[1]);
-    }
-    Descriptor read;
-    Descriptor write;
-};
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> result;
@@ -83,71 +46,47 @@ pid_t spawn(const Command& command, int in, int out, int err) {
     return pid;
 }
 
-/// Reads what is there; at the end of the stream the descriptor is closed.
-void drain(Descriptor& from, std::string& into) {
-    std::array<char, 65536> buffer{};
-    const ssize_t count = ::read(from.get(), buffer.data(), buffer.size());
-    if (count > 0) into.append(buffer.data(), static_cast<std::size_t>(count));
-    if (count == 0 || (count < 0 && errno != EINTR)) from.close();
+FileDescriptor openFile(const std::filesystem::path& file, int flags) {
+    return FileDescriptor(open(file.c_str(), flags | O_CREAT | O_CLOEXEC, 0600));
 }
 
-/// Writes the next piece of the input; when all is written or nobody reads, the descriptor is closed.
-void feed(Descriptor& to, std::string_view& rest) {
-    const ssize_t count = ::write(to.get(), rest.data(), rest.size());
-    if (count > 0) rest.remove_prefix(static_cast<std::size_t>(count));
-    if (rest.empty() || (count < 0 && errno != EINTR && errno != EAGAIN)) to.close();
-}
-
-/// Carries the three streams until the program has closed its ends. False when the time ran out.
-bool carryStreams(Pipe& in, Pipe& out, Pipe& err, std::string_view input, ProcessResult& result,
-                  Clock::time_point end) {
-    while (out.read.open() || err.read.open()) {
-        std::array<pollfd, 3> fds{pollfd{in.write.get(), POLLOUT, 0}, pollfd{out.read.get(), POLLIN, 0},
-                                  pollfd{err.read.get(), POLLIN, 0}};
-        const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now()).count();
-        if (left <= 0) return false;
-        if (poll(fds.data(), fds.size(), static_cast<int>(left)) < 0) continue;
-        if (fds[0].revents != 0) feed(in.write, input);
-        if (fds[1].revents != 0) drain(out.read, result.output);
-        if (fds[2].revents != 0) drain(err.read, result.errors);
-    }
-    return true;
-}
-
-void recordEnd(int state, ProcessResult& result) {
-    if (WIFEXITED(state)) result.status = WEXITSTATUS(state);
-    if (WIFSIGNALED(state)) result.signal = WTERMSIG(state);
+/// Waits for the end of a process, at most `timeout`. What `waitpid` tells of it, nothing while it runs.
+std::optional<int> endOf(pid_t pid, milliseconds timeout) {
+    const FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    pollfd ended{process.get(), POLLIN, 0};
+    int state = 0;
+    poll(&ended, 1, static_cast<int>(timeout.count()));
+    return waitpid(pid, &state, WNOHANG) == pid ? std::optional(state) : std::nullopt;
 }
 
 }  // namespace
 
 ProcessResult runProgram(const Command& command) {
-    // A program that ends without reading its input must not end the test.
-    std::signal(SIGPIPE, SIG_IGN);
-    Pipe in;
-    Pipe out;
-    Pipe err;
+    const TempDir streams;
+    writeFile(streams / "in", command.input);
+    const FileDescriptor in = openFile(streams / "in", O_RDONLY);
+    const FileDescriptor out = openFile(streams / "out", O_WRONLY);
+    const FileDescriptor err = openFile(streams / "err", O_WRONLY);
     const auto start = Clock::now();
-    const pid_t pid = spawn(command, in.read.get(), out.write.get(), err.write.get());
-    in.read.close();
-    out.write.close();
-    err.write.close();
-    fcntl(in.write.get(), F_SETFL, O_NONBLOCK);
-    if (command.input.empty()) in.write.close();
-
+    const pid_t pid = spawn(command, in.get(), out.get(), err.get());
+    std::optional<int> state = endOf(pid, command.timeout);
     ProcessResult result;
-    result.timedOut = !carryStreams(in, out, err, command.input, result, start + command.timeout);
-    if (result.timedOut) kill(pid, SIGKILL);
-    int state = 0;
-    waitpid(pid, &state, 0);
-    recordEnd(state, result);
+    result.timedOut = !state.has_value();
     result.elapsed = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+    if (result.timedOut) {
+        kill(pid, SIGKILL);
+        state = endOf(pid, milliseconds(-1));
+    }
+    if (state && WIFEXITED(*state)) result.status = WEXITSTATUS(*state);
+    if (state && WIFSIGNALED(*state)) result.signal = WTERMSIG(*state);
+    result.output = readFile(streams / "out");
+    result.errors = readFile(streams / "err");
     return result;
 }
 
 BackgroundProcess::BackgroundProcess(const Command& command, const std::filesystem::path& outputFile) {
-    const Descriptor in(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    const Descriptor out(open(outputFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    const FileDescriptor in = openFile("/dev/null", O_RDONLY);
+    const FileDescriptor out = openFile(outputFile, O_WRONLY | O_APPEND);
     pid_ = spawn(command, in.get(), out.get(), out.get());
 }
 
@@ -162,14 +101,8 @@ void BackgroundProcess::sendSignal(int signal) const {
 }
 
 std::optional<int> BackgroundProcess::wait(milliseconds timeout) {
-    const auto end = Clock::now() + timeout;
-    while (!status_) {
-        int state = 0;
-        const pid_t ended = waitpid(pid_, &state, WNOHANG);
-        if (ended == pid_) status_ = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
-        if (ended < 0) status_ = -1;
-        if (status_ || Clock::now() >= end) break;
-        std::this_thread::sleep_for(milliseconds(5));
-    }
+    if (status_) return status_;
+    if (const auto state = endOf(pid_, timeout))
+        status_ = WIFEXITED(*state) ? WEXITSTATUS(*state) : 128 + WTERMSIG(*state);
     return status_;
 }

@@ -108,22 +108,21 @@ TEST_F(ManualUpdate, ALongNameIsCutAlikeWhenWrittenAndWhenRead) {
 TEST_F(ManualUpdate, ProgressIsShownAsTheServiceWroteIt) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {"", "running 0% iProgressPercent=0\n"},
-        {"\n7\n", "running 0% iProgressPercent=0\n"},
         {"0\n", "running 00% iProgressPercent=0\n"},
         {"7", "running 70% iProgressPercent=70\n"},
         {"9\nwhatever\n", "running 90% iProgressPercent=90\n"},
         {"007\n", "running 0070% iProgressPercent=70\n"},
         {"10\n", "finished\n"},
-        {"99\n", "finished\n"},
+        // 214748365 tenths overflow to below zero, 429496730 come round to 4.
+        {"214748365\n", "running 2147483650% iProgressPercent=-2147483646\n"},
+        {"429496730\n", "running 4294967300% iProgressPercent=4\n"},
+        {std::string(400, '9'), "running " + std::string(400, '9') + "0% iProgressPercent=-10\n"},
         {"DUPLICATE\nmore\n", "Update not completed.: There is another update currently in progress.\n"},
         {"DUPLICATE \n", "Update not completed.: DUPLICATE \n"},
         {"components are current\n", "Update complete: components are current\n"},
-        {"current", "Update complete: current\n"},
         {"Current", "Update not completed.: Current\n"},
         {"no network\ncurrent\n", "Update not completed.: no network\n"},
         {"-7\n", "Update not completed.: -7\n"},
-        {"7 \n", "Update not completed.: 7 \n"},
-        {" 7\n", "Update not completed.:  7\n"},
         {"7\r\n", "Update not completed.: 7\r\n"},
         {"7%\n", "Update not completed.: 7%\n"},
     };
@@ -134,14 +133,6 @@ TEST_F(ManualUpdate, ProgressIsShownAsTheServiceWroteIt) {
         EXPECT_TRUE(response.logged(5, "RequestID = 42"));
         EXPECT_THAT(sentByHandler(), IsEmpty());
     }
-}
-
-TEST_F(ManualUpdate, NumbersBeyondAllTenthsStillGiveAPage) {
-    // 214748365 tenths overflow to below zero, 429496730 come round to 4.
-    expectPage(progress("214748365\n"), "running 2147483650% iProgressPercent=-2147483646\n");
-    expectPage(progress("429496730\n"), "running 4294967300% iProgressPercent=4\n");
-    expectPage(progress("2147483647\n"), "running 21474836470% iProgressPercent=-10\n");
-    expectPage(progress(std::string(400, '9')), "running " + std::string(400, '9') + "0% iProgressPercent=-10\n");
 }
 
 TEST_F(ManualUpdate, AProgressFileIsNeverMistakenForAnother) {

@@ -1,6 +1,5 @@
 #include "tests/program/console_test.h"
 
-using testing::Contains;
 using testing::ElementsAre;
 using Strings = std::vector<std::string>;
 using namespace std::string_literals;
@@ -29,31 +28,14 @@ const std::string QUERY = "id=scan_progress_query&RequestID=";
 
 TEST_F(Request, WhatTheUserTypedArrivesUnchanged) {
     const std::vector<std::pair<std::string, std::string>> cases{
-        {"17_1", "17_1"},
         {"1+2%2B3", "1 2+3"},
         {"a%26b%3Dc", "a&b=c"},
-        {"a=b=c", "a=b=c"},
-        {"%c3%A9%E6%97%A5", "\xc3\xa9\xe6\x97\xa5"},
-        {"\xc3\xa9", "\xc3\xa9"},
+        {"%c3%A9%E6%97%A5\xc3\xa9", "\xc3\xa9\xe6\x97\xa5\xc3\xa9"},
         {"100%", "100%"},
-        {"x%3", "x%3"},
-        {"x%", "x%"},
-        {"%%", "%%"},
-        {"%41", "A"},
-        {"%2541", "%41"},
-        {"%g1", "\x01"},
         {"%zz", "S"},
-        {"%\xc3\xa9", "\xa9"},
         {"1&RequestID=2", "1"},
-        {"", ""},
-        {"&RequestID=2", ""},
-        {"&&x", ""},
-        {"a%0Ab%0D%09c", "a\nb\r\tc"},
-        {"%3Cabbr+title%3Ex%3C/abbr%3E", "<abbr title>x</abbr>"},
-        {"<b>", "<b>"},
-        {"%22'%5C", "\"'\\"},
-        {"a%00b", "a\0b"s},
-    };
+        {"%3Cabbr+x%3E<b>", "<abbr x><b>"},
+        {"a%00b%0A\"'%5C", "a\0b\n\"'\\"s}};
     for (const auto& [typed, arrived] : cases) {
         SCOPED_TRACE(typed);
         for (const bool posted : {false, true}) {
@@ -62,12 +44,6 @@ TEST_F(Request, WhatTheUserTypedArrivesUnchanged) {
             EXPECT_EQ(lastParam("RequestID"), arrived);
         }
     }
-}
-
-TEST_F(Request, NamesAreDecodedToo) {
-    expectPage(get("&&%69d=scan%5Fprogress_query&flag&Request%49D=7&"), "progress");
-    sent();
-    EXPECT_EQ(lastParam("RequestID"), "7");
 }
 
 TEST_F(Request, EachFieldIsTracedAsItWasUnderstood) {
@@ -81,14 +57,9 @@ TEST_F(Request, EachFieldIsTracedAsItWasUnderstood) {
 }
 
 TEST_F(Request, AFormIsItsFirstLineAndAnAddressEndsAtALineEnd) {
-    const std::vector<std::pair<std::string, std::string>> forms{
-        {"7\n&RequestID=8", "7"}, {"7\r\nid=default_ext", "7\r"}, {"7", "7"}, {"7\n", "7"}};
-    for (const auto& [form, arrived] : forms) {
-        SCOPED_TRACE(form);
-        post(QUERY + form);
-        sent();
-        EXPECT_EQ(lastParam("RequestID"), arrived);
-    }
+    post(QUERY + "7\n&RequestID=8");
+    sent();
+    EXPECT_EQ(lastParam("RequestID"), "7");
     get("RequestID=7\nx&id=scan_progress_query");
     sent();
     EXPECT_EQ(lastParam("RequestID"), "7");
@@ -106,24 +77,12 @@ TEST_F(Request, AFormAndAnAddressAreNeverMixed) {
 }
 
 TEST_F(Request, MarkUpIsRefusedHoweverItIsWritten) {
-    for (const char* text :
-         {"<script>", "%3Cscript%3E", "%3cSCRIPT",    "%3c%73cript", "<%20/iframe", "<++++iframe", "<//// img src=x",
-          "<IMG",     "</body",       "x%0A%3Cstyle", "a<a href=x>", "<a+b",        "<metal",      "<bodyguard",
-          "<table",   "<svg/onload",  "<video",       "<isindex",    "<bgsound",    "<base",       "<div",
-          "<embed",   "<input",       "<link",        "<object",     "<script",     "%+1%3Cscript"}) {
+    for (const char* text : {"<script>", "%3c%73cript", "a<a+href=x>", "a=%00&b=<script>"}) {
         SCOPED_TRACE(text);
         expectRefused(get("id=nowhere&x=" + std::string(text)));
         expectRefused(post("id=nowhere&x=" + std::string(text)));
     }
     expectRefused(get("%3Cscript=1"));
-}
-
-TEST_F(Request, TextThatOnlyLooksLikeMarkUpIsAccepted) {
-    for (const char* text : {"<b>", "<abbr>", "<a>", "<ahref", "< /p", "script", "%253Cscript", "&lt;script",
-                             "<\\script", "<-script", "<", "1<2+and+3>2", "<tab", "<+x"}) {
-        SCOPED_TRACE(text);
-        expectPage(get("id=nowhere&x=" + std::string(text)), "not supported\n");
-    }
 }
 
 TEST_F(Request, AMethodThatIsNeitherGetNorPostCarriesNoFields) {
@@ -148,12 +107,4 @@ TEST_F(Request, ALargeFormIsReadInReasonableTime) {
     EXPECT_EQ(lastParam("RequestID"), "last");
     EXPECT_TRUE(response.logged(5, "name=first   value=" + large));
     expectRefused(post("first=" + large + "<script>&id=nowhere"));
-}
-
-TEST_F(Request, AFormOfManyFieldsLosesNone) {
-    std::string form;
-    for (int i = 0; i < 10000; ++i) form += "f" + std::to_string(i) + "=" + std::to_string(i) + "&";
-    expectPage(post(form + QUERY + "last"), "progress");
-    sent();
-    EXPECT_EQ(lastParam("RequestID"), "last");
 }

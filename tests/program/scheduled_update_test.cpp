@@ -140,9 +140,3 @@ TEST_F(ScheduledUpdate, ARecordThatCannotBeReadIsNotOverwritten) {
         EXPECT_EQ(saved("cbEnableScheduledUpdate=ON&VirusPattern=1&R2=V4&Time=1&Time_min=2").components, 1);
     }
 }
-
-TEST_F(ScheduledUpdate, TheStampOfAFarFutureStillGivesAPage) {
-    defaults.stamp = "4294967297";
-    serve();
-    EXPECT_EQ(show("Schedule 0-0").body.substr(0, 20), "sLastModifiedDate=1\n");
-}

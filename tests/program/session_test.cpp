@@ -40,11 +40,9 @@ TEST_F(Session, CookiesAreFoundInWhateverHeaderABrowserSends) {
         const char* session;
         const char* token;
     };
-    for (const Case& row : {Case{"hvssn=abc", "abc", ""}, Case{"hvssn=abc;CsrfToken=f00", "abc", "f00"},
-                            Case{"CsrfToken=f00;   hvssn=abc", "abc", "f00"}, Case{"hvssn=\"abc\"", "\"abc\"", ""},
-                            Case{"hvssn=a=b=", "a=b=", ""}, Case{"hvssn=abc ; x", "abc ", ""},
-                            Case{"hvssn=1; hvssn=2", "2", ""}, Case{";;=;hvssn=abc;", "abc", ""},
-                            Case{"hvssn; hvssn=abc; CsrfToken", "abc", ""}, Case{"hvssn=%41", "%41", ""}}) {
+    for (const Case& row :
+         {Case{"CsrfToken=f00;   hvssn=abc", "abc", "f00"}, Case{";;=;hvssn=1; hvssn=%41;", "%41", ""},
+          Case{"hvssn; hvssn=\"a=b \" ; CsrfToken", "\"a=b \" ", ""}}) {
         SCOPED_TRACE(row.header);
         expectPage(visit(row.header), "not supported\n");
         sent();

@@ -27,23 +27,6 @@ protected:
     ScopedEnvironment keyFile_{"KELDRA_KEY_FILE", (folder_ / "key").string()};
 };
 
-/// The buffer that the log-on page gives for a password of `n` bytes.
-std::size_t pageBuffer(std::size_t n) {
-    const std::size_t m = n + 3;
-    return m / 64 * 140 + 9 + (m % 64 == 0 ? 0 : (m % 64 + 7) / 8 * 16 + 11);
-}
-
-TEST_F(Crypto, PasswordsOfAnyLengthFitThePagesBufferAndComeBack) {
-    for (std::size_t n = 0; n <= 300; ++n) {
-        const std::string password(n, 'p');
-        const std::string encrypted = encrypt(password, pageBuffer(n));
-        ASSERT_FALSE(encrypted.empty()) << n;
-        std::string plain = "old";
-        ASSERT_TRUE(dm_decryptString(encrypted, plain)) << n;
-        EXPECT_EQ(password, plain);
-    }
-}
-
 TEST_F(Crypto, ABufferTooSmallIsRefused) {
     EXPECT_EQ("", encrypt("", 27));
     EXPECT_EQ(27U, encrypt("", 28).size());

@@ -26,24 +26,6 @@ protected:
     }
 };
 
-TEST_F(Configuration, ComesFromTheServiceWithItsStamp) {
-    NORVConfig config;
-    ASSERT_TRUE(
-        fetch(Answer::reply(1), Answer::reply(1, {{"Content", document}, {"LastModified", "1700000001"}}), config));
-    std::string path;
-    EXPECT_TRUE(ConfigGetVarPath(config, path));
-    EXPECT_EQ(path, "/var/x");
-    EXPECT_EQ(config.lastModified(), 1700000001);
-    EXPECT_EQ(service.takeRequests().size(), 2U);
-}
-
-TEST_F(Configuration, AnyResultButAnErrorIsTaken) {
-    NORVConfig config;
-    EXPECT_TRUE(fetch(Answer::reply(0), Answer::reply(3, {{"Content", document}}), config));
-    EXPECT_EQ(config.lastModified(), 0);
-    EXPECT_TRUE(logged(1).empty());
-}
-
 TEST_F(Configuration, WhatWasThereStaysWhenTheServiceFails) {
     NORVConfig config = configurationOf(document, 5);
     EXPECT_FALSE(fetch(Answer::refuse(2), Answer::reply(1), config));
@@ -53,13 +35,6 @@ TEST_F(Configuration, WhatWasThereStaysWhenTheServiceFails) {
     EXPECT_EQ(config.lastModified(), 5);
     EXPECT_THAT(logged(1), ElementsAre("CheckConfigFile retuned an error. result=2",
                                        "CheckConfigFile retuned an error. result=2", "sendMessage failed"));
-}
-
-TEST_F(Configuration, VarPathHasADefault) {
-    std::string path;
-    EXPECT_FALSE(ConfigGetVarPath(configurationOf("<Document/>"), path));
-    EXPECT_EQ(path, "/opt/Halvard/NorvLinux/NORV.tmp");
-    EXPECT_THAT(logged(1), ElementsAre("Failed to get confg value"));
 }
 
 TEST_F(Configuration, BuildNumberIsTheFirstLine) {

@@ -64,6 +64,8 @@ TEST_F(Page, MarkersGiveWayToTheTextsOfTheLanguage) {
         {"%[CR]%", "c\r"},
         {"%[NONE]% %[S]%", "%[NONE]% t"},
         {"%[S]% %[S", "t %[S"},
+        {"%[X %[S]% %[S]%", "%[X %[S]% t"},  // a marker reaches to the next end, whatever it holds
+        {"%[]%", "%[]%"},
         {"%[LONGER]%%[S]%", "x%[S]%"},                // within the length that the marker lost
         {"%[LONGER]%         %[S]%", "x         t"},  // and behind it
     };

@@ -42,12 +42,16 @@ TEST(Request, FormValuesArriveAsTyped) {
 TEST(Request, MarkUpIsRefusedHoweverItIsWritten) {
     const std::vector<std::string> refused = {
         "q=%3Cscript%3E", "q=<script>", "q=<SCRIPT", "q=<%20/iframe", "q=<//%20/IMG", "q=<a%20href", "q=<a+href",
-        "<svg", "a=1&b=x%3cvideo", "a=%00&b=<script>", "a=%g0<body", "%3Cli%6Ek=1",
+        "<//// img src=x", "<++++iframe", "</body", "x%0A%3Cstyle", "<a+b", "<metal", "<bodyguard", "<table",
+        "<svg/onload", "<isindex", "<bgsound", "<base", "<div", "<embed", "<input", "<link", "<object", "%+1%3Cscript",
+        "a=%3&x=%3Cscript%3E%", "a=%&3Cscript=%3Cscript%3E", "%00=%00&id=%3Cimg+src=x", "a=%/@<script>", "<svg",
+        "a=1&b=x%3cvideo", "a=%00&b=<script>", "a=%g0<body", "%3Cli%6Ek=1",
         // Decodes to something harmless as a whole, and piece by piece to <img …>.
         "x=%&%%4%%P%%T%%L%%?%%T%%P%%U%%\\%%[%7%=%3Cimg+src=x+onerror=alert(1)%3E"};
     for (const std::string& text : refused) EXPECT_FALSE(CQSControl().parse(text)) << text;
-    const std::vector<std::string> accepted = {"q=<abbr",   "q=<b>",         "q=<a",        "q=< / b",
-                                               "q=script>", "q=%253Cscript", "q=a<\nscript"};
+    const std::vector<std::string> accepted = {
+        "q=<abbr",   "q=<b>",    "q=<a", "q=< / b", "q=script>", "q=%253Cscript", "q=a<\nscript", "&lt;script",
+        "<\\script", "<-script", "<",    "<tab",    "<+x"};
     for (const std::string& text : accepted) EXPECT_TRUE(CQSControl().parse(text)) << text;
 }
 

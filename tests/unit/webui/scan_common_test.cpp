@@ -7,7 +7,6 @@
 #include <vector>
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 namespace {
 
@@ -74,16 +73,6 @@ TEST_F(ScanCommon, VirusTypesComeInTheServicesOrder) {
     std::vector<std::string> types = {"first"};
     GetVirusType(types);
     EXPECT_THAT(types, ElementsAre("first", "Virus", "", "Test_Virus"));
-}
-
-TEST_F(ScanCommon, WithoutVirusTypesThereIsAnEmptyListAndAComplaint) {
-    for (const Answer& answer : {Answer::refuse(2), Answer::refuse(0), Answer::hangUp()}) {
-        service.on(IPCMessage::GET, IPCMessage::VIRUS_TYPES, answer);
-        std::vector<std::string> types;
-        GetVirusType(types);
-        EXPECT_THAT(types, IsEmpty());
-    }
-    EXPECT_THAT(logged(2), ElementsAre("return error!", "return error!", "return error!"));
 }
 
 }  // namespace
