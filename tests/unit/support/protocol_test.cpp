@@ -44,8 +44,8 @@ TEST_F(Protocol, ARequestNamesWhatItAsksForAndTheAnswerIsReadAsItWasWritten) {
     IPCMessage back;
     write(back, answer.reply);
     EXPECT_EQ(back.value<std::string>("Finds"),
-              R"([{"path":"/\u0001","infected":true,"signature":"","type":"","detail":"","left":false},)"
-              R"({"path":"","infected":false,"signature":"","type":"","detail":"","left":false}])");
+              R"([{"path":"/\u0001","infected":true,"signature":"","type":"","detail":"","left":false,"skipped":false},)"
+              R"({"path":"","infected":false,"signature":"","type":"","detail":"","left":false,"skipped":false}])");
 }
 
 TEST_F(Protocol, WhatCannotBeReadIsNotTakenForAnEmptyList) {
