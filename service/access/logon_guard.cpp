@@ -1,8 +1,40 @@
 #include "service/access/logon_guard.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
 #include <algorithm>
+#include <array>
 
 namespace keldra {
+
+namespace {
+
+/// Longer than any real address.
+constexpr std::size_t MAX_KEY = 128;
+constexpr std::size_t NETWORK_BYTES = 8;
+constexpr const char* NETWORK_SUFFIX = "/64";
+
+/// Who has one IPv6 address has the whole network it lies in. Text that is no address stands for itself.
+std::string keyOf(std::string address) {
+    if (address.ends_with(NETWORK_SUFFIX))
+        address.resize(address.size() - std::char_traits<char>::length(NETWORK_SUFFIX));
+    in6_addr six{};
+    if (::inet_pton(AF_INET6, address.c_str(), &six) != 1) return address.substr(0, MAX_KEY);
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    if (IN6_IS_ADDR_V4MAPPED(&six)) {
+        ::inet_ntop(AF_INET, &six.s6_addr[12], text.data(), text.size());
+        return text.data();
+    }
+    std::fill(std::begin(six.s6_addr) + NETWORK_BYTES, std::end(six.s6_addr), std::uint8_t{0});
+    ::inet_ntop(AF_INET6, &six, text.data(), text.size());
+    return std::string(text.data()) + NETWORK_SUFFIX;
+}
+
+}  // namespace
+
+LogonGuard::LogonGuard(const Clock& clock, std::size_t capacity)
+    : clock_(clock), capacity_(capacity), refilled_(clock.steadyMilliseconds()) {}
 
 std::int64_t LogonGuard::waitAfter(unsigned failures) {
     if (failures < FREE_FAILURES) return 0;
@@ -10,34 +42,70 @@ std::int64_t LogonGuard::waitAfter(unsigned failures) {
     return std::min(std::int64_t{1} << doublings, LONGEST_WAIT) * 1000;
 }
 
-bool LogonGuard::admits(const std::string& address) {
-    const std::lock_guard lock(mutex_);
-    const auto found = entries_.find(address);
-    if (found == entries_.end()) return true;
-    const std::int64_t passed = clock_.steadyMilliseconds() - found->second.last;
-    return passed >= waitAfter(found->second.failures);
+/// Milliseconds until the next attempt may be looked at.
+std::int64_t LogonGuard::waitOf(const Entry& entry, std::int64_t now) const {
+    return std::max<std::int64_t>(entry.last + waitAfter(entry.failures) - now, 0);
 }
 
-void LogonGuard::failed(const std::string& address) {
+LogonGuard::Entry& LogonGuard::entryOf(Entries& entries, const std::string& key) const {
+    if (const auto found = entries.find(key); found != entries.end()) return found->second;
+    if (entries.size() >= capacity_) {
+        entries.erase(std::min_element(entries.begin(), entries.end(),
+                                       [](const auto& a, const auto& b) { return a.second.last < b.second.last; }));
+    }
+    return entries[key];
+}
+
+bool LogonGuard::takeShared(std::int64_t now) {
+    const std::int64_t back = std::min((now - refilled_) / SHARED_REFILL, SHARED_ATTEMPTS - shared_);
+    shared_ += back;
+    refilled_ = shared_ == SHARED_ATTEMPTS ? now : refilled_ + back * SHARED_REFILL;
+    if (shared_ == 0) return false;
+    --shared_;
+    return true;
+}
+
+std::string LogonGuard::admit(const std::string& address) {
+    const std::string key = keyOf(address);
     const std::lock_guard lock(mutex_);
     const std::int64_t now = clock_.steadyMilliseconds();
-    if (!entries_.contains(address)) makeRoom();
-    Entry& entry = entries_[address];
-    if (entry.failures > 0 && now - entry.last > FORGET_AFTER * 1000) entry.failures = 0;
+    const auto found = failing_.find(key);
+    if (found != failing_.end() && waitOf(found->second, now) > 0)
+        return "Too many failed attempts from this address. Wait a while.";
+    if (!known_.contains(key) && !takeShared(now)) return "Too many failed attempts from many addresses. Wait a while.";
+    Entry& entry = entryOf(failing_, key);
+    if (now - entry.last > FORGET_AFTER * 1000) entry.failures = 0;
     ++entry.failures;
     entry.last = now;
+    return {};
 }
 
 void LogonGuard::succeeded(const std::string& address) {
+    know(address);
     const std::lock_guard lock(mutex_);
-    entries_.erase(address);
+    failing_.erase(keyOf(address));
+    shared_ = std::min(shared_ + 1, SHARED_ATTEMPTS);
 }
 
-void LogonGuard::makeRoom() {
-    if (entries_.size() < capacity_) return;
-    const auto oldest = std::min_element(entries_.begin(), entries_.end(),
-                                         [](const auto& a, const auto& b) { return a.second.last < b.second.last; });
-    entries_.erase(oldest);
+void LogonGuard::know(const std::string& address) {
+    const std::lock_guard lock(mutex_);
+    entryOf(known_, keyOf(address)).last = clock_.steadyMilliseconds();
+}
+
+std::vector<LogonBlock> LogonGuard::blocks() const {
+    std::vector<LogonBlock> blocks;
+    const std::lock_guard lock(mutex_);
+    for (const auto& [address, entry] : failing_) {
+        const std::int64_t wait = waitOf(entry, clock_.steadyMilliseconds());
+        if (wait > 0) blocks.push_back({address, entry.failures, (wait + 999) / 1000});
+    }
+    std::sort(blocks.begin(), blocks.end(), [](const auto& a, const auto& b) { return a.seconds > b.seconds; });
+    return blocks;
+}
+
+bool LogonGuard::lift(const std::string& address) {
+    const std::lock_guard lock(mutex_);
+    return failing_.erase(keyOf(address)) > 0;
 }
 
 }  // namespace keldra

@@ -7,36 +7,62 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace keldra {
 
-/// Slows down guessing of the password: after a few failures an address must wait, each time twice as long. Bounded:
-/// when the table is full the address that failed longest ago is forgotten. May be used from several threads.
+/// An address that must wait before its next attempt.
+struct LogonBlock {
+    std::string address;  ///< of IPv6 the network, as "2001:db8::/64"
+    unsigned failures = 0;
+    std::int64_t seconds = 0;  ///< still to wait
+};
+
+/// Slows down guessing of the password. After a few failures an address must wait, each time twice as long; all
+/// addresses that nobody ever logged on from share a number of attempts, so that having many addresses does not help.
+/// An attempt counts as a failure from the moment it is admitted, so that attempts at the same time gain nothing.
+/// Bounded: when a table is full the address heard of longest ago is forgotten. May be used from several threads.
 class LogonGuard {
 public:
     static constexpr unsigned FREE_FAILURES = 3;
     static constexpr std::int64_t LONGEST_WAIT = 300;   ///< seconds
     static constexpr std::int64_t FORGET_AFTER = 3600;  ///< seconds without a failure
+    static constexpr std::int64_t SHARED_ATTEMPTS = 30;
+    static constexpr std::int64_t SHARED_REFILL = 2000;  ///< milliseconds for one attempt more
 
-    explicit LogonGuard(const Clock& clock, std::size_t capacity = 1024) : clock_(clock), capacity_(capacity) {}
+    explicit LogonGuard(const Clock& clock, std::size_t capacity = 1024);
 
-    /// Whether an attempt from this address may be looked at now.
-    bool admits(const std::string& address);
-    void failed(const std::string& address);
+    /// Counts an attempt from this address. Empty: it may be looked at; otherwise, in English, why not.
+    std::string admit(const std::string& address);
+    /// The attempt was right: nothing is held against the address any more, and others' failures do not touch it.
     void succeeded(const std::string& address);
+    /// Somebody logged on from this address before the service was started.
+    void know(const std::string& address);
+
+    /// The addresses that must wait, longest first.
+    std::vector<LogonBlock> blocks() const;
+    /// Forgets the failures of an address, written as `blocks` does or as any address in it. False when there are none.
+    bool lift(const std::string& address);
 
 private:
     struct Entry {
         unsigned failures = 0;
         std::int64_t last = 0;  ///< milliseconds of the steady clock
     };
+    using Entries = std::map<std::string, Entry>;
+
     static std::int64_t waitAfter(unsigned failures);
-    void makeRoom();
+    std::int64_t waitOf(const Entry& entry, std::int64_t now) const;
+    bool takeShared(std::int64_t now);
+    Entry& entryOf(Entries& entries, const std::string& key) const;
 
     const Clock& clock_;
     const std::size_t capacity_;
-    std::mutex mutex_;
-    std::map<std::string, Entry> entries_;
+    mutable std::mutex mutex_;
+    Entries failing_;
+    Entries known_;
+    std::int64_t shared_ = SHARED_ATTEMPTS;
+    std::int64_t refilled_;  ///< milliseconds of the steady clock up to which attempts were given back
 };
 
 }  // namespace keldra

@@ -3,13 +3,16 @@
 #include "norv/crypto.h"
 #include "norv/log.h"
 #include "service/base/files.h"
+#include "service/base/sha256.h"
 
 #include <crypt.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace keldra {
@@ -40,6 +43,7 @@ std::string newSalt() {
     return salt ? salt : "";
 }
 
+/// What can be typed on the log-on page at all.
 std::string faultOf(const std::string& password) {
     if (password.empty()) return "the password is empty";
     if (password.size() > MAX_PASSWORD_LENGTH) return "the password is longer than 32 bytes";
@@ -48,33 +52,73 @@ std::string faultOf(const std::string& password) {
     return {};
 }
 
+std::size_t charactersOf(const std::string& text) {
+    const auto begins = [](unsigned char c) { return (c & 0xC0U) != 0x80U; };
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
+}
+
+std::string markOf(const std::string& content) {
+    Sha256 hash;
+    hash.add(content);
+    return hash.hex();
+}
+
+std::string identityOf(const struct stat& status) {
+    std::string identity;
+    for (const auto number :
+         {static_cast<std::int64_t>(status.st_dev), static_cast<std::int64_t>(status.st_ino), status.st_size,
+          status.st_mtim.tv_sec, status.st_mtim.tv_nsec, status.st_ctim.tv_sec, status.st_ctim.tv_nsec})
+        identity += std::to_string(number) + ":";
+    return identity;
+}
+
 }  // namespace
 
-std::string storePassword(const std::filesystem::path& file, const std::string& password) {
+std::string PasswordFile::store(const std::string& password) const {
     if (std::string fault = faultOf(password); !fault.empty()) return fault;
+    if (charactersOf(password) < MIN_PASSWORD_CHARACTERS) return "the password is shorter than 8 characters";
     const std::string salt = newSalt();
     const std::string hash = salt.empty() ? "" : hashWith(password, salt);
     if (hash.empty()) return "the password could not be hashed";
-    const auto result = writeFileAtomically(file, hash + "\n", 0600);
-    return result ? "" : file.string() + ": " + errorText(result.error);
+    const auto result = writeFileAtomically(file_, hash + "\n", 0600);
+    return result ? "" : file_.string() + ": " + errorText(result.error);
 }
 
-bool checkPassword(const std::filesystem::path& file, const std::string& password) {
+PasswordCheck PasswordFile::check(const std::string& password) const {
     int error = 0;
-    const auto content = readFile(file, MAX_HASH_FILE, error);
+    const auto content = readFile(file_, MAX_HASH_FILE, error);
     if (!content) {
-        NORV_LOG(NORV_LOG_ERROR, "No console password: %s: %s", file.c_str(), errorText(error).c_str());
-        return false;
+        NORV_LOG(NORV_LOG_ERROR, "No console password: %s: %s", file_.c_str(), errorText(error).c_str());
+        const bool none = error == ENOENT;
+        return {.trouble = none ? "No password has been set yet." : "The password cannot be read: " + errorText(error)};
     }
     const std::string stored = content->substr(0, content->find('\n'));
-    if (stored.empty() || !faultOf(password).empty()) return false;
+    if (stored.empty() || !faultOf(password).empty()) return {};
+    errno = 0;
     const std::string hash = hashWith(password, stored);
-    return !hash.empty() && constantTimeEqual(hash, stored);
+    if (hash.empty() && errno == ENOMEM) return {.trouble = "There is not enough memory to check the password."};
+    if (hash.empty()) return {};
+    return {.fits = constantTimeEqual(hash, stored), .mark = markOf(*content)};
 }
 
-std::int64_t passwordSetAt(const std::filesystem::path& file) {
+std::string PasswordFile::mark() {
     struct stat status {};
-    return ::stat(file.c_str(), &status) == 0 ? status.st_mtim.tv_sec : 0;
+    const bool there = ::stat(file_.c_str(), &status) == 0;
+    const int missing = there ? 0 : errno;
+    const std::lock_guard lock(mutex_);
+    if (!there) {
+        // Want of memory or descriptors is no reason to end everybody's session.
+        if (missing == ENOENT || missing == ENOTDIR) seen_.clear(), mark_.clear();
+        return mark_;
+    }
+    const std::string identity = identityOf(status);
+    if (identity == seen_) return mark_;
+    int error = 0;
+    if (const auto content = readFile(file_, MAX_HASH_FILE, error)) {
+        mark_ = markOf(*content);
+        seen_ = identity;
+    }
+    return mark_;
 }
 
 }  // namespace keldra

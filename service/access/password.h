@@ -1,23 +1,46 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <filesystem>
+#include <mutex>
 #include <string>
 
 namespace keldra {
 
 /// Longest password that the log-on page sends, in bytes.
 inline constexpr std::size_t MAX_PASSWORD_LENGTH = 32;
+/// Shortest one that may be set, in characters; shorter ones that were set before are still taken.
+inline constexpr std::size_t MIN_PASSWORD_CHARACTERS = 8;
 
-/// Stores a password's yescrypt hash in `file` (0600), as one step. Returns what is wrong, empty when nothing is: an
-/// empty or too long password, control characters, a file that cannot be written.
-std::string storePassword(const std::filesystem::path& file, const std::string& password);
+/// What became of a log-on's password.
+struct PasswordCheck {
+    bool fits = false;
+    std::string mark{};     ///< of the very password that it was compared with, see `PasswordFile::mark`
+    std::string trouble{};  ///< English: why nothing could be compared; empty for a password that is just wrong
+};
 
-/// Whether `password` is the one whose hash `file` holds. False also when there is no such file.
-bool checkPassword(const std::filesystem::path& file, const std::string& password);
+/// The file that holds the yescrypt hash of the console's password. May be used from several threads, and others may
+/// replace the file at any time.
+class PasswordFile {
+public:
+    explicit PasswordFile(std::filesystem::path file) : file_(std::move(file)) {}
 
-/// When the password was last set, seconds since the epoch; 0 when there is none.
-std::int64_t passwordSetAt(const std::filesystem::path& file);
+    /// Stores a password's hash (0600), as one step. Returns what is wrong, empty when nothing is: too short or too
+    /// long, control characters, a file that cannot be written.
+    std::string store(const std::string& password) const;
+
+    /// Whether `password` is the one whose hash the file holds. Takes some 20 ms; one at a time.
+    PasswordCheck check(const std::string& password) const;
+
+    /// Tells one password set from the next, also when the same one was set again; empty when there is none. What it
+    /// says is as new as the file; the file is read only when it is another one.
+    std::string mark();
+
+private:
+    const std::filesystem::path file_;
+    std::mutex mutex_;
+    std::string seen_;  ///< what tells the file that was read from others
+    std::string mark_;
+};
 
 }  // namespace keldra

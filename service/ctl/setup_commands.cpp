@@ -71,7 +71,7 @@ std::string readPassword(bool fromStdin, std::string& password) {
 int runPasswd(const PasswdOptions& options) {
     std::string password;
     if (const std::string fault = readPassword(options.fromStdin, password); !fault.empty()) return fail(fault);
-    const std::string fault = storePassword(std::filesystem::path(options.state) / "password", password);
+    const std::string fault = PasswordFile(std::filesystem::path(options.state) / "password").store(password);
     if (!fault.empty()) return fail(fault);
     print("The console password is set. Sessions begun with the old one end.");
     return STATUS_DONE;

@@ -1,6 +1,7 @@
 #include "service/realtime/on_access_settings.h"
 
 #include "norv/path_list.h"
+#include "service/base/limits.h"
 
 #include <algorithm>
 
@@ -12,7 +13,7 @@ OnAccessSettings onAccessSettings(const NORVRealtimeScanConfig& record) {
     settings.outgoing = (record.scanDirection & NORVRealtimeScanConfig::OUTGOING) != 0;
     settings.folders = splitPathList(record.scanPaths);
     settings.neverScan = splitPathList(record.excludePaths);
-    settings.timeLimit = std::chrono::seconds(std::clamp(record.scanTimeLimit, 1U, 600U));
+    settings.timeLimit = std::chrono::seconds(std::clamp(record.scanTimeLimit, 1U, MAX_SCAN_TIME_LIMIT));
     settings.denyOnTimeout = record.denyOnTimeout;
     return settings;
 }

@@ -2,6 +2,7 @@
 
 #include "norv/log.h"
 #include "norv/path_list.h"
+#include "norv/protocol/scans.h"
 #include "service/base/paths.h"
 #include "service/engine/virus_types.h"
 

@@ -79,30 +79,31 @@ int64_t nextHour(int64_t after, int32_t secondOfHour) {
     return candidate > after ? candidate : candidate + HOUR;
 }
 
-/// Reads one field of a time of day; false when it is not a number of digits only.
-bool readField(std::string_view text, int32_t largest, int32_t& value) {
-    if (text.empty() || !std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; })) return false;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-    value = result.ec == std::errc{} ? std::min(value, largest) : largest;
-    return true;
+/// Reads a field of a time of day: one or two digits.
+bool readField(std::string_view text, int32_t limit, int32_t& value) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc{} && end == text.data() + text.size() && text.size() <= 2 && value >= 0 && value < limit;
 }
 
 }  // namespace
 
-int32_t parseTimeOfDay(std::string_view text) {
-    constexpr std::array<int32_t, 3> LARGEST = {23, 59, 59};
+std::optional<int32_t> parseTimeOfDay(std::string_view text) {
+    constexpr std::array<int32_t, 3> LIMITS = {24, 60, 60};
     std::array<int32_t, 3> fields = {0, 0, 0};
     for (size_t i = 0; i < fields.size(); ++i) {
         const size_t colon = text.find(':');
-        if (!readField(text.substr(0, colon), LARGEST[i], fields[i])) return 0;
-        if (colon == std::string_view::npos) return fields[0] * 3600 + fields[1] * 60 + fields[2];
+        if (!readField(text.substr(0, colon), LIMITS[i], fields[i])) return std::nullopt;
+        if (colon == std::string_view::npos) {
+            if (i == 0) return std::nullopt;
+            return fields[0] * 3600 + fields[1] * 60 + fields[2];
+        }
         text.remove_prefix(colon + 1);
     }
-    return 0;
+    return std::nullopt;
 }
 
 std::optional<int64_t> nextScan(const NORVScheduledScanConfig& schedule, int64_t after) {
-    const int32_t second = parseTimeOfDay(schedule.time);
+    const int32_t second = parseTimeOfDay(schedule.time).value_or(0);
     const int32_t weekDay = std::clamp(schedule.weekDay, 0, 6);
     switch (schedule.frequency) {
         case NORVScheduledScanConfig::DAILY:
@@ -117,7 +118,7 @@ std::optional<int64_t> nextScan(const NORVScheduledScanConfig& schedule, int64_t
 }
 
 std::optional<int64_t> nextUpdate(const NORVScheduledAUConfig& schedule, int64_t anchor, int64_t after) {
-    const int32_t second = parseTimeOfDay(schedule.time);
+    const int32_t second = parseTimeOfDay(schedule.time).value_or(0);
     const int64_t days = anchor == 0 ? 1 : std::clamp(schedule.period, 1, 366);
     const int64_t weeks = anchor == 0 ? 1 : std::clamp(schedule.period, 1, 53);
     const int32_t weekDay = std::clamp(schedule.weekDay, 0, 6);

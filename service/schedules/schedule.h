@@ -9,10 +9,9 @@
 
 namespace keldra {
 
-/// Seconds after midnight of a text "hh:mm:ss" (fields may have fewer digits, minutes and seconds may be left out). A
-/// field beyond its range counts as its largest value ("25:00:00" is 23:00:00); anything else that is not of this form
-/// counts as midnight.
-int32_t parseTimeOfDay(std::string_view text);
+/// Seconds after midnight of a text "hh:mm:ss" (fields may have one digit, the seconds may be left out). Nothing for
+/// anything that is not of this form or no time of day. A schedule whose time is none runs at midnight.
+std::optional<int32_t> parseTimeOfDay(std::string_view text);
 
 /// The next scheduled scan strictly after `after` (both seconds since the epoch), in the process's time zone. Nothing
 /// when the schedule is off. A month without the day: its last day. A time that the clocks skip: the first instant

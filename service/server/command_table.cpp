@@ -1,108 +1,135 @@
 #include "service/server/command_table.h"
 
 #include "norv/log.h"
-#include "norv/protocol/service_settings.h"
 #include "norv/protocol/notices.h"
 #include "norv/protocol/scans.h"
+#include "norv/protocol/service_settings.h"
+#include "service/access/password.h"
+#include "service/access/session_store.h"
 #include "service/server/handlers.h"
-#include "service/server/service.h"
+#include "service/settings/configuration_store.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
+#include <exception>
+#include <type_traits>
 
 namespace keldra {
 
 namespace {
 
-/// One command: turns a request into a reply. `reply` comes with the request's kind and command and without
-/// parameters. Returns whether what was asked is done; of a refusal only the parameter "Message" is sent.
-using Handler = bool (*)(Service& service, const IPCMessage& request, IPCMessage& reply);
+/// Calls a handler with the parts that its parameters name, and with what belongs to the request.
+template <auto handler>
+struct With;
 
-/// What must hold before a command's handler runs.
-enum class Needs : std::uint8_t { NOTHING, CONFIGURATION };
+template <typename... Wanted, bool (*handler)(Wanted...)>
+struct With<handler> {
+    static bool call(const Parts& parts, const Caller& caller, const IPCMessage& request, IPCMessage& reply) {
+        return handler(pick<Wanted>(parts, caller, request, reply)...);
+    }
 
-/// Where a command's handler runs. What is answered from memory, but for a rare look at a file, is done at once, on the
-/// thread that received it: a page of the console asks several such questions, and each change of threads would cost as
-/// much as the answer.
-enum class Runs : std::uint8_t { IN_POOL, AT_ONCE };
-
-/// A row of the command table.
-struct Command {
-    std::int32_t commandID;
-    std::int32_t operation;
-    Needs needs;
-    const char* name;
-    Handler handler;
-    Runs runs = Runs::IN_POOL;
+private:
+    template <typename Part>
+    static Part pick(const Parts& parts, const Caller& caller, const IPCMessage& request, IPCMessage& reply) {
+        if constexpr (std::is_same_v<Part, const Caller&>)
+            return caller;
+        else if constexpr (std::is_same_v<Part, const IPCMessage&>)
+            return request;
+        else if constexpr (std::is_same_v<Part, IPCMessage&>)
+            return reply;
+        else
+            return std::get<Part>(parts);
+    }
 };
 
+template <auto handler>
+constexpr Handler WITH = With<handler>::call;
+
+using M = IPCMessage;
 using enum IPCMessage::Operation;
+using enum Right;
 using enum Needs;
 using enum Runs;
+using enum Proves;
+namespace h = handlers;
 
 constexpr std::array COMMANDS{
-    Command{IPCMessage::CONFIG_FILE_CHECK, GET, CONFIGURATION, "check configuration", handlers::checkConfiguration,
-            AT_ONCE},
-    Command{IPCMessage::CONFIG_FILE_STATE, GET, CONFIGURATION, "get configuration", handlers::getConfiguration,
-            AT_ONCE},
-    Command{IPCMessage::REALTIME_SCAN_CONFIG, GET, CONFIGURATION, "get real-time scan", handlers::getRealtimeScan,
-            AT_ONCE},
-    Command{IPCMessage::REALTIME_SCAN_CONFIG, SET, CONFIGURATION, "set real-time scan", handlers::setRealtimeScan},
-    Command{IPCMessage::MANUAL_SCAN_CONFIG, GET, CONFIGURATION, "get manual scan", handlers::getManualScan, AT_ONCE},
-    Command{IPCMessage::MANUAL_SCAN_CONFIG, SET, CONFIGURATION, "set manual scan", handlers::setManualScan},
-    Command{IPCMessage::SCHEDULED_SCAN_CONFIG, GET, CONFIGURATION, "get scheduled scan", handlers::getScheduledScan,
-            AT_ONCE},
-    Command{IPCMessage::SCHEDULED_SCAN_CONFIG, SET, CONFIGURATION, "set scheduled scan", handlers::setScheduledScan},
-    Command{IPCMessage::MANUAL_SCAN_STATUS, GET, NOTHING, "get scan status", handlers::getScanStatus, AT_ONCE},
-    Command{IPCMessage::VIRUS_TYPES, GET, NOTHING, "get virus types", handlers::getVirusTypes, AT_ONCE},
-    Command{IPCMessage::SCHEDULED_UPDATE_CONFIG, GET, CONFIGURATION, "get scheduled update",
-            handlers::getScheduledUpdate, AT_ONCE},
-    Command{IPCMessage::SCHEDULED_UPDATE_CONFIG, SET, CONFIGURATION, "set scheduled update",
-            handlers::setScheduledUpdate},
-    Command{IPCMessage::MANUAL_UPDATE, START, CONFIGURATION, "start update", handlers::startManualUpdate},
-    Command{IPCMessage::MANUAL_SCAN, START, CONFIGURATION, "start manual scan", handlers::startManualScan},
-    Command{IPCMessage::MANUAL_SCAN, STOP, NOTHING, "stop manual scan", handlers::stopScan},
-    Command{IPCMessage::PASSWORD_LOGON, SESSION, NOTHING, "log on", handlers::logOn},
-    Command{IPCMessage::SESSION_LOGOFF, SESSION, NOTHING, "log off", handlers::logOff},
-    Command{IPCMessage::SESSION_CHECK, SESSION, NOTHING, "check session", handlers::checkSession, AT_ONCE},
-    Command{IPCMessage::SERVICE_STATUS, GET, NOTHING, "get status", handlers::getServiceStatus},
-    Command{IPCMessage::PATH_SCAN, START, NOTHING, "start path scan", handlers::startPathScan},
-    Command{IPCMessage::PATH_SCAN, STOP, NOTHING, "stop path scan", handlers::stopScan},
-    Command{IPCMessage::SCAN_FINDS, GET, NOTHING, "get finds", handlers::getScanFinds},
-    Command{IPCMessage::SCAN_HISTORY, GET, NOTHING, "get scans", handlers::getScanHistory},
-    Command{IPCMessage::QUARANTINE, GET, NOTHING, "list quarantine", handlers::listQuarantine},
-    Command{IPCMessage::QUARANTINE_ITEM, GET, NOTHING, "show quarantined", handlers::showQuarantined},
-    Command{IPCMessage::QUARANTINE_ITEM, START, NOTHING, "restore quarantined", handlers::restoreQuarantined},
-    Command{IPCMessage::QUARANTINE_ITEM, STOP, NOTHING, "delete quarantined", handlers::deleteQuarantined},
-    Command{IPCMessage::QUARANTINE_TRUST, GET, NOTHING, "list trusted", handlers::listTrusted},
-    Command{IPCMessage::QUARANTINE_TRUST, START, NOTHING, "trust quarantined", handlers::trustQuarantined},
-    Command{IPCMessage::QUARANTINE_TRUST, STOP, NOTHING, "distrust", handlers::distrust},
-    Command{IPCMessage::FOLDER_LIST, GET, NOTHING, "list folders", handlers::listFolders},
-    Command{IPCMessage::EXCLUDE_PREVIEW, GET, NOTHING, "preview excludes", handlers::previewExcludes},
-    Command{protocol::SERVICE_SETTINGS, GET, CONFIGURATION, "get settings", handlers::getSettings},
-    Command{protocol::SERVICE_SETTINGS, SET, CONFIGURATION, "set settings", handlers::setSettings},
-    Command{protocol::SHARE_PROPOSALS, GET, NOTHING, "propose shares", handlers::listShareProposals},
-    Command{IPCMessage::UPDATE_STATUS, GET, NOTHING, "get update status", handlers::getUpdateStatus, AT_ONCE},
-    Command{protocol::PauseScan::COMMAND, START, NOTHING, "pause scan", handlers::pauseScan},
-    Command{protocol::PauseScan::COMMAND, STOP, NOTHING, "resume scan", handlers::resumeScan},
-    Command{protocol::GetNotices::COMMAND, GET, NOTHING, "get notices", handlers::getNotices},
-    Command{protocol::GetNotices::COMMAND, SET, NOTHING, "set notices", handlers::setNotices},
-    Command{protocol::GetNotices::COMMAND, START, NOTHING, "test notices", handlers::testNotices},
-    Command{IPCMessage::EVENTS, GET, NOTHING, "list events", handlers::listEvents},
-    Command{IPCMessage::DAILY_FIGURES, GET, NOTHING, "get daily figures", handlers::getDailyFigures},
+    // What the console's programs ask before they know whose request they have.
+    Command{M::CONFIG_FILE_CHECK, GET, EVERYBODY, CONFIGURATION, AT_ONCE, "check configuration",
+            WITH<h::checkConfiguration>},
+    Command{M::CONFIG_FILE_STATE, GET, EVERYBODY, CONFIGURATION, AT_ONCE, "get configuration",
+            WITH<h::getConfiguration>},
+    Command{M::PASSWORD_LOGON, SESSION, EVERYBODY, NOTHING, LOG_ON, "log on", WITH<h::logOn>, NEW_SESSION,
+            WITH<h::admitLogOn>},
+    Command{M::SESSION_LOGOFF, SESSION, EVERYBODY, NOTHING, GENERAL, "log off", WITH<h::logOff>},
+    Command{M::SESSION_CHECK, SESSION, EVERYBODY, NOTHING, AT_ONCE, "check session", WITH<h::checkSession>,
+            THIS_SESSION},
+    Command{M::SESSION_WATCH, SESSION, EVERYBODY, NOTHING, AT_ONCE, "watch session", WITH<h::watchSession>,
+            THIS_SESSION},
+
+    Command{M::REALTIME_SCAN_CONFIG, GET, LOGGED_ON, CONFIGURATION, AT_ONCE, "get real-time scan",
+            WITH<h::getRealtimeScan>},
+    Command{M::REALTIME_SCAN_CONFIG, SET, LOGGED_ON, CONFIGURATION, SAVING, "set real-time scan",
+            WITH<h::setRealtimeScan>},
+    Command{M::MANUAL_SCAN_CONFIG, GET, LOGGED_ON, CONFIGURATION, AT_ONCE, "get manual scan", WITH<h::getManualScan>},
+    Command{M::MANUAL_SCAN_CONFIG, SET, LOGGED_ON, CONFIGURATION, SAVING, "set manual scan", WITH<h::setManualScan>},
+    Command{M::SCHEDULED_SCAN_CONFIG, GET, LOGGED_ON, CONFIGURATION, AT_ONCE, "get scheduled scan",
+            WITH<h::getScheduledScan>},
+    Command{M::SCHEDULED_SCAN_CONFIG, SET, LOGGED_ON, CONFIGURATION, SAVING, "set scheduled scan",
+            WITH<h::setScheduledScan>},
+    Command{M::SCHEDULED_UPDATE_CONFIG, GET, LOGGED_ON, CONFIGURATION, AT_ONCE, "get scheduled update",
+            WITH<h::getScheduledUpdate>},
+    Command{M::SCHEDULED_UPDATE_CONFIG, SET, LOGGED_ON, CONFIGURATION, SAVING, "set scheduled update",
+            WITH<h::setScheduledUpdate>},
+
+    Command{M::MANUAL_SCAN_STATUS, GET, LOGGED_ON, NOTHING, AT_ONCE, "get scan status", WITH<h::getScanStatus>},
+    Command{M::VIRUS_TYPES, GET, LOGGED_ON, NOTHING, AT_ONCE, "get virus types", WITH<h::getVirusTypes>},
+    Command{M::MANUAL_UPDATE, START, LOGGED_ON, CONFIGURATION, GENERAL, "start update", WITH<h::startManualUpdate>},
+    Command{M::MANUAL_SCAN, START, LOGGED_ON, CONFIGURATION, GENERAL, "start manual scan", WITH<h::startManualScan>},
+    Command{M::MANUAL_SCAN, STOP, LOGGED_ON, NOTHING, GENERAL, "stop manual scan", WITH<h::stopScan>},
+    // Any path, shares or not, and acting on it: not for the web server's user.
+    Command{M::PATH_SCAN, START, OWNER, NOTHING, GENERAL, "start path scan", WITH<h::startPathScan>},
+    Command{M::PATH_SCAN, STOP, OWNER, NOTHING, GENERAL, "stop path scan", WITH<h::stopScan>},
+    Command{protocol::PauseScan::COMMAND, START, LOGGED_ON, NOTHING, GENERAL, "pause scan", WITH<h::pauseScan>},
+    Command{protocol::ResumeScan::COMMAND, STOP, LOGGED_ON, NOTHING, GENERAL, "resume scan", WITH<h::resumeScan>},
+    Command{M::SCAN_FINDS, GET, LOGGED_ON, NOTHING, GENERAL, "get finds", WITH<h::getScanFinds>},
+    Command{M::SCAN_HISTORY, GET, LOGGED_ON, NOTHING, GENERAL, "get scans", WITH<h::getScanHistory>},
+    Command{M::SERVICE_STATUS, GET, LOGGED_ON, NOTHING, GENERAL, "get status", WITH<h::getServiceStatus>},
+    Command{M::UPDATE_STATUS, GET, LOGGED_ON, NOTHING, AT_ONCE, "get update status", WITH<h::getUpdateStatus>},
+
+    Command{M::QUARANTINE, GET, LOGGED_ON, NOTHING, GENERAL, "list quarantine", WITH<h::listQuarantine>},
+    Command{M::QUARANTINE_ITEM, GET, LOGGED_ON, NOTHING, GENERAL, "show quarantined", WITH<h::showQuarantined>},
+    Command{M::QUARANTINE_ITEM, START, LOGGED_ON, NOTHING, GENERAL, "restore quarantined", WITH<h::restoreQuarantined>},
+    Command{M::QUARANTINE_ITEM, STOP, LOGGED_ON, NOTHING, GENERAL, "delete quarantined", WITH<h::deleteQuarantined>},
+    Command{M::QUARANTINE_TRUST, GET, LOGGED_ON, NOTHING, GENERAL, "list trusted", WITH<h::listTrusted>},
+    Command{M::QUARANTINE_TRUST, START, LOGGED_ON, NOTHING, GENERAL, "trust quarantined", WITH<h::trustQuarantined>},
+    Command{M::QUARANTINE_TRUST, STOP, LOGGED_ON, NOTHING, GENERAL, "distrust", WITH<h::distrust>},
+
+    Command{M::FOLDER_LIST, GET, LOGGED_ON, NOTHING, FOLDERS, "list folders", WITH<h::listFolders>},
+    Command{M::EXCLUDE_PREVIEW, GET, LOGGED_ON, NOTHING, FOLDERS, "preview excludes", WITH<h::previewExcludes>},
+
+    Command{M::SESSIONS, GET, LOGGED_ON, NOTHING, AT_ONCE, "list sessions", WITH<h::listSessions>},
+    Command{M::SESSIONS, STOP, LOGGED_ON, NOTHING, GENERAL, "end session", WITH<h::endSession>},
+    Command{M::LOGON_BLOCK, STOP, LOGGED_ON, NOTHING, AT_ONCE, "lift block", WITH<h::liftBlock>},
+    Command{M::CONSOLE_PASSWORD, SET, LOGGED_ON, NOTHING, LOG_ON, "change password", WITH<h::changePassword>, NONE,
+            WITH<h::admitPasswordChange>},
+
+    Command{M::EVENTS, GET, LOGGED_ON, NOTHING, GENERAL, "list events", WITH<h::listEvents>},
+    Command{M::DAILY_FIGURES, GET, LOGGED_ON, NOTHING, GENERAL, "get daily figures", WITH<h::getDailyFigures>},
+
+    Command{protocol::GetNotices::COMMAND, GET, LOGGED_ON, NOTHING, GENERAL, "get notices", WITH<h::getNotices>},
+    Command{protocol::GetNotices::COMMAND, SET, LOGGED_ON, NOTHING, SAVING, "set notices", WITH<h::setNotices>},
+    // Waits for servers that may not answer.
+    Command{protocol::GetNotices::COMMAND, START, LOGGED_ON, NOTHING, GENERAL, "test notices", WITH<h::testNotices>},
+    Command{protocol::SERVICE_SETTINGS, GET, LOGGED_ON, CONFIGURATION, GENERAL, "get settings", WITH<h::getSettings>},
+    Command{protocol::SERVICE_SETTINGS, SET, LOGGED_ON, CONFIGURATION, SAVING, "set settings", WITH<h::setSettings>},
+    Command{protocol::SHARE_PROPOSALS, GET, LOGGED_ON, NOTHING, FOLDERS, "propose shares", WITH<h::listShareProposals>},
 };
 
-const Command* findCommand(const IPCMessage& request) {
-    const auto found = std::find_if(COMMANDS.begin(), COMMANDS.end(), [&request](const Command& command) {
-        return command.commandID == request.commandID && command.operation == request.operation;
-    });
-    return found == COMMANDS.end() ? nullptr : &*found;
-}
-
-bool ready(Service& service, const Command& command, IPCMessage& reply) {
-    if (command.needs != CONFIGURATION || service.configuration().refresh()) return true;
-    return handlers::refuse("The configuration cannot be used: " + service.configuration().error(), reply);
+bool ready(const Parts& parts, const Command& command, IPCMessage& reply) {
+    auto& configuration = std::get<ConfigurationStore&>(parts);
+    if (command.needs != CONFIGURATION || configuration.refresh()) return true;
+    return handlers::refuse("The configuration cannot be used: " + configuration.error(), reply);
 }
 
 /// A refusal carries nothing that could be taken for a result.
@@ -110,23 +137,47 @@ void keepMessageOnly(IPCMessage& reply) {
     std::erase_if(reply.params, [](const auto& parameter) { return parameter.first != protocol::MESSAGE; });
 }
 
-}  // namespace
-
-bool answersAtOnce(const IPCMessage& request) {
-    const Command* const command = findCommand(request);
-    return command && command->runs == AT_ONCE;
-}
-
-IPCMessage answer(Service& service, const IPCMessage& request) {
+IPCMessage replyTo(const IPCMessage& request) {
     IPCMessage reply;
     reply.operation = request.operation;
     reply.commandID = request.commandID;
-    const Command* command = findCommand(request);
-    if (!command) handlers::refuse("Unknown command.", reply);
-    const bool done = command && ready(service, *command, reply) && command->handler(service, request, reply);
+    return reply;
+}
+
+}  // namespace
+
+const Command* findCommand(const IPCMessage& request) {
+    const auto* const found = std::find_if(COMMANDS.begin(), COMMANDS.end(), [&request](const Command& command) {
+        return command.commandID == request.commandID && command.operation == request.operation;
+    });
+    return found == COMMANDS.end() ? nullptr : found;
+}
+
+bool mayUse(const Parts& parts, const Command& command, const Caller& caller) {
+    if (caller.owner || command.right == EVERYBODY) return true;
+    if (command.right == OWNER || caller.session.empty()) return false;
+    return std::get<SessionStore&>(parts).lives(caller.session, std::get<PasswordFile&>(parts).mark());
+}
+
+IPCMessage answerWith(Handler handler, const Parts& parts, const Command& command, const Caller& caller,
+                      const IPCMessage& request) {
+    IPCMessage reply = replyTo(request);
+    bool done = false;
+    try {
+        done = ready(parts, command, reply) && handler(parts, caller, request, reply);
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "Command %d failed: %s", request.commandID, error.what());
+    }
     reply.result = done ? IPCMessage::RESULT_OK : IPCMessage::RESULT_ERROR;
     if (!done) keepMessageOnly(reply);
-    NORV_TRACE("%s: result %d", command ? command->name : "unknown command", reply.result);
+    NORV_TRACE("%s: result %d", command.name, reply.result);
+    return reply;
+}
+
+IPCMessage refusal(const IPCMessage& request, const char* why) {
+    IPCMessage reply = replyTo(request);
+    reply.result = IPCMessage::RESULT_ERROR;
+    if (*why) reply.addParam(protocol::MESSAGE, why);
     return reply;
 }
 

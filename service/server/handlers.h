@@ -3,16 +3,17 @@
 #include "norv/ipc_message.h"
 #include "norv/protocol/parameters.h"
 #include "norv/protocol/scans.h"
+#include "service/server/caller.h"
+#include "service/server/parts.h"
 
 #include <string>
 
 namespace keldra {
 
-class Service;
 struct ScanStatus;
 
-/// The handlers of the command table (see service/server/command_table.h), one function per row. `docs/protocol.md`
-/// lists the parameters of each.
+/// The handlers of the command table (see service/server/command_table.h), one function per row, each with the parts
+/// that it works on. `docs/protocol.md` lists the parameters of each.
 namespace handlers {
 
 /// Refuses a request; `why` is an English sentence.
@@ -22,18 +23,23 @@ inline bool refuse(const std::string& why, IPCMessage& reply) {
 }
 
 // handlers_configuration.cpp
-bool checkConfiguration(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool getConfiguration(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool checkConfiguration();
+bool getConfiguration(ConfigurationStore& configuration, VarFolder& varFolder, ServedDocument& document,
+                      Updater& updater, RealtimeScan& realtime, IPCMessage& reply);
 
 // handlers_settings.cpp
-bool getRealtimeScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool setRealtimeScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool getManualScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool setManualScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool getScheduledScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool setScheduledScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool getScheduledUpdate(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool setScheduledUpdate(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool getRealtimeScan(ConfigurationStore& configuration, RealtimeScan& realtime, IPCMessage& reply);
+bool setRealtimeScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
+                     IPCMessage& reply);
+bool getManualScan(ConfigurationStore& configuration, IPCMessage& reply);
+bool setManualScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
+                   IPCMessage& reply);
+bool getScheduledScan(ConfigurationStore& configuration, IPCMessage& reply);
+bool setScheduledScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
+                      IPCMessage& reply);
+bool getScheduledUpdate(ConfigurationStore& configuration, IPCMessage& reply);
+bool setScheduledUpdate(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
+                        IPCMessage& reply);
 
 // handlers_scan.cpp
 bool getVirusTypes(Service& service, const IPCMessage& request, IPCMessage& reply);
@@ -50,18 +56,30 @@ bool getScanHistory(Service& service, const IPCMessage& request, IPCMessage& rep
 protocol::ScanSummary summaryOf(const ScanStatus& status);
 
 // handlers_folders.cpp
-bool listFolders(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool previewExcludes(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool listFolders(ConfigurationStore& configuration, const IPCMessage& request, IPCMessage& reply);
+bool previewExcludes(ConfigurationStore& configuration, const IPCMessage& request, IPCMessage& reply);
 
 // handlers_shares.cpp
-bool getSettings(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool setSettings(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool listShareProposals(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool getSettings(ConfigurationStore& configuration, IPCMessage& reply);
+bool setSettings(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
+                 IPCMessage& reply);
+bool listShareProposals(IPCMessage& reply);
 
 // handlers_session.cpp
-bool logOn(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool logOff(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool checkSession(Service& service, const IPCMessage& request, IPCMessage& reply);
+/// Counts an attempt to log on; refuses it when there were too many.
+bool admitLogOn(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply);
+bool logOn(ConfigurationStore& configuration, PasswordFile& password, LogonGuard& guard, SessionStore& sessions,
+           const IPCMessage& request, IPCMessage& reply);
+bool logOff(PasswordFile& password, SessionStore& sessions, const IPCMessage& request, IPCMessage& reply);
+bool checkSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request);
+bool watchSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request);
+bool listSessions(PasswordFile& password, SessionStore& sessions, LogonGuard& guard, const Caller& caller,
+                  IPCMessage& reply);
+bool endSession(SessionStore& sessions, const IPCMessage& request, IPCMessage& reply);
+bool liftBlock(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply);
+bool admitPasswordChange(LogonGuard& guard, const Caller& caller, IPCMessage& reply);
+bool changePassword(PasswordFile& password, LogonGuard& guard, const Caller& caller, const IPCMessage& request,
+                    IPCMessage& reply);
 
 // handlers_quarantine.cpp
 bool listQuarantine(Service& service, const IPCMessage& request, IPCMessage& reply);

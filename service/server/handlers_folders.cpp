@@ -2,7 +2,7 @@
 #include "norv/protocol/folders.h"
 #include "service/base/paths.h"
 #include "service/server/handlers.h"
-#include "service/server/service.h"
+#include "service/settings/configuration_store.h"
 #include "service/tree/file_walk.h"
 #include "service/tree/share_roots.h"
 
@@ -76,8 +76,8 @@ std::string faultOf(const std::vector<std::string>& roots, const std::vector<std
 
 }  // namespace
 
-bool listFolders(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const std::vector<std::string> roots = shareRoots(*service.configuration().snapshot());
+bool listFolders(ConfigurationStore& configuration, const IPCMessage& request, IPCMessage& reply) {
+    const std::vector<std::string> roots = shareRoots(*configuration.snapshot());
     const auto path = protocol::read<protocol::ListFolders>(request).path;
     protocol::FolderList list;
     if (path.empty()) {
@@ -93,13 +93,13 @@ bool listFolders(Service& service, const IPCMessage& request, IPCMessage& reply)
     return true;
 }
 
-bool previewExcludes(Service& service, const IPCMessage& request, IPCMessage& reply) {
+bool previewExcludes(ConfigurationStore& configuration, const IPCMessage& request, IPCMessage& reply) {
     const auto wanted = protocol::read<protocol::PreviewExcludes>(request);
     WalkPlan plan;
     plan.roots = splitPathList(wanted.scanPaths);
     plan.excludeFolders = normalPaths(splitPathList(wanted.excludePaths));
     plan.excludePatterns = splitPathList(wanted.excludePatterns);
-    const std::string fault = faultOf(shareRoots(*service.configuration().snapshot()), plan.roots);
+    const std::string fault = faultOf(shareRoots(*configuration.snapshot()), plan.roots);
     if (!fault.empty()) return refuse(fault, reply);
     write(reply, preview(plan));
     return true;

@@ -2,27 +2,33 @@
 #include "norv/log.h"
 #include "norv/norv_config.h"
 #include "norv/protocol/session.h"
+#include "service/access/logon_guard.h"
 #include "service/access/password.h"
+#include "service/access/session_store.h"
 #include "service/server/handlers.h"
-#include "service/server/service.h"
+#include "service/settings/configuration_store.h"
 
 namespace keldra::handlers {
 
 namespace {
 
 /// Whether this is the console's user. A document that names none takes any name, as the password alone decides then.
-bool knownUser(Service& service, const std::string& user) {
-    const auto config = service.configuration().snapshot();
-    const std::string expected = configValueOr(*config, "Configuration", "ConsoleUser", std::string());
+bool knownUser(const NORVConfig& config, const std::string& user) {
+    const std::string expected = configValueOr(config, "Configuration", "ConsoleUser", std::string());
     return expected.empty() || constantTimeEqual(user, expected);
 }
 
-bool credentialsFit(Service& service, const protocol::LogOn& request) {
+/// Looks at an enciphered password. One that cannot be read is wrong.
+PasswordCheck lookAt(const PasswordFile& file, const std::string& enciphered) {
     std::string password;
-    const bool readable = dm_decryptString(request.password, password);
-    // The password is looked at whoever asks, so the time taken does not tell which names exist.
-    const bool fits = readable && checkPassword(service.passwordFile(), password);
-    return fits && knownUser(service, request.user);
+    return dm_decryptString(enciphered, password) ? file.check(password) : PasswordCheck();
+}
+
+bool admit(LogonGuard& guard, const std::string& address, IPCMessage& reply) {
+    const std::string why = guard.admit(address);
+    if (why.empty()) return true;
+    NORV_LOG(NORV_LOG_REFUSED, "Password from %s not looked at: %s", address.c_str(), why.c_str());
+    return refuse(why, reply);
 }
 
 SessionProof proofOf(const IPCMessage& request) {
@@ -30,37 +36,89 @@ SessionProof proofOf(const IPCMessage& request) {
     return {proof.id, proof.remoteAddress, proof.requestMethod, proof.formToken, proof.cookieToken};
 }
 
-}  // namespace
-
-bool logOn(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const auto wanted = protocol::read<protocol::LogOn>(request);
-    const std::string& address = wanted.remoteAddress;
-    if (!service.logonGuard().admits(address)) {
-        NORV_LOG(NORV_LOG_REFUSED, "Log-on from %s refused: too many failures", address.c_str());
-        return refuse("Too many failures, wait a while.", reply);
-    }
-    if (!credentialsFit(service, wanted)) {
-        service.logonGuard().failed(address);
-        NORV_LOG(NORV_LOG_REFUSED, "Log-on from %s refused", address.c_str());
-        return false;
-    }
-    service.logonGuard().succeeded(address);
-    const std::string id = service.sessions().create(address);
-    if (id.empty()) return false;
-    NORV_LOG(NORV_LOG_INFO, "Log-on from %s", address.c_str());
-    write(reply, protocol::Session{id});
+/// Something has ended, be it that this could not be stored yet.
+bool ended(const SessionStore& sessions, IPCMessage& reply) {
+    if (const std::string problem = sessions.problem(); !problem.empty()) reply.addParam(protocol::MESSAGE, problem);
     return true;
 }
 
-bool logOff(Service& service, const IPCMessage& request, IPCMessage&) {
-    return service.sessions().remove(proofOf(request));
+}  // namespace
+
+bool admitLogOn(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply) {
+    return admit(guard, protocol::read<protocol::LogOn>(request).remoteAddress, reply);
 }
 
-bool checkSession(Service& service, const IPCMessage& request, IPCMessage&) {
-    const std::int64_t changed = passwordSetAt(service.passwordFile());
-    // One of the future, after the clock was set back, would end every session at once.
-    if (changed <= service.clock().now()) service.sessions().endThoseBefore(changed);
-    return service.sessions().check(proofOf(request));
+bool logOn(ConfigurationStore& configuration, PasswordFile& password, LogonGuard& guard, SessionStore& sessions,
+           const IPCMessage& request, IPCMessage& reply) {
+    const auto wanted = protocol::read<protocol::LogOn>(request);
+    const std::string& address = wanted.remoteAddress;
+    // The password is looked at whoever asks, so the time taken does not tell which names exist.
+    const PasswordCheck check = lookAt(password, wanted.password);
+    if (!check.fits || !knownUser(*configuration.snapshot(), wanted.user)) {
+        NORV_LOG(NORV_LOG_REFUSED, "Log-on from %s refused", address.c_str());
+        return check.trouble.empty() ? false : refuse(check.trouble, reply);
+    }
+    guard.succeeded(address);
+    const SessionStart start = sessions.create(address, check.mark);
+    if (start.id.empty()) return refuse(start.reason, reply);
+    NORV_LOG(NORV_LOG_INFO, "Log-on from %s", address.c_str());
+    write(reply, protocol::Session{start.id});
+    return true;
+}
+
+bool logOff(PasswordFile& password, SessionStore& sessions, const IPCMessage& request, IPCMessage& reply) {
+    if (!sessions.remove(proofOf(request), password.mark())) return false;
+    return ended(sessions, reply);
+}
+
+bool checkSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request) {
+    return sessions.check(proofOf(request), password.mark());
+}
+
+bool watchSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request) {
+    return sessions.check(proofOf(request), password.mark(), SessionUse::BY_PAGE);
+}
+
+bool listSessions(PasswordFile& password, SessionStore& sessions, LogonGuard& guard, const Caller& caller,
+                  IPCMessage& reply) {
+    const std::string own = SessionStore::listedId(caller.session);
+    protocol::SessionList list;
+    for (const SessionInfo& session : sessions.list(password.mark()))
+        list.sessions.push_back({session.id, session.address, session.begun, session.lastUse, session.id == own});
+    for (const LogonBlock& block : guard.blocks())
+        list.blocked.push_back({block.address, block.failures, block.seconds});
+    write(reply, list);
+    return true;
+}
+
+bool endSession(SessionStore& sessions, const IPCMessage& request, IPCMessage& reply) {
+    if (!sessions.end(protocol::read<protocol::EndSession>(request).id))
+        return refuse("There is no such session.", reply);
+    return ended(sessions, reply);
+}
+
+bool liftBlock(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply) {
+    return guard.lift(protocol::read<protocol::LiftBlock>(request).address) ||
+           refuse("Nothing is held against that address.", reply);
+}
+
+bool admitPasswordChange(LogonGuard& guard, const Caller& caller, IPCMessage& reply) {
+    return caller.owner || admit(guard, caller.address, reply);
+}
+
+bool changePassword(PasswordFile& password, LogonGuard& guard, const Caller& caller, const IPCMessage& request,
+                    IPCMessage& reply) {
+    const auto change = protocol::read<protocol::ChangePassword>(request);
+    const PasswordCheck check = lookAt(password, change.password);
+    if (!check.trouble.empty()) return refuse(check.trouble, reply);
+    if (!check.fits) return refuse("The present password is wrong.", reply);
+    if (!caller.owner) guard.succeeded(caller.address);
+    std::string wanted;
+    if (!dm_decryptString(change.newPassword, wanted)) return refuse("The new password cannot be read.", reply);
+    if (const std::string fault = password.store(wanted); !fault.empty())
+        return refuse("The password was not changed: " + fault + ".", reply);
+    NORV_LOG(NORV_LOG_INFO, "The console's password was changed from %s", caller.address.c_str());
+    return true;
 }
 
 }  // namespace keldra::handlers

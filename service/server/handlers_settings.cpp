@@ -1,15 +1,21 @@
 #include "norv/au_config.h"
 #include "norv/log.h"
+#include "norv/path_list.h"
 #include "norv/protocol/scans.h"
 #include "norv/protocol/settings.h"
 #include "norv/scan_config.h"
+#include "service/base/paths.h"
+#include "service/realtime/realtime_scan.h"
+#include "service/server/folder_questions.h"
 #include "service/server/handlers.h"
-#include "service/server/service.h"
+#include "service/settings/configuration_store.h"
 #include "service/settings/settings_check.h"
 #include "service/tree/share_roots.h"
 
 #include <algorithm>
+#include <memory>
 #include <type_traits>
+#include <vector>
 
 namespace keldra::handlers {
 
@@ -21,78 +27,119 @@ bool give(const Record& record, IPCMessage& reply) {
     return true;
 }
 
-/// What is wrong with a record that is to take the place of `before`.
+/// The folders of `after` that were not there before, each of which must lie in a share.
+std::vector<std::string> newFolders(const std::string& before, const std::string& after) {
+    const std::vector<std::string> known = normalPaths(splitPathList(before));
+    std::vector<std::string> folders = normalPaths(splitPathList(after));
+    std::erase_if(folders, [&known](const std::string& path) {
+        return std::find(known.begin(), known.end(), path) != known.end();
+    });
+    return folders;
+}
+
+/// What is wrong with a record that is to take the place of `before`. Settles it before anything is locked: a folder's
+/// file system may not answer.
 template <typename Record>
-std::string faultOf(const NORVConfig& config, const Record& before, Record& record) {
+std::string faultOf(const std::shared_ptr<const NORVConfig>& config, const Record& before, Record& record,
+                    FolderQuestions& folders) {
     std::string fault = checkSettings(record);
     if constexpr (std::is_base_of_v<NORVScanConfig, Record>) {
-        if (fault.empty()) fault = checkNewFolders(config, before.scanPaths, record.scanPaths);
+        if (fault.empty() && !newFolders(before.scanPaths, record.scanPaths).empty())
+            fault = folders.ask([config, before = before.scanPaths, after = record.scanPaths] {
+                return checkNewFolders(*config, before, after);
+            });
     }
     return fault;
 }
 
-/// Lays what a request carries over the stored record, so that what it does not mention is kept.
 template <typename Record>
-bool store(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    constexpr const char* name = protocol::SettingsPlace<Record>::PARAMETER;
-    std::string fault;
-    const auto change = [&](NORVConfig& config) {
-        Record before(config);
-        if constexpr (std::is_same_v<Record, NORVManualScanConfig>) {
-            // More could be saved once.
-            before.scanWorkers = std::min(before.scanWorkers, protocol::MAX_WORKERS);
-        }
-        protocol::SetSettings<Record> wanted{before};
-        const bool parsed = request.hasParam(name) && protocol::read(request, wanted);
-        fault = parsed ? faultOf(config, before, wanted.settings) : "The settings are malformed.";
-        if (!fault.empty()) return false;
-        storeRecord(config, wanted.settings);
-        return true;
-    };
-    const SaveOutcome outcome = service.configuration().update(change);
-    if (!fault.empty()) NORV_LOG(NORV_LOG_WARNING, "%s refused: %s", name, fault.c_str());
-    if (!saved(outcome)) refuse(fault.empty() ? "The settings could not be saved." : fault, reply);
-    if (outcome == SaveOutcome::SAVED_WITHOUT_BACKUP)
+bool sameFolders(const Record& a, const Record& b) {
+    if constexpr (std::is_base_of_v<NORVScanConfig, Record>) return a.scanPaths == b.scanPaths;
+    return true;
+}
+
+/// Lays what a request carries over the stored record, so that what it does not mention is kept. Returns what is wrong
+/// with it, empty when nothing is.
+template <typename Record>
+std::string layOver(const NORVConfig& config, const IPCMessage& request, Record& record) {
+    record = Record(config);
+    // More could be saved once.
+    if constexpr (std::is_same_v<Record, NORVManualScanConfig>)
+        record.scanWorkers = std::min(record.scanWorkers, protocol::MAX_WORKERS);
+    protocol::SetSettings<Record> wanted{record};
+    const bool parsed = request.hasParam(protocol::SettingsPlace<Record>::PARAMETER) && protocol::read(request, wanted);
+    if (parsed) record = wanted.settings;
+    return parsed ? std::string() : "The settings are malformed.";
+}
+
+template <typename Record>
+bool store(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request, IPCMessage& reply) {
+    const auto config = configuration.snapshot();
+    Record checked;
+    std::string fault = layOver(*config, request, checked);
+    if (fault.empty()) fault = faultOf(config, Record(*config), checked, folders);
+    SaveResult result{SaveOutcome::REFUSED, fault};
+    if (fault.empty()) {
+        // Others may have been stored meanwhile: what this request does not mention is theirs.
+        result = configuration.update([&](NORVConfig& stored) {
+            Record record;
+            fault = layOver(stored, request, record);
+            if (fault.empty()) fault = checkSettings(record);
+            if (fault.empty() && !sameFolders(record, checked)) fault = "The folders were changed by somebody else.";
+            if (fault.empty()) storeRecord(stored, record);
+            return fault.empty();
+        });
+    }
+    if (!fault.empty()) result.reason = fault;
+    if (!saved(result.outcome)) {
+        NORV_LOG(NORV_LOG_WARNING, "%s refused: %s", protocol::SettingsPlace<Record>::PARAMETER, result.reason.c_str());
+        return refuse(result.reason, reply);
+    }
+    if (result.outcome == SaveOutcome::SAVED_WITHOUT_BACKUP)
         write(reply, protocol::SettingsSaved{protocol::SettingsSaved::DISK_FULL});
-    return saved(outcome);
+    return true;
 }
 
 }  // namespace
 
-bool getRealtimeScan(Service& service, const IPCMessage&, IPCMessage& reply) {
-    NORVRealtimeScanConfig record(*service.configuration().snapshot());
-    const RealtimeState state = service.realtime().state();
+bool getRealtimeScan(ConfigurationStore& configuration, RealtimeScan& realtime, IPCMessage& reply) {
+    NORVRealtimeScanConfig record(*configuration.snapshot());
+    const RealtimeState state = realtime.state();
     record.serviceRunning = state.serviceRuns();
     record.kernelHookModuleLoaded = state.kernelAllows;
     return give(record, reply);
 }
 
-bool setRealtimeScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return store<NORVRealtimeScanConfig>(service, request, reply);
+bool setRealtimeScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
+                     IPCMessage& reply) {
+    return store<NORVRealtimeScanConfig>(configuration, folders, request, reply);
 }
 
-bool getManualScan(Service& service, const IPCMessage&, IPCMessage& reply) {
-    return give(NORVManualScanConfig(*service.configuration().snapshot()), reply);
+bool getManualScan(ConfigurationStore& configuration, IPCMessage& reply) {
+    return give(NORVManualScanConfig(*configuration.snapshot()), reply);
 }
 
-bool setManualScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return store<NORVManualScanConfig>(service, request, reply);
+bool setManualScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
+                   IPCMessage& reply) {
+    return store<NORVManualScanConfig>(configuration, folders, request, reply);
 }
 
-bool getScheduledScan(Service& service, const IPCMessage&, IPCMessage& reply) {
-    return give(NORVScheduledScanConfig(*service.configuration().snapshot()), reply);
+bool getScheduledScan(ConfigurationStore& configuration, IPCMessage& reply) {
+    return give(NORVScheduledScanConfig(*configuration.snapshot()), reply);
 }
 
-bool setScheduledScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return store<NORVScheduledScanConfig>(service, request, reply);
+bool setScheduledScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
+                      IPCMessage& reply) {
+    return store<NORVScheduledScanConfig>(configuration, folders, request, reply);
 }
 
-bool getScheduledUpdate(Service& service, const IPCMessage&, IPCMessage& reply) {
-    return give(NORVScheduledAUConfig(*service.configuration().snapshot()), reply);
+bool getScheduledUpdate(ConfigurationStore& configuration, IPCMessage& reply) {
+    return give(NORVScheduledAUConfig(*configuration.snapshot()), reply);
 }
 
-bool setScheduledUpdate(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return store<NORVScheduledAUConfig>(service, request, reply);
+bool setScheduledUpdate(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
+                        IPCMessage& reply) {
+    return store<NORVScheduledAUConfig>(configuration, folders, request, reply);
 }
 
 }  // namespace keldra::handlers

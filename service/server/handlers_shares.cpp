@@ -1,8 +1,9 @@
 #include "norv/log.h"
 #include "norv/path_list.h"
 #include "norv/protocol/service_settings.h"
+#include "service/server/folder_questions.h"
 #include "service/server/handlers.h"
-#include "service/server/service.h"
+#include "service/settings/configuration_store.h"
 #include "service/settings/settings_table.h"
 #include "service/tree/share_proposals.h"
 
@@ -41,29 +42,34 @@ bool refuseLogged(const std::string& message, IPCMessage& reply) {
 
 }  // namespace
 
-bool getSettings(Service& service, const IPCMessage&, IPCMessage& reply) {
-    write(reply, protocol::ServiceSettings{describeSettings(*service.configuration().snapshot())});
+bool getSettings(ConfigurationStore& configuration, IPCMessage& reply) {
+    write(reply, protocol::ServiceSettings{describeSettings(*configuration.snapshot())});
     return true;
 }
 
-bool setSettings(Service& service, const IPCMessage& request, IPCMessage& reply) {
+bool setSettings(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
+                 IPCMessage& reply) {
     SettingsChange change;
     if (!readChange(request, change)) return refuseLogged("The settings are malformed.", reply);
-    std::optional<SettingsFault> fault = missingRoot(change);
-    if (fault) return refuseLogged(fault->setting + ": " + fault->text, reply);
-    const SaveOutcome outcome = service.configuration().update([&change, &fault](NORVConfig& config) {
+    const std::string unfit = folders.ask([change] {
+        const std::optional<SettingsFault> fault = missingRoot(change);
+        return fault ? fault->setting + ": " + fault->text : std::string();
+    });
+    if (!unfit.empty()) return refuseLogged(unfit, reply);
+    std::optional<SettingsFault> fault;
+    const SaveResult result = configuration.update([&change, &fault](NORVConfig& config) {
         fault = changeSettings(config, change);
         return !fault;
     });
     if (fault) return refuseLogged(fault->setting + ": " + fault->text, reply);
-    if (!saved(outcome)) return refuseLogged("The settings could not be saved.", reply);
+    if (!saved(result.outcome)) return refuseLogged(result.reason, reply);
     protocol::SettingsSaved answer;
-    if (outcome == SaveOutcome::SAVED_WITHOUT_BACKUP) answer.backupResult = protocol::SettingsSaved::DISK_FULL;
+    if (result.outcome == SaveOutcome::SAVED_WITHOUT_BACKUP) answer.backupResult = protocol::SettingsSaved::DISK_FULL;
     write(reply, answer);
     return true;
 }
 
-bool listShareProposals(Service&, const IPCMessage&, IPCMessage& reply) {
+bool listShareProposals(IPCMessage& reply) {
     protocol::ProposedShares shares;
     for (const ShareProposal& share : proposeShares())
         shares.proposals.push_back({share.path, share.origin, share.name});

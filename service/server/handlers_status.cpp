@@ -87,6 +87,7 @@ bool getServiceStatus(Service& service, const IPCMessage&, IPCMessage& reply) {
     status.uptime = service.clock().now() - service.startedAt();
     status.configuration = good ? "" : service.configuration().error();
     status.sessions = service.sessions().size();
+    status.stateNotWritten = service.sessions().problem();
     status.quarantined = service.quarantine().size();
     status.updateRunning = service.updater().status().running;
     addEngine(service, status);

@@ -1,6 +1,5 @@
 #include "norv/log.h"
 #include "service/base/version.h"
-#include "service/server/command_table.h"
 #include "service/server/service.h"
 
 #include <grp.h>
@@ -120,7 +119,7 @@ int serve(CommandLine& line) {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     initLog("keldrad", LOG_FACILITY, NORV_LOG_INFO);
-    keldra::Service service(line.service, {keldra::answer, keldra::answersAtOnce});
+    keldra::Service service(line.service);
     std::string error;
     if (!service.open(error)) return fail(error);
     service.run();

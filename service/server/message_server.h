@@ -1,6 +1,6 @@
 #pragma once
 
-#include "norv/ipc_message.h"
+#include "service/server/caller.h"
 
 #include <sys/types.h>
 
@@ -24,7 +24,6 @@ struct ServerLimits {
     std::size_t bufferedBytes = std::size_t{64} << 20U;  ///< of unfinished requests and unsent replies together
     std::chrono::milliseconds frameTime{10'000};         ///< for a frame to arrive once it began, or to be taken
     std::chrono::milliseconds idleTime{600'000};         ///< between two requests
-    unsigned threads = 4;                                ///< handlers that run at a time
 };
 
 /// Who may talk to the service, besides root and the service's own user.
@@ -33,17 +32,15 @@ struct ServerAccess {
     gid_t group = static_cast<gid_t>(-1);  ///< group of the socket file; -1 leaves it
 };
 
-/// Answers requests on a Unix stream socket (0660). What is malformed costs the connection it came on. Handlers run on
-/// threads of their own, so a slow one delays its own connection only; those that are quick run where they are
-/// received.
+/// Takes requests on a Unix stream socket (0660) and sends the replies. What is malformed costs the connection it came
+/// on, and so does want of memory or descriptors: the others go on, and new ones are taken once it is over.
 class MessageServer {
 public:
-    using Answer = std::function<IPCMessage(const IPCMessage& request)>;
-    using Quick = std::function<bool(const IPCMessage& request)>;
+    /// Answers a request by calling `reply`, at once or later. Called on the thread of the io_context, so it must not
+    /// wait for anything. What it throws is told to the client as a refusal and costs the connection.
+    using Answer = std::function<void(IPCMessage request, const Caller& caller, Reply reply)>;
 
-    /// `quick` tells the requests that `answer` answers without waiting for anything; empty: none.
-    MessageServer(asio::io_context& io, ServerAccess access, const ServerLimits& limits, Answer answer,
-                  Quick quick = {});
+    MessageServer(asio::io_context& io, ServerAccess access, const ServerLimits& limits, Answer answer);
     ~MessageServer();
     MessageServer(const MessageServer&) = delete;
     MessageServer& operator=(const MessageServer&) = delete;
@@ -53,9 +50,7 @@ public:
     bool listen(const std::filesystem::path& socket, std::string& error);
     /// Accepts from here on; until then connects wait.
     void start();
-    /// Has `done` called by one of the threads that handlers run on, as soon as one is free.
-    void probe(std::function<void()> done);
-    /// Closes socket and connections, waits for the handlers that run and removes the socket file.
+    /// Closes socket and connections and removes the socket file. Replies that come later go nowhere.
     void stop();
 
 private:

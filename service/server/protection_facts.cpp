@@ -57,7 +57,8 @@ void addScans(Service& service, Facts& facts) {
         facts.filesNotScanned = scan.skipped + scan.notFullyScanned;
         break;
     }
-    for (const std::string& problem : {service.scans().problem(), service.events().problem()})
+    for (const std::string& problem :
+         {service.scans().problem(), service.events().problem(), service.sessions().problem()})
         if (!problem.empty()) facts.unsaved.push_back(problem);
 }
 

@@ -2,7 +2,6 @@
 
 #include "norv/log.h"
 #include "service/base/memory_budget.h"
-#include "service/engine/extension_list.h"
 #include "service/server/notify.h"
 #include "service/server/protection_facts.h"
 #include "service/settings/settings_table.h"
@@ -14,13 +13,13 @@
 
 #include <algorithm>
 #include <array>
-#include <asio/post.hpp>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
 #include <set>
+#include <thread>
 #include <utility>
 
 namespace keldra {
@@ -33,6 +32,10 @@ constexpr std::chrono::seconds SIGNATURES_PATIENCE{3};
 /// Infected files of each scan that are looked for where they were.
 constexpr std::size_t FINDS_LOOKED_AT = 1000;
 constexpr const char* TEST_VIRUS = "Test_Virus";
+/// How long a save waits until what it changed is in force.
+constexpr std::chrono::seconds APPLYING_PATIENCE{3};
+constexpr std::chrono::seconds LANES_PATIENCE{2};
+constexpr std::chrono::seconds ENDING_PATIENCE{6};
 constexpr rlim_t WANTED_DESCRIPTORS = 65536;
 
 /// A connection or a file under scan takes a descriptor each; the usual soft limit is low.
@@ -52,29 +55,32 @@ NORV_LOG_SEVERITY logLevel(const NORVConfig& config) {
 
 std::vector<std::string> signatureFolders(const ServiceOptions& options) {
     std::vector<std::string> folders = options.signatures;
-    folders.push_back(options.state / "signatures");
+    folders.push_back(StateFolder(options.state).signatures());
     return folders;
 }
 
 }  // namespace
 
-Service::Service(ServiceOptions options, Answering answering, const Clock& clock)
+Service::Service(ServiceOptions options, const Clock& clock)
     : options_(std::move(options)),
       clock_(clock),
-      startedAt_(clock.now()),
       signals_(io_, SIGTERM, SIGINT, SIGHUP),
       cleaning_(io_),
+      state_(options_.state),
       configuration_(options_.config, clock),
-      sessions_(options_.state / "sessions", clock, options_.sessionLimits),
+      varFolder_(configuration_, options_.var),
+      password_(state_.password()),
+      sessions_(state_.sessions(), clock, options_.sessionLimits),
       logonGuard_(clock),
-      quarantine_(options_.state / "quarantine", options_.state / "trusted", clock),
+      quarantine_(state_.quarantine(), state_.trusted(), clock),
       actions_(quarantine_),
-      server_(
-          io_, options_.access, options_.serverLimits,
-          [this, answer = answering.answer](const IPCMessage& request) { return answer(*this, request); },
-          answering.atOnce),
+      running_{clock, clock.now()},
+      server_(io_, options_.access, options_.serverLimits,
+              [this](IPCMessage request, const Caller& caller, Reply reply) {
+                  dispatcher_->answer(std::move(request), caller, std::move(reply));
+              }),
       watchdog_(
-          io_, [this](std::function<void()> done) { server_.probe(std::move(done)); },
+          io_, [this](std::function<void()> done) { lanes_.general.post(std::move(done)); },
           [this] { return realtime_->working(); }) {}
 
 Service::~Service() {
@@ -85,12 +91,6 @@ Service::~Service() {
     }
 }
 
-std::string Service::varPath() const {
-    const auto config = configuration_.snapshot();
-    std::string path = configValueOr(*config, "Configuration", "VarPath", std::string());
-    return path.empty() ? options_.var.string() : path;
-}
-
 /// Never scanned: what lies here is meant to hold what is found elsewhere, its names and its content.
 std::vector<std::string> Service::ownFolders() const {
     std::vector<std::string> folders = signatureFolders(options_);
@@ -98,83 +98,44 @@ std::vector<std::string> Service::ownFolders() const {
     return folders;
 }
 
-bool Service::lockState(std::string& error) {
-    const auto path = options_.state / "keldrad.lock";
-    stateLock_ = FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    // A record lock, since it ends with this process; flock() would live on in a child that has not become freshclam
-    // yet.
-    struct flock whole {};
-    whole.l_type = F_WRLCK;
-    if (!stateLock_) {
-        error = "Cannot open " + path.string() + ": " + errorText(errno) + ".";
-    } else if (::fcntl(stateLock_.get(), F_SETLK, &whole) != 0) {
-        const bool held = errno == EACCES || errno == EAGAIN;
-        error = held ? "Another keldrad already works on " + options_.state.string() + "."
-                     : "Cannot lock " + path.string() + ": " + errorText(errno) + ".";
-    }
-    return error.empty();
-}
-
-bool Service::makeFolders(std::string& error) const {
-    for (const auto& [folder, mode] : {std::pair{options_.state, mode_t{0700}},
-                                       {options_.state / "tmp", mode_t{0700}},
-                                       {options_.state / "signatures", mode_t{0755}}}) {
-        if (makeFolder(folder, mode)) continue;
-        error = "Cannot make the folder " + folder.string() + ": " + errorText(errno) + ".";
-        return false;
-    }
-    return true;
-}
-
-/// What a kill left in the middle of a write or of unpacking an archive. A folder for unpacking that others may enter
-/// is not the one that was made here.
-void Service::removeLeftovers() const {
-    for (const auto& folder : {options_.state, options_.state / "history", options_.state / "events"})
-        removeUnfinishedWrites(folder);
-    removeUnfinishedWrites(options_.config.parent_path(), options_.config.filename().string());
-    const auto unpacking = options_.state / "tmp";
-    std::error_code error;
-    if (std::filesystem::symlink_status(unpacking, error).permissions() != std::filesystem::perms::owner_all) return;
-    for (std::filesystem::directory_iterator entry(unpacking, error), end; !error && entry != end;
-         entry.increment(error)) {
-        std::error_code ignored;
-        std::filesystem::remove_all(entry->path(), ignored);
-    }
+Parts Service::parts() {
+    return {configuration_, folders_,        logonGuard_, password_, quarantine_, *realtime_, *engine_, *scans_,
+            *scheduler_,    servedDocument_, *this,       sessions_, *updater_,   varFolder_, running_};
 }
 
 bool Service::open(std::string& error) {
     raiseDescriptorLimit();
-    if (!makeFolders(error) || !lockState(error) || !server_.listen(options_.socket, error)) return false;
-    removeLeftovers();
+    if (!state_.take(error) || !server_.listen(options_.socket, error)) return false;
+    state_.removeLeftovers();
+    removeUnfinishedWrites(options_.config.parent_path(), options_.config.filename().string());
     configuration_.refresh();
+    configuration_.backUp();
     sessions_.load();
+    for (const SessionInfo& session : sessions_.list(password_.mark())) logonGuard_.know(session.address);
     if (!quarantine_.open()) NORV_LOG(NORV_LOG_ERROR, "The quarantine cannot be used; finds are not put away");
     makeParts();
     loadSignatures();
-    configuration_.onChange([this](ConfigurationStore::Change change) {
-        if (change == ConfigurationStore::Change::SAVED) return configurationChanged();
-        // Whoever comes upon it may be the thread that all connections share.
-        asio::post(applying_, [this] { applyGuarded(); });
-    });
-    configurationChanged();
+    listenToChanges();
+    applier_->apply(APPLYING_PATIENCE);
+    dispatcher_ = std::make_unique<Dispatcher>(io_, parts(), lanes_);
     updater_->recover();
     scheduler_->start();
     return true;
 }
 
-void Service::prepareVar() {
-    const std::string folder = varPath();
-    if (folder == preparedVar_) return;
-    preparedVar_ = folder;
-    if (!makeFolder(folder, 02770)) {
-        NORV_LOG(NORV_LOG_ERROR, "The folder %s cannot be made: %s", folder.c_str(), errorText(errno).c_str());
-        return;
-    }
-    writeDefaultExtensions(folder);
+void Service::listenToChanges() {
+    applier_ =
+        std::make_unique<SettingsApplier>(configuration_, [this](const NORVConfig& config) { putInForce(config); });
+    configuration_.onChange([this](ConfigurationStore::Change change) {
+        if (change == ConfigurationStore::Change::SAVED) return applier_->apply(APPLYING_PATIENCE);
+        // Whoever comes upon it may be the thread that all connections share.
+        applier_->applySoon(true);
+    });
+    sessions_.onChange([this] { lanes_.general.post([this] { sessions_.write(); }); });
 }
 
 void Service::makeJournal() {
-    events_ = std::make_unique<EventJournal>(EventJournalSettings{.folder = options_.state / "events"}, clock_);
+    events_ = std::make_unique<EventJournal>(EventJournalSettings{.folder = state_.events()}, clock_);
     happenings_ = std::make_unique<Happenings>(*events_);
     events_->add({.kind = EventKind::SERVICE, .detail = "The service started."});
 }
@@ -204,7 +165,7 @@ NoticeTexts Service::noticeTexts() {
 
 void Service::makeScans() {
     ScanJobsSettings scans;
-    scans.historyFolder = options_.state / "history";
+    scans.historyFolder = state_.history();
     scans.ownFolders = ownFolders();
     scans.onFind = [this](const ScanStatus& scan, const ScanFind& find) { happenings_->found(scan, find); };
     scans.onEnd = [this](const ScanStatus& scan) {
@@ -237,7 +198,7 @@ SlowQuestions Service::slowQuestions() {
 void Service::makeParts() {
     makeJournal();
     engine_ = makeScanEngine({.signatureFolders = signatureFolders(options_),
-                              .temporaryFolder = options_.state / "tmp",
+                              .temporaryFolder = state_.unpacking(),
                               .trusted = [this](int fd) { return quarantine_.isTrusted(fd); },
                               .scanner = options_.scanner,
                               .scanUser = options_.scanUser,
@@ -246,11 +207,11 @@ void Service::makeParts() {
     makeScans();
     updater_ = std::make_unique<Updater>(
         UpdaterSettings{.state = options_.state,
-                        .signatures = options_.state / "signatures",
+                        .signatures = state_.signatures(),
                         .freshclam = options_.freshclam,
                         .databaseOwner = options_.databaseOwner},
         UpdaterHooks{.configuration = [this] { return NORVAUConfig(*configuration_.snapshot()); },
-                     .varPath = [this] { return varPath(); },
+                     .varPath = [this] { return varFolder_.path(); },
                      .engineVersion = [this] { return engine_->state().engineVersion; },
                      .reload =
                          [this] {
@@ -262,7 +223,7 @@ void Service::makeParts() {
                      .ended = [this](const UpdateStatus& update) { happenings_->updateEnded(update); }},
         clock_);
     scheduler_ = std::make_unique<Scheduler>(
-        options_.state / "schedule.json", clock_,
+        state_.schedule(), clock_,
         Scheduler::Hooks{.startScan = [this] { return startScheduledScan(); },
                          .startUpdate = [this] { return startScheduledUpdate(); },
                          .randomSecond = {},
@@ -341,22 +302,15 @@ bool Service::startScheduledUpdate() {
     return updater_->startScheduled(NORVScheduledAUConfig(*configuration_.snapshot()).components);
 }
 
-void Service::configurationChanged() {
-    // One after the other, each with the newest document, so that the last one applied is the last one stored.
-    const std::lock_guard lock(changing_);
-    const auto config = configuration_.snapshot();
-    setLogLevel(logLevel(*config));
-    prepareVar();
-    scheduler_->configure({.scan = NORVScheduledScanConfig(*config),
-                           .update = NORVScheduledAUConfig(*config),
-                           .randomizedUpdate = configValueOr(*config, "Varnel", "RandomizedUpdate", false)});
-    quarantine_.setLimits(quarantineLimits(*config));
-    realtime_->configure(*config);
-    clients_->configure(clientSettings(*config));
-}
-
-void Service::applyGuarded() noexcept try { configurationChanged(); } catch (const std::exception& error) {
-    NORV_LOG(NORV_LOG_ERROR, "The configuration cannot be applied: %s", error.what());
+void Service::putInForce(const NORVConfig& config) {
+    setLogLevel(logLevel(config));
+    varFolder_.prepare();
+    scheduler_->configure({.scan = NORVScheduledScanConfig(config),
+                           .update = NORVScheduledAUConfig(config),
+                           .randomizedUpdate = configValueOr(config, "Varnel", "RandomizedUpdate", false)});
+    quarantine_.setLimits(quarantineLimits(config));
+    realtime_->configure(config);
+    clients_->configure(clientSettings(config));
 }
 
 void Service::awaitSignal() {
@@ -382,13 +336,19 @@ void Service::cleanUpLater() {
     cleaning_.expires_after(CLEANING_INTERVAL);
     cleaning_.async_wait([this](const asio::error_code& error) {
         if (error) return;
-        sessions_.cleanUp();
-        scans_->cleanUp();
-        updater_->cleanUp();
-        asio::post(applying_, [this] { quarantine_.tidy(); });
         configuration_.refresh();
+        // One at a time: the last one may still wait for a disk.
+        if (!cleaningUp_.exchange(true) && !lanes_.general.post([this] { cleanUp(); })) cleaningUp_ = false;
         cleanUpLater();
     });
+}
+
+void Service::cleanUp() {
+    sessions_.cleanUp(password_.mark());
+    scans_->cleanUp();
+    updater_->cleanUp();
+    quarantine_.tidy();
+    cleaningUp_ = false;
 }
 
 void Service::run() {
@@ -412,12 +372,32 @@ namespace {
 
 /// For threads that hang in the kernel, and that would meet what is being destroyed should they come back.
 [[noreturn]] void endAtOnce() {
-    NORV_LOG(NORV_LOG_WARNING, "Ending although scans hang in file systems that do not answer");
+    NORV_LOG(NORV_LOG_WARNING, "Ending although some work hangs in file systems that do not answer");
     std::fflush(nullptr);
     std::_Exit(EXIT_SUCCESS);
 }
 
 }  // namespace
+
+/// What a thread that does not come back keeps waiting is not worth waiting for: all that was acknowledged is stored.
+void Service::endInAnyCase() {
+    std::thread([] {
+        std::this_thread::sleep_for(ENDING_PATIENCE);
+        endAtOnce();
+    }).detach();
+}
+
+/// True when no thread of the lanes works with any part any more.
+bool Service::stopLanes() {
+    const auto until = std::chrono::steady_clock::now() + LANES_PATIENCE;
+    const auto left = [until] {
+        const auto time = until - std::chrono::steady_clock::now();
+        return std::max(std::chrono::ceil<std::chrono::milliseconds>(time), std::chrono::milliseconds(0));
+    };
+    bool ended = !applier_ || applier_->stop(left());
+    for (WorkLane* const lane : lanes_.all()) ended = lane->stop(left()) && ended;
+    return ended;
+}
 
 /// Whatever works with another part ends before it.
 void Service::stop() {
@@ -426,7 +406,9 @@ void Service::stop() {
     cleaning_.cancel();
     watchdog_.stop();
     server_.stop();
-    applying_.join();
+    if (dispatcher_) dispatcher_->stop();
+    const bool lanesEnded = stopLanes();
+    if (applier_) sessions_.write();
     if (clients_) clients_->stop();
     // Whoever asks for the verdict ends before what the verdict asks.
     if (notices_ && events_) events_->onEvents({}), notices_->stop();
@@ -434,6 +416,7 @@ void Service::stop() {
     if (scheduler_) scheduler_->stop();
     const bool realtimeEnded = !realtime_ || realtime_->stop();
     if (updater_) updater_->stop();
+    if (!lanesEnded) endAtOnce();
     scans_.reset();
     if (engine_) engine_->stopReloads();
     if (!realtimeEnded) endAtOnce();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "service/access/logon_guard.h"
+#include "service/access/password.h"
 #include "service/access/session_store.h"
 #include "service/base/clock.h"
 #include "service/base/files.h"
@@ -13,22 +14,26 @@
 #include "service/realtime/realtime_scan.h"
 #include "service/scanning/scan_jobs.h"
 #include "service/schedules/scheduler.h"
+#include "service/server/dispatcher.h"
+#include "service/server/folder_questions.h"
 #include "service/server/happenings.h"
 #include "service/server/message_server.h"
+#include "service/server/settings_applier.h"
 #include "service/server/slow_facts.h"
+#include "service/server/var_folder.h"
 #include "service/server/watchdog.h"
 #include "service/settings/configuration_store.h"
 #include "service/settings/served_document.h"
+#include "service/settings/state_folder.h"
 #include "service/updates/updater.h"
 
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
-#include <asio/thread_pool.hpp>
+#include <atomic>
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -50,18 +55,10 @@ struct ServiceOptions {
     SessionLimits sessionLimits;
 };
 
-class Service;
-
-/// What answers the requests of the service's clients.
-struct Answering {
-    IPCMessage (*answer)(Service& service, const IPCMessage& request);
-    bool (*atOnce)(const IPCMessage& request);  ///< quick enough for the thread that all connections share
-};
-
-/// The service: owns all parts and hands them to the handlers.
+/// The service: owns all parts, starts and ends them.
 class Service {
 public:
-    Service(ServiceOptions options, Answering answering, const Clock& clock = systemClock());
+    explicit Service(ServiceOptions options, const Clock& clock = systemClock());
     ~Service();
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
@@ -75,9 +72,7 @@ public:
     const ServiceOptions& options() const { return options_; }
     const Clock& clock() const { return clock_; }
     ConfigurationStore& configuration() { return configuration_; }
-    ServedDocument& servedDocument() { return servedDocument_; }
     SessionStore& sessions() { return sessions_; }
-    LogonGuard& logonGuard() { return logonGuard_; }
     Quarantine& quarantine() { return quarantine_; }
     ScanEngine& engine() { return *engine_; }
     ScanJobs& scans() { return *scans_; }
@@ -89,17 +84,11 @@ public:
     Notices& notices() { return *notices_; }
     Happenings& happenings() { return *happenings_; }
     SlowFactsWatch& slowFacts() { return *slowFacts_; }
-    std::filesystem::path passwordFile() const { return options_.state / "password"; }
-    std::int64_t startedAt() const { return startedAt_; }
-
-    /// The folder that is shared with the console, never empty.
-    std::string varPath() const;
+    std::int64_t startedAt() const { return running_.since; }
 
 private:
     std::vector<std::string> ownFolders() const;
-    bool lockState(std::string& error);
-    bool makeFolders(std::string& error) const;
-    void removeLeftovers() const;
+    Parts parts();
     void makeParts();
     void makeJournal();
     void makeNotices();
@@ -108,26 +97,32 @@ private:
     SlowQuestions slowQuestions();
     ClientHooks clientHooks();
     void loadSignatures();
-    void prepareVar();
     bool startScheduledScan();
     bool startScheduledUpdate();
     void signaturesChanged();
-    void configurationChanged();
-    void applyGuarded() noexcept;
+    void putInForce(const NORVConfig& config);
+    void listenToChanges();
+    void cleanUp();
     void awaitSignal();
     void reload();
     void cleanUpLater();
+    static void endInAnyCase();
+    bool stopLanes();
     void stop();
 
     const ServiceOptions options_;
     const Clock& clock_;
-    const std::int64_t startedAt_;
     asio::io_context io_;
     asio::signal_set signals_;
     asio::steady_timer cleaning_;
-    FileDescriptor stateLock_;
+    StateFolder state_;
+    Lanes lanes_;
+    std::atomic<bool> cleaningUp_ = false;
     ConfigurationStore configuration_;
     ServedDocument servedDocument_;
+    VarFolder varFolder_;
+    FolderQuestions folders_{lanes_.folders};
+    PasswordFile password_;
     SessionStore sessions_;
     LogonGuard logonGuard_;
     Quarantine quarantine_;
@@ -142,10 +137,10 @@ private:
     std::unique_ptr<SlowFactsWatch> slowFacts_;
     std::unique_ptr<Notices> notices_;
     std::unique_ptr<ClientServer> clients_;
-    std::mutex changing_;
-    asio::thread_pool applying_{1};  ///< applies what was changed by hand
-    std::string preparedVar_;
     std::map<std::string, std::vector<LeftFind>> left_;  ///< by scan; only the watch of the disks uses it
+    std::unique_ptr<SettingsApplier> applier_;
+    Running running_;
+    std::unique_ptr<Dispatcher> dispatcher_;
     MessageServer server_;
     Watchdog watchdog_;
 };

@@ -27,12 +27,11 @@ std::string faultOf(const NORVConfig& config) {
 }  // namespace
 
 ConfigurationStore::ConfigurationStore(std::filesystem::path file, const Clock& clock)
-    : file_(std::move(file)), clock_(clock), good_(std::make_shared<const NORVConfig>()) {}
+    : file_(std::move(file)),
+      clock_(clock),
+      state_(std::make_shared<const State>(State{.good = std::make_shared<const NORVConfig>()})) {}
 
-void ConfigurationStore::onChange(std::function<void(Change)> listener) {
-    const std::lock_guard lock(mutex_);
-    listener_ = std::move(listener);
-}
+void ConfigurationStore::onChange(std::function<void(Change)> listener) { listener_ = std::move(listener); }
 
 ConfigurationStore::Identity ConfigurationStore::identify(const std::filesystem::path& file) {
     struct stat status {};
@@ -42,100 +41,103 @@ ConfigurationStore::Identity ConfigurationStore::identify(const std::filesystem:
 }
 
 bool ConfigurationStore::refresh() {
-    bool changed = false;
-    std::function<void(Change)> listener;
-    bool good = false;
-    {
-        const std::lock_guard lock(mutex_);
-        good = refreshLocked(changed);
-        if (changed) listener = listener_;
-    }
-    if (listener) listener(Change::BY_HAND);
-    return good;
-}
-
-bool ConfigurationStore::refreshLocked(bool& changed) {
     const Identity identity = identify(file_);
-    if (loaded_ && identity == identity_) return error_.empty();
-    identity_ = identity;
-    loaded_ = true;
-    changed = loadLocked();
-    return changed;
+    const StatePtr known = state();
+    if (known->loaded && identity == known->identity) return known->error.empty();
+    // Whoever holds it is about to publish what is new.
+    std::unique_lock lock(writing_, std::try_to_lock);
+    if (!lock) return known->error.empty();
+    const bool changed = readAgain(identify(file_));
+    lock.unlock();
+    if (changed && listener_) listener_(Change::BY_HAND);
+    return state()->error.empty();
 }
 
-bool ConfigurationStore::loadLocked() {
+/// Reads the file unless it is the one that was read last. True when there is another good document now.
+bool ConfigurationStore::readAgain(const Identity& identity) {
+    State next = *state();
+    if (next.loaded && identity == next.identity) return false;
+    next.identity = identity;
+    next.loaded = true;
     int error = 0;
     const auto text = readFile(file_, MAX_DOCUMENT, error);
     if (!text) {
-        loaded_ = false;  // what keeps a file from being read may pass without a trace on it
-        return fail(errorText(error));
+        next.loaded = false;  // what keeps a file from being read may pass without a trace on it
+        return fail(std::move(next), errorText(error));
     }
 
     // A file set back in time is newer all the same: pages that show the old one must notice.
-    const std::int64_t stamp = std::max(identity_.seconds, lastStamp_ + (identity_.seconds < lastStamp_ ? 1 : 0));
-    auto config = std::make_shared<const NORVConfig>(std::vector<char>(text->begin(), text->end()), stamp);
-    const std::string fault = faultOf(*config);
-    if (!fault.empty()) return fail(fault);
-
-    good_ = std::move(config);
-    lastStamp_ = stamp;
-    error_.clear();
+    next.stamp = std::max(identity.seconds, next.stamp + (identity.seconds < next.stamp ? 1 : 0));
+    auto config = std::make_shared<const NORVConfig>(std::vector<char>(text->begin(), text->end()), next.stamp);
+    if (const std::string fault = faultOf(*config); !fault.empty()) {
+        next.stamp = state()->stamp;
+        return fail(std::move(next), fault);
+    }
+    next.good = std::move(config);
+    next.error.clear();
+    state_.store(std::make_shared<const State>(std::move(next)));
     NORV_LOG(NORV_LOG_INFO, "Configuration read: %s", file_.c_str());
-    writeBackup(*text);
     return true;
 }
 
-bool ConfigurationStore::fail(const std::string& what) {
-    if (error_ == what) return false;
-    error_ = what;
-    NORV_LOG(NORV_LOG_ERROR, "The configuration %s cannot be used and is left as it is: %s", file_.c_str(),
-             what.c_str());
+bool ConfigurationStore::fail(State next, const std::string& what) {
+    const bool known = next.error == what;
+    next.error = what;
+    state_.store(std::make_shared<const State>(std::move(next)));
+    if (!known)
+        NORV_LOG(NORV_LOG_ERROR, "The configuration %s cannot be used and is left as it is: %s", file_.c_str(),
+                 what.c_str());
     return false;
 }
 
-std::shared_ptr<const NORVConfig> ConfigurationStore::snapshot() const {
-    const std::lock_guard lock(mutex_);
-    return good_;
-}
+std::shared_ptr<const NORVConfig> ConfigurationStore::snapshot() const { return state()->good; }
 
-std::string ConfigurationStore::error() const {
-    const std::lock_guard lock(mutex_);
-    return error_;
-}
+std::string ConfigurationStore::error() const { return state()->error; }
 
-SaveOutcome ConfigurationStore::update(const std::function<bool(NORVConfig&)>& change) {
+SaveResult ConfigurationStore::update(const std::function<bool(NORVConfig&)>& change) {
+    SaveResult result;
     bool changed = false;
-    std::function<void(Change)> listener;
-    SaveOutcome outcome = SaveOutcome::FAILED;
     {
-        const std::lock_guard lock(mutex_);
-        if (refreshLocked(changed)) {
-            NORVConfig config(*good_);
-            outcome = change(config) ? storeLocked(config) : SaveOutcome::REFUSED;
+        const std::lock_guard lock(writing_);
+        changed = readAgain(identify(file_));
+        if (const StatePtr known = state(); !known->error.empty()) {
+            result.reason = "The configuration cannot be used: " + known->error;
+        } else {
+            NORVConfig config(*known->good);
+            result = change(config) ? store(config) : SaveResult{SaveOutcome::REFUSED};
         }
-        if (changed || saved(outcome)) listener = listener_;
     }
-    if (listener) listener(Change::SAVED);
-    return outcome;
+    if (listener_ && (changed || saved(result.outcome))) listener_(Change::SAVED);
+    return result;
 }
 
-SaveOutcome ConfigurationStore::storeLocked(const NORVConfig& changed) {
+SaveResult ConfigurationStore::store(const NORVConfig& changed) {
     const std::string text = changed.toText();
-    const std::int64_t stamp = std::max(clock_.now(), lastStamp_ + 1);
-    auto stored = std::make_shared<const NORVConfig>(std::vector<char>(text.begin(), text.end()), stamp);
+    State next = *state();
+    next.stamp = std::max(clock_.now(), next.stamp + 1);
+    auto stored = std::make_shared<const NORVConfig>(std::vector<char>(text.begin(), text.end()), next.stamp);
     if (const std::string fault = faultOf(*stored); !fault.empty() || text.size() > MAX_DOCUMENT) {
         NORV_LOG(NORV_LOG_ERROR, "A changed configuration was refused: %s", fault.empty() ? "too long" : fault.c_str());
-        return SaveOutcome::FAILED;
+        return {SaveOutcome::FAILED, "The settings are too long."};
     }
-    if (const auto result = writeFileAtomically(file_, text, DOCUMENT_MODE, stamp); !result) {
-        NORV_LOG(NORV_LOG_ERROR, "The configuration %s could not be saved: %s", file_.c_str(),
-                 errorText(result.error).c_str());
-        return SaveOutcome::FAILED;
+    if (const auto result = writeFileAtomically(file_, text, DOCUMENT_MODE, next.stamp); !result) {
+        const std::string reason = errorText(result.error);
+        NORV_LOG(NORV_LOG_ERROR, "The configuration %s could not be saved: %s", file_.c_str(), reason.c_str());
+        return {SaveOutcome::FAILED, "The settings could not be saved: " + reason};
     }
-    good_ = std::move(stored);
-    lastStamp_ = stamp;
-    identity_ = identify(file_);
-    return writeBackup(text) ? SaveOutcome::SAVED : SaveOutcome::SAVED_WITHOUT_BACKUP;
+    next.good = std::move(stored);
+    next.identity = identify(file_);
+    state_.store(std::make_shared<const State>(std::move(next)));
+    return {writeBackup(text) ? SaveOutcome::SAVED : SaveOutcome::SAVED_WITHOUT_BACKUP};
+}
+
+void ConfigurationStore::backUp() {
+    const std::lock_guard lock(writing_);
+    int error = 0;
+    const auto text = readFile(file_, MAX_DOCUMENT, error);
+    // What is there by now may be another one, which was not looked at yet.
+    if (const StatePtr known = state(); text && known->error.empty() && identify(file_) == known->identity)
+        writeBackup(*text);
 }
 
 bool ConfigurationStore::writeBackup(const std::string& text) {

@@ -3,10 +3,11 @@
 #include "norv/custom_action.h"
 #include "norv/path_list.h"
 #include "norv/protocol/scans.h"
+#include "service/base/limits.h"
+#include "service/schedules/schedule.h"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <filesystem>
 #include <string_view>
 #include <vector>
@@ -19,7 +20,6 @@ constexpr std::size_t MAX_TEXT = std::size_t{256} * 1024;
 constexpr uint32_t MAX_LAYERS = 20;
 /// The engine looks at no file of 2 GiB or more, so a larger limit in MiB means nothing.
 constexpr uint32_t MAX_MEMBER_SIZE = 2047;
-constexpr uint32_t MAX_TIME_LIMIT = 300;
 constexpr int32_t MAX_PERIOD_DAYS = 366;
 constexpr int32_t MAX_PERIOD_WEEKS = 53;
 
@@ -105,44 +105,30 @@ std::string checkCommon(NORVScanConfig& record) {
                     checkText("Excluded names", record.excludePatterns)});
 }
 
-bool readNumber(std::string_view text, int limit, int& number) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size() && number >= 0 && number < limit &&
-           text.size() <= 2;
-}
+std::string twoDigits(int number) { return (number < 10 ? "0" : "") + std::to_string(number); }
 
-std::string twoDigits(int number) {
-    return {static_cast<char>('0' + number / 10), static_cast<char>('0' + number % 10)};
-}
-
-/// Brings "h:m", "h:m:s" into the form "hh:mm:ss". `needed`: whether there must be a time.
+/// Brings a time of day into its form. `needed`: the schedule runs at that time.
 std::string checkTime(std::string& text, bool needed) {
     if (text.empty() && !needed) return {};
-    const std::size_t first = text.find(':');
-    const std::size_t second = first == std::string::npos ? first : text.find(':', first + 1);
-    const std::string_view whole = text;
-    int hour = 0;
-    int minute = 0;
-    int seconds = 0;
-    const bool fits =
-        first != std::string::npos && readNumber(whole.substr(0, first), 24, hour) &&
-        readNumber(whole.substr(first + 1, second == std::string::npos ? second : second - first - 1), 60, minute) &&
-        (second == std::string::npos || readNumber(whole.substr(second + 1), 60, seconds));
-    if (!fits) return "The time of day is malformed.";
-    text = twoDigits(hour) + ":" + twoDigits(minute) + ":" + twoDigits(seconds);
+    const auto second = parseTimeOfDay(text);
+    if (!second) return "The time of day is malformed.";
+    text = twoDigits(*second / 3600) + ":" + twoDigits(*second / 60 % 60) + ":" + twoDigits(*second % 60);
     return {};
 }
 
 }  // namespace
 
 std::string checkSettings(NORVManualScanConfig& record) {
-    if (record.scanWorkers > protocol::MAX_WORKERS) return "At most 32 files can be scanned at a time.";
+    if (record.scanWorkers > protocol::MAX_WORKERS)
+        return "At most " + std::to_string(protocol::MAX_WORKERS) + " files can be scanned at a time.";
     return checkCommon(record);
 }
 
 std::string checkSettings(NORVRealtimeScanConfig& record) {
     record.scanDirection &= NORVRealtimeScanConfig::INCOMING | NORVRealtimeScanConfig::OUTGOING;
-    record.scanTimeLimit = std::clamp(record.scanTimeLimit, 1U, MAX_TIME_LIMIT);
+    record.scanTimeLimit = std::max(record.scanTimeLimit, 1U);
+    if (record.scanTimeLimit > MAX_SCAN_TIME_LIMIT)
+        return "A file can be kept waiting for " + std::to_string(MAX_SCAN_TIME_LIMIT) + " seconds at most.";
     // What runs is told when it is asked for, not stored.
     record.serviceRunning = false;
     record.kernelHookModuleLoaded = false;

@@ -73,8 +73,9 @@ Components::Components(std::filesystem::path stateFile, std::filesystem::path si
     load();
 }
 
+/// Whoever asks for the versions waits neither for the reading of databases nor for the disk.
 FolderLook Components::noteFiles() {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard changing(changing_);
     Files found;
     std::error_code error;
     bool whole = true;
@@ -95,7 +96,10 @@ FolderLook Components::noteFiles() {
         return FolderLook::FAILED;
     }
     if (found == files_) return FolderLook::SAME;
-    files_ = std::move(found);
+    {
+        const std::lock_guard lock(mutex_);
+        files_ = std::move(found);
+    }
     save();
     return FolderLook::CHANGED;
 }
@@ -111,10 +115,13 @@ Components::FileRecord Components::inspect(const std::filesystem::path& file) {
 }
 
 void Components::noteEngine(const std::string& version) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard changing(changing_);
     if (version.empty() || version == engineVersion_) return;
-    engineVersion_ = version;
-    engineChanged_ = clock_.now();
+    {
+        const std::lock_guard lock(mutex_);
+        engineVersion_ = version;
+        engineChanged_ = clock_.now();
+    }
     save();
 }
 

@@ -58,6 +58,7 @@ private:
     const std::filesystem::path stateFile_;
     const std::filesystem::path signatures_;
     const Clock& clock_;
+    std::mutex changing_;  ///< held by who changes what follows; taken before the other
     mutable std::mutex mutex_;
     Files files_;
     std::string engineVersion_;

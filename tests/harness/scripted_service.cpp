@@ -157,6 +157,7 @@ void serveDefaults(ScriptedService& service, const ServiceDefaults& defaults) {
     service.on(M::GET, M::CONFIG_FILE_STATE,
                Answer::reply(M::RESULT_OK, {{"Content", defaults.document}, {"LastModified", defaults.stamp}}));
     service.on(M::SESSION, M::SESSION_CHECK, accept);
+    service.on(M::SESSION, M::SESSION_WATCH, accept);
     service.on(M::SESSION, M::SESSION_LOGOFF, accept);
     service.on(M::GET, M::VIRUS_TYPES, Answer::reply(M::RESULT_OK, {{"VirusTypes", defaults.virusTypes}}));
     record(M::MANUAL_SCAN_CONFIG, "ManualScanConfig", defaults.manualScan);

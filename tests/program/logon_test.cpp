@@ -77,6 +77,20 @@ TEST_F(LogOn, WhateverTheServiceSaysButYesIsAWrongPassword) {
     }
 }
 
+TEST_F(LogOn, OnlyAWrongPasswordIsCalledWrong) {
+    console.writeTemplate("password_wrong.html", "__LOGON_FAILURE__\n");
+    const std::string wrong =
+        "The user name or the password is wrong. After several failed attempts there is a short wait.\n";
+    service.on(M::SESSION, M::PASSWORD_LOGON, Answer::refuse(2));
+    expectPage(logOn("T1=secret"), wrong);
+    expectPage(logOn("T1=" + std::string(33, 'p')), wrong);
+    service.on(M::SESSION, M::PASSWORD_LOGON, Answer::reply(2, {{"Message", "The disk is full & <slow>"}}));
+    expectPage(logOn("T1=secret"), "Could not log you on: The disk is full &amp; &lt;slow>\n");
+    service.on(M::SESSION, M::PASSWORD_LOGON, Answer::hangUp());
+    expectPage(logOn("T1=secret"),
+               "Could not log you on: The service does not answer. Your password was not checked.\n");
+}
+
 TEST_F(LogOn, PasswordsOfUpToThirtyTwoCharactersAreTried) {
     for (const std::size_t length : {0U, 13U, 14U, 32U}) {
         SCOPED_TRACE(length);

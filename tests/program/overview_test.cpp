@@ -73,18 +73,20 @@ TEST_F(Overview, ListsThatCannotBeHadDoNotHideTheRest) {
 }
 
 TEST_F(Overview, NothingIsToldWithoutASession) {
-    service.on(M::SESSION, M::SESSION_CHECK, Answer::refuse(2));
-    for (const char* program : {"overview.cgi", "scanstatus.cgi", "folders.cgi"}) {
+    for (const auto check : {M::SESSION_CHECK, M::SESSION_WATCH}) service.on(M::SESSION, check, Answer::refuse(2));
+    // What a page asks by itself is no use of the session.
+    for (const auto& [program, check] :
+         {std::pair{"overview.cgi", "5/113"}, {"scanstatus.cgi", "5/113"}, {"folders.cgi", "5/33"}}) {
         sent();
         expectLogOn(ask(program, "RequestID=17_1&path=/"));
-        EXPECT_EQ(sent(), (Strings{"5/33", "0/1"})) << program;
+        EXPECT_EQ(sent(), (Strings{check, "0/1"})) << program;
     }
 }
 
 TEST_F(Overview, AScriptIsToldThatTheServiceIsAwayInsteadOfBeingSentToTheLogOn) {
     for (const auto command : {M::CONFIG_FILE_CHECK, M::CONFIG_FILE_STATE, M::SERVICE_STATUS})
         service.on(M::GET, command, Answer::hangUp());
-    service.on(M::SESSION, M::SESSION_CHECK, Answer::hangUp());
+    for (const auto check : {M::SESSION_CHECK, M::SESSION_WATCH}) service.on(M::SESSION, check, Answer::hangUp());
     for (const char* program : {"overview.cgi", "scanstatus.cgi", "folders.cgi"}) {
         const CgiResponse response = ask(program);
         EXPECT_THAT(response.bytes, HasSubstr("Status: 503 Service Unavailable")) << program;

@@ -4,7 +4,10 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <fstream>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -24,6 +27,28 @@ TEST_F(SocketTest, TenThousandConnectionsAndGarbageDoNotStopTheService) {
     }
     EXPECT_EQ(get(VIRUS_TYPES).result, 1);
     EXPECT_TRUE(service_.running());
+}
+
+TEST_F(SocketTest, MemoryThatRanOutForAWhileIsSurvived) {
+    ASSERT_TRUE(service_.start());
+    std::ifstream statm("/proc/" + std::to_string(service_.pid()) + "/statm");
+    rlim_t pages = 0;
+    statm >> pages;
+    rlimit before{};
+    ASSERT_EQ(::prlimit(service_.pid(), RLIMIT_AS, nullptr, &before), 0);
+    for (int round = 0; round < 3; ++round) {
+        const rlimit now{pages * 4096, before.rlim_max};
+        ::prlimit(service_.pid(), RLIMIT_AS, &now, nullptr);
+        std::vector<std::unique_ptr<ServiceClient>> held;
+        for (int i = 0; i < 400; ++i) {
+            held.push_back(std::make_unique<ServiceClient>(service_.socket()));
+            held.back()->sendBytes(frameHeader(100000) + std::string(3000, 'x'));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        ::prlimit(service_.pid(), RLIMIT_AS, &before, nullptr);
+        held.clear();
+        EXPECT_EQ(get(VIRUS_TYPES).result, 1) << round;
+    }
 }
 
 TEST_F(SocketTest, UnknownCommandsAreRefusedWithNothingThatLooksLikeAResult) {

@@ -7,6 +7,7 @@
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/utils/cookies.h"
 #include "webui/cgi/utils/encryption.h"
+#include "webui/console/service_text.h"
 
 #include <cstdlib>
 #include <string>
@@ -15,25 +16,57 @@ namespace {
 
 constexpr unsigned long CSRF_TOKEN_BYTES = 32;
 
-/// Asks the service to open a session. The session's id, empty when it refused.
-std::string openSession(const CQSControl& qs) {
+constexpr const char* WRONG =
+    "The user name or the password is wrong. After several failed attempts there is a short wait.";
+constexpr const char* NO_KEY = "The key that passwords are enciphered with cannot be read.";
+constexpr const char* NO_ANSWER = "The service does not answer. Your password was not checked.";
+
+/// The session that was opened, or why none was.
+struct LogOn {
+    std::string session{};
+    std::string reason{};  ///< English; empty: user name or password are wrong
+};
+
+/// Asks the service to open a session.
+LogOn openSession(const CQSControl& qs) {
     std::string password = qs.getEnv("T1");
     if (password.size() > protocol::MAX_PASSWORD_LENGTH) {
         NORV_LOG(NORV_LOG_REFUSED, "Exceeds maximum length of a password");
-        return "";
+        return {};
     }
     const char* const address = std::getenv("REMOTE_ADDR");
     if (!address) {
         NORV_LOG(NORV_LOG_REFUSED, "Failed to get remote addr");
-        return "";
+        return {};
     }
     if (!encrypt_string(password)) {
         NORV_LOG(NORV_LOG_REFUSED, "encrypt_string() failed.");
-        return "";
+        return {.reason = NO_KEY};
     }
     const auto answer =
         askService(protocol::LogOn{.user = qs.getEnv("tfUserName"), .password = password, .remoteAddress = address});
-    return answer ? answer.reply.id : "";
+    if (!answer.reached) return {.reason = NO_ANSWER};
+    return answer ? LogOn{.session = answer.reply.id} : LogOn{.reason = answer.message};
+}
+
+std::string escaped(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        if (c == '&')
+            result += "&amp;";
+        else if (c == '<')
+            result += "&lt;";
+        else
+            result += c;
+    }
+    return result;
+}
+
+/// That a password is wrong is said of wrong passwords only.
+void showFailure(CPageWrapper& page, const std::string& reason) {
+    const std::string why = reason.empty() ? WRONG : "Could not log you on: " + reason;
+    page.addDStringItem("__LOGON_FAILURE__", escaped(translateServiceText(why)));
+    page.outputPage("password_wrong.html");
 }
 
 }  // namespace
@@ -41,12 +74,9 @@ std::string openSession(const CQSControl& qs) {
 void PasswordLogon(const CQSControl& qs) {
     NORV_TRACE("ENTER");
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-    const std::string session = openSession(qs);
-    if (session.empty()) {
-        page.outputPage("password_wrong.html");
-        return;
-    }
-    page.addCookie("hvssn", session);
+    const LogOn logOn = openSession(qs);
+    if (logOn.session.empty()) return showFailure(page, logOn.reason);
+    page.addCookie("hvssn", logOn.session);
     page.addCookie("CsrfToken", genRandomHex(CSRF_TOKEN_BYTES));
     page.addHeader("Status", "303 See Other");
     page.addHeader("Location", "/NorvLinux/showpage.cgi?page=norv_main.html");

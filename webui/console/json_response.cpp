@@ -23,13 +23,14 @@ bool serviceAnswers() { return askService(protocol::CheckConfiguration()).reache
 }  // namespace
 
 int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request),
-                      WithoutService withoutService) {
+                      WithoutService withoutService, AskedBy askedBy) {
     openLog({}, argc > 0 ? argv[0] : nullptr);
     NORV_TRACE("Enter");
     set_norv_locale();
     CQSControl fields;
     if (!readRequest(fields)) return 1;
-    if (!SessionOperation(IPCMessage::SESSION_CHECK, fields)) {
+    const auto check = askedBy == AskedBy::PAGE ? IPCMessage::SESSION_WATCH : IPCMessage::SESSION_CHECK;
+    if (!SessionOperation(check, fields)) {
         if (withoutService == WithoutService::TELL && !serviceAnswers())
             return answerError("503 Service Unavailable", NOT_RESPONDING);
         NORV_LOG(NORV_LOG_WARNING, "Authentication invalid");

@@ -173,7 +173,7 @@ int showOverview(const ConsoleRequest& request) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-    return runConsoleProgram(argc, argv, showOverview, WithoutService::TELL);
+    return runConsoleProgram(argc, argv, showOverview, WithoutService::TELL, AskedBy::PAGE);
 } catch (...) {
     throw;  // still fatal, but what `main` owns is destroyed first
 }

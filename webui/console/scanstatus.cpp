@@ -72,7 +72,7 @@ int handle(const ConsoleRequest& request) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-    return runConsoleProgram(argc, argv, handle, WithoutService::TELL);
+    return runConsoleProgram(argc, argv, handle, WithoutService::TELL, AskedBy::PAGE);
 } catch (...) {
     throw;  // still fatal, but what `main` owns is destroyed first
 }

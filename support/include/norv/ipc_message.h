@@ -37,6 +37,10 @@ public:
         FOLDER_LIST = 107,
         EXCLUDE_PREVIEW = 108,
         UPDATE_STATUS = 109,
+        SESSIONS = 110,
+        LOGON_BLOCK = 111,
+        CONSOLE_PASSWORD = 112,
+        SESSION_WATCH = 113,
         EVENTS = 120,
         DAILY_FIGURES = 121,
     };

@@ -3,7 +3,9 @@
 #include "norv/protocol/call.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace protocol {
 
@@ -59,6 +61,92 @@ struct CheckSession : SessionProof {
     static constexpr auto KIND = IPCMessage::SESSION;
     static constexpr auto COMMAND = IPCMessage::SESSION_CHECK;
     using Reply = Nothing;
+};
+
+/// The same check by what a page asks by itself: no use of the session.
+struct WatchSession : SessionProof {
+    static constexpr auto KIND = IPCMessage::SESSION;
+    static constexpr auto COMMAND = IPCMessage::SESSION_WATCH;
+    using Reply = Nothing;
+};
+
+/// A session as those see it who may end it.
+struct OpenSession {
+    std::string id;  ///< gives nobody the session
+    std::string address;
+    int64_t begun = 0;    ///< seconds since the epoch
+    int64_t lastUse = 0;  ///< seconds since the epoch
+    bool own = false;     ///< the one that asks
+
+    static void visit(auto& record, auto&& field) {
+        field("id", record.id);
+        field("address", record.address);
+        field("begun", record.begun);
+        field("lastUse", record.lastUse);
+        field("own", record.own);
+    }
+};
+
+/// An address that must wait before its next attempt to log on.
+struct BlockedAddress {
+    std::string address;  ///< of IPv6 the network
+    uint32_t failures = 0;
+    int64_t seconds = 0;  ///< still to wait
+
+    static void visit(auto& record, auto&& field) {
+        field("address", record.address);
+        field("failures", record.failures);
+        field("seconds", record.seconds);
+    }
+};
+
+struct SessionList {
+    std::vector<OpenSession> sessions;
+    std::vector<BlockedAddress> blocked;
+
+    static void visit(auto& record, auto&& field) {
+        field("Sessions", record.sessions);
+        field("Blocked", record.blocked);
+    }
+};
+
+struct GetSessions {
+    static constexpr auto KIND = IPCMessage::GET;
+    static constexpr auto COMMAND = IPCMessage::SESSIONS;
+    using Reply = SessionList;
+
+    static void visit(auto& /*record*/, auto&& /*field*/) {}
+};
+
+struct EndSession {
+    static constexpr auto KIND = IPCMessage::STOP;
+    static constexpr auto COMMAND = IPCMessage::SESSIONS;
+    using Reply = Nothing;
+    std::string id;
+
+    static void visit(auto& record, auto&& field) { field("Id", record.id); }
+};
+
+struct LiftBlock {
+    static constexpr auto KIND = IPCMessage::STOP;
+    static constexpr auto COMMAND = IPCMessage::LOGON_BLOCK;
+    using Reply = Nothing;
+    std::string address;
+
+    static void visit(auto& record, auto&& field) { field("Address", record.address); }
+};
+
+struct ChangePassword {
+    static constexpr auto KIND = IPCMessage::SET;
+    static constexpr auto COMMAND = IPCMessage::CONSOLE_PASSWORD;
+    using Reply = Nothing;
+    std::string password;  ///< the present one; both enciphered by dm_encryptString
+    std::string newPassword;
+
+    static void visit(auto& record, auto&& field) {
+        field("Password", record.password);
+        field("NewPassword", record.newPassword);
+    }
 };
 
 }  // namespace protocol

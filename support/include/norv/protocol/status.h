@@ -63,8 +63,9 @@ struct ServiceStatus {
     bool updateRunning = false;
     uint64_t quarantined = 0;
     uint64_t sessions = 0;
-    uint64_t untreated = 0;     ///< infected files that still lie where they were found
-    std::string untreatedScan;  ///< the newest scan that reported one
+    std::string stateNotWritten;  ///< what could not be stored yet and why; empty: all is
+    uint64_t untreated = 0;       ///< infected files that still lie where they were found
+    std::string untreatedScan;    ///< the newest scan that reported one
     std::string verdict;
     std::vector<VerdictReason> reasons;  ///< the most harmful one first
     std::vector<ScanSummary> lastScans;  ///< the newest one of each kind
@@ -94,6 +95,7 @@ struct ServiceStatus {
         field("UpdateRunning", record.updateRunning);
         field("Quarantined", record.quarantined);
         field("Sessions", record.sessions);
+        field("StateNotWritten", record.stateNotWritten);
         field("Untreated", record.untreated);
         field("UntreatedScan", record.untreatedScan);
         field("Verdict", record.verdict);

@@ -9,80 +9,116 @@
 namespace keldra {
 namespace {
 
+constexpr const char* GOOD = "caf\xc3\xa9 & 32 bytes of a password!!";
+
 TEST(PasswordTest, OnlyTheRightPasswordFitsAndTheFileDoesNotTellIt) {
     const TempDir dir;
-    const auto file = dir / "password";
-    ASSERT_EQ(storePassword(file, "first"), "");
-    ASSERT_EQ(storePassword(file, "caf\xc3\xa9 & 32 bytes of a password!!"), "");
-    EXPECT_TRUE(checkPassword(file, "caf\xc3\xa9 & 32 bytes of a password!!"));
-    for (const char* const wrong : {"", "first", "caf\xc3\xa9", "caf\xc3\xa9 & 32 bytes of a password!! "})
-        EXPECT_FALSE(checkPassword(file, wrong)) << wrong;
-    EXPECT_TRUE(::readFile(file).starts_with("$y$"));
+    const auto path = dir / "password";
+    const PasswordFile file(path);
+    ASSERT_EQ(file.store("the first"), "");
+    ASSERT_EQ(file.store(GOOD), "");
+    EXPECT_TRUE(file.check(GOOD).fits);
+    for (const char* const wrong : {"", "the first", "caf\xc3\xa9", "caf\xc3\xa9 & 32 bytes of a password!! "}) {
+        EXPECT_FALSE(file.check(wrong).fits) << wrong;
+        EXPECT_EQ(file.check(wrong).trouble, "") << wrong;
+    }
+    EXPECT_TRUE(::readFile(path).starts_with("$y$"));
     struct stat status {};
-    ASSERT_EQ(::stat(file.c_str(), &status), 0);
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }
 
-TEST(PasswordTest, APasswordThatCouldNeverBeTypedIsRefused) {
+TEST(PasswordTest, APasswordThatIsEasilyGuessedOrNeverTypedIsRefused) {
     const TempDir dir;
-    const auto file = dir / "password";
-    for (const std::string& bad : {std::string(), std::string(33, 'x'), std::string("a\nb"), std::string("a\0b", 3)})
-        EXPECT_NE(storePassword(file, bad), "");
-    EXPECT_NE(storePassword(dir / "missing" / "password", "good"), "");
-    EXPECT_FALSE(std::filesystem::exists(file));
+    const auto path = dir / "password";
+    const PasswordFile file(path);
+    for (const std::string& bad :
+         {std::string(), std::string(33, 'x'), std::string("a\nb and more"), std::string("a\0b and more", 12),
+          std::string("seven 7"), std::string("\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9")})
+        EXPECT_NE(file.store(bad), "") << bad;
+    EXPECT_NE(PasswordFile(dir / "missing" / "password").store("good enough"), "");
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_EQ(file.store("eight888"), "");
 }
 
 TEST(PasswordTest, WithoutAUsableHashNothingFits) {
     const TempDir dir;
+    const PasswordFile file(dir / "password");
+    EXPECT_NE(file.check("plain").trouble, "") << "not wrong: there is none";
     for (const char* const content : {"", "\n", "*0\n", "$y$", "plain\n"}) {
         ::writeFile(dir / "password", content);
         for (const char* const password : {"", "plain", "*0", "$y$"})
-            EXPECT_FALSE(checkPassword(dir / "password", password)) << content << password;
+            EXPECT_FALSE(file.check(password).fits) << content << password;
     }
-    EXPECT_FALSE(checkPassword(dir / "none", ""));
+}
+
+TEST(PasswordTest, EveryPasswordSetHasAMarkOfItsOwn) {
+    const TempDir dir;
+    PasswordFile file(dir / "password");
+    EXPECT_EQ(file.mark(), "");
+    ASSERT_EQ(file.store(GOOD), "");
+    const std::string first = file.mark();
+    EXPECT_EQ(file.check(GOOD).mark, first);
+    ASSERT_EQ(PasswordFile(dir / "password").store(GOOD), "") << "by another process, the same one";
+    EXPECT_NE(file.mark(), first);
+    EXPECT_EQ(file.check(GOOD).mark, file.mark());
 }
 
 TEST(LogonGuardTest, GuessingBecomesSlowForOneAddressOnly) {
     TestClock clock;
     LogonGuard guard(clock);
-    for (unsigned i = 0; i < LogonGuard::FREE_FAILURES; ++i) {
-        EXPECT_TRUE(guard.admits("a"));
-        guard.failed("a");
-    }
-    EXPECT_FALSE(guard.admits("a"));
-    EXPECT_TRUE(guard.admits("b"));
+    for (unsigned i = 0; i < LogonGuard::FREE_FAILURES; ++i) EXPECT_EQ(guard.admit("a"), "");
+    EXPECT_NE(guard.admit("a"), "") << "counted before anybody has looked at them";
+    EXPECT_EQ(guard.admit("b"), "");
     clock.pass(1);
-    EXPECT_TRUE(guard.admits("a"));
-    guard.failed("a");
+    EXPECT_EQ(guard.admit("a"), "");
     clock.pass(1);
-    EXPECT_FALSE(guard.admits("a")) << "the wait doubles";
+    EXPECT_NE(guard.admit("a"), "") << "the wait doubles";
     clock.pass(1);
-    EXPECT_TRUE(guard.admits("a"));
+    EXPECT_EQ(guard.admit("a"), "");
+    clock.pass(LogonGuard::LONGEST_WAIT);
+    for (int i = 0; i < 20; ++i, clock.pass(LogonGuard::LONGEST_WAIT)) EXPECT_EQ(guard.admit("a"), "");
 }
 
-TEST(LogonGuardTest, TheOwnerGetsInAgainAfterTheLongestWait) {
+TEST(LogonGuardTest, ARightPasswordForgivesWhatWasTypedWrongBefore) {
     TestClock clock;
     LogonGuard guard(clock);
-    for (int i = 0; i < 1000; ++i) guard.failed("a");
-    clock.pass(LogonGuard::LONGEST_WAIT - 1);
-    EXPECT_FALSE(guard.admits("a"));
-    clock.pass(1);
-    EXPECT_TRUE(guard.admits("a"));
-    guard.succeeded("a");
-    guard.failed("a");
-    EXPECT_TRUE(guard.admits("a"));
+    for (int round = 0; round < 3; ++round) {
+        for (unsigned i = 0; i < LogonGuard::FREE_FAILURES; ++i) EXPECT_EQ(guard.admit("a"), "") << round;
+        guard.succeeded("a");
+        EXPECT_TRUE(guard.blocks().empty());
+    }
 }
 
-TEST(LogonGuardTest, AFloodOfAddressesDoesNotFillTheMemoryNorFreeTheNewest) {
+TEST(LogonGuardTest, ManyAddressesShareFewAttemptsAndLockNoKnownOneOut) {
     TestClock clock;
-    LogonGuard guard(clock, 8);
-    for (int address = 0; address < 100; ++address) {
-        clock.milliseconds += 1;
-        for (int i = 0; i < 5; ++i) guard.failed(std::to_string(address));
-    }
-    EXPECT_FALSE(guard.admits("99"));
-    EXPECT_FALSE(guard.admits("92"));
-    EXPECT_TRUE(guard.admits("91")) << "the address that failed longest ago is forgotten";
+    LogonGuard guard(clock, 64);
+    guard.know("192.0.2.7");
+    std::int64_t looked = 0;
+    for (int i = 0; i < 2000; ++i)
+        looked += guard.admit("10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250)).empty();
+    EXPECT_EQ(looked, LogonGuard::SHARED_ATTEMPTS);
+    EXPECT_EQ(guard.admit("192.0.2.7"), "");
+    clock.pass(10);
+    for (int i = 0; i < 100; ++i) looked += guard.admit("10.1.0." + std::to_string(i)).empty();
+    EXPECT_EQ(looked, LogonGuard::SHARED_ATTEMPTS + 10'000 / LogonGuard::SHARED_REFILL);
+}
+
+TEST(LogonGuardTest, WhoHasANetworkHasOneAddress) {
+    TestClock clock;
+    LogonGuard guard(clock);
+    for (const char* const address : {"2001:db8:1:2::1", "2001:db8:1:2:ffff::1", "2001:db8:1:2:3:4:5:6"})
+        EXPECT_EQ(guard.admit(address), "");
+    EXPECT_NE(guard.admit("2001:db8:1:2::99"), "");
+    EXPECT_EQ(guard.admit("2001:db8:1:3::99"), "");
+    for (const char* const address : {"203.0.113.9", "::ffff:203.0.113.9", "203.0.113.9"})
+        EXPECT_EQ(guard.admit(address), "");
+    ASSERT_EQ(guard.blocks().size(), 2U);
+    EXPECT_EQ(guard.blocks()[0].address, "2001:db8:1:2::/64");
+    EXPECT_TRUE(guard.lift("2001:db8:1:2::/64"));
+    EXPECT_EQ(guard.admit("2001:db8:1:2::99"), "");
+    EXPECT_TRUE(guard.lift("203.0.113.9"));
+    EXPECT_FALSE(guard.lift("203.0.113.9"));
 }
 
 }  // namespace

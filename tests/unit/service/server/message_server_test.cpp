@@ -1,6 +1,7 @@
 #include "service/server/message_server.h"
 
 #include "norv/message_codec.h"
+#include "tests/harness/child_user.h"
 #include "tests/harness/service_client.h"
 #include "tests/harness/temp_dir.h"
 
@@ -16,6 +17,7 @@
 #include <chrono>
 #include <future>
 #include <memory>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -27,6 +29,8 @@ using std::chrono::seconds;
 
 /// Waits in the handler until the test lets it go.
 constexpr int32_t SLOW_COMMAND = 77;
+/// Finds no memory in the handler.
+constexpr int32_t FAILING_COMMAND = 78;
 
 class MessageServerTest : public testing::Test {
 protected:
@@ -39,8 +43,15 @@ protected:
     ~MessageServerTest() override { stop(); }
 
     void start() {
-        server_ = std::make_unique<MessageServer>(io_, ServerAccess{}, limits_,
-                                                  [this](const IPCMessage& request) { return answer(request); });
+        const auto answer = [this](IPCMessage request, const Caller&, Reply reply) {
+            if (request.commandID == FAILING_COMMAND) throw std::bad_alloc();
+            if (request.commandID != SLOW_COMMAND) return reply({replyTo(request)});
+            slow_.emplace_back([this, request, reply] {
+                letGoFuture_.wait_for(seconds(20));
+                reply({replyTo(request)});
+            });
+        };
+        server_ = std::make_unique<MessageServer>(io_, access_, limits_, answer);
         std::string error;
         ASSERT_TRUE(server_->listen(socket_, error)) << error;
         server_->start();
@@ -51,30 +62,32 @@ protected:
         asio::post(io_, [this] { server_->stop(); });
         thread_.join();
     }
-    IPCMessage answer(const IPCMessage& request) {
-        if (request.commandID == SLOW_COMMAND) letGoFuture_.wait_for(seconds(20));
+    static IPCMessage replyTo(const IPCMessage& request) {
         IPCMessage reply;
         reply.commandID = request.commandID;
         reply.result = IPCMessage::RESULT_OK;
         return reply;
     }
+    static std::string frame(int32_t command) {
+        std::string payload;
+        encodeMessage(IPCMessage(IPCMessage::GET, static_cast<IPCMessage::CommandID>(command)), payload);
+        return frameHeader(payload.size()) + payload;
+    }
     bool serves() const {
         const auto reply = askService(socket_, IPCMessage(IPCMessage::GET, IPCMessage::VIRUS_TYPES), seconds(10));
         return reply && reply->result == IPCMessage::RESULT_OK && reply->commandID == IPCMessage::VIRUS_TYPES;
     }
-    static std::string frame() {
-        std::string payload;
-        encodeMessage(IPCMessage(IPCMessage::GET, IPCMessage::VIRUS_TYPES), payload);
-        return frameHeader(payload.size()) + payload;
-    }
+    static std::string frame() { return frame(IPCMessage::VIRUS_TYPES); }
 
     TempDir dir_;
     const std::filesystem::path socket_ = dir_ / "socket";
     asio::io_context io_;
     ServerLimits limits_;
+    ServerAccess access_;
     std::promise<void> letGo_;
     std::shared_future<void> letGoFuture_;
     std::unique_ptr<MessageServer> server_;
+    std::vector<std::jthread> slow_;
     std::thread thread_;
 };
 
@@ -137,12 +150,48 @@ TEST_F(MessageServerTest, AnnouncedBytesTakeNoMemoryUntilTheyCome) {
 TEST_F(MessageServerTest, ASlowHandlerHoldsNobodyElseUp) {
     start();
     ServiceClient slow(socket_);
-    std::string payload;
-    encodeMessage(IPCMessage(IPCMessage::GET, static_cast<IPCMessage::CommandID>(SLOW_COMMAND)), payload);
-    slow.sendBytes(frameHeader(payload.size()) + payload);
+    slow.sendBytes(frame(SLOW_COMMAND));
     EXPECT_TRUE(serves());
     letGo_.set_value();
     EXPECT_TRUE(slow.receiveFrame().has_value());
+}
+
+TEST_F(MessageServerTest, AHandlerThatFailsCostsItsConnectionAndTheClientIsTold) {
+    start();
+    ServiceClient client(socket_);
+    client.sendBytes(frame(FAILING_COMMAND));
+    const auto payload = client.receiveFrame();
+    IPCMessage reply;
+    ASSERT_TRUE(payload && decodeMessage(*payload, reply));
+    EXPECT_EQ(reply.result, IPCMessage::RESULT_ERROR);
+    EXPECT_TRUE(client.closedWithin(seconds(5)));
+    EXPECT_TRUE(serves());
+}
+
+TEST_F(MessageServerTest, WhoWaitsForAReplyIsNotClosedToMakeRoom) {
+    limits_.connections = 3;
+    start();
+    ServiceClient slow(socket_);
+    slow.sendBytes(frame(SLOW_COMMAND));
+    std::vector<std::unique_ptr<ServiceClient>> clients;
+    for (int i = 0; i < 10; ++i) {
+        clients.push_back(std::make_unique<ServiceClient>(socket_));
+        EXPECT_TRUE(clients.back()->ask(IPCMessage(IPCMessage::GET, IPCMessage::VIRUS_TYPES))) << i;
+    }
+    letGo_.set_value();
+    EXPECT_TRUE(slow.receiveFrame().has_value());
+}
+
+TEST_F(MessageServerTest, OnlyUsersWhoAreAllowedAreAnswered) {
+    if (!mayBecomeAnotherUser()) GTEST_SKIP() << "only root can be another user";
+    constexpr uid_t ALLOWED = 12345;
+    access_.users = {ALLOWED};
+    start();
+    openToUsers(socket_);
+    const IPCMessage request(IPCMessage::GET, IPCMessage::VIRUS_TYPES);
+    EXPECT_EQ(resultsAsUser(ALLOWED, socket_, {request}), std::vector<int>{1});
+    EXPECT_EQ(resultsAsUser(ALLOWED + 1, socket_, {request}), std::vector<int>{});
+    EXPECT_TRUE(serves());
 }
 
 TEST_F(MessageServerTest, IdleConnectionsMakeRoomForNewOnes) {
@@ -177,7 +226,7 @@ TEST_F(MessageServerTest, ALiveServiceKeepsItsSocketAndADeadOneLosesIt) {
     std::string error;
     asio::io_context io;
     {
-        MessageServer second(io, {}, {}, [](const IPCMessage&) { return IPCMessage(); });
+        MessageServer second(io, {}, {}, [](const IPCMessage&, const Caller&, const Reply&) {});
         EXPECT_FALSE(second.listen(socket_, error));
         EXPECT_NE(error.find("already listens"), std::string::npos) << error;
     }
@@ -195,7 +244,7 @@ TEST_F(MessageServerTest, ALiveServiceKeepsItsSocketAndADeadOneLosesIt) {
         std::this_thread::sleep_for(milliseconds(200));
         ::close(left);
     });
-    MessageServer third(io, {}, {}, [](const IPCMessage&) { return IPCMessage(); });
+    MessageServer third(io, {}, {}, [](const IPCMessage&, const Caller&, const Reply&) {});
     EXPECT_TRUE(third.listen(socket_, error)) << error;
     struct stat status {};
     ASSERT_EQ(::stat(socket_.c_str(), &status), 0);
@@ -204,7 +253,7 @@ TEST_F(MessageServerTest, ALiveServiceKeepsItsSocketAndADeadOneLosesIt) {
 
 TEST_F(MessageServerTest, AFileThatIsNoSocketIsNotRemoved) {
     ::writeFile(socket_, "precious");
-    MessageServer server(io_, {}, {}, [](const IPCMessage&) { return IPCMessage(); });
+    MessageServer server(io_, {}, {}, [](const IPCMessage&, const Caller&, const Reply&) {});
     std::string error;
     EXPECT_FALSE(server.listen(socket_, error));
     EXPECT_EQ(::readFile(socket_), "precious");

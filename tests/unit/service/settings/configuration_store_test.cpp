@@ -22,10 +22,13 @@ protected:
     ConfigurationStoreTest() { ::writeFile(file_, DOCUMENT); }
 
     SaveOutcome set(const std::string& value) {
-        return store_.update([&value](NORVConfig& config) {
+        const auto change = [&value](NORVConfig& config) {
             config.setValue("A", "x", value);
             return true;
-        });
+        };
+        const SaveResult result = store_.update(change);
+        EXPECT_EQ(result.reason.empty(), saved(result.outcome));
+        return result.outcome;
     }
     std::string get() const { return configValueOr(*store_.snapshot(), "A", "x", std::string("none")); }
     time_t modified() const {
@@ -62,6 +65,7 @@ TEST_F(ConfigurationStoreTest, TwoSavesInOneSecondHaveDifferentStamps) {
 
 TEST_F(ConfigurationStoreTest, ABrokenFileIsNeverOverwritten) {
     ASSERT_TRUE(store_.refresh());
+    store_.backUp();
     for (const std::string broken : {"<Document><Group", "", "<Other/>", "not XML at all"}) {
         ::writeFile(file_, broken);
         fs::last_write_time(file_, fs::last_write_time(file_) + std::chrono::seconds(5));
@@ -93,6 +97,7 @@ TEST_F(ConfigurationStoreTest, ASaveStandsWhenItsBackupCannotBeWritten) {
 
 TEST_F(ConfigurationStoreTest, AFullDiskLeavesTheOldDocumentAndNoLitter) {
     ASSERT_TRUE(store_.refresh());
+    store_.backUp();
     rlimit before{};
     ::getrlimit(RLIMIT_FSIZE, &before);
     const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);

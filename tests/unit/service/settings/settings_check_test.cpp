@@ -1,5 +1,8 @@
 #include "service/settings/settings_check.h"
 
+#include "norv/protocol/scans.h"
+#include "service/base/limits.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -106,6 +109,17 @@ TEST(SettingsCheckTest, WhatTheServiceFindsOutByItselfIsNotStored) {
     EXPECT_EQ(record.scanDirection, 3U);
     EXPECT_FALSE(record.serviceRunning || record.kernelHookModuleLoaded);
     EXPECT_EQ(record.scanTimeLimit, 1U);
+}
+
+TEST(SettingsCheckTest, MoreThanWorksIsRefusedInsteadOfBeingCutInSilence) {
+    NORVManualScanConfig manual;
+    manual.scanWorkers = protocol::MAX_WORKERS;
+    EXPECT_EQ(checkSettings(manual), "");
+    ++manual.scanWorkers;
+    EXPECT_EQ(checkSettings(manual), "At most 32 files can be scanned at a time.");
+    NORVRealtimeScanConfig realtime;
+    realtime.scanTimeLimit = MAX_SCAN_TIME_LIMIT + 1;
+    EXPECT_EQ(checkSettings(realtime), "A file can be kept waiting for 300 seconds at most.");
 }
 
 }  // namespace

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "service/server/caller.h"
+#include "service/server/command_table.h"
+#include "service/server/lanes.h"
+#include "service/server/parts.h"
+
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+
+namespace keldra {
+
+/// Answers requests with the handlers of the command table: checks who may, finds the lane where it is done, and tells
+/// the client when that takes too long. Used on the thread of the io_context.
+class Dispatcher {
+public:
+    Dispatcher(asio::io_context& io, Parts parts, Lanes& lanes);
+
+    /// Calls `reply` once, at once or later.
+    void answer(IPCMessage request, const Caller& caller, Reply reply);
+    void stop() { sweeping_.cancel(); }
+
+private:
+    void postTo(WorkLane& lane, const Command& command, IPCMessage request, const Caller& caller, Reply reply);
+    Answered done(const Command& command, const Caller& caller, const IPCMessage& request) const;
+    void sweepLater();
+
+    const Parts parts_;
+    Lanes& lanes_;
+    asio::steady_timer sweeping_;
+    bool swept_ = false;
+};
+
+}  // namespace keldra
