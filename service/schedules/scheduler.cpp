@@ -110,23 +110,23 @@ void Scheduler::tick() {
 }
 
 std::optional<int64_t> Scheduler::nextScan() const {
-    const std::lock_guard lock(mutex_);
-    return scan_.next;
+    const std::lock_guard lock(shownMutex_);
+    return shown_.nextScan;
 }
 
 std::optional<int64_t> Scheduler::nextUpdate() const {
-    const std::lock_guard lock(mutex_);
-    return update_.next;
+    const std::lock_guard lock(shownMutex_);
+    return shown_.nextUpdate;
 }
 
 int64_t Scheduler::lastScan() const {
-    const std::lock_guard lock(mutex_);
-    return scan_.started;
+    const std::lock_guard lock(shownMutex_);
+    return shown_.lastScan;
 }
 
 int64_t Scheduler::lastUpdate() const {
-    const std::lock_guard lock(mutex_);
-    return update_.started;
+    const std::lock_guard lock(shownMutex_);
+    return shown_.lastUpdate;
 }
 
 void Scheduler::plan() {
@@ -138,6 +138,7 @@ void Scheduler::plan() {
     setSlot(scan_, keldra::nextScan(settings_.scan, scan_.considered), false);
     setSlot(update_, keldra::nextUpdate(settings_.update, update_.anchor, update_.considered),
             settings_.randomizedUpdate);
+    show();
     if (newScan || newUpdate) save();
 }
 
@@ -234,6 +235,13 @@ void Scheduler::load() {
         track->underWay = track->cut = flagOf(member->value, "underWay");
         track->tries = timeOf(member->value, "tries");
     }
+    show();
+}
+
+/// Whoever asks does not wait for the disk.
+void Scheduler::show() {
+    const std::lock_guard lock(shownMutex_);
+    shown_ = {scan_.next, update_.next, scan_.started, update_.started};
 }
 
 void Scheduler::save() const {

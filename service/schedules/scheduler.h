@@ -86,6 +86,7 @@ private:
     void runDue(Track& track, const Starter& starter, const char* what);
     void noteEnd(Track& track, const std::function<bool()>& ended);
     void load();
+    void show();
     void save() const;
     void loop();
     int64_t secondsToWait() const;
@@ -99,6 +100,15 @@ private:
     ScheduleSettings settings_;
     Track scan_;
     Track update_;
+    /// What is told of all that, under a lock that nobody holds while writing.
+    struct Shown {
+        std::optional<int64_t> nextScan{};
+        std::optional<int64_t> nextUpdate{};
+        int64_t lastScan = 0;
+        int64_t lastUpdate = 0;
+    };
+    mutable std::mutex shownMutex_;
+    Shown shown_;
     std::thread thread_;
 };
 

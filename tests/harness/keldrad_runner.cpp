@@ -71,7 +71,7 @@ std::string KeldradRunner::logOn(const std::string& password, const std::string&
     if (dm_encryptString(password.c_str(), encrypted.data(), encrypted.size()) < 1) return {};
     IPCMessage request(IPCMessage::SESSION, IPCMessage::PASSWORD_LOGON);
     request.addParam("Password", encrypted.data());
-    request.addParam("User", "");
+    request.addParam("User", "admin");
     request.addParam("RemoteAddr", address);
     const std::optional<IPCMessage> reply = ask(request);
     if (!reply || reply->result != IPCMessage::RESULT_OK) return {};

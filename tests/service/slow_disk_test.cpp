@@ -26,7 +26,9 @@ protected:
         for (const auto command : {CONFIG_FILE_STATE, MANUAL_SCAN_CONFIG, SERVICE_STATUS, UPDATE_STATUS, SESSIONS}) {
             const auto begin = steady_clock::now();
             EXPECT_EQ(get(command).result, 1) << command;
-            longest = std::max(longest, std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin));
+            const auto waited = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
+            EXPECT_LT(waited, milliseconds(500)) << command;
+            longest = std::max(longest, waited);
         }
         return longest;
     }
