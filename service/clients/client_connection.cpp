@@ -120,13 +120,9 @@ bool ClientConnection::send(std::string_view text) {
     const auto deadline = Clock::now() + sendTime_;
     while (!text.empty()) {
         const ssize_t sent = ::send(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent > 0) {
-            text.remove_prefix(static_cast<std::size_t>(sent));
-        } else if (sent < 0 && errno != EAGAIN && errno != EINTR) {
-            return false;
-        } else if (!await(socket_.get(), POLLOUT, deadline)) {
-            return false;
-        }
+        const bool full = sent < 0 && (errno == EAGAIN || errno == EINTR);
+        if (sent < 0 && (!full || !await(socket_.get(), POLLOUT, deadline))) return false;
+        if (sent > 0) text.remove_prefix(static_cast<std::size_t>(sent));
     }
     return true;
 }

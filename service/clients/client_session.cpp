@@ -245,7 +245,8 @@ std::string ClientSession::scanned(int fd, const std::string& name) try {
     if (!share) return "the service ends ERROR";
     const ScanResult result = commons_.hooks.scan(fd, name, stop_);
     if (result.verdict != Verdict::CLEAN) commons_.hooks.report({peer_.name, name, result});
-    if (result.verdict == Verdict::INFECTED) return (result.engineName.empty() ? result.signature : result.engineName) + " FOUND";
+    if (result.verdict == Verdict::INFECTED)
+        return (result.engineName.empty() ? result.signature : result.engineName) + " FOUND";
     const bool incomplete = result.verdict == Verdict::NOT_FULLY_SCANNED;
     if (result.verdict == Verdict::CLEAN || (incomplete && !commons_.settings.refuseIncomplete)) return "OK";
     return result.detail + " ERROR";

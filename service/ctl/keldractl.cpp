@@ -18,7 +18,7 @@ using keldra::STATUS_UNKNOWN;
 std::string unknownCommand(const CLI::App& app, int argc, char** argv) {
     const CLI::App* current = &app;
     for (int i = 1; i < argc && !current->get_subcommands([](const CLI::App*) { return true; }).empty(); ++i) {
-        const std::string word = argv[i];
+        std::string word = argv[i];
         if (word == "--socket") ++i;
         if (word.starts_with('-')) continue;
         const auto named = current->get_subcommands([&word](const CLI::App* one) { return one->check_name(word); });

@@ -20,7 +20,7 @@ class LowerJson {
 public:
     template <FieldRecord T>
     LowerJson& value(const T& record) {
-        json_.object([&] { T::visit(record, [this](const char* name, const auto& field) { member(name, field); }); });
+        json_.object([&] { T::visit(record, [&](const char* name, const auto& field) { member(name, field); }); });
         return *this;
     }
     template <typename T>

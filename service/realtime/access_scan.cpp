@@ -33,7 +33,8 @@ AccessScan::AccessScan(std::shared_ptr<const OnAccessHooks> hooks, CurrentPlaces
 /// (`pathToScan`).
 bool AccessScan::mayConcern(const FileAccess& access) const {
     const auto where = places_();
-    return where->concern(access.path()) || access.path().empty() || openedElsewhere(access.fd(), *where);
+    return where->concern(access.path()) || access.path().empty() || openedElsewhere(access.fd(), *where) ||
+           finds_.pathOf(access.glance().identity);
 }
 
 /// The file's path here; nothing when it is not to be scanned. What cannot be told may be a watched file: it is
@@ -55,6 +56,8 @@ AccessScan::Outcome AccessScan::scan(const FileAccess& access, const std::stop_t
     if (local) before = statusOf(access.fd());
     if (local && (!S_ISREG(before.st_mode) || before.st_size == 0)) return Outcome::DONE;
     const auto path = pathToScan(access);
+    const auto found = path ? std::nullopt : finds_.pathOf(access.glance().identity);
+    if (found) return scanMoved(access, *found, stop);
     if (!path) return Outcome::DONE;
     const OnAccessAnswer answer = hooks_->scan(access.fd(), *path, stop);
     if (stop.stop_requested() && !answer.deny && !answer.act && !answer.cacheable) return Outcome::STOPPED;
@@ -64,8 +67,19 @@ AccessScan::Outcome AccessScan::scan(const FileAccess& access, const std::stop_t
     return follow(access, *path, answer);
 }
 
+/// A file that is being put away, or a new one that got its number: only its content tells.
+AccessScan::Outcome AccessScan::scanMoved(const FileAccess& access, const std::string& path,
+                                          const std::stop_token& stop) {
+    const OnAccessAnswer answer = hooks_->scan(access.fd(), path, stop);
+    if (stop.stop_requested() && !answer.deny) return Outcome::STOPPED;
+    if (access.answer(answer.deny) && answer.deny)
+        NORV_LOG(NORV_LOG_WARNING, "Refused the access to what was %s: %s", path.c_str(), answer.find.c_str());
+    return Outcome::DONE;
+}
+
 AccessScan::Outcome AccessScan::follow(const FileAccess& access, const std::string& path,
                                        const OnAccessAnswer& answer) {
+    if (answer.deny) finds_.add(access.glance().identity, path);
     if (access.answer(answer.deny) && answer.deny)
         NORV_LOG(NORV_LOG_WARNING, "Refused the access to %s: %s", path.c_str(), answer.find.c_str());
     if (answer.act && hooks_->act && !ended_) hooks_->act(access.fd(), path, answer);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "service/realtime/file_access.h"
+#include "service/realtime/recent_finds.h"
 #include "service/realtime/watched_places.h"
 
 #include <sys/stat.h>
@@ -61,11 +62,13 @@ public:
 
 private:
     std::optional<std::string> pathToScan(const FileAccess& access) const;
+    Outcome scanMoved(const FileAccess& access, const std::string& path, const std::stop_token& stop);
     void remember(const FileAccess& access, const struct stat& before, unsigned generation);
     Outcome follow(const FileAccess& access, const std::string& path, const OnAccessAnswer& answer);
 
     const std::shared_ptr<const OnAccessHooks> hooks_;
     const CurrentPlaces places_;
+    RecentFinds finds_;
     std::atomic<bool> remembers_;
     std::atomic<bool> ended_{false};
     std::atomic<unsigned> generation_{0};

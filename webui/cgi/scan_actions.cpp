@@ -42,7 +42,7 @@ void ConfigToUI(std::string& psValue) {
 
 std::string defaultAction(const std::string& virusType) {
     std::string action = recommendedAction(virusType).actionString();
-    ConfigToUI(action);
+    std::transform(action.begin(), action.end(), action.begin(), formDigit);
     return virusType + "-" + action;
 }
 

@@ -56,12 +56,13 @@ public:
     /// Its number.
     template <typename T>
     requires std::is_enum_v<T> JsonText& value(T number) {
+        // cppcheck-suppress returnTempReference; it returns this object
         return value(static_cast<std::underlying_type_t<T>>(number));
     }
     /// An object of the record's fields, in their order.
     template <FieldRecord T>
     JsonText& value(const T& record) {
-        return object([&] { T::visit(record, [this](const char* field, const auto& held) { member(field, held); }); });
+        return object([&] { T::visit(record, [&](const char* field, const auto& held) { member(field, held); }); });
     }
     template <typename T>
     JsonText& value(const std::vector<T>& list) {

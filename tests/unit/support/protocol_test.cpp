@@ -43,9 +43,10 @@ TEST_F(Protocol, ARequestNamesWhatItAsksForAndTheAnswerIsReadAsItWasWritten) {
     EXPECT_EQ(requests[0].value<std::string>("RequestID") + requests[0].value<std::string>("From"), "17_15");
     IPCMessage back;
     write(back, answer.reply);
-    EXPECT_EQ(back.value<std::string>("Finds"),
-              R"([{"path":"/\u0001","infected":true,"signature":"","type":"","detail":"","left":false,"skipped":false},)"
-              R"({"path":"","infected":false,"signature":"","type":"","detail":"","left":false,"skipped":false}])");
+    EXPECT_EQ(
+        back.value<std::string>("Finds"),
+        R"([{"path":"/\u0001","infected":true,"signature":"","type":"","detail":"","left":false,"skipped":false},)"
+        R"({"path":"","infected":false,"signature":"","type":"","detail":"","left":false,"skipped":false}])");
 }
 
 TEST_F(Protocol, WhatCannotBeReadIsNotTakenForAnEmptyList) {

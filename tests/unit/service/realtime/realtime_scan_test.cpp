@@ -102,7 +102,7 @@ TEST_F(RealtimeScanTest, OneFindIsPutAwayAndReportedOnceHoweverManyOpenIt) {
     std::vector<std::future<int>> opened;
     for (int i = 0; i < 8; ++i)
         opened.push_back(std::async(std::launch::async, [this] { return openElsewhere(shared() / "bad.txt"); }));
-    for (auto& each : opened) each.wait();
+    for (auto& each : opened) EXPECT_NE(each.get(), 0);
     EXPECT_TRUE(waitFor([this] { return quarantine_.size() == 1; }));
     scan_.stop();
     int reports = 0;
