@@ -35,14 +35,16 @@ int runGet(const SettingsOptions& options) {
     rapidjson::Document settings;
     if (const std::string fault = fetchSettings(settings); !fault.empty()) return fail(fault);
     bool matched = false;
-    for (const auto& group : settings.GetObject()) {
-        for (const auto& field : group.value.GetObject()) {
-            const std::string name = std::string(group.name.GetString()) + "." + field.name.GetString();
+    const rapidjson::Value& groups = settings;
+    for (auto group = groups.MemberBegin(); group != groups.MemberEnd(); ++group) {
+        for (auto field = group->value.MemberBegin(); field != group->value.MemberEnd(); ++field) {
+            std::string name = group->name.GetString();
+            name.append(".").append(field->name.GetString());
             const bool exact = name == options.name;
-            if (!options.name.empty() && !exact && options.name != group.name.GetString()) continue;
+            if (!options.name.empty() && !exact && options.name != group->name.GetString()) continue;
             matched = true;
-            const std::string value = options.json ? prettyText(field.value) : plainText(field.value);
-            print(exact ? value : name + " = " + value);
+            const std::string value = options.json ? prettyText(field->value) : plainText(field->value);
+            print(exact ? value : name.append(" = ").append(value));
         }
     }
     return matched ? STATUS_DONE : fail("There is no setting " + printable(options.name) + ".");

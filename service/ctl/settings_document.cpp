@@ -170,10 +170,11 @@ std::string fetchSettings(rapidjson::Document& settings) {
         rapidjson::Document record;
         if (std::string fault = fetchRecord(group, record); !fault.empty()) return fault;
         rapidjson::Value fields(rapidjson::kObjectType);
-        for (const auto& field : record[group.record].GetObject()) {
-            if (isState(group, field.name.GetString())) continue;
-            fields.AddMember(nameOf(lowerName(field.name.GetString()), allocator),
-                             rapidjson::Value(field.value, allocator), allocator);
+        const rapidjson::Value& held = record[group.record];
+        for (auto field = held.MemberBegin(); field != held.MemberEnd(); ++field) {
+            if (isState(group, field->name.GetString())) continue;
+            fields.AddMember(nameOf(lowerName(field->name.GetString()), allocator),
+                             rapidjson::Value(field->value, allocator), allocator);
         }
         settings.AddMember(rapidjson::StringRef(group.name), fields, allocator);
     }

@@ -53,7 +53,8 @@ void printVerdict(const protocol::ServiceStatus& status) {
     for (const protocol::VerdictReason& reason : status.reasons) {
         const std::string count = reason.count == 0 ? "" : " [" + std::to_string(reason.count) + "]";
         const std::string detail = reason.detail.empty() ? "" : " (" + printable(reason.detail) + ")";
-        print((reason.severity == protocol::VERDICT_UNPROTECTED ? "  !! " : "  -  ") + reason.text + count + detail);
+        std::string line = reason.severity == protocol::VERDICT_UNPROTECTED ? "  !! " : "  -  ";
+        print(line.append(reason.text).append(count).append(detail));
     }
     print("");
 }

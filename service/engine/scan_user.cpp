@@ -19,8 +19,8 @@ bool mayChangeUser() {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     std::array<__user_cap_data_struct, 2> held{};
     if (::syscall(SYS_capget, &header, held.data()) != 0) return false;
-    for (const unsigned needed : {CAP_SETUID, CAP_SETGID, CAP_CHOWN, CAP_DAC_OVERRIDE})
-        if ((held[0].effective & (1U << needed)) == 0) return false;
+    for (const int needed : {CAP_SETUID, CAP_SETGID, CAP_CHOWN, CAP_DAC_OVERRIDE})
+        if ((held[0].effective & (1U << static_cast<unsigned>(needed))) == 0) return false;
     return true;
 }
 

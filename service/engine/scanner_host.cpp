@@ -13,8 +13,6 @@
 #include <csignal>
 #include <utility>
 
-extern char** environ;
-
 namespace keldra {
 
 namespace {

@@ -109,12 +109,14 @@ bool sameContent(const struct stat& a, const struct stat& b) {
 
 std::vector<SignatureFolder> readFolders(const std::vector<std::string>& paths) {
     std::vector<SignatureFolder> folders;
+    folders.reserve(paths.size());
     for (const std::string& path : paths) folders.push_back(readSignatureFolder(path));
     return folders;
 }
 
 std::vector<std::string> pathsOf(const std::vector<SignatureFolder>& folders) {
     std::vector<std::string> paths;
+    paths.reserve(folders.size());
     for (const SignatureFolder& folder : folders) paths.push_back(folder.path);
     return paths;
 }
@@ -186,7 +188,7 @@ ScannerPool::ScannerPool(EngineSettings settings)
 }
 
 ScannerPool::~ScannerPool() {
-    stopReloads();
+    ScannerPool::stopReloads();
     watcher_.request_stop();
     watcher_.join();
     cleanFiles_.save();
@@ -267,7 +269,7 @@ ScanResult ScannerPool::scanWith(const Current& generation, int fd, const struct
     } else {
         hostGone = attempt.kind == Attempt::Kind::ENDED && !generation->host->alive();
         if (attempt.result.lasting && !hostGone) badFiles_.add(status, attempt.result.detail);
-        team_.discard(options.lane, std::move(worker));
+        team_.discard(options.lane, worker);
     }
     if (attempt.result.verdict == Verdict::INFECTED && settings_.trusted && settings_.trusted(fd))
         return {Verdict::CLEAN, "", ""};

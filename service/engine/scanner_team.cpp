@@ -110,7 +110,7 @@ void ScannerTeam::giveBack(ScanLane lane, Worker worker) {
     freed_.notify_all();
 }
 
-void ScannerTeam::discard(ScanLane lane, Worker worker) {
+void ScannerTeam::discard(ScanLane lane, const Worker& worker) {
     Group& group = groupOf(lane);
     {
         const std::lock_guard lock(mutex_);

@@ -55,7 +55,7 @@ public:
     /// Takes it back after its file; its folder is emptied.
     void giveBack(ScanLane lane, Worker worker);
     /// The same for one that is not to be used again.
-    void discard(ScanLane lane, Worker worker);
+    void discard(ScanLane lane, const Worker& worker);
 
     /// Lets go all workers but those of `host`, the busy ones after their file.
     void keepOnly(const std::shared_ptr<ScannerHost>& host);

@@ -17,8 +17,8 @@ constexpr std::chrono::seconds FIGURES_EVERY{30};
 /// Events that are written with one sync.
 constexpr std::size_t BATCH = 500;
 /// Age counts only once the time of day has gone on evenly for so long: a clock that jumps must not cost the journal.
-constexpr std::int64_t TRUSTED_AFTER = 3600 * 1000;  // milliseconds
-constexpr std::int64_t JUMP = 600;                   // seconds
+constexpr std::int64_t TRUSTED_AFTER = std::int64_t{3600} * 1000;  // milliseconds
+constexpr std::int64_t JUMP = 600;                                 // seconds
 
 /// Tells whether the time of day can be believed.
 class ClockWatch {

@@ -137,6 +137,7 @@ std::string sendByProgram(const NoticeSettings& settings, const std::vector<std:
     std::vector<std::string> words{SENDMAIL, "-i", "-f", settings.mailFrom, "--"};
     words.insert(words.end(), to.begin(), to.end());
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
     std::string path = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";

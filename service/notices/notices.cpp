@@ -16,8 +16,8 @@ namespace keldra {
 namespace {
 
 constexpr std::chrono::milliseconds LOOK_EVERY{200};
-constexpr std::int64_t LONGEST_RETRY = 3600 * 1000;  // milliseconds
-constexpr std::int64_t WEEK = 7 * 86400;
+constexpr std::int64_t LONGEST_RETRY = std::int64_t{3600} * 1000;  // milliseconds
+constexpr std::int64_t WEEK = std::int64_t{7} * 86400;
 constexpr std::size_t LARGEST_FILE = std::size_t{4} << 20U;
 constexpr const char* WAITING = "waiting";
 
