@@ -1,6 +1,7 @@
 #include "service/realtime/access_scan.h"
 
 #include "norv/log.h"
+#include "service/base/paths.h"
 
 #include <sys/fanotify.h>
 
@@ -34,7 +35,13 @@ AccessScan::AccessScan(std::shared_ptr<const OnAccessHooks> hooks, CurrentPlaces
 bool AccessScan::mayConcern(const FileAccess& access) const {
     const auto where = places_();
     return where->concern(access.path()) || access.path().empty() || openedElsewhere(access.fd(), *where) ||
-           finds_.pathOf(access.glance().identity);
+           foundBefore(access, *where);
+}
+
+/// Where a file was found that is among the service's own or removed by now.
+std::optional<std::string> AccessScan::foundBefore(const FileAccess& access, const Places& where) const {
+    if (!liesBelow(access.path(), where.own) && !access.path().ends_with(" (deleted)")) return std::nullopt;
+    return finds_.pathOf(access.glance().identity);
 }
 
 /// The file's path here; nothing when it is not to be scanned. What cannot be told may be a watched file: it is
@@ -56,7 +63,7 @@ AccessScan::Outcome AccessScan::scan(const FileAccess& access, const std::stop_t
     if (local) before = statusOf(access.fd());
     if (local && (!S_ISREG(before.st_mode) || before.st_size == 0)) return Outcome::DONE;
     const auto path = pathToScan(access);
-    const auto found = path ? std::nullopt : finds_.pathOf(access.glance().identity);
+    const auto found = path ? std::nullopt : foundBefore(access, *places_());
     if (found) return scanMoved(access, *found, stop);
     if (!path) return Outcome::DONE;
     const OnAccessAnswer answer = hooks_->scan(access.fd(), *path, stop);

@@ -62,6 +62,7 @@ public:
 
 private:
     std::optional<std::string> pathToScan(const FileAccess& access) const;
+    std::optional<std::string> foundBefore(const FileAccess& access, const Places& where) const;
     Outcome scanMoved(const FileAccess& access, const std::string& path, const std::stop_token& stop);
     void remember(const FileAccess& access, const struct stat& before, unsigned generation);
     Outcome follow(const FileAccess& access, const std::string& path, const OnAccessAnswer& answer);

@@ -152,8 +152,9 @@ Places placesOf(const OnAccessSettings& settings, const std::vector<Mount>& moun
     for (const std::string& folder : normalPaths(settings.neverScan)) addExcluded(places, folder, settings, mounts);
     for (const std::string& folder : settings.ownFolders) {
         const std::string path = realFolder(folder);
-        addNames(places.neverScan, path.empty() ? folder : path, mounts);
+        addNames(places.own, path.empty() ? folder : path, mounts);
     }
+    places.neverScan.insert(places.neverScan.end(), places.own.begin(), places.own.end());
     const auto toMark = [&places](const std::string& path, const Mount* mount) {
         places.toMark.push_back({path, mount && mount->remote ? mount->device : std::string()});
     };

@@ -32,6 +32,7 @@ struct PlaceToMark {
 /// Where the folders of the settings are at the moment.
 struct Places {
     std::vector<std::string> watched;    ///< without symbolic links, by every name that a mount gives them
+    std::vector<std::string> own;        ///< the service's folders, which `neverScan` holds too
     std::vector<std::string> neverScan;  ///< the same, and as set
     std::vector<std::string> troubles;   ///< what cannot be watched or left out, and why, for the log
     std::vector<PlaceToMark> toMark;     ///< each file system once at least

