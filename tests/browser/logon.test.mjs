@@ -5,7 +5,10 @@ import { join } from 'node:path';
 import test from 'node:test';
 import { addresses, build, logOn, newPage } from './support/console.mjs';
 import { browser, console_, shareConsole } from './support/shared.mjs';
+import { catalogue } from './support/templates.mjs';
 import { inEveryView } from './support/views.mjs';
+
+const WRONG = 'The user name or the password is wrong. After several failed attempts there is a short wait.';
 
 const { LANGUAGES } = await import(join(build, 'console/htdocs/js/logon-texts.js'));
 shareConsole({ shared: null });
@@ -18,7 +21,7 @@ inEveryView('a wrong password is told so, the right one leads in, and the way ou
   await page.locator('#user').fill(console_.user);
   await page.locator('#password').fill('not the password');
   await page.locator('#logon button').click();
-  assert.equal(await page.locator('[role=alert]').textContent(), view.text('LOGON_FAILED_TEXT'));
+  assert.equal(await page.locator('[role=alert]').textContent(), catalogue(view.locale).get(WRONG) ?? WRONG);
   await view.suits(page);
   await page.locator('#again').click();
   await logOn(page, console_);

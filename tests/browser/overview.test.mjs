@@ -109,7 +109,7 @@ test('an open overview says so when the service is away, and when it is back', a
   assert.match(page.url(), /norv_main/, 'whoever looks on is not sent away');
   await fitsAndIsAccessible(page, 'overview-down');
   renameSync(`${socket}.away`, socket);
-  await page.locator('#verdict:not(.danger)').waitFor({ timeout: 15000 });
+  await page.locator('#verdict', { hasNotText: 'does not answer' }).waitFor({ timeout: 15000 });
 });
 
 test('an open overview says so when its questions are lost on the way', async () => {
