@@ -32,6 +32,7 @@ void noteMessage(enum cl_msg severity, const char* /*full*/, const char* text, v
 void noteTooLarge(int /*signal*/) { outOfRoom = 1; }
 
 constexpr uint32_t MOST_LAYERS = 20;
+constexpr std::size_t CUT_CHUNK = std::size_t{256} << 10U;  ///< more than it unpacks between two looks at its limits
 
 /// The engine's names for what counts as an archive layer, without "CL_TYPE_".
 bool isArchive(std::string_view type) {
@@ -92,6 +93,8 @@ cl_error_t inspect(int /*fd*/, const char* type, const char** /*ancestors*/, siz
     if (context == nullptr) return CL_CLEAN;
     LayerWatch& watch = *static_cast<LayerWatch*>(context);
     const std::size_t archives = watch.enter(level, type ? type : "");
+    // What it cuts off in the middle of unpacking it takes for all there is.
+    if (level > 0 && size + CUT_CHUNK >= watch.scan.memberLimit) watch.incomplete = "a limit of the engine was met";
     return watch.leaveOut(archives, size) ? CL_BREAK : CL_CLEAN;
 }
 

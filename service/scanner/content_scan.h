@@ -17,6 +17,7 @@ struct ContentScan {
     int fd;            ///< an open regular file
     std::size_t size;  ///< bytes
     const cl_engine* library;
+    std::size_t memberLimit;  ///< bytes at which the library cuts off what it unpacks
     ScanOptions options;
 };
 

@@ -50,6 +50,7 @@ wire::ScanAnswer answerTo(cl_engine& library, const wire::ScanOrder& order, int 
         {.fd = file,
          .size = order.size,
          .library = &library,
+         .memberLimit = std::max(order.size, order.fileSize),
          .options = {
              .archives = order.archives != 0, .layers = order.layers, .memberSizeLimit = order.memberSizeLimit}});
     wire::ScanAnswer answer;

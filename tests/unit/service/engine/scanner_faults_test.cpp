@@ -152,6 +152,18 @@ TEST_F(ScannerFaultsTest, WithoutAFolderToUnpackInNothingIsCalledClean) {
     EXPECT_EQ(scan("harmless as well").verdict, Verdict::FAILED);
 }
 
+TEST_F(ScannerFaultsTest, WhatIsCutOffAtALimitIsNotCalledClean) {
+    const std::filesystem::path zip = dir_ / "bomb.zip";
+    const std::filesystem::path member = dir_ / "zeros";
+    writeFile(member, "begin");
+    std::filesystem::resize_file(member, uint64_t{24} << 20U);
+    ASSERT_EQ(std::system(("zip -q -j " + zip.string() + " " + member.string()).c_str()), 0);
+    const ScannedFile file = opened(zip);
+    const ScanOptions limited{.lane = ScanLane::REALTIME, .limits = {.unpacked = uint64_t{16} << 20U}};
+    EXPECT_EQ(engine_->scan(file.file.get(), file.path, limited, {}).verdict, Verdict::NOT_FULLY_SCANNED);
+    EXPECT_EQ(engine_->scan(file.file.get(), file.path, {}, {}).verdict, Verdict::CLEAN);
+}
+
 TEST_F(ScannerFaultsTest, AFolderThatCannotBeReadKeepsTheSignaturesInUse) {
     writeFile(dir_ / "more/a.ndb", signatureLine("First", "first-bad-content"));
     ASSERT_TRUE(engine_->load());
