@@ -65,7 +65,7 @@ OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_tok
     OnAccessAnswer answer;
     // Not to be remembered: the file may get a name that is scanned.
     if (!policy->concerns(fd, path)) return answer;
-    const ScanResult result = engine_.scan(fd, path, policy->options, stop);
+    const ScanResult result = engine_.scan(fd, path, policy->options, std::move(stop));
     if (result.verdict == Verdict::FAILED) {
         answer.unscanned = result.detail.empty() ? "its scan failed" : result.detail;
         // What holds for this file only; that there are no signatures or no scanner is told for all of them at once.
@@ -80,7 +80,7 @@ OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_tok
 }
 
 /// Whoever opens a file again and again must not fill what others read.
-void RealtimeScan::tell(RealtimeReport report) {
+void RealtimeScan::tell(const RealtimeReport& report) {
     constexpr auto AGAIN = std::chrono::minutes(10);
     constexpr std::size_t MOST = 4096;
     if (!report_) return;

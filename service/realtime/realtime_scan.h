@@ -78,7 +78,7 @@ private:
     void lookAtListener(RealtimeState& state) const;
     void lookAtEngine(RealtimeState& state) const;
 
-    void tell(RealtimeReport report);
+    void tell(const RealtimeReport& report);
 
     ScanEngine& engine_;
     Actions& actions_;

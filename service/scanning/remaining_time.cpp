@@ -1,6 +1,7 @@
 #include "service/scanning/remaining_time.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace keldra {
 
@@ -55,7 +56,7 @@ void RemainingTime::measure(std::int64_t now, std::uint64_t bytes, std::uint64_t
 std::optional<std::int64_t> RemainingTime::seconds() const {
     if (!shown_) return std::nullopt;
     // What is not done takes a second at least.
-    return std::max<std::int64_t>(all_ > done_ ? 1 : 0, static_cast<std::int64_t>(*shown_ / 1000 + 0.5));
+    return std::max<std::int64_t>(all_ > done_ ? 1 : 0, std::int64_t{std::llround(*shown_ / 1000)});
 }
 
 }  // namespace keldra

@@ -11,7 +11,7 @@ namespace {
 constexpr std::uint64_t MOST_FOUND = 1000;
 constexpr std::uint64_t MOST_NOT_SCANNED = 200;
 constexpr std::size_t MOST_TOLD_OF = 10000;
-constexpr std::int64_t TOLD_EVERY = 3600 * 1000;  // milliseconds
+constexpr std::int64_t TOLD_EVERY = std::int64_t{3600} * 1000;  // milliseconds
 /// Events that are looked through for the last updates.
 constexpr std::size_t UPDATES_LOOKED_AT = 200;
 

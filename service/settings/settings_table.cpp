@@ -316,6 +316,7 @@ std::optional<SettingsFault> changeSettings(NORVConfig& config, const SettingsCh
 std::vector<protocol::ServiceSetting> describeSettings(const NORVConfig& config) {
     constexpr std::array KINDS{"number", "switch", "choice", "text", "secret", "folders", "sources", "time"};
     std::vector<protocol::ServiceSetting> settings;
+    settings.reserve(SETTINGS.size());
     for (const Setting& setting : SETTINGS) {
         settings.push_back({.name = setting.name,
                             .kind = KINDS.at(static_cast<std::size_t>(setting.kind)),

@@ -172,12 +172,14 @@ Protection judgeProtection(const ProtectionFacts& facts) {
 
 std::vector<std::string> protectionCodes() {
     std::vector<std::string> codes;
+    codes.reserve(ROWS.size());
     for (const Row& row : ROWS) codes.emplace_back(row.code);
     return codes;
 }
 
 std::vector<std::string> protectionTexts() {
     std::vector<std::string> texts;
+    texts.reserve(ROWS.size());
     for (const Row& row : ROWS) texts.emplace_back(row.text);
     return texts;
 }

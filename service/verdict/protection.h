@@ -12,7 +12,8 @@ enum class ProtectionLevel : std::uint8_t { PROTECTED, ATTENTION, UNPROTECTED };
 /// "protected", "attention" or "unprotected".
 const char* protectionLevelName(ProtectionLevel level);
 
-/// What is known when a verdict is asked for. Whatever is not known yet counts as not there.
+/// What is known when a verdict is asked for. Whatever is not known yet counts as not there. In the order in which one
+/// reads about them, and there is but one at a time. NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct ProtectionFacts {
     enum class Signatures : std::uint8_t { NONE, LOADED, LOADING, FAILED };
     enum class ScanEnd : std::uint8_t { NEVER, COMPLETED, STOPPED, INTERRUPTED, FAILED };

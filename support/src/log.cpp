@@ -13,6 +13,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <limits>
 #include <mutex>
 #include <string_view>
@@ -162,7 +163,7 @@ void initLog(const std::string& program, int facility, NORV_LOG_SEVERITY level) 
 
 void setLogLevel(NORV_LOG_SEVERITY level) { Log::instance().setLevel(level); }
 
-void writeLog(int32_t severity, const char* function, const char* file, int line, const char* format, ...) {
+void writeLog(int32_t severity, const char* function, const char* file, int line, const char* format, ...) try {
     Log& log = Log::instance();
     if (!log.wants(severity)) return;
     Line record{severity, {}, {}};
@@ -174,4 +175,6 @@ void writeLog(int32_t severity, const char* function, const char* file, int line
     if (!message.empty() && message.back() == '\n') message.pop_back();
     record.text = printable(message) + place(function, file, line);
     log.add(std::move(record));
+} catch (const std::exception&) {  // NOLINT(bugprone-empty-catch)
+    // Memory ran out: whoever tells of a failure must not fail by that.
 }

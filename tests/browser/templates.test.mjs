@@ -99,7 +99,7 @@ const pages = {
   'norv_main.html': { items: {} },
   'quarantine.html': { items: {} },
   'history.html': { items: {} },
-  'password_wrong.html': { items: {} },
+  'password_wrong.html': { items: { __LOGON_FAILURE__: 'Wrong.' } },
   'settings.html': { items: {} },
   'events.html': { items: {} },
 };

@@ -47,7 +47,8 @@ TEST_F(SocketTest, MemoryThatRanOutForAWhileIsSurvived) {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         ::prlimit(service_.pid(), RLIMIT_AS, &before, nullptr);
         held.clear();
-        EXPECT_EQ(get(VIRUS_TYPES).result, 1) << round;
+        EXPECT_EQ(get(VIRUS_TYPES).result, 1)
+            << round << (service_.running() ? " runs " : " ended ") << service_.printed();
     }
 }
 
