@@ -161,13 +161,13 @@ std::optional<Caller> MessageServer::Impl::callerAt(stream_protocol::socket& soc
 }
 
 bool MessageServer::Impl::closeOldest() {
-    const std::shared_ptr<Connection>* oldest = nullptr;
-    for (const auto& connection : hub_->connections)
-        if (connection->expendable() && (!oldest || connection->since() < (*oldest)->since())) oldest = &connection;
-    if (!oldest) return false;
-    // A copy, since closing takes it out of the set.
-    const std::shared_ptr<Connection> connection = *oldest;
-    connection->close();
+    std::shared_ptr<Connection> oldest;  // held, since closing takes it out of the set
+    for (const auto& connection : hub_->connections) {
+        if (!connection->expendable()) continue;
+        if (oldest == nullptr || connection->since() < oldest->since()) oldest = connection;
+    }
+    if (oldest == nullptr) return false;
+    oldest->close();
     return true;
 }
 
