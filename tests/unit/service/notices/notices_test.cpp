@@ -186,6 +186,9 @@ TEST_F(NoticesTest, WhatTheOtherEndDoesNotTakeIsTriedAgainAlsoAfterARestart) {
         ASSERT_EQ(notices.store(hookTo(sink, protocol::HOOK_JSON)), "");
         notices.take(finds(3));
         for (int i = 0; i < 1000 && sink.messages < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        // While they are on their way they do not wait.
+        for (int i = 0; i < 1000 && notices.state().waiting != 3; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         EXPECT_EQ(notices.state().waiting, 3U);
         EXPECT_EQ(notices.state().problem, "The other end answered with status 503.");
         EXPECT_NE(notices.test().find("503"), std::string::npos);
