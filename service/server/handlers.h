@@ -42,15 +42,15 @@ bool setScheduledUpdate(ConfigurationStore& configuration, FolderQuestions& fold
                         IPCMessage& reply);
 
 // handlers_scan.cpp
-bool getVirusTypes(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool startManualScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool stopScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool getScanStatus(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool startPathScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool getScanFinds(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool pauseScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool resumeScan(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool getScanHistory(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool getVirusTypes(IPCMessage& reply);
+bool startManualScan(ConfigurationStore& configuration, ScanJobs& scans, IPCMessage& reply);
+bool stopScan(ScanJobs& scans, const IPCMessage& request);
+bool getScanStatus(ScanJobs& scans, const IPCMessage& request, IPCMessage& reply);
+bool startPathScan(ConfigurationStore& configuration, ScanJobs& scans, const IPCMessage& request, IPCMessage& reply);
+bool getScanFinds(ScanJobs& scans, const IPCMessage& request, IPCMessage& reply);
+bool pauseScan(ScanJobs& scans, const IPCMessage& request, IPCMessage& reply);
+bool resumeScan(ScanJobs& scans, const IPCMessage& request, IPCMessage& reply);
+bool getScanHistory(ScanJobs& scans, IPCMessage& reply);
 
 /// What the list of scans tells of one.
 protocol::ScanSummary summaryOf(const ScanStatus& status);
@@ -82,29 +82,31 @@ bool changePassword(PasswordFile& password, LogonGuard& guard, const Caller& cal
                     IPCMessage& reply);
 
 // handlers_quarantine.cpp
-bool listQuarantine(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool showQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool restoreQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool deleteQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool listTrusted(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool trustQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool distrust(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool listQuarantine(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply);
+bool showQuarantined(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply);
+bool restoreQuarantined(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply);
+bool deleteQuarantined(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply);
+bool listTrusted(Quarantine& quarantine, IPCMessage& reply);
+bool trustQuarantined(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply);
+bool distrust(Quarantine& quarantine, RealtimeScan& realtime, const IPCMessage& request, IPCMessage& reply);
 
 // handlers_update.cpp
-bool startManualUpdate(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool getUpdateStatus(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool startManualUpdate(ConfigurationStore& configuration, Updater& updater, const IPCMessage& request,
+                       IPCMessage& reply);
+bool getUpdateStatus(Updater& updater, IPCMessage& reply);
 
 // handlers_status.cpp
-bool getServiceStatus(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool getServiceStatus(const Witnesses& witnesses, const Running& running, Updater& updater, Scheduler& scheduler,
+                      IPCMessage& reply);
 
 // handlers_events.cpp
-bool listEvents(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool getDailyFigures(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool listEvents(EventJournal& events, const IPCMessage& request, IPCMessage& reply);
+bool getDailyFigures(EventJournal& events, const IPCMessage& request, IPCMessage& reply);
 
 // handlers_notices.cpp
-bool getNotices(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool setNotices(Service& service, const IPCMessage& request, IPCMessage& reply);
-bool testNotices(Service& service, const IPCMessage& request, IPCMessage& reply);
+bool getNotices(Notices& notices, IPCMessage& reply);
+bool setNotices(Notices& notices, const IPCMessage& request, IPCMessage& reply);
+bool testNotices(Notices& notices, IPCMessage& reply);
 
 }  // namespace handlers
 

@@ -1,6 +1,6 @@
 #include "norv/protocol/events.h"
+#include "service/events/event_journal.h"
 #include "service/server/handlers.h"
-#include "service/server/service.h"
 
 #include <algorithm>
 #include <sstream>
@@ -54,12 +54,12 @@ protocol::Event wireForm(const Event& event) {
 
 }  // namespace
 
-bool listEvents(Service& service, const IPCMessage& request, IPCMessage& reply) {
+bool listEvents(EventJournal& events, const IPCMessage& request, IPCMessage& reply) {
     const auto wanted = protocol::read<protocol::ListEvents>(request);
     EventFilter filter;
     if (!readFilter(wanted, filter, reply)) return false;
     const std::size_t count = between(wanted.count, USUAL_EVENTS, MOST_EVENTS);
-    const EventPage page = service.events().query(filter, wanted.from, count);
+    const EventPage page = events.query(filter, wanted.from, count);
     protocol::EventList list{.total = page.total, .events = {}};
     for (const Event& event : page.events) list.events.push_back(wireForm(event));
     protocol::cutToReply(list.events);
@@ -67,10 +67,10 @@ bool listEvents(Service& service, const IPCMessage& request, IPCMessage& reply) 
     return true;
 }
 
-bool getDailyFigures(Service& service, const IPCMessage& request, IPCMessage& reply) {
+bool getDailyFigures(EventJournal& events, const IPCMessage& request, IPCMessage& reply) {
     const std::size_t days = between(protocol::read<protocol::GetDailyFigures>(request).days, USUAL_DAYS, MOST_DAYS);
     protocol::DailyFigures reported;
-    for (const DayFigures& day : service.events().days(days))
+    for (const DayFigures& day : events.days(days))
         reported.figures.push_back({day.day, day.scanned, day.found, day.failed});
     write(reply, reported);
     return true;

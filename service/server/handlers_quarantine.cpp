@@ -1,8 +1,8 @@
 #include "norv/protocol/quarantine.h"
 #include "service/base/account_names.h"
 #include "service/quarantine/quarantine.h"
+#include "service/realtime/realtime_scan.h"
 #include "service/server/handlers.h"
-#include "service/server/service.h"
 
 #include <map>
 #include <string>
@@ -60,49 +60,48 @@ std::string idIn(const IPCMessage& request) {
 
 }  // namespace
 
-bool listQuarantine(Service& service, const IPCMessage& request, IPCMessage& reply) {
+bool listQuarantine(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply) {
     const auto from = protocol::read<protocol::GetQuarantine>(request).from;
     protocol::QuarantineList list;
     Names names;
-    for (const QuarantineItem& item : service.quarantine().list(from, MAX_ITEMS))
-        list.items.push_back(wireForm(item, names));
+    for (const QuarantineItem& item : quarantine.list(from, MAX_ITEMS)) list.items.push_back(wireForm(item, names));
     protocol::cutToReply(list.items);
-    list.total = service.quarantine().size();
+    list.total = quarantine.size();
     write(reply, list);
     return true;
 }
 
-bool showQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const auto item = service.quarantine().find(idIn<protocol::GetQuarantined>(request));
+bool showQuarantined(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply) {
+    const auto item = quarantine.find(idIn<protocol::GetQuarantined>(request));
     if (!item) return refuse("There is no such item.", reply);
     Names names;
     write(reply, protocol::QuarantineItemReply{wireForm(*item, names)});
     return true;
 }
 
-bool restoreQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return report(service.quarantine().restore(idIn<protocol::RestoreQuarantined>(request)), reply);
+bool restoreQuarantined(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply) {
+    return report(quarantine.restore(idIn<protocol::RestoreQuarantined>(request)), reply);
 }
 
-bool deleteQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return report(service.quarantine().remove(idIn<protocol::DeleteQuarantined>(request)), reply);
+bool deleteQuarantined(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply) {
+    return report(quarantine.remove(idIn<protocol::DeleteQuarantined>(request)), reply);
 }
 
-bool listTrusted(Service& service, const IPCMessage&, IPCMessage& reply) {
+bool listTrusted(Quarantine& quarantine, IPCMessage& reply) {
     protocol::TrustedList list;
-    for (const auto& [sha256, name] : service.quarantine().trusted()) list.trusted.push_back({sha256, name});
+    for (const auto& [sha256, name] : quarantine.trusted()) list.trusted.push_back({sha256, name});
     write(reply, list);
     return true;
 }
 
-bool trustQuarantined(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    return report(service.quarantine().trust(idIn<protocol::TrustQuarantined>(request)), reply);
+bool trustQuarantined(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply) {
+    return report(quarantine.trust(idIn<protocol::TrustQuarantined>(request)), reply);
 }
 
-bool distrust(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const bool done = report(service.quarantine().distrust(protocol::read<protocol::Distrust>(request).sha256), reply);
+bool distrust(Quarantine& quarantine, RealtimeScan& realtime, const IPCMessage& request, IPCMessage& reply) {
+    const bool done = report(quarantine.distrust(protocol::read<protocol::Distrust>(request).sha256), reply);
     // What was let through for being trusted may be remembered as clean.
-    if (done) service.realtime().forgetClean();
+    if (done) realtime.forgetClean();
     return done;
 }
 

@@ -4,7 +4,7 @@
 #include "service/engine/virus_types.h"
 #include "service/scanning/scan_jobs.h"
 #include "service/server/handlers.h"
-#include "service/server/service.h"
+#include "service/settings/configuration_store.h"
 #include "service/tree/share_roots.h"
 
 #include <algorithm>
@@ -16,34 +16,18 @@ namespace keldra::handlers {
 namespace {
 
 constexpr std::size_t MAX_FINDS = 1000;
+constexpr const char* NOT_RUNNING = "There is no such scan running.";
+
+template <typename Request>
+std::string idIn(const IPCMessage& request) {
+    return protocol::read<Request>(request).requestId;
+}
 
 bool started(const ScanStart& start, IPCMessage& reply) {
     if (!start.started) return refuse(start.message, reply);
     write(reply, protocol::ScanStarted{start.id});
     return true;
 }
-
-}  // namespace
-
-protocol::ScanSummary summaryOf(const ScanStatus& status) {
-    return {.id = status.id,
-            .kind = scanKindName(status.kind),
-            .state = status.state,
-            .total = status.total,
-            .scanned = status.scanned,
-            .found = status.found,
-            .notFullyScanned = status.notFullyScanned,
-            .skipped = status.skipped,
-            .bytes = status.bytes,
-            .started = status.started,
-            .ended = status.ended,
-            .message = status.message,
-            .outcome = scanOutcome(status),
-            .lastFile = status.lastFile,
-            .saved = status.saved};
-}
-
-namespace {
 
 const char* pauseName(ScanPause::Why why) {
     if (why == ScanPause::Why::RUNS) return "";
@@ -75,81 +59,97 @@ protocol::ScanProgress progressOf(const ScanStatus& status) {
 
 }  // namespace
 
-bool pauseScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    if (service.scans().pause(protocol::read<protocol::PauseScan>(request).requestId, true)) return true;
-    return refuse("There is no such scan running.", reply);
+protocol::ScanSummary summaryOf(const ScanStatus& status) {
+    return {.id = status.id,
+            .kind = scanKindName(status.kind),
+            .state = status.state,
+            .total = status.total,
+            .scanned = status.scanned,
+            .found = status.found,
+            .notFullyScanned = status.notFullyScanned,
+            .skipped = status.skipped,
+            .bytes = status.bytes,
+            .started = status.started,
+            .ended = status.ended,
+            .message = status.message,
+            .outcome = scanOutcome(status),
+            .lastFile = status.lastFile,
+            .saved = status.saved};
 }
 
-bool resumeScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    if (service.scans().pause(protocol::read<protocol::ResumeScan>(request).requestId, false)) return true;
-    return refuse("There is no such scan running.", reply);
+bool pauseScan(ScanJobs& scans, const IPCMessage& request, IPCMessage& reply) {
+    return scans.pause(idIn<protocol::PauseScan>(request), true) || refuse(NOT_RUNNING, reply);
 }
 
-bool getVirusTypes(Service&, const IPCMessage&, IPCMessage& reply) {
+bool resumeScan(ScanJobs& scans, const IPCMessage& request, IPCMessage& reply) {
+    return scans.pause(idIn<protocol::ResumeScan>(request), false) || refuse(NOT_RUNNING, reply);
+}
+
+bool getVirusTypes(IPCMessage& reply) {
     write(reply, protocol::VirusTypes{virusTypeList()});
     return true;
 }
 
-bool startManualScan(Service& service, const IPCMessage&, IPCMessage& reply) {
-    const auto config = service.configuration().snapshot();
+bool startManualScan(ConfigurationStore& configuration, ScanJobs& scans, IPCMessage& reply) {
+    const auto config = configuration.snapshot();
     const NORVManualScanConfig record(*config);
     const NORVScanConfig& settings = record;
-    return started(service.scans().start({.kind = ScanKind::MANUAL,
-                                          .settings = settings,
-                                          .roots = {},
-                                          .shareRoots = shareRoots(*config),
-                                          .workers = record.scanWorkers,
-                                          .act = true}),
+    return started(scans.start({.kind = ScanKind::MANUAL,
+                                .settings = settings,
+                                .roots = {},
+                                .shareRoots = shareRoots(*config),
+                                .workers = record.scanWorkers,
+                                .act = true}),
                    reply);
 }
 
-bool stopScan(Service& service, const IPCMessage& request, IPCMessage&) {
-    return service.scans().stop(protocol::read<protocol::StopManualScan>(request).requestId);
+bool stopScan(ScanJobs& scans, const IPCMessage& request) {
+    return scans.stop(idIn<protocol::StopManualScan>(request));
 }
 
-bool getScanStatus(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    const auto status = service.scans().status(protocol::read<protocol::GetScanProgress>(request).requestId);
+bool getScanStatus(ScanJobs& scans, const IPCMessage& request, IPCMessage& reply) {
+    const auto status = scans.status(idIn<protocol::GetScanProgress>(request));
     if (!status) return false;
     write(reply, progressOf(*status));
     return true;
 }
 
-bool startPathScan(Service& service, const IPCMessage& request, IPCMessage& reply) {
+bool startPathScan(ConfigurationStore& configuration, ScanJobs& scans, const IPCMessage& request, IPCMessage& reply) {
     const auto wanted = protocol::read<protocol::StartPathScan>(request);
     const std::vector<std::string> paths = splitPathList(wanted.paths);
     const auto absolute = [](const std::string& path) { return std::filesystem::path(path).is_absolute(); };
     if (paths.empty() || !std::all_of(paths.begin(), paths.end(), absolute)) {
         return refuse("No paths, or one that is not absolute.", reply);
     }
-    const NORVManualScanConfig record(*service.configuration().snapshot());
+    const NORVManualScanConfig record(*configuration.snapshot());
     const NORVScanConfig& common = record;
     NORVScanConfig settings = common;
     // Who names a file wants it scanned, whatever the pages select.
     settings.includeExtList.clear();
     settings.includeHVExtList = settings.zelscan = false;
     settings.scanCompressed = true;
-    return started(service.scans().start({.kind = ScanKind::PATH,
-                                          .settings = settings,
-                                          .roots = paths,
-                                          .shareRoots = {},
-                                          .workers = wanted.workers,
-                                          .act = wanted.act}),
+    return started(scans.start({.kind = ScanKind::PATH,
+                                .settings = settings,
+                                .roots = paths,
+                                .shareRoots = {},
+                                .workers = wanted.workers,
+                                .act = wanted.act}),
                    reply);
 }
 
-bool getScanFinds(Service& service, const IPCMessage& request, IPCMessage& reply) {
+bool getScanFinds(ScanJobs& scans, const IPCMessage& request, IPCMessage& reply) {
     const auto wanted = protocol::read<protocol::GetScanFinds>(request);
-    if (!service.scans().status(wanted.requestId)) return refuse("There is no such scan.", reply);
-    protocol::ScanFinds page{.finds = service.scans().finds(wanted.requestId, wanted.from, MAX_FINDS), .more = false};
+    if (!scans.status(wanted.requestId)) return refuse("There is no such scan.", reply);
+    protocol::ScanFinds page{.finds = scans.finds(wanted.requestId, wanted.from, MAX_FINDS), .more = false};
     page.more = page.finds.size() == MAX_FINDS;
     page.more = protocol::cutToReply(page.finds) || page.more;
     write(reply, page);
     return true;
 }
 
-bool getScanHistory(Service& service, const IPCMessage&, IPCMessage& reply) {
+bool getScanHistory(ScanJobs& scans, IPCMessage& reply) {
     protocol::ScanHistory history;
-    for (const ScanStatus& status : service.scans().history()) history.scans.push_back(summaryOf(status));
+    for (const ScanStatus& status : scans.history()) history.scans.push_back(summaryOf(status));
     write(reply, history);
     return true;
 }

@@ -1,12 +1,18 @@
 #include "norv/protocol/status.h"
+#include "service/access/session_store.h"
 #include "service/base/version.h"
+#include "service/quarantine/quarantine.h"
+#include "service/scanning/scan_jobs.h"
+#include "service/schedules/scheduler.h"
 #include "service/server/handlers.h"
 #include "service/server/protection_facts.h"
-#include "service/server/service.h"
+#include "service/settings/configuration_store.h"
+#include "service/updates/updater.h"
 
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace keldra::handlers {
 
@@ -24,8 +30,7 @@ const char* databaseText(EngineState::Database database) {
     return protocol::DATABASE_NONE;
 }
 
-void addEngine(Service& service, protocol::ServiceStatus& status) {
-    const EngineState state = service.engine().state();
+void addEngine(const EngineState& state, protocol::ServiceStatus& status) {
     status.database = databaseText(state.database);
     status.databaseVersion = state.databaseVersion;
     status.databaseTime = state.databaseTime;
@@ -35,35 +40,30 @@ void addEngine(Service& service, protocol::ServiceStatus& status) {
     status.engineMessage = state.message;
 }
 
-void addRealtime(Service& service, protocol::ServiceStatus& status) {
-    const RealtimeState state = service.realtime().state();
+void addRealtime(const RealtimeState& state, protocol::ServiceStatus& status) {
     status.realtimeRunning = state.guarding;
     status.realtimeAllowed = state.kernelAllows;
     status.realtimeMessage = state.message;
     status.realtimeHanging = state.hanging;
 }
 
-void addVerdict(Service& service, protocol::ServiceStatus& status) {
-    const Protection verdict = protectionOf(service);
+void addVerdict(const Protection& verdict, protocol::ServiceStatus& status) {
     status.verdict = protectionLevelName(verdict.level);
     for (const ProtectionReason& reason : verdict.reasons)
         status.reasons.push_back(
             {reason.code, protectionLevelName(reason.severity), reason.text, reason.detail, reason.count});
-    const SlowFacts slow = service.slowFacts().facts();
-    status.untreated = slow.untreated;
-    status.untreatedScan = slow.untreatedScan;
 }
 
 /// The newest scan of each kind, so that none hides another.
-void addLastScans(Service& service, protocol::ServiceStatus& status) {
+void addScans(const std::vector<ScanStatus>& scans, protocol::ServiceStatus& status) {
     std::set<ScanKind> seen;
-    for (const ScanStatus& scan : service.scans().history())
+    for (const ScanStatus& scan : scans)
         if (seen.insert(scan.kind).second) status.lastScans.push_back(summaryOf(scan));
 }
 
-void addScans(Service& service, protocol::ServiceStatus& status) {
-    const auto idOf = [&service](ScanKind kind) -> std::optional<std::string> {
-        const auto running = service.scans().running(kind);
+void addRunning(const ScanJobs& scans, protocol::ServiceStatus& status) {
+    const auto idOf = [&scans](ScanKind kind) -> std::optional<std::string> {
+        const auto running = scans.running(kind);
         return running ? std::optional(running->id) : std::nullopt;
     };
     status.runningManual = idOf(ScanKind::MANUAL);
@@ -71,31 +71,35 @@ void addScans(Service& service, protocol::ServiceStatus& status) {
     status.runningPath = idOf(ScanKind::PATH);
 }
 
-void addSchedules(Service& service, protocol::ServiceStatus& status) {
-    status.nextScan = service.scheduler().nextScan().value_or(0);
-    status.nextUpdate = service.scheduler().nextUpdate().value_or(0);
-    status.lastScan = service.scheduler().lastScan();
-    status.lastUpdate = service.scheduler().lastUpdate();
+void addSchedules(const Scheduler& scheduler, protocol::ServiceStatus& status) {
+    status.nextScan = scheduler.nextScan().value_or(0);
+    status.nextUpdate = scheduler.nextUpdate().value_or(0);
+    status.lastScan = scheduler.lastScan();
+    status.lastUpdate = scheduler.lastUpdate();
 }
 
 }  // namespace
 
-bool getServiceStatus(Service& service, const IPCMessage&, IPCMessage& reply) {
-    const bool good = service.configuration().refresh();
+bool getServiceStatus(const Witnesses& witnesses, const Running& running, Updater& updater, Scheduler& scheduler,
+                      IPCMessage& reply) {
+    const bool good = witnesses.configuration.refresh();
+    const Testimony heard = hear(witnesses);
     protocol::ServiceStatus status;
     status.version = VERSION;
-    status.uptime = service.clock().now() - service.startedAt();
-    status.configuration = good ? "" : service.configuration().error();
-    status.sessions = service.sessions().size();
-    status.stateNotWritten = service.sessions().problem();
-    status.quarantined = service.quarantine().size();
-    status.updateRunning = service.updater().status().running;
-    addEngine(service, status);
-    addRealtime(service, status);
-    addScans(service, status);
-    addLastScans(service, status);
-    addVerdict(service, status);
-    addSchedules(service, status);
+    status.uptime = running.clock.now() - running.since;
+    status.configuration = good ? "" : witnesses.configuration.error();
+    status.sessions = witnesses.sessions.size();
+    status.stateNotWritten = witnesses.sessions.problem();
+    status.quarantined = witnesses.quarantine.size();
+    status.updateRunning = updater.status().running;
+    status.untreated = heard.disks.untreated;
+    status.untreatedScan = heard.disks.untreatedScan;
+    addEngine(heard.engine, status);
+    addRealtime(heard.realtime, status);
+    addRunning(witnesses.scans, status);
+    addScans(heard.scans, status);
+    addVerdict(protectionOf(witnesses, heard), status);
+    addSchedules(scheduler, status);
     write(reply, status);
     return true;
 }

@@ -1,20 +1,21 @@
 #include "norv/protocol/updates.h"
 #include "service/server/handlers.h"
-#include "service/server/service.h"
+#include "service/settings/configuration_store.h"
+#include "service/updates/updater.h"
 
 namespace keldra::handlers {
 
-bool startManualUpdate(Service& service, const IPCMessage& request, IPCMessage& reply) {
-    protocol::StartManualUpdate wanted{.requestId = {},
-                                       .settings = NORVManualAUConfig(*service.configuration().snapshot())};
+bool startManualUpdate(ConfigurationStore& configuration, Updater& updater, const IPCMessage& request,
+                       IPCMessage& reply) {
+    protocol::StartManualUpdate wanted{.requestId = {}, .settings = NORVManualAUConfig(*configuration.snapshot())};
     if (!request.hasParam(wanted.PARAMETER) || !read(request, wanted))
         return refuse("The settings are malformed.", reply);
-    if (service.updater().startManual(wanted.requestId, wanted.settings.components)) return true;
-    return refuse("There is another update currently in progress.", reply);
+    return updater.startManual(wanted.requestId, wanted.settings.components) ||
+           refuse("There is another update currently in progress.", reply);
 }
 
-bool getUpdateStatus(Service& service, const IPCMessage&, IPCMessage& reply) {
-    const UpdateStatus status = service.updater().status();
+bool getUpdateStatus(Updater& updater, IPCMessage& reply) {
+    const UpdateStatus status = updater.status();
     write(reply, protocol::UpdateProgress{.running = status.running,
                                           .scheduled = status.scheduled,
                                           .requestId = status.requestId,

@@ -8,19 +8,20 @@
 namespace keldra {
 
 class ConfigurationStore;
+class EventJournal;
 class FolderQuestions;
 class LogonGuard;
+class Notices;
 class PasswordFile;
 class Quarantine;
 class RealtimeScan;
-class ScanEngine;
 class ScanJobs;
 class Scheduler;
 class ServedDocument;
-class Service;
 class SessionStore;
 class Updater;
 class VarFolder;
+struct Witnesses;
 
 /// Since when the service runs, by which clock.
 struct Running {
@@ -29,8 +30,8 @@ struct Running {
 };
 
 /// All that handlers work on. Each is handed those that its parameters name.
-using Parts = std::tuple<ConfigurationStore&, FolderQuestions&, LogonGuard&, PasswordFile&, Quarantine&, RealtimeScan&,
-                         ScanEngine&, ScanJobs&, Scheduler&, ServedDocument&, Service&, SessionStore&, Updater&,
-                         VarFolder&, const Running&>;
+using Parts = std::tuple<ConfigurationStore&, EventJournal&, FolderQuestions&, LogonGuard&, Notices&, PasswordFile&,
+                         Quarantine&, RealtimeScan&, ScanJobs&, Scheduler&, ServedDocument&, SessionStore&, Updater&,
+                         VarFolder&, const Running&, const Witnesses&>;
 
 }  // namespace keldra

@@ -1,6 +1,14 @@
 #include "service/server/protection_facts.h"
 
-#include "service/server/service.h"
+#include "norv/au_config.h"
+#include "norv/scan_config.h"
+#include "service/access/session_store.h"
+#include "service/base/clock.h"
+#include "service/events/event_journal.h"
+#include "service/quarantine/quarantine.h"
+#include "service/scanning/scan_jobs.h"
+#include "service/server/happenings.h"
+#include "service/settings/configuration_store.h"
 
 #include <algorithm>
 
@@ -16,8 +24,7 @@ Facts::Signatures signaturesOf(const EngineState& state) {
     return state.database == EngineState::Database::FAILED ? Facts::Signatures::FAILED : Facts::Signatures::NONE;
 }
 
-void addSignatures(Service& service, Facts& facts) {
-    const EngineState state = service.engine().state();
+void addSignatures(const EngineState& state, Facts& facts) {
     facts.signatures = signaturesOf(state);
     facts.realSignatures = state.signatures - std::min(state.signatures, state.signaturesForTrying);
     facts.officialTime = state.officialTime();
@@ -27,8 +34,7 @@ void addSignatures(Service& service, Facts& facts) {
     facts.scannerWorks = state.guarding;
 }
 
-void addUpdates(Service& service, const NORVConfig& config, Facts& facts) {
-    const UpdateMemory updates = service.happenings().updates();
+void addUpdates(const UpdateMemory& updates, const NORVConfig& config, Facts& facts) {
     facts.updatesScheduled = NORVScheduledAUConfig(config).kind != NORVScheduledAUConfig::OFF;
     facts.updateFailed = updates.failed;
     facts.updateMessage = updates.message;
@@ -43,8 +49,8 @@ Facts::ScanEnd endOf(const ScanStatus& scan) {
     return outcome == "stopped" ? Facts::ScanEnd::STOPPED : Facts::ScanEnd::INTERRUPTED;
 }
 
-void addScans(Service& service, Facts& facts) {
-    for (const ScanStatus& scan : service.scans().history()) {
+void addScans(const std::vector<ScanStatus>& scans, Facts& facts) {
+    for (const ScanStatus& scan : scans) {
         if (scan.kind == ScanKind::PATH || scan.state == ScanState::RUNNING) continue;
         if (facts.lastEnd == Facts::ScanEnd::NEVER) {
             facts.lastEnd = endOf(scan);
@@ -57,21 +63,16 @@ void addScans(Service& service, Facts& facts) {
         facts.filesNotScanned = scan.skipped + scan.notFullyScanned;
         break;
     }
-    for (const std::string& problem :
-         {service.scans().problem(), service.events().problem(), service.sessions().problem()})
-        if (!problem.empty()) facts.unsaved.push_back(problem);
 }
 
-void addRealtime(Service& service, Facts& facts) {
-    const RealtimeState state = service.realtime().state();
+void addRealtime(const RealtimeState& state, Facts& facts) {
     facts.realtimeWanted = state.wanted;
     facts.realtimeGuards = state.guarding;
     facts.realtimeHanging = state.hanging;
     facts.realtimeMessage = state.message;
 }
 
-void addDisks(Service& service, Facts& facts) {
-    const SlowFacts slow = service.slowFacts().facts();
+void addDisks(const SlowFacts& slow, const QuarantineUse& use, Facts& facts) {
     facts.roots = slow.roots;
     facts.missingRoots = slow.missingRoots;
     facts.emptyRoots = slow.emptyRoots;
@@ -80,25 +81,31 @@ void addDisks(Service& service, Facts& facts) {
     facts.stateSize = slow.stateSize;
     facts.untreated = slow.untreated;
     facts.untreatedExample = slow.untreatedExample;
-    const QuarantineUse use = service.quarantine().use();
     facts.quarantineUsed = use.bytes;
     facts.quarantineLimit = use.limits.bytes;
 }
 
 }  // namespace
 
-Protection protectionOf(Service& service) {
+Testimony hear(const Witnesses& witnesses) {
+    return {witnesses.engine.state(), witnesses.realtime.state(), witnesses.disks.facts(), witnesses.scans.history()};
+}
+
+Protection protectionOf(const Witnesses& witnesses, const Testimony& heard) {
     Facts facts;
-    facts.now = service.clock().now();
-    facts.configurationUsable = service.configuration().error().empty();
-    facts.configurationError = service.configuration().error();
-    const auto config = service.configuration().snapshot();
+    facts.now = witnesses.clock.now();
+    facts.configurationUsable = witnesses.configuration.error().empty();
+    facts.configurationError = witnesses.configuration.error();
+    const auto config = witnesses.configuration.snapshot();
     facts.scanScheduled = NORVScheduledScanConfig(*config).frequency != NORVScheduledScanConfig::OFF;
-    addSignatures(service, facts);
-    addUpdates(service, *config, facts);
-    addScans(service, facts);
-    addRealtime(service, facts);
-    addDisks(service, facts);
+    addSignatures(heard.engine, facts);
+    addUpdates(witnesses.happenings.updates(), *config, facts);
+    addScans(heard.scans, facts);
+    for (const std::string& problem :
+         {witnesses.scans.problem(), witnesses.events.problem(), witnesses.sessions.problem()})
+        if (!problem.empty()) facts.unsaved.push_back(problem);
+    addRealtime(heard.realtime, facts);
+    addDisks(heard.disks, witnesses.quarantine.use(), facts);
     return judgeProtection(facts);
 }
 

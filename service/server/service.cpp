@@ -3,7 +3,6 @@
 #include "norv/log.h"
 #include "service/base/memory_budget.h"
 #include "service/server/notify.h"
-#include "service/server/protection_facts.h"
 #include "service/settings/settings_table.h"
 #include "service/tree/share_roots.h"
 
@@ -99,8 +98,8 @@ std::vector<std::string> Service::ownFolders() const {
 }
 
 Parts Service::parts() {
-    return {configuration_, folders_,        logonGuard_, password_, quarantine_, *realtime_, *engine_, *scans_,
-            *scheduler_,    servedDocument_, *this,       sessions_, *updater_,   varFolder_, running_};
+    return {configuration_, *events_,    folders_,        logonGuard_, *notices_, password_,  quarantine_, *realtime_,
+            *scans_,        *scheduler_, servedDocument_, sessions_,   *updater_, varFolder_, running_,    *witnesses_};
 }
 
 bool Service::open(std::string& error) {
@@ -150,7 +149,7 @@ void Service::makeNotices() {
 }
 
 NoticeTexts Service::noticeTexts() {
-    const Protection verdict = protectionOf(*this);
+    const Protection verdict = protectionOf(*witnesses_, hear(*witnesses_));
     NoticeTexts texts{protectionLevelName(verdict.level), "", ""};
     for (const ProtectionReason& reason : verdict.reasons) {
         texts.reasons += "- " + reason.text;
@@ -244,6 +243,8 @@ void Service::makeParts() {
                           .detail = report.result.detail});
     });
     slowFacts_ = std::make_unique<SlowFactsWatch>([this] { return slowQuestions(); });
+    witnesses_.emplace(Witnesses{clock_, configuration_, sessions_, *events_, *happenings_, quarantine_, *engine_,
+                                 *scans_, *realtime_, *slowFacts_});
     makeNotices();
     clients_ = std::make_unique<ClientServer>(clientHooks());
 }

@@ -18,6 +18,7 @@
 #include "service/server/folder_questions.h"
 #include "service/server/happenings.h"
 #include "service/server/message_server.h"
+#include "service/server/protection_facts.h"
 #include "service/server/settings_applier.h"
 #include "service/server/slow_facts.h"
 #include "service/server/var_folder.h"
@@ -34,6 +35,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -68,23 +70,6 @@ public:
     bool open(std::string& error);
     /// Answers requests until SIGTERM or SIGINT; SIGHUP reads the configuration and the signatures again.
     void run();
-
-    const ServiceOptions& options() const { return options_; }
-    const Clock& clock() const { return clock_; }
-    ConfigurationStore& configuration() { return configuration_; }
-    SessionStore& sessions() { return sessions_; }
-    Quarantine& quarantine() { return quarantine_; }
-    ScanEngine& engine() { return *engine_; }
-    ScanJobs& scans() { return *scans_; }
-    Scheduler& scheduler() { return *scheduler_; }
-    Updater& updater() { return *updater_; }
-    RealtimeScan& realtime() { return *realtime_; }
-    ClientServer& clients() { return *clients_; }
-    EventJournal& events() { return *events_; }
-    Notices& notices() { return *notices_; }
-    Happenings& happenings() { return *happenings_; }
-    SlowFactsWatch& slowFacts() { return *slowFacts_; }
-    std::int64_t startedAt() const { return running_.since; }
 
 private:
     std::vector<std::string> ownFolders() const;
@@ -135,6 +120,7 @@ private:
     std::unique_ptr<Scheduler> scheduler_;
     std::unique_ptr<RealtimeScan> realtime_;
     std::unique_ptr<SlowFactsWatch> slowFacts_;
+    std::optional<const Witnesses> witnesses_;
     std::unique_ptr<Notices> notices_;
     std::unique_ptr<ClientServer> clients_;
     std::map<std::string, std::vector<LeftFind>> left_;  ///< by scan; only the watch of the disks uses it
