@@ -24,7 +24,6 @@ namespace keldra {
 
 namespace {
 
-constexpr const char* SENDMAIL = "/usr/sbin/sendmail";
 constexpr long CONNECT_TIME = 10;  // seconds
 constexpr long REFUSED = 400;      // the first HTTP status that is none of success
 constexpr auto POLL = std::chrono::milliseconds(20);
@@ -80,6 +79,23 @@ private:
     curl_slist* list_ = nullptr;
 };
 
+/// Certificates that are trusted beside those of the system.
+void trust(Transfer& transfer, const NoticeSettings& settings) {
+    if (settings.authorities.empty()) return;
+    std::string text = settings.authorities;
+    curl_blob blob{text.data(), text.size(), CURL_BLOB_COPY};
+    transfer.set(CURLOPT_CAINFO_BLOB, &blob);
+    transfer.set(CURLOPT_CAPATH, "/etc/ssl/certs");
+}
+
+/// The server with the port that its kind of encryption is usual at, unless it names one.
+std::string mailServer(const NoticeSettings& settings) {
+    const std::string& server = settings.smtpServer;
+    const bool named =
+        server.find(':', server.rfind(']') == std::string::npos ? 0 : server.rfind(']')) != std::string::npos;
+    return named || settings.smtpSecurity != protocol::SMTP_STARTTLS ? server : server + ":587";
+}
+
 std::size_t readPart(char* buffer, std::size_t size, std::size_t count, void* source) {
     auto& rest = *static_cast<std::string_view*>(source);
     const std::size_t length = std::min(rest.size(), size * count);
@@ -91,9 +107,10 @@ std::size_t readPart(char* buffer, std::size_t size, std::size_t count, void* so
 std::string sendBySmtp(const NoticeSettings& settings, const std::vector<std::string>& to, const std::string& mail,
                        const std::atomic<bool>& ending) {
     const bool tls = settings.smtpSecurity == protocol::SMTP_TLS;
-    const std::string url = (tls ? "smtps://" : "smtp://") + settings.smtpServer;
+    const std::string url = (tls ? "smtps://" : "smtp://") + mailServer(settings);
     std::string_view rest = mail;
     Transfer transfer(ending);
+    trust(transfer, settings);
     for (const std::string& address : to) transfer.append("<" + address + ">");
     transfer.set(CURLOPT_URL, url.c_str());
     transfer.set(CURLOPT_PROTOCOLS_STR, "smtp,smtps");
@@ -112,29 +129,29 @@ std::string sendBySmtp(const NoticeSettings& settings, const std::vector<std::st
 }
 
 /// Waits for a child, at most as long as a message may take.
-std::string awaitChild(pid_t child, const std::atomic<bool>& ending) {
+std::string awaitChild(pid_t child, const std::string& program, const std::atomic<bool>& ending) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(NOTICE_TIME);
     int status = 0;
     while (::waitpid(child, &status, WNOHANG) == 0) {
         if (ending || std::chrono::steady_clock::now() > end) {
             ::kill(child, SIGKILL);
             ::waitpid(child, &status, 0);
-            return std::string(SENDMAIL) + " took too long.";
+            return program + " took too long.";
         }
         std::this_thread::sleep_for(POLL);
     }
     const bool good = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    return good ? "" : std::string(SENDMAIL) + " refused the mail.";
+    return good ? "" : program + " refused the mail.";
 }
 
 /// The mail goes by a file without a name, which the program can read at its leisure.
-std::string sendByProgram(const NoticeSettings& settings, const std::vector<std::string>& to, std::string mail,
-                          const std::atomic<bool>& ending) {
+std::string sendByProgram(const std::string& program, const std::string& from, const std::vector<std::string>& to,
+                          std::string mail, const std::atomic<bool>& ending) {
     std::erase(mail, '\r');
     const FileDescriptor file(::memfd_create("mail", MFD_CLOEXEC));
     if (!file || !writeAll(file.get(), mail) || ::lseek(file.get(), 0, SEEK_SET) != 0)
         return "The mail cannot be prepared: " + errorText(errno) + ".";
-    std::vector<std::string> words{SENDMAIL, "-i", "-f", settings.mailFrom, "--"};
+    std::vector<std::string> words{program, "-i", "-f", from, "--"};
     words.insert(words.end(), to.begin(), to.end());
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
@@ -148,19 +165,19 @@ std::string sendByProgram(const NoticeSettings& settings, const std::vector<std:
     ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     pid_t child = -1;
-    const int error = ::posix_spawn(&child, SENDMAIL, &actions, nullptr, arguments.data(), environment.data());
+    const int error = ::posix_spawn(&child, program.c_str(), &actions, nullptr, arguments.data(), environment.data());
     ::posix_spawn_file_actions_destroy(&actions);
-    return error == 0 ? awaitChild(child, ending) : std::string(SENDMAIL) + ": " + errorText(error) + ".";
+    return error == 0 ? awaitChild(child, program, ending) : program + ": " + errorText(error) + ".";
 }
 
 }  // namespace
 
-std::string sendMail(const NoticeSettings& settings, const NoticeMessage& message, std::int64_t now,
-                     const std::atomic<bool>& ending) {
+std::string sendMail(const NoticeSettings& settings, const NoticeMessage& message, const std::string& sendmail,
+                     std::int64_t now, const std::atomic<bool>& ending) {
     const std::vector<std::string> to = mailAddresses(settings.mailTo);
     const std::string mail = mailText(message, settings.mailFrom, to, now);
     return settings.mailBy == protocol::MAIL_BY_SMTP ? sendBySmtp(settings, to, mail, ending)
-                                                     : sendByProgram(settings, to, mail, ending);
+                                                     : sendByProgram(sendmail, settings.mailFrom, to, mail, ending);
 }
 
 std::string sendHook(const NoticeSettings& settings, const NoticeMessage& message, const std::atomic<bool>& ending) {
@@ -172,6 +189,7 @@ std::string sendHook(const NoticeSettings& settings, const NoticeMessage& messag
     if (gotify && !url.ends_with("/message")) url += url.ends_with('/') ? "message" : "/message";
     const std::string body = gotify ? gotifyText(message) : ntfy ? message.text : hookText(message);
     Transfer transfer(ending);
+    trust(transfer, settings);
     transfer.append(ntfy ? "Content-Type: text/plain; charset=utf-8" : "Content-Type: application/json");
     if (ntfy) transfer.append("Title: " + message.subject);
     if (ntfy)

@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t LARGEST_FILE = std::size_t{1} << 16U;
 constexpr std::size_t LONGEST_TEXT = 1000;
+constexpr std::size_t LONGEST_AUTHORITIES = std::size_t{1} << 15U;
 constexpr uint32_t LONGEST_BUNDLE = 86400;
 
 void visitPlain(auto& settings, auto&& field) {
@@ -26,12 +27,13 @@ void visitPlain(auto& settings, auto&& field) {
     });
 }
 
-std::string toText(const NoticeSettings& settings) {
+std::string toText(const NoticeSettings& settings, std::uint64_t revision) {
     JsonText json;
     json.object([&] {
         visitPlain(settings, [&json](const char* name, const auto& member) { json.member(name, member); });
         json.member("SmtpPassword", settings.smtpPassword.value_or(""));
         json.member("HookToken", settings.hookToken.value_or(""));
+        json.member("Revision", revision);
     });
     return json.text() + "\n";
 }
@@ -66,8 +68,9 @@ bool isOneOf(const std::string& text, Names... names) {
 
 std::string checkTexts(const NoticeSettings& settings) {
     bool plain = isPlain(settings.smtpPassword.value_or("")) && isPlain(settings.hookToken.value_or(""));
-    visitPlain(settings, [&plain](const char*, const auto& member) {
-        if constexpr (requires { member.size(); }) plain = plain && isPlain(member);
+    visitPlain(settings, [&](const char*, const auto& member) {
+        if constexpr (requires { member.size(); })
+            plain = plain && (&member == &settings.authorities || isPlain(member));
     });
     return plain ? "" : "A text is too long or holds control characters.";
 }
@@ -76,6 +79,9 @@ std::string checkMail(const NoticeSettings& settings) {
     if (!isOneOf(settings.mailBy, protocol::MAIL_BY_SENDMAIL, protocol::MAIL_BY_SMTP)) return "Unknown way of mail.";
     if (!isOneOf(settings.smtpSecurity, protocol::SMTP_TLS, protocol::SMTP_STARTTLS, protocol::SMTP_PLAIN))
         return "Unknown kind of encryption.";
+    constexpr const char* IN_A_SERVER = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_:[]";
+    if (settings.smtpServer.find_first_not_of(IN_A_SERVER) != std::string::npos)
+        return "The mail server must be a name or an address, with a port behind a colon if need be.";
     const std::vector<std::string> to = mailAddresses(settings.mailTo);
     if (!std::all_of(to.begin(), to.end(), isAddress)) return "A mail address is malformed.";
     if (!settings.mailFrom.empty() && !isAddress(settings.mailFrom)) return "The sender's mail address is malformed.";
@@ -86,12 +92,28 @@ std::string checkMail(const NoticeSettings& settings) {
     return serverMissing ? "Mail over SMTP needs a server." : "";
 }
 
+/// The part of an address that says whom one talks to.
+std::string serverOf(const std::string& url) {
+    const std::size_t host = url.find("://");
+    return host == std::string::npos ? url : url.substr(0, url.find_first_of("/?#", host + 3));
+}
+
 std::string checkHook(const NoticeSettings& settings) {
     if (!isOneOf(settings.hookKind, protocol::HOOK_JSON, protocol::HOOK_NTFY, protocol::HOOK_GOTIFY))
         return "Unknown kind of web hook.";
     const bool isUrl = settings.hookUrl.starts_with("https://") || settings.hookUrl.starts_with("http://");
     if (!settings.hookUrl.empty() && !isUrl) return "The web hook's address must begin with https:// or http://.";
+    if (serverOf(settings.hookUrl).find('@') != std::string::npos)
+        return "A name or password does not belong into the web hook's address; use the token.";
     return settings.hook && settings.hookUrl.empty() ? "A web hook needs an address." : "";
+}
+
+std::string checkAuthorities(const NoticeSettings& settings) {
+    const std::string& text = settings.authorities;
+    if (text.empty()) return {};
+    const bool isPem = text.find("-----BEGIN CERTIFICATE-----") != std::string::npos &&
+                       text.find("PRIVATE KEY") == std::string::npos && text.find('\0') == std::string::npos;
+    return isPem && text.size() <= LONGEST_AUTHORITIES ? "" : "The certificates to trust must be a text in PEM form.";
 }
 
 std::string checkChoice(const NoticeSettings& settings) {
@@ -99,6 +121,18 @@ std::string checkChoice(const NoticeSettings& settings) {
     for (std::string name; std::getline(kinds, name, ',');)
         if (!eventKindOf(name)) return "There is no such kind of event.";
     return eventSeverityOf(settings.severity) ? "" : "There is no such severity.";
+}
+
+/// A secret that was given for one server must not be had by naming another one.
+std::string checkOldSecrets(const NoticeSettings& wanted, const NoticeSettings& stored) {
+    const bool mailMoved = !wanted.smtpPassword && !stored.smtpPassword.value_or("").empty() &&
+                           (wanted.smtpServer != stored.smtpServer || (wanted.smtpSecurity == protocol::SMTP_PLAIN &&
+                                                                       wanted.smtpSecurity != stored.smtpSecurity));
+    if (mailMoved)
+        return "The password of the mail server must be given again, as the server or its encryption is another one.";
+    const bool hookMoved = !wanted.hookToken && !stored.hookToken.value_or("").empty() &&
+                           serverOf(wanted.hookUrl) != serverOf(stored.hookUrl);
+    return hookMoved ? "The token of the web hook must be given again, as the server is another one." : "";
 }
 
 }  // namespace
@@ -114,14 +148,18 @@ std::vector<std::string> mailAddresses(const std::string& list) {
 }
 
 std::string checkNoticeSettings(const NoticeSettings& settings) {
-    for (const auto check : {checkTexts, checkMail, checkHook, checkChoice})
+    for (const auto check : {checkTexts, checkMail, checkHook, checkAuthorities, checkChoice})
         if (std::string fault = check(settings); !fault.empty()) return fault;
     return {};
 }
 
 NoticeStore::NoticeStore(std::filesystem::path file) : file_(std::move(file)) {
     int error = 0;
-    if (const auto text = readFile(file_, LARGEST_FILE, error)) settings_ = fromText(*text);
+    if (const auto text = readFile(file_, LARGEST_FILE, error)) {
+        settings_ = fromText(*text);
+        const rapidjson::Document json = parseJson(*text);
+        if (json.IsObject()) revision_ = static_cast<std::uint64_t>(numberOf(json, "Revision"));
+    }
     if (error != 0 && error != ENOENT)
         NORV_LOG(NORV_LOG_ERROR, "%s cannot be read: %s", file_.c_str(), errorText(error).c_str());
 }
@@ -140,15 +178,24 @@ NoticeSettings NoticeStore::served() const {
     return copy;
 }
 
-std::string NoticeStore::store(NoticeSettings settings) {
+std::uint64_t NoticeStore::revision() const {
     const std::lock_guard lock(mutex_);
+    return revision_;
+}
+
+std::string NoticeStore::store(NoticeSettings settings, std::optional<std::uint64_t> revision) {
+    const std::lock_guard lock(mutex_);
+    if (revision && *revision != revision_)
+        return "Somebody else changed these settings meanwhile. Load the page again to see them.";
+    if (std::string fault = checkOldSecrets(settings, settings_); !fault.empty()) return fault;
     if (!settings.smtpPassword) settings.smtpPassword = settings_.smtpPassword;
     if (!settings.hookToken) settings.hookToken = settings_.hookToken;
     settings.bundleSeconds = std::min(settings.bundleSeconds, LONGEST_BUNDLE);
     if (std::string fault = checkNoticeSettings(settings); !fault.empty()) return fault;
-    const WriteResult written = writeFileAtomically(file_, toText(settings), 0600);
+    const WriteResult written = writeFileAtomically(file_, toText(settings, revision_ + 1), 0600);
     if (!written) return "The settings cannot be written: " + errorText(written.error) + ".";
     settings_ = std::move(settings);
+    ++revision_;
     return {};
 }
 

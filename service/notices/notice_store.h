@@ -2,8 +2,10 @@
 
 #include "norv/protocol/notices.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,13 +29,17 @@ public:
     NoticeSettings settings() const;
     /// Without them.
     NoticeSettings served() const;
-    /// Checks and stores. Secrets that are left out stay. Returns what is wrong, or nothing.
-    std::string store(NoticeSettings settings);
+    /// Tells one state of the settings from the next.
+    std::uint64_t revision() const;
+    /// Checks and stores. Secrets that are left out stay, unless they would go to another server than they were given
+    /// for. `revision`: that of the settings that are to be changed, if it matters. Returns what is wrong, or nothing.
+    std::string store(NoticeSettings settings, std::optional<std::uint64_t> revision = {});
 
 private:
     const std::filesystem::path file_;
     mutable std::mutex mutex_;
     NoticeSettings settings_;
+    std::uint64_t revision_ = 0;
 };
 
 }  // namespace keldra

@@ -70,8 +70,8 @@ void Notices::take(const std::vector<Event>& events) {
     }
 }
 
-std::string Notices::store(const NoticeSettings& settings) {
-    std::string fault = store_.store(settings);
+std::string Notices::store(const NoticeSettings& settings, std::optional<std::uint64_t> revision) {
+    std::string fault = store_.store(settings, revision);
     if (!fault.empty()) return fault;
     const std::lock_guard lock(mutex_);
     for (Outbox& outbox : outboxes_) outbox.due = std::min(outbox.due, clock_.steadyMilliseconds()), outbox.tries = 0;
@@ -82,22 +82,28 @@ std::string Notices::store(const NoticeSettings& settings) {
 NoticeTexts Notices::texts() const { return settings_.texts ? settings_.texts() : NoticeTexts{}; }
 
 std::string Notices::send(Way way, const NoticeSettings& settings, const NoticeMessage& message) const {
-    return way == MAIL ? sendMail(settings, message, clock_.now(), stopping_) : sendHook(settings, message, stopping_);
+    return way == MAIL ? sendMail(settings, message, settings_.sendmail, clock_.now(), stopping_)
+                       : sendHook(settings, message, stopping_);
 }
 
-std::string Notices::test() {
-    const NoticeSettings settings = store_.settings();
-    if (!settings.mail && !settings.hook) return "Neither mail nor a web hook is switched on.";
+std::string Notices::test(const std::string& way) {
+    NoticeSettings settings = store_.settings();
+    if (!way.empty() && way != protocol::WAY_MAIL && way != protocol::WAY_HOOK) return "There is no such way.";
+    settings.mail = settings.mail && way != protocol::WAY_HOOK;
+    settings.hook = settings.hook && way != protocol::WAY_MAIL;
+    if (!settings.mail && !settings.hook)
+        return way.empty() ? "Neither mail nor a web hook is switched on." : "It is not switched on.";
     NoticeBundle bundle;
     bundle.add(testEvent(clock_.now()));
     const NoticeTexts said = texts();
     const NoticeMessage message = messageOf(bundle, settings_.host, said.verdict, said.reasons);
     std::string faults;
-    for (const Way way : {MAIL, HOOK}) {
-        if (!wanted(settings, way)) continue;
-        const std::string fault = send(way, settings, message);
+    for (const Way one : {MAIL, HOOK}) {
+        if (!wanted(settings, one)) continue;
+        const std::string fault = send(one, settings, message);
+        if (!fault.empty() && !way.empty()) return fault;
         if (!fault.empty())
-            faults += (faults.empty() ? "" : " ") + std::string(way == MAIL ? "Mail: " : "Web hook: ") + fault;
+            faults += (faults.empty() ? "" : " ") + std::string(one == MAIL ? "Mail: " : "Web hook: ") + fault;
     }
     return faults;
 }

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,6 +30,7 @@ struct NoticesSettings {
     std::filesystem::path folder;  ///< settings and what waits; made when missing, 0700
     std::string host;
     std::function<NoticeTexts()> texts;
+    std::string sendmail = "/usr/sbin/sendmail";
     int retry = 60000;  ///< milliseconds before the first further try; doubled after each, up to an hour
 };
 
@@ -53,10 +55,11 @@ public:
     /// With the secrets that are stored, for a change that leaves fields out.
     NoticeSettings settings() const { return store_.settings(); }
     /// Checks and stores. Returns what is wrong, or nothing.
-    std::string store(const NoticeSettings& settings);
-    /// Sends a message at once on every way that is switched on. Returns what went wrong, or nothing. Takes up to half
-    /// a minute for each.
-    std::string test();
+    std::string store(const NoticeSettings& settings, std::optional<std::uint64_t> revision = {});
+    std::uint64_t revision() const { return store_.revision(); }
+    /// Sends a message at once on the way that is named, or on every one that is switched on. Returns what went wrong,
+    /// or nothing. Takes up to half a minute for each.
+    std::string test(const std::string& way = {});
     NoticeState state() const;
     /// Ends the thread; what waits is kept for the next start. A transfer under way is given up.
     void stop();

@@ -106,7 +106,7 @@ bool getDailyFigures(EventJournal& events, const IPCMessage& request, IPCMessage
 // handlers_notices.cpp
 bool getNotices(Notices& notices, IPCMessage& reply);
 bool setNotices(Notices& notices, const IPCMessage& request, IPCMessage& reply);
-bool testNotices(Notices& notices, IPCMessage& reply);
+bool testNotices(Notices& notices, const IPCMessage& request, IPCMessage& reply);
 
 }  // namespace handlers
 

@@ -8,19 +8,20 @@
 namespace keldra::handlers {
 
 bool getNotices(Notices& notices, IPCMessage& reply) {
-    write(reply, notices.served());
+    const NoticeState state = notices.state();
+    write(reply, protocol::NoticeReport{notices.served(), notices.revision(), state.waiting, state.problem});
     return true;
 }
 
 bool setNotices(Notices& notices, const IPCMessage& request, IPCMessage& reply) {
-    NoticeSettings settings = notices.served();
-    protocol::read(request, settings);
-    const std::string fault = notices.store(settings);
+    protocol::SetNotices wanted{notices.served(), {}};
+    protocol::read(request, wanted);
+    const std::string fault = notices.store(wanted, wanted.revision);
     return fault.empty() || refuse(fault, reply);
 }
 
-bool testNotices(Notices& notices, IPCMessage& reply) {
-    const std::string fault = notices.test();
+bool testNotices(Notices& notices, const IPCMessage& request, IPCMessage& reply) {
+    const std::string fault = notices.test(protocol::read<protocol::TestNotices>(request).way);
     return fault.empty() || refuse(fault, reply);
 }
 

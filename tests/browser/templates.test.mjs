@@ -102,6 +102,7 @@ const pages = {
   'password_wrong.html': { items: { __LOGON_FAILURE__: 'Wrong.' } },
   'settings.html': { items: {} },
   'events.html': { items: {} },
+  'notices.html': { items: {} },
 };
 
 const tables = Object.fromEntries(languages.map((language) => [language, stringTable(language)]));

@@ -41,6 +41,8 @@ struct NoticeSettings {
     std::optional<std::string> hookToken;  ///< left out: as it is
     bool hookTokenSet = false;             ///< filled by the service
 
+    std::string authorities;  ///< certificates in PEM that are trusted beside the system's own
+
     static void visit(auto& record, auto&& field) {
         field("Kinds", record.kinds);
         field("Severity", record.severity);
@@ -60,13 +62,28 @@ struct NoticeSettings {
         field("HookKind", record.hookKind);
         field("HookToken", record.hookToken);
         field("HookTokenSet", record.hookTokenSet);
+        field("Authorities", record.authorities);
+    }
+};
+
+/// The settings as they are served, and how the notices get on.
+struct NoticeReport : NoticeSettings {
+    uint64_t revision = 0;  ///< tells one state of the settings from the next
+    uint64_t waiting = 0;   ///< events that nobody was told of yet
+    std::string problem;    ///< of the last try, English; empty when it went well
+
+    static void visit(auto& record, auto&& field) {
+        NoticeSettings::visit(record, field);
+        field("Revision", record.revision);
+        field("Waiting", record.waiting);
+        field("Problem", record.problem);
     }
 };
 
 struct GetNotices {
     static constexpr auto KIND = IPCMessage::GET;
     static constexpr auto COMMAND = IPCMessage::CommandID{123};
-    using Reply = NoticeSettings;
+    using Reply = NoticeReport;
     static void visit(auto& /*record*/, auto&& /*field*/) {}
 };
 
@@ -75,14 +92,26 @@ struct SetNotices : NoticeSettings {
     static constexpr auto KIND = IPCMessage::SET;
     static constexpr auto COMMAND = IPCMessage::CommandID{123};
     using Reply = Nothing;
+    std::optional<uint64_t> revision;  ///< the one that is to be changed; of another one nothing is stored
+
+    static void visit(auto& record, auto&& field) {
+        NoticeSettings::visit(record, field);
+        field("Revision", record.revision);
+    }
 };
 
-/// Sends a message at once on every way that is switched on; a refusal says what went wrong.
+// The ways that can be tried.
+inline constexpr const char* WAY_MAIL = "mail";
+inline constexpr const char* WAY_HOOK = "hook";
+
+/// Sends a message at once, as the settings stand; a refusal says what went wrong.
 struct TestNotices {
     static constexpr auto KIND = IPCMessage::START;
     static constexpr auto COMMAND = IPCMessage::CommandID{123};
     using Reply = Nothing;
-    static void visit(auto& /*record*/, auto&& /*field*/) {}
+    std::string way;  ///< empty: every way that is switched on
+
+    static void visit(auto& record, auto&& field) { field("Way", record.way); }
 };
 
 }  // namespace protocol

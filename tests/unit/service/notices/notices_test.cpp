@@ -11,10 +11,16 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <mutex>
+#include <sstream>
 #include <thread>
 
 namespace keldra {
@@ -246,6 +252,178 @@ TEST_F(NoticesTest, SecretsAreKeptFromEverybodyAndMistakesAreToldApart) {
         mistake(wrong);
         EXPECT_NE(notices.store(wrong), "");
     }
+}
+
+/// A server that speaks TLS with a certificate made here, and tells all that it took.
+class SecureServer {
+public:
+    SecureServer(const std::filesystem::path& folder, const char* kind) {
+        const char* const name = "IP:127.0.0.1";
+        const std::string script = folder / "server.py";
+        std::ofstream(script) << PROGRAM;
+        const std::string make =
+            "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj /CN=sink "
+            "-addext subjectAltName=" +
+            std::string(name) + " -keyout key.pem -out cert.pem 2>/dev/null";
+        const std::string run = "cd '" + folder.string() + "' && " + make + " && exec python3 server.py " + kind;
+        output_ = ::popen(run.c_str(), "r");
+        port_ = line();
+        std::stringstream text;
+        text << std::ifstream(folder / "cert.pem").rdbuf();
+        certificate = text.str();
+    }
+    ~SecureServer() { ::pclose(output_); }
+    SecureServer(const SecureServer&) = delete;
+    SecureServer& operator=(const SecureServer&) = delete;
+    std::string address() const { return "127.0.0.1:" + port_; }
+    /// All that was said until the other end hung up, in one line.
+    std::string line() {
+        std::array<char, 8192> text{};
+        if (!std::fgets(text.data(), text.size(), output_)) return {};
+        return {text.data(), std::strcspn(text.data(), "\n")};
+    }
+
+    std::string certificate;
+
+private:
+    static constexpr const char* PROGRAM = R"(
+import socket, ssl, sys
+kind = sys.argv[1]
+tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+tls.load_cert_chain('cert.pem', 'key.pem')
+listener = socket.create_server(('127.0.0.1', 0))
+print(listener.getsockname()[1], flush=True)
+listener.settimeout(20)
+for _ in range(2):
+    link, _ = listener.accept()
+    link.settimeout(10)
+    said = b''
+    try:
+        if kind != 'starttls':
+            link = tls.wrap_socket(link, server_side=True)
+        if kind != 'https':
+            link.sendall(b'220 sink\r\n')
+        data = False
+        while True:
+            got = link.recv(65536)
+            if not got:
+                break
+            said += got
+            if kind == 'https':
+                if b'"events"' in said and said.endswith(b'}'):
+                    link.sendall(b'HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n')
+                    break
+            elif data:
+                if said.endswith(b'\r\n.\r\n'):
+                    data = False
+                    link.sendall(b'250 taken\r\n')
+            elif got.startswith(b'EHLO'):
+                more = b'AUTH PLAIN' if isinstance(link, ssl.SSLSocket) else b'STARTTLS'
+                link.sendall(b'250-sink\r\n250 ' + more + b'\r\n')
+            elif got.startswith(b'STARTTLS'):
+                link.sendall(b'220 go\r\n')
+                link = tls.wrap_socket(link, server_side=True)
+            elif got.startswith(b'AUTH'):
+                link.sendall(b'334 \r\n')
+                said += link.recv(65536)
+                link.sendall(b'235 fine\r\n')
+            elif got.startswith(b'DATA'):
+                data = True
+                link.sendall(b'354 go on\r\n')
+            elif got.startswith(b'QUIT'):
+                break
+            else:
+                link.sendall(b'250 fine\r\n')
+    except (ssl.SSLError, OSError):
+        said += b' broken'
+    print(repr(said)[:8000], flush=True)
+    link.close()
+)";
+
+    std::FILE* output_ = nullptr;
+    std::string port_;
+};
+
+TEST_F(NoticesTest, OverTlsNothingIsSaidToAServerWhoseCertificateIsNotTrusted) {
+    const std::vector<std::pair<const char*, const char*>> rows{
+        {"starttls", protocol::SMTP_STARTTLS}, {"smtps", protocol::SMTP_TLS}, {"https", ""}};
+    for (const auto& [kind, security] : rows) {
+        SCOPED_TRACE(kind);
+        const std::filesystem::path folder = dir_ / kind;
+        std::filesystem::create_directories(folder);
+        SecureServer server(folder, kind);
+        settings_.folder = folder / "notices";
+        Notices notices(settings_);
+        NoticeSettings settings;
+        settings.mail = *security != '\0';
+        settings.hook = !settings.mail;
+        settings.mailTo = settings.mailFrom = "anna@example.org";
+        settings.mailBy = protocol::MAIL_BY_SMTP;
+        settings.smtpServer = server.address();
+        settings.smtpSecurity = security + std::string(settings.mail ? "" : protocol::SMTP_TLS);
+        settings.smtpUser = "anna";
+        settings.smtpPassword = settings.hookToken = "geheim";
+        settings.hookUrl = "https://" + server.address() + "/";
+        ASSERT_EQ(notices.store(settings), "");
+        EXPECT_NE(notices.test(), "");
+        const std::string refused = server.line();
+        EXPECT_EQ(refused.find("MAIL FROM"), std::string::npos) << refused;
+        EXPECT_EQ(refused.find("AUTH"), std::string::npos) << refused;
+        EXPECT_EQ(refused.find("POST"), std::string::npos) << refused;
+        settings.authorities = server.certificate;
+        ASSERT_EQ(notices.store(settings), "");
+        EXPECT_EQ(notices.test(), "");
+        const std::string taken = server.line();
+        EXPECT_NE(taken.find(settings.mail ? "AUTH PLAIN" : "Bearer geheim"), std::string::npos) << taken;
+        EXPECT_NE(taken.find(settings.mail ? "Subject: Keldra on nas" : "POST /"), std::string::npos) << taken;
+    }
+}
+
+TEST_F(NoticesTest, TheMailProgramGetsTheMailAndItsRefusalIsTold) {
+    const std::filesystem::path program = dir_ / "sendmail";
+    std::ofstream(program) << "#!/bin/sh\ncat >'" << (dir_ / "mail").string() << "'\necho \"$@\" >>'"
+                           << (dir_ / "mail").string() << "'\n";
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    settings_.sendmail = program;
+    Notices notices(settings_);
+    NoticeSettings settings;
+    settings.mail = true;
+    settings.mailTo = "anna@example.org";
+    settings.mailFrom = "keldra@example.org";
+    ASSERT_EQ(notices.store(settings), "");
+    ASSERT_EQ(notices.test(protocol::WAY_MAIL), "");
+    std::stringstream mail;
+    mail << std::ifstream(dir_ / "mail").rdbuf();
+    EXPECT_NE(mail.str().find("To: anna@example.org\n"), std::string::npos) << mail.str();
+    EXPECT_NE(mail.str().find("-i -f keldra@example.org -- anna@example.org\n"), std::string::npos) << mail.str();
+    std::ofstream(program) << "#!/bin/sh\nexit 75\n";
+    EXPECT_EQ(notices.test(protocol::WAY_MAIL), program.string() + " refused the mail.");
+    EXPECT_EQ(notices.test(protocol::WAY_HOOK), "It is not switched on.");
+}
+
+TEST_F(NoticesTest, ASecretGoesToNoOtherServerThanItWasGivenFor) {
+    NoticeSettings settings;
+    settings.hookUrl = "https://a.example.org/one";
+    settings.hookToken = "geheim";
+    settings.smtpServer = "mail.example.org";
+    settings.smtpPassword = "geheim";
+    Notices notices(settings_);
+    ASSERT_EQ(notices.store(settings), "");
+    const std::vector<std::pair<std::function<void(NoticeSettings&)>, bool>> rows{
+        {[](auto& s) { s.hookUrl = "https://a.example.org/two"; }, true},
+        {[](auto& s) { s.hookUrl = "https://b.example.org/one"; }, false},
+        {[](auto& s) { s.hookUrl = "https://b.example.org/one", s.hookToken = "other"; }, true},
+        {[](auto& s) { s.smtpServer = "mail.example.com"; }, false},
+        {[](auto& s) { s.smtpSecurity = protocol::SMTP_PLAIN; }, false},
+        {[](auto& s) { s.smtpServer = "mail.example.com", s.smtpPassword = ""; }, true}};
+    for (const auto& [change, good] : rows) {
+        NoticeSettings wanted = notices.served();
+        change(wanted);
+        EXPECT_EQ(notices.store(wanted).empty(), good);
+    }
+    const std::uint64_t revision = notices.revision();
+    EXPECT_EQ(notices.store(notices.served(), revision), "");
+    EXPECT_NE(notices.store(notices.served(), revision), "") << "somebody else has stored meanwhile";
 }
 
 }  // namespace
