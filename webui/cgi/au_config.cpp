@@ -5,7 +5,6 @@
 #include "norv/protocol/updates.h"
 #include "norv/text_form.h"
 #include "norv/week_day.h"
-#include "webui/cgi/scan_common.h"
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/text_file.h"
 #include "webui/cgi/utils/configuration.h"
@@ -28,8 +27,12 @@ constexpr const char* DUPLICATE = "DUPLICATE";
 constexpr char NOT_COMPLETED[] = "Update not completed.";
 
 constexpr char CATEGORY[] = "Varnel";
-constexpr char SCHEDULED_HEADER[] = "Scheduled Update";
-constexpr char SCHEDULED_BACK_URL[] = "./scanoption.cgi?id=scheduled_update";
+constexpr SettingsPage PAGE = {
+    .header = "Scheduled Update",
+    .failTitle = "Unable to apply the new scheduled update settings.",
+    .backURL = "./scanoption.cgi?id=scheduled_update",
+    .pageTemplate = "Update/Update_Scheduled.html",
+};
 
 uint8_t withBit(uint8_t components, uint8_t bit, bool on) {
     return static_cast<uint8_t>(on ? components | bit : components & ~bit);
@@ -81,20 +84,6 @@ void showComponents(CPageWrapper& page, uint8_t components) {
     GetCheckbox(page, "bUpdateSpywarePattern", components & UPDATE_SPYWARE_PATTERN);
 }
 
-void answerScheduledSave(CPageWrapper& page, SET_UPDATE_OPTION_RESULT result) {
-    switch (result) {
-        case SET_UPDATE_DISK_FULL:
-            CommonResponsePageDiskFull(page, SCHEDULED_HEADER, SETTINGS_SAVED, SCHEDULED_BACK_URL);
-            break;
-        case SET_UPDATE_OK:
-            CommonResponsePage(page, SCHEDULED_HEADER, SETTINGS_SAVED, "", SCHEDULED_BACK_URL);
-            break;
-        default:
-            CommonResponsePage(page, SCHEDULED_HEADER, "Unable to apply the new scheduled update settings.",
-                               SERVICE_NOT_RESPONDING, SCHEDULED_BACK_URL);
-    }
-}
-
 void showScheduledSettings(CPageWrapper& page, const NORVConfig& config) {
     const NORVAUConfig au(config);
     FillUpdateInformation(page, au, UPDATE_SCHEDULED);
@@ -104,7 +93,7 @@ void showScheduledSettings(CPageWrapper& page, const NORVConfig& config) {
     AssignOneItem(page, config, CATEGORY, "ScheduledWDay", "ScheduledWDay");
     // The page's variable is spelt so; templates rely on it.
     AssignOneItem(page, config, CATEGORY, "RandomizedUpdate", "sRandomlizedUpdate");
-    page.outputPage("Update/Update_Scheduled.html");
+    page.outputPage(PAGE.pageTemplate);
 }
 
 /// Any answer but a refusal will do, also one without a record; others rely on it.
@@ -209,7 +198,7 @@ int GetScheduledUpdateOption(const NORVConfig& config, const CQSControl& request
     // The page's variable is an int; nothing is decided by it.
     AddOneItem(page, "sLastModifiedDate", static_cast<int>(config.lastModified()));
     if (save) {
-        answerScheduledSave(page, SaveScheduledUpdateConfig(request));
+        writeSaveAnswer(page, SaveScheduledUpdateConfig(request), PAGE);
     } else {
         showScheduledSettings(page, config);
     }

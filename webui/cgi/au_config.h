@@ -4,6 +4,7 @@
 #include "norv/norv_config.h"
 #include "webui/cgi/page_wrapper.h"
 #include "webui/cgi/qs_control.h"
+#include "webui/cgi/scan_common.h"
 
 #include <cstdint>
 #include <string>
@@ -11,11 +12,11 @@
 /// Whose selection of components a page shows.
 enum UPDATE_TYPE : int32_t { UPDATE_MANUAL = 0, UPDATE_SCHEDULED = 1 };
 
-/// How the service took an update or its settings.
+/// How the service took an update or its settings: the same codes as for other settings.
 enum SET_UPDATE_OPTION_RESULT : int32_t {
-    SET_UPDATE_OK = 1,
-    SET_UPDATE_FAILED = 0,
-    SET_UPDATE_DISK_FULL = -3,  ///< settings stored, but not backed up
+    SET_UPDATE_OK = SAVE_OK,
+    SET_UPDATE_FAILED = SAVE_FAILED,
+    SET_UPDATE_DISK_FULL = SAVE_WITHOUT_BACKUP,
 };
 
 /// Starts an update of the components that the form names. The page says nothing of the outcome: the browser asks

@@ -5,6 +5,7 @@
 #include "webui/cgi/scan_common.h"
 #include "webui/cgi/scan_form.h"
 #include "webui/cgi/scan_page.h"
+#include "webui/cgi/scan_settings.h"
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/utils/form_binding.h"
 
@@ -13,37 +14,35 @@
 
 namespace {
 
-constexpr SettingsPage PAGE = {
-    .header = "Manual Scan",
-    .failTitle = "Unable to apply the new manual scan settings.",
-    .backURL = "./scanoption.cgi?id=manual_scan",
-    .pageTemplate = "ScanOptions/Manual.html",
+void readForm(const CQSControl& form, NORVManualScanConfig& record) { ConstructScanConfig(form, record); }
+
+void show(CPageWrapper& page, const NORVConfig& config, const NORVManualScanConfig& record) {
+    SetManualScanConfig(page, record);
+    addConfigStamp(page, config);
+}
+
+constexpr ScanSettings<NORVManualScanConfig> SETTINGS = {
+    .page = {.header = "Manual Scan",
+             .failTitle = "Unable to apply the new manual scan settings.",
+             .backURL = "./scanoption.cgi?id=manual_scan",
+             .pageTemplate = "ScanOptions/Manual.html"},
+    .unasked = SaveUnasked::WHEN_EQUAL,
+    .readForm = readForm,
+    .show = show,
 };
 
 const char* trueOrFalse(bool value) { return value ? "true" : "false"; }
 
-void showSettings(CPageWrapper& page, const NORVConfig& config, const NORVManualScanConfig& record,
-                  const SettingsPage& settings) {
-    SetManualScanConfig(page, record);
-    addConfigStamp(page, config);
-    SaveCommandComplete(page, SAVE_SHOW_SETTINGS, settings);
-}
-
-/// Writes nothing when there are no settings to be had; others rely on it.
 void showStoredSettings(CPageWrapper& page, const NORVConfig& config) {
-    NORVManualScanConfig record;
-    if (GetManualScanConfig(record)) showSettings(page, config, record, PAGE);
+    if (fillFromService(page, config, SETTINGS)) SaveCommandComplete(page, SAVE_SHOW_SETTINGS, SETTINGS.page);
 }
 
 void showAlert(CPageWrapper& page, const NORVConfig& config, const CQSControl& request, bool startScan) {
-    NORVManualScanConfig record;
-    if (!GetManualScanConfig(record)) return;
-    ConstructScanConfig(request, record);
-    addOverwriteQuestion(page);
+    if (!fillFromForm(page, config, request, SETTINGS)) return;
     if (startScan) substituteNumber(page, "iDoScanNow", 1);
-    SettingsPage settings = PAGE;
-    settings.backURL = "./scanoption.cgi?page=ScanOptions/Manual.html";
-    showSettings(page, config, record, settings);
+    SettingsPage asking = SETTINGS.page;
+    asking.backURL = "./scanoption.cgi?page=ScanOptions/Manual.html";
+    SaveCommandComplete(page, SAVE_SHOW_SETTINGS, asking);
 }
 
 /// A count as the pages take it: the nearest number of 32 bits.
@@ -101,7 +100,7 @@ void GetManualScanOption(const NORVConfig& config, const CQSControl& request, bo
         return;
     }
     NORV_TRACE("Save operation");
-    if (mustAskToOverwrite(config, request, SaveUnasked::WHEN_EQUAL)) {
+    if (mustAskToOverwrite(config, request, SETTINGS.unasked)) {
         NORV_TRACE("show alert");
         showAlert(page, config, request, start_scan);
         return;
@@ -109,7 +108,7 @@ void GetManualScanOption(const NORVConfig& config, const CQSControl& request, bo
     NORV_TRACE("saving configs");
     const bool saved = SaveManualScanConfig(request);
     if (!start_scan) {
-        SaveCommandComplete(page, saved ? SAVE_OK : SAVE_FAILED, PAGE);
+        SaveCommandComplete(page, saved ? SAVE_OK : SAVE_FAILED, SETTINGS.page);
         return;
     }
     if (!saved) {
@@ -121,12 +120,7 @@ void GetManualScanOption(const NORVConfig& config, const CQSControl& request, bo
 
 bool GetManualScanConfig(NORVManualScanConfig& record) { return fetchRecord(record); }
 
-bool SaveManualScanConfig(const CQSControl& request) {
-    NORVManualScanConfig record;
-    if (!GetManualScanConfig(record)) return false;
-    ConstructScanConfig(request, record);
-    return static_cast<bool>(sendRecord(record));
-}
+bool SaveManualScanConfig(const CQSControl& request) { return saveForm(request, SETTINGS); }
 
 void SetManualScanConfig(CPageWrapper& page, const NORVManualScanConfig& record) { SetScanConfigVars(page, record); }
 

@@ -4,6 +4,7 @@
 #include "webui/cgi/scan_common.h"
 #include "webui/cgi/scan_form.h"
 #include "webui/cgi/scan_page.h"
+#include "webui/cgi/scan_settings.h"
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/utils/form_binding.h"
 
@@ -13,11 +14,19 @@
 
 namespace {
 
-constexpr SettingsPage PAGE = {
-    .header = "Real-time Scan",
-    .failTitle = "Unable to apply the new real-time scan settings.",
-    .backURL = "./scanoption.cgi?id=realtime_scan",
-    .pageTemplate = "ScanOptions/Real-time.html",
+void readForm(const CQSControl& form, NORVRealtimeScanConfig& record) {
+    ConstructScanDirection(form, record);
+    ConstructScanConfig(form, record);
+}
+
+constexpr ScanSettings<NORVRealtimeScanConfig> SETTINGS = {
+    .page = {.header = "Real-time Scan",
+             .failTitle = "Unable to apply the new real-time scan settings.",
+             .backURL = "./scanoption.cgi?id=realtime_scan",
+             .pageTemplate = "ScanOptions/Real-time.html"},
+    .unasked = SaveUnasked::WHEN_NOT_OLDER,
+    .readForm = readForm,
+    .show = SetRealTimeScanConfig,
 };
 
 constexpr char DISABLED[] = "Real-time Scan has been disabled.";
@@ -29,30 +38,10 @@ constexpr char DOT_LINE[] =
     "background=\"../images/dotline.gif\"><img border=\"0\" src=\"../images/spacer(1).gif\" width=\"1\" "
     "height=\"1\"></td>          </tr>        </table>";
 
-void applyForm(const CQSControl& request, NORVRealtimeScanConfig& record) {
-    ConstructScanDirection(request, record);
-    ConstructScanConfig(request, record);
-}
-
 void showSettings(CPageWrapper& page, const NORVConfig& config) {
-    NORVRealtimeScanConfig record;
-    // Without settings nothing is written; others rely on it.
-    if (!GetRealtimeScanConfig(record)) return;
-    SetRealTimeScanConfig(page, config, record);
+    if (!fillFromService(page, config, SETTINGS)) return;
     NORV_TRACE("display page");
-    SaveCommandComplete(page, SAVE_SHOW_SETTINGS, PAGE);
-}
-
-void showAlert(CPageWrapper& page, const NORVConfig& config, const CQSControl& request) {
-    NORVRealtimeScanConfig record;
-    if (!GetRealtimeScanConfig(record)) {
-        SaveCommandComplete(page, SAVE_FAILED, PAGE);
-        return;
-    }
-    applyForm(request, record);
-    SetRealTimeScanConfig(page, config, record);
-    addOverwriteQuestion(page);
-    SaveCommandComplete(page, SAVE_SHOW_SETTINGS, PAGE);
+    SaveCommandComplete(page, SAVE_SHOW_SETTINGS, SETTINGS.page);
 }
 
 void setNotice(CPageWrapper& page, const std::string& text, const char* line) {
@@ -76,23 +65,19 @@ void GetRealTimeScanOption(const NORVConfig& config, const CQSControl& request, 
         return;
     }
     NORV_TRACE("Save operation");
-    if (mustAskToOverwrite(config, request, SaveUnasked::WHEN_NOT_OLDER)) {
+    if (mustAskToOverwrite(config, request, SETTINGS.unasked)) {
         NORV_TRACE("show alert");
-        showAlert(page, config, request);
+        const bool filled = fillFromForm(page, config, request, SETTINGS);
+        SaveCommandComplete(page, filled ? SAVE_SHOW_SETTINGS : SAVE_FAILED, SETTINGS.page);
         return;
     }
     NORV_TRACE("saving configs");
-    SaveCommandComplete(page, SaveRealtimeScanConfig(request) ? SAVE_OK : SAVE_FAILED, PAGE);
+    SaveCommandComplete(page, SaveRealtimeScanConfig(request) ? SAVE_OK : SAVE_FAILED, SETTINGS.page);
 }
 
 bool GetRealtimeScanConfig(NORVRealtimeScanConfig& record) { return fetchRecord(record); }
 
-bool SaveRealtimeScanConfig(const CQSControl& request) {
-    NORVRealtimeScanConfig record;
-    if (!GetRealtimeScanConfig(record)) return false;
-    applyForm(request, record);
-    return static_cast<bool>(sendRecord(record));
-}
+bool SaveRealtimeScanConfig(const CQSControl& request) { return saveForm(request, SETTINGS); }
 
 void ConstructScanDirection(const CQSControl& request, NORVRealtimeScanConfig& record) {
     record.scanDirection &= ~(NORVRealtimeScanConfig::INCOMING | NORVRealtimeScanConfig::OUTGOING);

@@ -15,32 +15,40 @@ namespace {
 
 const char* orEmpty(const char* text) { return text ? text : ""; }
 
+void writeAnswer(CPageWrapper& page, int iSettingMode, const SettingsPage& settings, const char* failReason) {
+    switch (iSettingMode) {
+        case SAVE_OK:
+            CommonResponsePage(page, settings.header, SETTINGS_SAVED, "", settings.backURL);
+            break;
+        case SAVE_FAILED:
+            CommonResponsePage(page, settings.header, settings.failTitle, failReason, settings.backURL);
+            break;
+        case SAVE_WITHOUT_BACKUP:
+            CommonResponsePageDiskFull(page, settings.header, SETTINGS_SAVED, settings.backURL);
+            break;
+        case SAVE_ANSWERED:
+            break;
+        default:
+            page.outputPage(orEmpty(settings.pageTemplate));
+    }
+}
+
 }  // namespace
 
 void SaveCommandComplete(CPageWrapper& page, int iSettingMode, const char* sHeader, const char* sFailTitle,
                          const char* sFailReason, const char* sBackURL, const char* sNormalPage) {
     NORV_TRACE("ENTER iSettingMode=%d sHeader=%s sFailTitle=%s sFailReason=%s sBackURL=%s sNormalPage=%s", iSettingMode,
                orEmpty(sHeader), orEmpty(sFailTitle), orEmpty(sFailReason), orEmpty(sBackURL), orEmpty(sNormalPage));
-    switch (iSettingMode) {
-        case SAVE_OK:
-            CommonResponsePage(page, sHeader, SETTINGS_SAVED, "", sBackURL);
-            break;
-        case SAVE_FAILED:
-            CommonResponsePage(page, sHeader, sFailTitle, sFailReason, sBackURL);
-            break;
-        case SAVE_WITHOUT_BACKUP:
-            CommonResponsePageDiskFull(page, sHeader, SETTINGS_SAVED, sBackURL);
-            break;
-        case SAVE_ANSWERED:
-            break;
-        default:
-            page.outputPage(orEmpty(sNormalPage));
-    }
+    writeAnswer(page, iSettingMode, {sHeader, sFailTitle, sBackURL, sNormalPage}, sFailReason);
 }
 
 void SaveCommandComplete(CPageWrapper& page, int iSettingMode, const SettingsPage& settings) {
     SaveCommandComplete(page, iSettingMode, settings.header, settings.failTitle, SERVICE_NOT_RESPONDING,
                         settings.backURL, settings.pageTemplate);
+}
+
+void writeSaveAnswer(CPageWrapper& page, int iSettingMode, const SettingsPage& settings) {
+    writeAnswer(page, iSettingMode, settings, SERVICE_NOT_RESPONDING);
 }
 
 bool mustAskToOverwrite(const NORVConfig& config, const CQSControl& form, SaveUnasked rule) {

@@ -17,8 +17,8 @@ inline constexpr char SERVICE_NOT_RESPONDING[] =
 /// The title of the page after a save.
 inline constexpr char SETTINGS_SAVED[] = "Configuration changes have been successfully saved.";
 
-/// How a save ended, for `SaveCommandComplete`.
-enum SaveOutcome : int32_t {
+/// How a save ended, and so which page follows: what `SaveCommandComplete` takes for `iSettingMode`.
+enum SettingMode : int32_t {
     SAVE_OK = 1,
     SAVE_FAILED = 0,
     SAVE_SHOW_SETTINGS = -1,   ///< nothing was saved; show the settings
@@ -41,6 +41,8 @@ struct SettingsPage {
 
 /// The same for a settings page that blames a failure on the service.
 void SaveCommandComplete(CPageWrapper& page, int iSettingMode, const SettingsPage& settings);
+/// The same without a line in the log.
+void writeSaveAnswer(CPageWrapper& page, int iSettingMode, const SettingsPage& settings);
 
 /// How the stamp that a form was built from relates to the configuration's when the form may be saved unasked.
 enum class SaveUnasked { WHEN_EQUAL, WHEN_NOT_OLDER };

@@ -5,6 +5,7 @@
 #include "webui/cgi/scan_common.h"
 #include "webui/cgi/scan_form.h"
 #include "webui/cgi/scan_page.h"
+#include "webui/cgi/scan_settings.h"
 #include "webui/cgi/service_message.h"
 #include "webui/cgi/utils/form_binding.h"
 
@@ -13,11 +14,19 @@
 
 namespace {
 
-constexpr SettingsPage PAGE = {
-    .header = "Scheduled Scan",
-    .failTitle = "Unable to apply the new scheduled scan settings.",
-    .backURL = "./scanoption.cgi?id=scheduled_scan",
-    .pageTemplate = "ScanOptions/Scheduled.html",
+void show(CPageWrapper& page, const NORVConfig& config, const NORVScheduledScanConfig& record) {
+    SetScheduledScanConfig(page, record);
+    addConfigStamp(page, config);
+}
+
+constexpr ScanSettings<NORVScheduledScanConfig> SETTINGS = {
+    .page = {.header = "Scheduled Scan",
+             .failTitle = "Unable to apply the new scheduled scan settings.",
+             .backURL = "./scanoption.cgi?id=scheduled_scan",
+             .pageTemplate = "ScanOptions/Scheduled.html"},
+    .unasked = SaveUnasked::WHEN_NOT_OLDER,
+    .readForm = ConstructScheduledScanConfig,
+    .show = show,
 };
 
 uint32_t frequencyOf(const std::string& choice) {
@@ -25,48 +34,28 @@ uint32_t frequencyOf(const std::string& choice) {
     return choice == "V5" ? NORVScheduledScanConfig::WEEKLY : NORVScheduledScanConfig::MONTHLY;
 }
 
-void showSettings(CPageWrapper& page, const NORVConfig& config, const NORVScheduledScanConfig& record) {
-    SetScheduledScanConfig(page, record);
-    addConfigStamp(page, config);
-    SaveCommandComplete(page, SAVE_SHOW_SETTINGS, PAGE);
-}
-
-/// Writes nothing when there are no settings to be had; others rely on it.
-void showAlert(CPageWrapper& page, const NORVConfig& config, const CQSControl& form) {
-    NORVScheduledScanConfig record;
-    if (!GetScheduledScanConfig(record)) return;
-    ConstructScheduledScanConfig(form, record);
-    addOverwriteQuestion(page);
-    showSettings(page, config, record);
-}
-
 }  // namespace
 
 void ShowScheduledScanConfig(const NORVConfig& config) {
     NORV_TRACE("ENTER");
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-    NORVScheduledScanConfig record;
-    // Without settings nothing is written; others rely on it.
-    if (GetScheduledScanConfig(record)) showSettings(page, config, record);
+    if (fillFromService(page, config, SETTINGS)) SaveCommandComplete(page, SAVE_SHOW_SETTINGS, SETTINGS.page);
 }
 
 void SaveScheduledScanConfig(const NORVConfig& config, const CQSControl& form) {
     NORV_TRACE("ENTER");
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-    if (mustAskToOverwrite(config, form, SaveUnasked::WHEN_NOT_OLDER)) {
+    if (mustAskToOverwrite(config, form, SETTINGS.unasked)) {
         NORV_TRACE("show alert");
-        showAlert(page, config, form);
+        if (fillFromForm(page, config, form, SETTINGS)) SaveCommandComplete(page, SAVE_SHOW_SETTINGS, SETTINGS.page);
         return;
     }
-    SaveCommandComplete(page, SaveScheduledScanConfig(form) ? SAVE_OK : SAVE_FAILED, PAGE);
+    SaveCommandComplete(page, SaveScheduledScanConfig(form) ? SAVE_OK : SAVE_FAILED, SETTINGS.page);
 }
 
 bool SaveScheduledScanConfig(const CQSControl& form) {
     NORV_TRACE("ENTER");
-    NORVScheduledScanConfig record;
-    if (!GetScheduledScanConfig(record)) return false;
-    ConstructScheduledScanConfig(form, record);
-    return static_cast<bool>(sendRecord(record));
+    return saveForm(form, SETTINGS);
 }
 
 bool GetScheduledScanConfig(NORVScheduledScanConfig& record) { return fetchRecord(record); }
