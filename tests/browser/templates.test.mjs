@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import test from 'node:test';
-import { expandMarkers, languages, letters, pageNames, read, replaceItems, root, stringTable, templates }
+import { expandMarkers, languages, letters, pageNames, read, replaceItems, root, stringTable, template, templates }
   from './support/templates.mjs';
 
 const scanItems = {
@@ -106,7 +106,7 @@ const pages = {
 };
 
 const tables = Object.fromEntries(languages.map((language) => [language, stringTable(language)]));
-const sources = Object.fromEntries(pageNames().map((name) => [name, read(join(templates, name))]));
+const sources = Object.fromEntries(pageNames().map((name) => [name, template(name)]));
 sources['cgi/error.html'] = read(join(root, 'webui/cgi/error.html'));
 pages['cgi/error.html'] = { items: {} };
 

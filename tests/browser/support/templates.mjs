@@ -16,9 +16,13 @@ export function pageNames(folder = templates) {
   return readdirSync(folder, { withFileTypes: true }).flatMap((entry) => {
     const path = join(folder, entry.name);
     if (entry.isDirectory()) return pageNames(path);
-    return entry.name.endsWith('.html') && entry.name !== 'layout.html' ? [relative(templates, path)] : [];
+    return /^(?!layout|frame).*\.html$/.test(entry.name) ? [relative(templates, path)] : [];
   }).sort();
 }
+
+/** A page's template as the console has it, in the frame that all share. */
+export const template = (name) => execFileSync(join(root, 'scripts/make-page'),
+  [join(templates, 'frame.html'), join(templates, name)], { encoding: 'latin1' });
 
 /** A language's table, marker to text. */
 export function stringTable(language) {
