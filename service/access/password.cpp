@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <vector>
 
 namespace keldra {
@@ -119,6 +120,11 @@ std::string PasswordFile::mark() {
         seen_ = identity;
     }
     return mark_;
+}
+
+bool PasswordFile::liesIn(const std::filesystem::path& folder) const {
+    std::error_code ignored;
+    return std::filesystem::equivalent(file_.parent_path(), folder, ignored);
 }
 
 }  // namespace keldra

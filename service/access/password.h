@@ -36,6 +36,9 @@ public:
     /// says is as new as the file; the file is read only when it is another one.
     std::string mark();
 
+    /// Whether the file lies in this folder.
+    bool liesIn(const std::filesystem::path& folder) const;
+
 private:
     const std::filesystem::path file_;
     std::mutex mutex_;

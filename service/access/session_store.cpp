@@ -23,6 +23,7 @@ constexpr std::size_t ID_LENGTH = 64;
 constexpr std::int64_t WRITE_EVERY = 60'000;
 /// Longest address that a session is bound to; any real one is far shorter.
 constexpr std::size_t MAX_ADDRESS = 128;
+constexpr std::size_t MAX_USER = 64;
 /// First line of the file, before the time at which it was written.
 constexpr const char* HEAD = "sessions-2";
 
@@ -91,6 +92,8 @@ bool SessionStore::readLine(const std::string& line, std::int64_t away) {
     if (!(in >> id >> age >> idle) || !readField(in, session.address) || !readField(in, session.passwordMark) ||
         !readField(in, session.token) || !isId(id) || idle < 0 || age < idle || age > limits_.absoluteSeconds)
         return false;
+    // Not there in what older versions wrote.
+    if (!readField(in, session.user)) session.user.clear();
     const std::int64_t now = clock_.steadyMilliseconds();
     session.created = now - (age + away) * 1000;
     session.lastUse = session.lastWritten = now - (idle + away) * 1000;
@@ -105,7 +108,8 @@ std::string SessionStore::textLocked() {
     for (auto& [id, session] : sessions_) {
         session.lastWritten = session.lastUse;
         out << id << ' ' << (now - session.created) / 1000 << ' ' << (now - session.lastUse) / 1000 << ' '
-            << field(session.address) << ' ' << field(session.passwordMark) << ' ' << field(session.token) << '\n';
+            << field(session.address) << ' ' << field(session.passwordMark) << ' ' << field(session.token) << ' '
+            << field(session.user) << '\n';
     }
     return out.str();
 }
@@ -144,7 +148,8 @@ bool SessionStore::forgetFile() {
     return folder && ::fsync(folder.get()) == 0;
 }
 
-SessionStart SessionStore::create(const std::string& remoteAddress, const std::string& passwordMark) {
+SessionStart SessionStore::create(const std::string& remoteAddress, const std::string& passwordMark,
+                                  const std::string& user) {
     std::vector<unsigned char> bytes;
     if (remoteAddress.size() > MAX_ADDRESS) return {.reason = "The browser's address is none."};
     if (!getRandomBytes(ID_LENGTH / 2, bytes)) return {.reason = "There are no random numbers."};
@@ -155,7 +160,7 @@ SessionStart SessionStore::create(const std::string& remoteAddress, const std::s
         dropExpired();
         if (sessions_.size() >= limits_.count) makeRoom();
         const std::int64_t now = clock_.steadyMilliseconds();
-        sessions_[key] = Session{now, now, now, hex(remoteAddress), passwordMark, ""};
+        sessions_[key] = Session{now, now, now, hex(remoteAddress), passwordMark, "", hex(user.substr(0, MAX_USER))};
         ++changes_;
     }
     if (save()) return {.id = std::move(id)};
@@ -176,6 +181,14 @@ bool SessionStore::lives(const std::string& id, const std::string& passwordMark)
     const std::lock_guard lock(mutex_);
     const auto found = sessions_.find(key);
     return found != sessions_.end() && alive(found->second) && found->second.passwordMark == passwordMark;
+}
+
+std::string SessionStore::userOf(const std::string& id) const {
+    if (!isId(id)) return {};
+    const std::string key = digest(id);
+    const std::lock_guard lock(mutex_);
+    const auto found = sessions_.find(key);
+    return found == sessions_.end() ? "" : unhex(found->second.user);
 }
 
 SessionStore::Sessions::iterator SessionStore::find(const SessionProof& proof, const std::string& passwordMark) {
@@ -250,7 +263,7 @@ std::vector<SessionInfo> SessionStore::list(const std::string& passwordMark) con
     const std::int64_t steady = clock_.steadyMilliseconds();
     for (const auto& [id, session] : sessions_) {
         if (!alive(session) || session.passwordMark != passwordMark) continue;
-        result.push_back({id, unhex(session.address), now - (steady - session.created) / 1000,
+        result.push_back({id, unhex(session.user), unhex(session.address), now - (steady - session.created) / 1000,
                           now - (steady - session.lastUse) / 1000});
     }
     return result;

@@ -41,6 +41,7 @@ struct SessionStart {
 /// A session as those see it who may end it. `id` is not what the browser presents and gives nobody the session.
 struct SessionInfo {
     std::string id;
+    std::string user;  ///< the name that was given at the log-on
     std::string address;
     std::int64_t begun = 0;    ///< seconds since the epoch
     std::int64_t lastUse = 0;  ///< seconds since the epoch
@@ -61,11 +62,14 @@ public:
     /// Reads the file; lines that are not understood are dropped.
     void load();
     /// Begins a session for an address. It is on disk when this returns with an id.
-    SessionStart create(const std::string& remoteAddress, const std::string& passwordMark);
+    SessionStart create(const std::string& remoteAddress, const std::string& passwordMark,
+                        const std::string& user = {});
     /// Whether the proof belongs to a session that lives. BY_PERSON: that counts as use of it.
     bool check(const SessionProof& proof, const std::string& passwordMark, SessionUse use = SessionUse::BY_PERSON);
     /// Whether the session with this id still lives.
     bool lives(const std::string& id, const std::string& passwordMark) const;
+    /// Whose session this is; empty when there is none with this id.
+    std::string userOf(const std::string& id) const;
     /// Ends the session that the proof belongs to. False when `check` would be. It has ended for good, also after a
     /// restart, or `problem` tells that this could not be stored yet.
     bool remove(const SessionProof& proof, const std::string& passwordMark);
@@ -91,7 +95,8 @@ private:
         std::int64_t lastWritten = 0;
         std::string address;
         std::string passwordMark;
-        std::string token;  ///< digest of the first cookie token seen, empty until then
+        std::string token;   ///< digest of the first cookie token seen, empty until then
+        std::string user{};  ///< as the address in hexadecimal digits
     };
     using Sessions = std::map<std::string, Session>;  // by digest of the id
 

@@ -1,3 +1,4 @@
+#include "norv/protocol/session.h"
 #include "service/access/password.h"
 #include "service/ctl/command_line.h"
 #include "service/settings/fresh_setup.h"
@@ -17,6 +18,9 @@
 namespace keldra {
 
 namespace {
+
+/// Seconds.
+constexpr unsigned int NOTE_TIMEOUT = 2;
 
 struct PasswdOptions {
     std::string state;
@@ -73,6 +77,8 @@ int runPasswd(const PasswdOptions& options) {
     if (const std::string fault = readPassword(options.fromStdin, password); !fault.empty()) return fail(fault);
     const std::string fault = PasswordFile(std::filesystem::path(options.state) / "password").store(password);
     if (!fault.empty()) return fail(fault);
+    // Only for the record; there need not be a service.
+    protocol::ask(protocol::NotePassword{std::filesystem::absolute(options.state).string()}, NOTE_TIMEOUT);
     print("The console password is set. Sessions begun with the old one end.");
     return STATUS_DONE;
 }

@@ -16,6 +16,7 @@ struct Caller {
     bool owner = false;     ///< root or the service's own user; otherwise one of those allowed besides
     std::string session{};  ///< id of the session that was proved on this connection, empty before
     std::string address{};  ///< of the browser whose session that is
+    std::string name{};     ///< of the user whose session that is
 };
 
 /// A reply, and what the connection may know of its caller from then on.

@@ -113,6 +113,7 @@ constexpr std::array COMMANDS{
     Command{M::LOGON_BLOCK, STOP, LOGGED_ON, NOTHING, AT_ONCE, "lift block", WITH<h::liftBlock>},
     Command{M::CONSOLE_PASSWORD, SET, LOGGED_ON, NOTHING, LOG_ON, "change password", WITH<h::changePassword>, NONE,
             WITH<h::admitPasswordChange>},
+    Command{M::CONSOLE_PASSWORD, START, OWNER, NOTHING, GENERAL, "note password", WITH<h::notePassword>},
 
     Command{M::EVENTS, GET, LOGGED_ON, NOTHING, GENERAL, "list events", WITH<h::listEvents>},
     Command{M::DAILY_FIGURES, GET, LOGGED_ON, NOTHING, GENERAL, "get daily figures", WITH<h::getDailyFigures>},

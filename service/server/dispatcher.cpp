@@ -1,6 +1,7 @@
 #include "service/server/dispatcher.h"
 
 #include "norv/log.h"
+#include "service/access/session_store.h"
 
 #include <algorithm>
 #include <array>
@@ -59,16 +60,26 @@ WorkLane& laneOf(Lanes& lanes, Runs runs) {
 
 }  // namespace
 
-Dispatcher::Dispatcher(asio::io_context& io, Parts parts, Lanes& lanes)
-    : parts_(std::move(parts)), lanes_(lanes), sweeping_(io) {}
+Dispatcher::Dispatcher(asio::io_context& io, Parts parts, Lanes& lanes, Chronicle& chronicle)
+    : parts_(std::move(parts)), lanes_(lanes), chronicle_(chronicle), sweeping_(io) {}
+
+/// Answers and tells the journal of it; of a gate only what it refuses.
+IPCMessage Dispatcher::told(Handler handler, const Command& command, const Caller& caller, const IPCMessage& request,
+                            bool isGate) const {
+    auto telling = Chronicle::begin(parts_, command, caller, request);
+    IPCMessage reply = answerWith(handler, parts_, command, caller, request);
+    if (!isGate || reply.result != IPCMessage::RESULT_OK) chronicle_.end(std::move(telling), reply);
+    return reply;
+}
 
 /// What was proved by a command that was done becomes known of the connection.
 Answered Dispatcher::done(const Command& command, const Caller& caller, const IPCMessage& request) const {
-    Answered answered{answerWith(command.handler, parts_, command, caller, request)};
+    Answered answered{told(command.handler, command, caller, request, false)};
     if (command.proves == Proves::NONE || answered.reply.result != IPCMessage::RESULT_OK) return answered;
     const IPCMessage& names = command.proves == Proves::NEW_SESSION ? answered.reply : request;
     answered.caller = caller;
     answered.caller->session = names.value<std::string>("SessionID");
+    answered.caller->name = std::get<SessionStore&>(parts_).userOf(answered.caller->session);
     answered.caller->address = request.value<std::string>("RemoteAddr");
     return answered;
 }
@@ -81,7 +92,7 @@ void Dispatcher::answer(IPCMessage request, const Caller& caller, Reply reply) {
         return reply({refusal(request, "This needs a session.")});
     }
     if (command->gate) {
-        IPCMessage refused = answerWith(command->gate, parts_, *command, caller, request);
+        IPCMessage refused = told(command->gate, *command, caller, request, true);
         if (refused.result != IPCMessage::RESULT_OK) return reply({std::move(refused)});
     }
     if (command->runs == Runs::AT_ONCE) return reply(done(*command, caller, request));

@@ -29,17 +29,17 @@ bool getConfiguration(ConfigurationStore& configuration, VarFolder& varFolder, S
 
 // handlers_settings.cpp
 bool getRealtimeScan(ConfigurationStore& configuration, RealtimeScan& realtime, IPCMessage& reply);
-bool setRealtimeScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
-                     IPCMessage& reply);
+bool setRealtimeScan(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
+                     const IPCMessage& request, IPCMessage& reply);
 bool getManualScan(ConfigurationStore& configuration, IPCMessage& reply);
-bool setManualScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
-                   IPCMessage& reply);
+bool setManualScan(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
+                   const IPCMessage& request, IPCMessage& reply);
 bool getScheduledScan(ConfigurationStore& configuration, IPCMessage& reply);
-bool setScheduledScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
-                      IPCMessage& reply);
+bool setScheduledScan(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
+                      const IPCMessage& request, IPCMessage& reply);
 bool getScheduledUpdate(ConfigurationStore& configuration, IPCMessage& reply);
-bool setScheduledUpdate(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
-                        IPCMessage& reply);
+bool setScheduledUpdate(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
+                        const IPCMessage& request, IPCMessage& reply);
 
 // handlers_scan.cpp
 bool getVirusTypes(IPCMessage& reply);
@@ -61,8 +61,8 @@ bool previewExcludes(ConfigurationStore& configuration, const IPCMessage& reques
 
 // handlers_shares.cpp
 bool getSettings(ConfigurationStore& configuration, IPCMessage& reply);
-bool setSettings(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
-                 IPCMessage& reply);
+bool setSettings(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
+                 const IPCMessage& request, IPCMessage& reply);
 bool listShareProposals(IPCMessage& reply);
 
 // handlers_session.cpp
@@ -80,6 +80,8 @@ bool liftBlock(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply);
 bool admitPasswordChange(LogonGuard& guard, const Caller& caller, IPCMessage& reply);
 bool changePassword(PasswordFile& password, LogonGuard& guard, const Caller& caller, const IPCMessage& request,
                     IPCMessage& reply);
+/// A password was set beside the service, which only takes note of it.
+bool notePassword(PasswordFile& password, const IPCMessage& request, IPCMessage& reply);
 
 // handlers_quarantine.cpp
 bool listQuarantine(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply);

@@ -59,7 +59,7 @@ bool logOn(ConfigurationStore& configuration, PasswordFile& password, LogonGuard
         return check.trouble.empty() ? false : refuse(check.trouble, reply);
     }
     guard.succeeded(address);
-    const SessionStart start = sessions.create(address, check.mark);
+    const SessionStart start = sessions.create(address, check.mark, wanted.user);
     if (start.id.empty()) return refuse(start.reason, reply);
     NORV_LOG(NORV_LOG_INFO, "Log-on from %s", address.c_str());
     write(reply, protocol::Session{start.id});
@@ -84,7 +84,8 @@ bool listSessions(PasswordFile& password, SessionStore& sessions, LogonGuard& gu
     const std::string own = SessionStore::listedId(caller.session);
     protocol::SessionList list;
     for (const SessionInfo& session : sessions.list(password.mark()))
-        list.sessions.push_back({session.id, session.address, session.begun, session.lastUse, session.id == own});
+        list.sessions.push_back(
+            {session.id, session.user, session.address, session.begun, session.lastUse, session.id == own});
     for (const LogonBlock& block : guard.blocks())
         list.blocked.push_back({block.address, block.failures, block.seconds});
     write(reply, list);
@@ -119,6 +120,11 @@ bool changePassword(PasswordFile& password, LogonGuard& guard, const Caller& cal
         return refuse("The password was not changed: " + fault + ".", reply);
     NORV_LOG(NORV_LOG_INFO, "The console's password was changed from %s", caller.address.c_str());
     return true;
+}
+
+bool notePassword(PasswordFile& password, const IPCMessage& request, IPCMessage& reply) {
+    return password.liesIn(protocol::read<protocol::NotePassword>(request).folder) ||
+           refuse("That is the password of another service.", reply);
 }
 
 }  // namespace keldra::handlers

@@ -6,6 +6,7 @@
 #include "norv/scan_config.h"
 #include "service/base/paths.h"
 #include "service/realtime/realtime_scan.h"
+#include "service/server/chronicle.h"
 #include "service/server/folder_questions.h"
 #include "service/server/handlers.h"
 #include "service/settings/configuration_store.h"
@@ -73,7 +74,8 @@ std::string layOver(const NORVConfig& config, const IPCMessage& request, Record&
 }
 
 template <typename Record>
-bool store(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request, IPCMessage& reply) {
+bool store(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller, const IPCMessage& request,
+           IPCMessage& reply) {
     const auto config = configuration.snapshot();
     Record checked;
     std::string fault = layOver(*config, request, checked);
@@ -81,14 +83,15 @@ bool store(ConfigurationStore& configuration, FolderQuestions& folders, const IP
     SaveResult result{SaveOutcome::REFUSED, fault};
     if (fault.empty()) {
         // Others may have been stored meanwhile: what this request does not mention is theirs.
-        result = configuration.update([&](NORVConfig& stored) {
+        const auto change = [&](NORVConfig& stored) {
             Record record;
             fault = layOver(stored, request, record);
             if (fault.empty()) fault = checkSettings(record);
             if (fault.empty() && !sameFolders(record, checked)) fault = "The folders were changed by somebody else.";
             if (fault.empty()) storeRecord(stored, record);
             return fault.empty();
-        });
+        };
+        result = configuration.update(change, actorOf(caller));
     }
     if (!fault.empty()) result.reason = fault;
     if (!saved(result.outcome)) {
@@ -110,36 +113,36 @@ bool getRealtimeScan(ConfigurationStore& configuration, RealtimeScan& realtime, 
     return give(record, reply);
 }
 
-bool setRealtimeScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
-                     IPCMessage& reply) {
-    return store<NORVRealtimeScanConfig>(configuration, folders, request, reply);
+bool setRealtimeScan(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
+                     const IPCMessage& request, IPCMessage& reply) {
+    return store<NORVRealtimeScanConfig>(configuration, folders, caller, request, reply);
 }
 
 bool getManualScan(ConfigurationStore& configuration, IPCMessage& reply) {
     return give(NORVManualScanConfig(*configuration.snapshot()), reply);
 }
 
-bool setManualScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
-                   IPCMessage& reply) {
-    return store<NORVManualScanConfig>(configuration, folders, request, reply);
+bool setManualScan(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
+                   const IPCMessage& request, IPCMessage& reply) {
+    return store<NORVManualScanConfig>(configuration, folders, caller, request, reply);
 }
 
 bool getScheduledScan(ConfigurationStore& configuration, IPCMessage& reply) {
     return give(NORVScheduledScanConfig(*configuration.snapshot()), reply);
 }
 
-bool setScheduledScan(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
-                      IPCMessage& reply) {
-    return store<NORVScheduledScanConfig>(configuration, folders, request, reply);
+bool setScheduledScan(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
+                      const IPCMessage& request, IPCMessage& reply) {
+    return store<NORVScheduledScanConfig>(configuration, folders, caller, request, reply);
 }
 
 bool getScheduledUpdate(ConfigurationStore& configuration, IPCMessage& reply) {
     return give(NORVScheduledAUConfig(*configuration.snapshot()), reply);
 }
 
-bool setScheduledUpdate(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
-                        IPCMessage& reply) {
-    return store<NORVScheduledAUConfig>(configuration, folders, request, reply);
+bool setScheduledUpdate(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
+                        const IPCMessage& request, IPCMessage& reply) {
+    return store<NORVScheduledAUConfig>(configuration, folders, caller, request, reply);
 }
 
 }  // namespace keldra::handlers

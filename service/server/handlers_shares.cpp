@@ -1,6 +1,7 @@
 #include "norv/log.h"
 #include "norv/path_list.h"
 #include "norv/protocol/service_settings.h"
+#include "service/server/chronicle.h"
 #include "service/server/folder_questions.h"
 #include "service/server/handlers.h"
 #include "service/settings/configuration_store.h"
@@ -47,8 +48,8 @@ bool getSettings(ConfigurationStore& configuration, IPCMessage& reply) {
     return true;
 }
 
-bool setSettings(ConfigurationStore& configuration, FolderQuestions& folders, const IPCMessage& request,
-                 IPCMessage& reply) {
+bool setSettings(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
+                 const IPCMessage& request, IPCMessage& reply) {
     SettingsChange change;
     if (!readChange(request, change)) return refuseLogged("The settings are malformed.", reply);
     const std::string unfit = folders.ask([change] {
@@ -57,10 +58,11 @@ bool setSettings(ConfigurationStore& configuration, FolderQuestions& folders, co
     });
     if (!unfit.empty()) return refuseLogged(unfit, reply);
     std::optional<SettingsFault> fault;
-    const SaveResult result = configuration.update([&change, &fault](NORVConfig& config) {
+    const auto lay = [&change, &fault](NORVConfig& config) {
         fault = changeSettings(config, change);
         return !fault;
-    });
+    };
+    const SaveResult result = configuration.update(lay, actorOf(caller));
     if (fault) return refuseLogged(fault->setting + ": " + fault->text, reply);
     if (!saved(result.outcome)) return refuseLogged(result.reason, reply);
     protocol::SettingsSaved answer;

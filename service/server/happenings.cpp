@@ -78,6 +78,14 @@ void Happenings::foundByRealtime(const std::string& path, const std::string& sig
     journal_.add(std::move(event));
 }
 
+void Happenings::scheduledScan(const ScanStart& start) {
+    journal_.add({.kind = EventKind::SCAN,
+                  .severity = start.started ? EventSeverity::INFO : EventSeverity::WARNING,
+                  .task = scanKindName(ScanKind::SCHEDULED),
+                  .action = start.started ? "started" : "not started",
+                  .detail = start.message});
+}
+
 void Happenings::scanEnded(const ScanStatus& scan) {
     Told told;
     {

@@ -2,6 +2,7 @@
 
 #include "service/events/event_journal.h"
 #include "service/quarantine/actions.h"
+#include "service/scanning/scan_jobs.h"
 #include "service/scanning/scan_status.h"
 #include "service/updates/updater.h"
 
@@ -28,6 +29,7 @@ public:
     void found(const ScanStatus& scan, const ScanFind& find);
     /// A find that may stay is met at each access; it is told once an hour.
     void foundByRealtime(const std::string& path, const std::string& signature, const ActionOutcome& done);
+    void scheduledScan(const ScanStart& start);
     void scanEnded(const ScanStatus& scan);
     void updateEnded(const UpdateStatus& update);
     UpdateMemory updates() const;

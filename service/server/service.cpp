@@ -116,7 +116,7 @@ bool Service::open(std::string& error) {
     loadSignatures();
     listenToChanges();
     applier_->apply(APPLYING_PATIENCE);
-    dispatcher_ = std::make_unique<Dispatcher>(io_, parts(), lanes_);
+    dispatcher_ = std::make_unique<Dispatcher>(io_, parts(), lanes_, *chronicle_);
     updater_->recover();
     scheduler_->start();
     return true;
@@ -125,8 +125,9 @@ bool Service::open(std::string& error) {
 void Service::listenToChanges() {
     applier_ =
         std::make_unique<SettingsApplier>(configuration_, [this](const NORVConfig& config) { putInForce(config); });
-    configuration_.onChange([this](ConfigurationStore::Change change) {
-        if (change == ConfigurationStore::Change::SAVED) return applier_->apply(APPLYING_PATIENCE);
+    configuration_.onChange([this](const ConfigurationChange& change) {
+        chronicle_->settingsChanged(change);
+        if (!change.byHand) return applier_->apply(APPLYING_PATIENCE);
         // Whoever comes upon it may be the thread that all connections share.
         applier_->applySoon(true);
     });
@@ -136,6 +137,7 @@ void Service::listenToChanges() {
 void Service::makeJournal() {
     events_ = std::make_unique<EventJournal>(EventJournalSettings{.folder = state_.events()}, clock_);
     happenings_ = std::make_unique<Happenings>(*events_);
+    chronicle_ = std::make_unique<Chronicle>(*events_);
     events_->add({.kind = EventKind::SERVICE, .detail = "The service started."});
 }
 
@@ -296,6 +298,7 @@ bool Service::startScheduledScan() {
                        .lowPriority = valueOf("limits.scheduled_low_priority") == "1",
                        .window = {valueOf("limits.scheduled_from"), valueOf("limits.scheduled_until")}});
     if (!start.started) NORV_LOG(NORV_LOG_WARNING, "The scheduled scan was not started: %s", start.message.c_str());
+    happenings_->scheduledScan(start);
     return start.started;
 }
 
@@ -349,6 +352,7 @@ void Service::cleanUp() {
     scans_->cleanUp();
     updater_->cleanUp();
     quarantine_.tidy();
+    chronicle_->settle();
     cleaningUp_ = false;
 }
 
@@ -422,6 +426,7 @@ void Service::stop() {
     if (engine_) engine_->stopReloads();
     if (!realtimeEnded) endAtOnce();
     engine_.reset();
+    if (chronicle_) chronicle_->settle(true);
     if (events_) events_->add({.kind = EventKind::SERVICE, .detail = "The service ended."});
     events_.reset();
 }

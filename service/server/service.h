@@ -14,6 +14,7 @@
 #include "service/realtime/realtime_scan.h"
 #include "service/scanning/scan_jobs.h"
 #include "service/schedules/scheduler.h"
+#include "service/server/chronicle.h"
 #include "service/server/dispatcher.h"
 #include "service/server/folder_questions.h"
 #include "service/server/happenings.h"
@@ -114,6 +115,7 @@ private:
     Actions actions_;
     std::unique_ptr<EventJournal> events_;
     std::unique_ptr<Happenings> happenings_;
+    std::unique_ptr<Chronicle> chronicle_;
     std::unique_ptr<ScanEngine> engine_;
     std::unique_ptr<ScanJobs> scans_;
     std::unique_ptr<Updater> updater_;

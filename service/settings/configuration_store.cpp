@@ -31,7 +31,9 @@ ConfigurationStore::ConfigurationStore(std::filesystem::path file, const Clock& 
       clock_(clock),
       state_(std::make_shared<const State>(State{.good = std::make_shared<const NORVConfig>()})) {}
 
-void ConfigurationStore::onChange(std::function<void(Change)> listener) { listener_ = std::move(listener); }
+void ConfigurationStore::onChange(std::function<void(const ConfigurationChange&)> listener) {
+    listener_ = std::move(listener);
+}
 
 ConfigurationStore::Identity ConfigurationStore::identify(const std::filesystem::path& file) {
     struct stat status {};
@@ -47,9 +49,11 @@ bool ConfigurationStore::refresh() {
     // Whoever holds it is about to publish what is new.
     std::unique_lock lock(writing_, std::try_to_lock);
     if (!lock) return known->error.empty();
+    const auto before = state()->good;
     const bool changed = readAgain(identify(file_));
+    const auto after = state()->good;
     lock.unlock();
-    if (changed && listener_) listener_(Change::BY_HAND);
+    if (changed && listener_) listener_({.byHand = true, .before = before, .after = after});
     return state()->error.empty();
 }
 
@@ -94,20 +98,22 @@ std::shared_ptr<const NORVConfig> ConfigurationStore::snapshot() const { return 
 
 std::string ConfigurationStore::error() const { return state()->error; }
 
-SaveResult ConfigurationStore::update(const std::function<bool(NORVConfig&)>& change) {
+SaveResult ConfigurationStore::update(const std::function<bool(NORVConfig&)>& change, const EventActor& who) {
     SaveResult result;
-    bool changed = false;
+    std::vector<ConfigurationChange> changes;
     {
         const std::lock_guard lock(writing_);
-        changed = readAgain(identify(file_));
+        const auto before = state()->good;
+        if (readAgain(identify(file_))) changes.push_back({.byHand = true, .before = before, .after = state()->good});
         if (const StatePtr known = state(); !known->error.empty()) {
             result.reason = "The configuration cannot be used: " + known->error;
         } else {
             NORVConfig config(*known->good);
             result = change(config) ? store(config) : SaveResult{SaveOutcome::REFUSED};
+            if (saved(result.outcome)) changes.push_back({false, known->good, state()->good, who});
         }
     }
-    if (listener_ && (changed || saved(result.outcome))) listener_(Change::SAVED);
+    if (listener_) std::for_each(changes.begin(), changes.end(), listener_);
     return result;
 }
 

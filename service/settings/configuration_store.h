@@ -2,6 +2,7 @@
 
 #include "norv/norv_config.h"
 #include "service/base/clock.h"
+#include "service/events/event.h"
 
 #include <atomic>
 #include <cstdint>
@@ -31,6 +32,14 @@ struct SaveResult {
     std::string reason{};
 };
 
+/// The document was changed: by a save, or in the file by somebody else.
+struct ConfigurationChange {
+    bool byHand = false;
+    std::shared_ptr<const NORVConfig> before{};  ///< neither is ever null
+    std::shared_ptr<const NORVConfig> after{};
+    EventActor who{};  ///< who saved it
+};
+
 /// The configuration document on disk. One object owns the file; it may be used from several threads. The document's
 /// stamp is the file's modification time and grows with every save. A file that was changed by hand is read again
 /// before it is served or changed; one that does not parse is reported and never overwritten. Whoever only reads never
@@ -40,10 +49,9 @@ public:
     /// `file`: the document; its backup stands beside it with ".bak" appended.
     ConfigurationStore(std::filesystem::path file, const Clock& clock);
 
-    enum class Change { SAVED, BY_HAND };
     /// Called after each change of the document, outside of the store's lock: by the thread that saved it, or by the
     /// one that came upon a change by hand, which is not to be held up. Set it before the store is used by several.
-    void onChange(std::function<void(Change)> listener);
+    void onChange(std::function<void(const ConfigurationChange&)> listener);
 
     /// Reads the file when it is not the one that was read last; while it is being saved the last document stands. True
     /// when the document is good. What is wrong with a file is logged once.
@@ -57,10 +65,10 @@ public:
     /// What is wrong with the file, empty when nothing is.
     std::string error() const;
 
-    /// Changes the document: `change` gets a copy, returns whether it is to be stored. On return the new document is on
-    /// disk, synced, or the old one stands.
+    /// Changes the document for `who`: `change` gets a copy, returns whether it is to be stored. On return the new
+    /// document is on disk, synced, or the old one stands.
     /// `change` must not wait for anything: other saves wait for it.
-    SaveResult update(const std::function<bool(NORVConfig&)>& change);
+    SaveResult update(const std::function<bool(NORVConfig&)>& change, const EventActor& who = {});
 
 private:
     struct Identity {
@@ -89,7 +97,7 @@ private:
 
     const std::filesystem::path file_;
     const Clock& clock_;
-    std::function<void(Change)> listener_;
+    std::function<void(const ConfigurationChange&)> listener_;
     std::mutex writing_;  ///< held by who changes the file or the state
     std::atomic<StatePtr> state_;
 };

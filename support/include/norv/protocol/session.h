@@ -73,6 +73,7 @@ struct WatchSession : SessionProof {
 /// A session as those see it who may end it.
 struct OpenSession {
     std::string id;  ///< gives nobody the session
+    std::string user;
     std::string address;
     int64_t begun = 0;    ///< seconds since the epoch
     int64_t lastUse = 0;  ///< seconds since the epoch
@@ -80,6 +81,7 @@ struct OpenSession {
 
     static void visit(auto& record, auto&& field) {
         field("id", record.id);
+        field("user", record.user);
         field("address", record.address);
         field("begun", record.begun);
         field("lastUse", record.lastUse);
@@ -147,6 +149,16 @@ struct ChangePassword {
         field("Password", record.password);
         field("NewPassword", record.newPassword);
     }
+};
+
+/// Tells that the password in a service's state folder was set beside the service.
+struct NotePassword {
+    static constexpr auto KIND = IPCMessage::START;
+    static constexpr auto COMMAND = IPCMessage::CONSOLE_PASSWORD;
+    using Reply = Nothing;
+    std::string folder;
+
+    static void visit(auto& record, auto&& field) { field("Folder", record.folder); }
 };
 
 }  // namespace protocol

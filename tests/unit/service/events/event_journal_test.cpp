@@ -1,4 +1,5 @@
 #include "service/events/event_journal.h"
+#include "service/events/repeated_events.h"
 
 #include "tests/harness/temp_dir.h"
 #include "tests/unit/service/test_clock.h"
@@ -138,6 +139,28 @@ TEST_F(EventJournalTest, ADiskThatTakesNothingStopsNobodyAndIsTriedAgain) {
     EXPECT_EQ(journal.problem(), "");
     journal.stop();
     EXPECT_EQ(heard, std::vector<std::string>{"/srv/a"}) << "told once, however often it was tried";
+}
+
+/// For weeks, from ever new addresses: what else stands in the journal stays, and every attempt is counted.
+TEST_F(EventJournalTest, AFloodFromStrangersIsBundledByAddressAndMinuteAndTakesLittleRoom) {
+    EventJournal journal(settings_, clock_);
+    RepeatedEvents strangers(journal, clock_);
+    const auto refused = [](int address) {
+        return Event{.kind = EventKind::LOGON, .action = "refused", .who = {"", std::to_string(address)}};
+    };
+    for (int i = 0; i < 30; ++i) strangers.add(refused(1)), clock_.pass(1);
+    EXPECT_EQ(journal.query({}, 0, 10).total, 1U) << "the first one stands there at once";
+    clock_.pass(60);
+    strangers.settle();
+    EXPECT_EQ(journal.query({}, 0, 10).events.at(0).count, 29U);
+    const int flood = 20 * 24 * 60;
+    for (int i = 0; i < flood; ++i) strangers.add(refused(i)), clock_.pass(60);
+    strangers.settle(true);
+    const EventPage all = journal.query({}, 0, 10000);
+    EXPECT_LT(all.total, 20U * 150U);
+    std::uint64_t told = 0;
+    for (const Event& event : all.events) told += event.count;
+    EXPECT_EQ(told, 30U + flood);
 }
 
 }  // namespace

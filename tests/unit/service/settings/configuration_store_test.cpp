@@ -131,7 +131,7 @@ TEST_F(ConfigurationStoreTest, SavesAtTheSameTimeLoseNothing) {
 
 TEST_F(ConfigurationStoreTest, WhoListensHearsOfSavesAndOfChangesByHand) {
     int heard = 0;
-    store_.onChange([&heard](ConfigurationStore::Change) { ++heard; });
+    store_.onChange([&heard](const ConfigurationChange&) { ++heard; });
     store_.refresh();
     set("2");
     store_.refresh();
