@@ -1,5 +1,6 @@
 #pragma once
 
+#include "service/engine/scan_limits.h"
 #include "service/engine/scan_result.h"
 #include "service/engine/signature_files.h"
 
@@ -70,6 +71,10 @@ public:
     /// goes; nothing is loaded after it.
     virtual void stopReloads() {}
 
+    /// How much a file may cost from here on, where its scan's options say nothing else. What a scanner could not deal
+    /// with before is tried again.
+    virtual void setLimits(const EngineLimits& /*limits*/) {}
+
     /// Whether a process belongs to the engine: what it opens must not wait for a scan.
     virtual bool ownsProcess(pid_t /*pid*/) const { return false; }
 };
@@ -86,8 +91,6 @@ struct EngineSettings {
     uint64_t fileSize = (uint64_t{2} << 30U) - 3;  ///< bytes; larger files are not looked at
     uint64_t memberSize = uint64_t{384} << 20U;    ///< bytes; larger files inside others are not looked at
     uint64_t room = uint64_t{400} << 20U;          ///< bytes that all that is unpacked may take on disk at a time
-    ScanLimits limits{uint64_t{4} << 30U, 100000, 300};
-    ScanLimits realtimeLimits{uint64_t{128} << 20U, 5000, 120};
 };
 
 /// An engine without a database; `load` or `reload` fetches it.

@@ -24,6 +24,8 @@ struct ScanLimits {
     uint64_t unpacked = 0;  ///< bytes unpacked from it, in all
     uint32_t members = 0;   ///< files in it, in all
     uint32_t seconds = 0;
+
+    bool operator==(const ScanLimits&) const = default;
 };
 
 /// How one file is to be scanned.

@@ -90,14 +90,6 @@ std::string versionFromTime(int64_t seconds) {
     return {text.data(), std::strftime(text.data(), text.size(), "%Y%m%d.%H%M", &parts)};
 }
 
-ScanLimits limitsOf(const EngineSettings& settings, const ScanOptions& options) {
-    const ScanLimits& usual = options.lane == ScanLane::REALTIME ? settings.realtimeLimits : settings.limits;
-    const ScanLimits& wished = options.limits;
-    return {.unpacked = wished.unpacked != 0 ? wished.unpacked : usual.unpacked,
-            .members = wished.members != 0 ? wished.members : usual.members,
-            .seconds = std::min(wished.seconds != 0 ? wished.seconds : usual.seconds, LONGEST_SCAN)};
-}
-
 /// What is to be blamed on the file.
 ScanResult lastingFailure(std::string reason) {
     return {.verdict = Verdict::FAILED, .signature = {}, .detail = std::move(reason), .lasting = true};
@@ -279,9 +271,26 @@ ScanResult ScannerPool::scanWith(const Current& generation, int fd, const struct
     return attempt.result;
 }
 
+ScanLimits ScannerPool::limitsOf(const ScanOptions& options) const {
+    const std::lock_guard lock(mutex_);
+    const ScanLimits& usual = options.lane == ScanLane::REALTIME ? limits_.realtime : limits_.usual;
+    const ScanLimits& wished = options.limits;
+    return {.unpacked = wished.unpacked != 0 ? wished.unpacked : usual.unpacked,
+            .members = wished.members != 0 ? wished.members : usual.members,
+            .seconds = std::min(wished.seconds != 0 ? wished.seconds : usual.seconds, LONGEST_SCAN)};
+}
+
+void ScannerPool::setLimits(const EngineLimits& limits) {
+    {
+        const std::lock_guard lock(mutex_);
+        limits_ = limits;
+    }
+    badFiles_.forget();
+}
+
 /// The order for one file.
 wire::ScanOrder ScannerPool::orderOf(const struct stat& status, const ScanOptions& options) {
-    const ScanLimits limits = limitsOf(settings_, options);
+    const ScanLimits limits = limitsOf(options);
     wire::ScanOrder order;
     order.number = ++orders_;
     order.archives = options.archives ? 1 : 0;

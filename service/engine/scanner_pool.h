@@ -36,6 +36,7 @@ public:
     void reload(std::function<void(bool)> done) override;
     void stopReloads() override;
     bool ownsProcess(pid_t pid) const override;
+    void setLimits(const EngineLimits& limits) override;
 
 private:
     /// A host with the signatures it has loaded.
@@ -55,6 +56,7 @@ private:
     std::string whyNone() const;
     ScanResult scanWith(const Current& generation, int fd, const struct stat& status, const ScanOptions& options,
                         const std::stop_token& stop, bool& hostGone);
+    ScanLimits limitsOf(const ScanOptions& options) const;
     wire::ScanOrder orderOf(const struct stat& status, const ScanOptions& options);
     Attempt exchange(ScannerWorker& worker, int fd, const wire::ScanOrder& order, std::chrono::milliseconds limit,
                      const std::stop_token& stop);
@@ -86,6 +88,7 @@ private:
     Current current_;
     std::shared_ptr<ScannerHost> loadingHost_;
     EngineState state_;
+    EngineLimits limits_;
     int loading_ = 0;
     bool ending_ = false;
     bool restarting_ = false;                        ///< the host has ended, the next one is to come

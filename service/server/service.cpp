@@ -313,6 +313,7 @@ void Service::putInForce(const NORVConfig& config) {
                            .update = NORVScheduledAUConfig(config),
                            .randomizedUpdate = configValueOr(config, "Varnel", "RandomizedUpdate", false)});
     quarantine_.setLimits(quarantineLimits(config));
+    engine_->setLimits(engineLimits(config));
     realtime_->configure(config);
     clients_->configure(clientSettings(config));
 }

@@ -47,6 +47,18 @@ TEST_F(ScannerTest, FilesThatEndTheirScannerAreNamedAndAllOthersAreScanned) {
     EXPECT_EQ(service_.pid(), pid);
 }
 
+TEST_F(ScannerTest, AFileThatHangsEndsAtTheLimitOfTheSettings) {
+    writeFile(service_.file("samples") / "0" / "hang", "MISBEHAVE-HANG");
+    ASSERT_TRUE(service_.start());
+    const ProcessResult refused = service_.control({"settings", "set", "limits.seconds", "0"});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.errors.find("from 1 to 600"), std::string::npos) << refused.errors;
+    ASSERT_EQ(service_.control({"settings", "set", "limits.seconds", "1"}).status, 0);
+    const ProcessResult result = scan();
+    EXPECT_EQ(countOf(result.output, "the scan took too long"), 1U) << result.output;
+    EXPECT_EQ(countOf(result.output, "eicar.com"), FILES);
+}
+
 TEST_F(ScannerTest, TheServiceEndsWhileAFileHangs) {
     writeFile(service_.file("samples") / "0" / "hang", "MISBEHAVE-HANG");
     ASSERT_TRUE(service_.start());

@@ -88,6 +88,27 @@ TEST_F(ScanEngineTest, ArchiveMembersBeyondTheSizeLimitAreReportedAndTheRestIsSc
     EXPECT_EQ(scan(zipOf({{"large", large}}), {true, 1, 3000}).verdict, Verdict::CLEAN);
 }
 
+TEST_F(ScanEngineTest, EachLaneKeepsToItsLimits) {
+    writeFile(dir_ / "one/a.ndb", signatureLine("First", "first-bad-content"));
+    const std::unique_ptr<ScanEngine> engine = engineOver({"one"});
+    ASSERT_TRUE(engine->load());
+    const std::string zip = zipOf({{"a", "text a"}, {"b", "text b"}, {"c", "text c"}, {"d", "text d"}});
+    const auto verdictIn = [&](ScanLane lane) {
+        writeFile(dir_ / "sample", zip);
+        const ScannedFile file = opened(dir_ / "sample");
+        return engine->scan(file.file.get(), file.path, {.lane = lane}, {}).verdict;
+    };
+    for (const bool realtimeIsLow : {false, true}) {
+        EngineLimits limits;
+        (realtimeIsLow ? limits.realtime : limits.usual).members = 2;
+        engine->setLimits(limits);
+        const Verdict others = realtimeIsLow ? Verdict::CLEAN : Verdict::NOT_FULLY_SCANNED;
+        for (const ScanLane lane : {ScanLane::MANUAL, ScanLane::SCHEDULED, ScanLane::PATH, ScanLane::CLIENT})
+            EXPECT_EQ(verdictIn(lane), others) << static_cast<int>(lane);
+        EXPECT_EQ(verdictIn(ScanLane::REALTIME), realtimeIsLow ? Verdict::NOT_FULLY_SCANNED : Verdict::CLEAN);
+    }
+}
+
 TEST_F(ScanEngineTest, ScansWithOtherSettingsDoNotSpoilEachOther) {
     const std::string zip = zipOf({{"virus", testVirus()}});
     EXPECT_EQ(scan(zip, {false, 0, NO_LIMIT}).verdict, Verdict::CLEAN);

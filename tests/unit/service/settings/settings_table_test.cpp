@@ -1,5 +1,7 @@
 #include "service/settings/settings_table.h"
 
+#include "service/engine/scan_limits.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -29,6 +31,9 @@ TEST(SettingsTable, TakesWhatIsInRangeInOneFormAndRefusesTheRest) {
                            {"limits.realtime_wait", "10s", nullptr},
                            {"limits.realtime_wait", "", nullptr},
                            {"limits.realtime_wait", "99999999999999999999", nullptr},
+                           {"limits.realtime_unpacked_megabytes", "0", nullptr},
+                           {"limits.members", "-1", nullptr},
+                           {"limits.seconds", "601", nullptr},
                            {"updates.proxy_port", "", ""},
                            {"updates.proxy_port", "65536", nullptr},
                            {"limits.realtime_refuse", "on", "1"},
@@ -50,6 +55,21 @@ TEST(SettingsTable, TakesWhatIsInRangeInOneFormAndRefusesTheRest) {
         if (!row.stored) continue;
         EXPECT_EQ(valueOf(config, row.name), row.stored) << row.value;
     }
+}
+
+TEST(SettingsTable, LimitsOfTheEngineAreThoseThatTheTableSays) {
+    NORVConfig config;
+    EXPECT_EQ(engineLimits(config), EngineLimits());
+    SettingsChange asShown;
+    for (const Setting& setting : settingsTable())
+        if (setting.category == std::string("ScanLimits")) asShown.wanted[setting.name] = setting.fallback;
+    ASSERT_FALSE(changeSettings(config, asShown));
+    EXPECT_EQ(engineLimits(config), EngineLimits()) << "shown as in force";
+    ASSERT_FALSE(changeSettings(
+        config, {{{"limits.unpacked_megabytes", "7"}, {"limits.members", "8"}, {"limits.realtime_seconds", "9"}}, {}}));
+    const EngineLimits changed = engineLimits(config);
+    EXPECT_EQ(changed.usual, (ScanLimits{uint64_t{7} << 20U, 8, EngineLimits().usual.seconds}));
+    EXPECT_EQ(changed.realtime.seconds, 9U);
 }
 
 TEST(SettingsTable, ChangesAllOrNothingAndNothingThatSomebodyElseChangedMeanwhile) {
