@@ -154,6 +154,8 @@ ActionOutcome Actions::perform(const ScannedFile& file, const ScanResult& result
     const ActionPlan plan = actionsOn(result.signature, settings);
     // A file that goes to quarantine next is its own backup.
     const bool backup = settings.backupBeforeClean && plan.second != Action::QUARANTINE;
+    const bool touches = plan.first != Action::PASS || plan.second != Action::PASS;
+    const std::shared_ptr<void> underWay = touches && begin_ ? begin_(file) : nullptr;
     bool full = false;
     const auto tryNext = [&](Action action) {
         const std::string before = outcome.text.empty() ? "" : outcome.text + "; ";

@@ -4,8 +4,11 @@
 #include "service/quarantine/quarantine.h"
 #include "service/tree/scanned_file.h"
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 struct NORVScanConfig;
 
@@ -41,7 +44,14 @@ struct ActionOutcome {
 /// any thread.
 class Actions {
 public:
+    /// Told before something is done to an infected file, wherever it was found; what it returns is held until that is
+    /// over.
+    using Begin = std::function<std::shared_ptr<void>(const ScannedFile& file)>;
+
     explicit Actions(Quarantine& quarantine) : quarantine_(quarantine) {}
+
+    /// To be called before any action.
+    void onBegin(Begin begin) { begin_ = std::move(begin); }
 
     /// Only INFECTED leads to an action; with every other verdict nothing is touched. `task`: the id of the scan.
     ActionOutcome perform(const ScannedFile& file, const ScanResult& result, const NORVScanConfig& settings,
@@ -49,6 +59,7 @@ public:
 
 private:
     Quarantine& quarantine_;
+    Begin begin_;
 };
 
 }  // namespace keldra

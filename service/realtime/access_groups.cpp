@@ -88,6 +88,11 @@ void AccessGroups::forgetClean() {
     for (const Group& each : all()) each.group->mark(FAN_MARK_FLUSH, 0, AT_FDCWD, "/");
 }
 
+void AccessGroups::forgetClean(int fd) {
+    for (const Group& each : all())
+        each.group->mark(FAN_MARK_REMOVE | FAN_MARK_IGNORED_MASK, FAN_OPEN_PERM, fd, nullptr);
+}
+
 void AccessGroups::end() {
     for (const Group& each : all()) each.readers->end();
 }

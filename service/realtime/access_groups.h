@@ -43,6 +43,8 @@ public:
     bool pressed(SteadyTime now) const;
     /// Asks again about everything that was remembered as clean.
     void forgetClean();
+    /// The same about one open file.
+    void forgetClean(int fd);
     /// Asks the readers to end; to be called again until they have.
     void end();
     /// Lets all accesses go on, as soon as the readers have ended.

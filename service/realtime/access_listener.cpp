@@ -36,10 +36,11 @@ std::uint64_t maskOf(const OnAccessSettings& settings) {
 
 }  // namespace
 
-AccessListener::AccessListener(std::shared_ptr<const OnAccessHooks> hooks, OnAccessSettings settings)
+AccessListener::AccessListener(std::shared_ptr<const OnAccessHooks> hooks, OnAccessSettings settings,
+                               std::shared_ptr<RecentFinds> finds)
     : settings_(std::move(settings)),
       scan_(
-          std::move(hooks), [this] { return follower_->places(); }, settings_.incoming),
+          std::move(hooks), [this] { return follower_->places(); }, std::move(finds), settings_.incoming),
       queue_(limitsOf(settings_)),
       groups_(maskOf(settings_), threads_,
               {.receive = [this](const fanotify_event_metadata& event, FileDescriptor file,
@@ -109,6 +110,11 @@ bool AccessListener::watched() const {
 void AccessListener::forgetClean() {
     scan_.forget();
     groups_.forgetClean();
+}
+
+void AccessListener::forgetClean(int fd) {
+    scan_.forget();
+    groups_.forgetClean(fd);
 }
 
 void AccessListener::receive(const fanotify_event_metadata& event, FileDescriptor file,

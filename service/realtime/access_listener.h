@@ -22,7 +22,8 @@ namespace keldra {
 /// others; it touches no file. Lives as long as any of its threads.
 class AccessListener : public std::enable_shared_from_this<AccessListener> {
 public:
-    AccessListener(std::shared_ptr<const OnAccessHooks> hooks, OnAccessSettings settings);
+    AccessListener(std::shared_ptr<const OnAccessHooks> hooks, OnAccessSettings settings,
+                   std::shared_ptr<RecentFinds> finds);
 
     /// Begins to listen; what there is not to watch yet is looked for again and again. False, with the reason in words,
     /// when it cannot listen at all.
@@ -37,6 +38,8 @@ public:
     unsigned hanging() const { return workers_->hanging(); }
     std::string problem() const;
     void forgetClean();
+    /// Asks again about that open file, and about whatever is being scanned.
+    void forgetClean(int fd);
     /// False when nobody sees to those who wait any more.
     bool watched() const;
 

@@ -27,21 +27,22 @@ bool sameContent(const struct stat& a, const struct stat& b) {
 
 }  // namespace
 
-AccessScan::AccessScan(std::shared_ptr<const OnAccessHooks> hooks, CurrentPlaces places, bool remembers)
-    : hooks_(std::move(hooks)), places_(std::move(places)), remembers_(remembers) {}
+AccessScan::AccessScan(std::shared_ptr<const OnAccessHooks> hooks, CurrentPlaces places,
+                       std::shared_ptr<RecentFinds> finds, bool remembers)
+    : hooks_(std::move(hooks)), places_(std::move(places)), finds_(std::move(finds)), remembers_(remembers) {}
 
 /// What came through another system's mounts, or has no path that the kernel could tell, needs a closer look
 /// (`pathToScan`).
 bool AccessScan::mayConcern(const FileAccess& access) const {
     const auto where = places_();
     return where->concern(access.path()) || access.path().empty() || openedElsewhere(access.fd(), *where) ||
-           foundBefore(access, *where);
+           foundBefore(access, *where) || finds_->isActedOn(access.glance().identity);
 }
 
 /// Where a file was found that is among the service's own or removed by now.
 std::optional<std::string> AccessScan::foundBefore(const FileAccess& access, const Places& where) const {
     if (!liesBelow(access.path(), where.own) && !access.path().ends_with(" (deleted)")) return std::nullopt;
-    return finds_.pathOf(access.glance().identity);
+    return finds_->pathOf(access.glance().identity);
 }
 
 /// The file's path here; nothing when it is not to be scanned. What cannot be told may be a watched file: it is
@@ -54,7 +55,16 @@ std::optional<std::string> AccessScan::pathToScan(const FileAccess& access) cons
     return where->concern(here) ? std::optional(std::move(here)) : std::nullopt;
 }
 
+/// Some task has found something in it and is about to put it away.
+bool AccessScan::refuseActedOn(const FileAccess& access) const {
+    if (!access.waiting() || !finds_->isActedOn(access.glance().identity)) return false;
+    if (access.answer(true))
+        NORV_LOG(NORV_LOG_WARNING, "Refused the access to %s, which is being put away", access.path().c_str());
+    return true;
+}
+
 AccessScan::Outcome AccessScan::scan(const FileAccess& access, const std::stop_token& stop, std::string& why) {
+    if (refuseActedOn(access)) return Outcome::DONE;
     if (stop.stop_requested()) return Outcome::STOPPED;
     const unsigned generation = generation_;
     const bool local = !access.remote();
@@ -67,6 +77,7 @@ AccessScan::Outcome AccessScan::scan(const FileAccess& access, const std::stop_t
     if (found) return scanMoved(access, *found, stop);
     if (!path) return Outcome::DONE;
     const OnAccessAnswer answer = hooks_->scan(access.fd(), *path, stop);
+    if (!answer.deny && refuseActedOn(access)) return Outcome::DONE;
     if (stop.stop_requested() && !answer.deny && !answer.act && !answer.cacheable) return Outcome::STOPPED;
     if (!answer.unscanned.empty()) return why = answer.unscanned, Outcome::UNSCANNED;
     // What others change elsewhere is not seen here, and would not end what is remembered.
@@ -77,7 +88,8 @@ AccessScan::Outcome AccessScan::scan(const FileAccess& access, const std::stop_t
 /// A file that is being put away, or a new one that got its number: only its content tells.
 AccessScan::Outcome AccessScan::scanMoved(const FileAccess& access, const std::string& path,
                                           const std::stop_token& stop) {
-    const OnAccessAnswer answer = hooks_->scan(access.fd(), path, stop);
+    const auto& scan = hooks_->scanFound ? hooks_->scanFound : hooks_->scan;
+    const OnAccessAnswer answer = scan(access.fd(), path, stop);
     if (stop.stop_requested() && !answer.deny) return Outcome::STOPPED;
     if (access.answer(answer.deny) && answer.deny)
         NORV_LOG(NORV_LOG_WARNING, "Refused the access to what was %s: %s", path.c_str(), answer.find.c_str());
@@ -86,7 +98,7 @@ AccessScan::Outcome AccessScan::scanMoved(const FileAccess& access, const std::s
 
 AccessScan::Outcome AccessScan::follow(const FileAccess& access, const std::string& path,
                                        const OnAccessAnswer& answer) {
-    if (answer.deny) finds_.add(access.glance().identity, path);
+    if (answer.deny) finds_->add(access.glance().identity, path);
     if (access.answer(answer.deny) && answer.deny)
         NORV_LOG(NORV_LOG_WARNING, "Refused the access to %s: %s", path.c_str(), answer.find.c_str());
     if (answer.act && hooks_->act && !ended_) hooks_->act(access.fd(), path, answer);

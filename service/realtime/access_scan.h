@@ -31,6 +31,9 @@ struct OnAccessHooks {
     /// A stop is asked for when the scan takes too long or the listener ends; then the answer does not matter any more.
     std::function<OnAccessAnswer(int fd, const std::string& path, std::stop_token stop)> scan;
     std::function<void(int fd, const std::string& path, const OnAccessAnswer& answer)> act;
+    /// Scans what was found a moment ago, whatever the settings leave out: only what is surely clean now is not denied.
+    /// May be empty; then it is scanned like any other file.
+    std::function<OnAccessAnswer(int fd, const std::string& path, std::stop_token stop)> scanFound = {};
     /// Whether a process is one of the service's own, beside this one. Must not wait for anything. May be empty.
     std::function<bool(pid_t pid)> own = {};
 };
@@ -46,8 +49,9 @@ public:
         UNSCANNED  ///< for the reason in `why`
     };
 
-    /// `remembers`: whether the kernel is told what need not be asked about again.
-    AccessScan(std::shared_ptr<const OnAccessHooks> hooks, CurrentPlaces places, bool remembers);
+    /// `finds`: those of all tasks. `remembers`: whether the kernel is told what need not be asked about again.
+    AccessScan(std::shared_ptr<const OnAccessHooks> hooks, CurrentPlaces places, std::shared_ptr<RecentFinds> finds,
+               bool remembers);
 
     /// False for what plainly lies outside. Waits for nothing.
     bool mayConcern(const FileAccess& access) const;
@@ -63,13 +67,14 @@ public:
 private:
     std::optional<std::string> pathToScan(const FileAccess& access) const;
     std::optional<std::string> foundBefore(const FileAccess& access, const Places& where) const;
+    bool refuseActedOn(const FileAccess& access) const;
     Outcome scanMoved(const FileAccess& access, const std::string& path, const std::stop_token& stop);
     void remember(const FileAccess& access, const struct stat& before, unsigned generation);
     Outcome follow(const FileAccess& access, const std::string& path, const OnAccessAnswer& answer);
 
     const std::shared_ptr<const OnAccessHooks> hooks_;
     const CurrentPlaces places_;
-    RecentFinds finds_;
+    const std::shared_ptr<RecentFinds> finds_;
     std::atomic<bool> remembers_;
     std::atomic<bool> ended_{false};
     std::atomic<unsigned> generation_{0};

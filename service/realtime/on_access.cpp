@@ -27,7 +27,7 @@ bool OnAccess::configure(const OnAccessSettings& settings) {
     settings_ = settings;
     if (!wanted) return replace(nullptr, {}), true;
     std::string problem;
-    auto listener = std::make_shared<AccessListener>(hooks_, settings);
+    auto listener = std::make_shared<AccessListener>(hooks_, settings, finds_);
     if (!kernelAllows(&problem) || !listener->start(problem)) listener.reset();
     if (!listener) NORV_LOG(NORV_LOG_ERROR, "The real-time scan does not run: %s", problem.c_str());
     replace(std::move(listener), problem);
@@ -74,6 +74,13 @@ OnAccessStatus OnAccess::status() const {
 bool OnAccess::working() const {
     const auto current = listener();
     return !current || current->watched();
+}
+
+std::shared_ptr<void> OnAccess::beginAction(int fd, const std::string& path) {
+    auto action = RecentFinds::beginAction(finds_, glanceAt(fd).identity, path);
+    // Under other settings it may have been clean.
+    if (const auto current = listener()) current->forgetClean(fd);
+    return action;
 }
 
 void OnAccess::forgetClean() {

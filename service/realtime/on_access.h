@@ -51,12 +51,17 @@ public:
     bool working() const;
     /// Drops what is remembered as clean: call it when the signatures or the settings of the scan changed.
     void forgetClean();
+    /// Something was found in an open file, and it is about to be put away or removed: nobody else opens it as long as
+    /// the returned object lives, and for a while after that what it became is looked at wherever it lies. `path`:
+    /// where it was found.
+    std::shared_ptr<void> beginAction(int fd, const std::string& path);
 
 private:
     void replace(std::shared_ptr<AccessListener> listener, std::string problem);
     std::shared_ptr<AccessListener> listener() const;
 
     const std::shared_ptr<const OnAccessHooks> hooks_;
+    const std::shared_ptr<RecentFinds> finds_ = std::make_shared<RecentFinds>();
     std::mutex configureMutex_;
     OnAccessSettings settings_;  ///< under configureMutex_, as is the next
     std::vector<LooseThreads> leftBehind_;

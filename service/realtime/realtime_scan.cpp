@@ -40,6 +40,9 @@ RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std
       listener_(
           {[this](int fd, const std::string& path, std::stop_token stop) { return scan(fd, path, std::move(stop)); },
            [this](int fd, const std::string& path, const OnAccessAnswer& answer) { act(fd, path, answer); },
+           [this](int fd, const std::string& path, std::stop_token stop) {
+               return scanFound(fd, path, std::move(stop));
+           },
            [this](pid_t pid) { return engine_.ownsProcess(pid); }}) {}
 
 void RealtimeScan::configure(const NORVConfig& config) {
@@ -76,6 +79,15 @@ OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_tok
     answer.deny = actionsOn(result.signature, policy->settings).first != Action::PASS;
     answer.act = true;
     answer.find = result.signature;
+    return answer;
+}
+
+/// The task that found something in it may look into more than this one does, and do more about it.
+OnAccessAnswer RealtimeScan::scanFound(int fd, const std::string& path, std::stop_token stop) {
+    const ScanResult result = engine_.scan(fd, path, {.lane = ScanLane::REALTIME}, std::move(stop));
+    OnAccessAnswer answer;
+    answer.deny = result.verdict != Verdict::CLEAN;
+    answer.find = result.signature.empty() ? result.detail : result.signature;
     return answer;
 }
 

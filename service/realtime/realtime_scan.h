@@ -63,6 +63,9 @@ public:
     void configure(const NORVConfig& config);
     /// To be called when the signatures changed.
     void forgetClean() { listener_.forgetClean(); }
+    /// Some task has found something in an open file and is about to put it away: refuses to open it as long as the
+    /// returned object lives.
+    std::shared_ptr<void> beginAction(int fd, const std::string& path) { return listener_.beginAction(fd, path); }
     /// False when a thread hangs in the kernel and was left behind; what this object was given must outlive it.
     bool stop() { return listener_.stop(); }
     RealtimeState state() const;
@@ -74,6 +77,7 @@ private:
 
     std::shared_ptr<const Policy> policy() const;
     OnAccessAnswer scan(int fd, const std::string& path, std::stop_token stop);
+    OnAccessAnswer scanFound(int fd, const std::string& path, std::stop_token stop);
     void act(int fd, const std::string& path, const OnAccessAnswer& answer);
     void lookAtListener(RealtimeState& state) const;
     void lookAtEngine(RealtimeState& state) const;

@@ -244,6 +244,7 @@ void Service::makeParts() {
                           .path = report.path,
                           .detail = report.result.detail});
     });
+    actions_.onBegin([this](const ScannedFile& file) { return realtime_->beginAction(file.file.get(), file.path); });
     slowFacts_ = std::make_unique<SlowFactsWatch>([this] { return slowQuestions(); });
     witnesses_.emplace(Witnesses{clock_, configuration_, sessions_, *events_, *happenings_, quarantine_, *engine_,
                                  *scans_, *realtime_, *slowFacts_});

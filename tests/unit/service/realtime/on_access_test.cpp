@@ -305,6 +305,27 @@ TEST_F(OnAccessTest, ACleanFileIsAskedAboutAgainOnceItWasWrittenTo) {
     EXPECT_EQ(openElsewhere(shared() / "clean.txt"), EPERM);
 }
 
+TEST_F(OnAccessTest, WhatAnyTaskIsPuttingAwayIsRefusedWhereverItLies) {
+    settings_.ownFolders = {root() / "store"};
+    std::filesystem::create_directory(root() / "store");
+    ASSERT_TRUE(listener_.configure(settings_));
+    std::this_thread::sleep_for(3s);  // until files count as settled
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(openElsewhere(shared() / "clean.txt"), 0);
+    ASSERT_EQ(scans_, 1) << "remembered as clean";
+    for (const char* const name : {"clean.txt", "bad.txt"}) {
+        const FileDescriptor file(open((shared() / name).c_str(), O_RDONLY | O_CLOEXEC));
+        {
+            const auto action = listener_.beginAction(file.get(), shared() / name);
+            EXPECT_EQ(openElsewhere(shared() / name), EPERM) << name;
+            std::filesystem::rename(shared() / name, root() / "store" / name);
+            EXPECT_EQ(openElsewhere(root() / "store" / name), EPERM) << name;
+        }
+        const bool bad = name == std::string("bad.txt");
+        EXPECT_EQ(openElsewhere(root() / "store" / name), bad ? EPERM : 0) << name << " afterwards, by its content";
+    }
+    EXPECT_EQ(openElsewhere(root() / "elsewhere" / "bad.txt"), 0);
+}
+
 TEST_F(OnAccessTest, AFileSystemMountedLaterBelowAFolderIsWatchedToo) {
     ASSERT_TRUE(listener_.configure(settings_));
     mkdir((shared() / "usb").c_str(), 0755);

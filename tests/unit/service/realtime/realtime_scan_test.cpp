@@ -2,6 +2,7 @@
 
 #include "tests/harness/log_file.h"
 #include "tests/unit/service/realtime/own_file_system.h"
+#include "tests/unit/service/scan_fixture.h"
 
 #include <array>
 #include <atomic>
@@ -113,6 +114,27 @@ TEST_F(RealtimeScanTest, OneFindIsPutAwayAndReportedOnceHoweverManyOpenIt) {
     }
     EXPECT_EQ(reports, 1);
     unsetenv("KELDRA_LOG");
+}
+
+TEST_F(RealtimeScanTest, WhatAnotherTaskFoundAndPutAwayIsNotReadFromThere) {
+    writeFile(shared() / "bad.skipped", "EICAR");
+    record_.excludePatterns = "*.skipped";
+    configure();
+    int meanwhile = 0;
+    actions_.onBegin([&](const ScannedFile& file) {
+        const auto action = scan_.beginAction(file.file.get(), file.path);
+        meanwhile = openElsewhere(file.path);
+        return action;
+    });
+    EXPECT_EQ(openElsewhere(shared() / "bad.skipped"), 0);
+    const ScannedFile file = opened(shared() / "bad.skipped");
+    const ScanResult find{.verdict = Verdict::INFECTED, .signature = "Win.Virus.X", .detail = {}};
+    EXPECT_EQ(actions_.perform(file, find, record_, "manual").performed, Action::QUARANTINE);
+    EXPECT_EQ(meanwhile, EPERM);
+    int refused = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder_ / "store"))
+        if (entry.is_regular_file() && openElsewhere(entry.path()) == EPERM) ++refused;
+    EXPECT_EQ(refused, 1);
 }
 
 TEST_F(RealtimeScanTest, NewSettingsHoldForWhatWasCleanUnderTheOldOnes) {
