@@ -3,7 +3,7 @@ import { getJson, PATIENT } from './api.js';
 import { byId } from './form.js';
 import { fill, scanKindText, showName, timeText, visible } from './wording.js';
 
-const PROGRAM = '/NorvLinux/events.cgi';
+const PROGRAM = './events.cgi';
 const DAY = 24 * 3600;
 const PAUSE = 300;
 const LOOKS = { alert: 'bad', warning: 'warn', info: '' };

@@ -7,7 +7,7 @@ import { showDifferences } from './overwrite.js';
 import { joinPathList } from './path-list.js';
 import { fill, showName, visible, wordsOf } from './wording.js';
 
-const PROGRAM = '/NorvLinux/folders.cgi';
+const PROGRAM = './folders.cgi';
 const tree = byId('tree');
 const patterns = byId('patterns');
 let choice = new FolderChoice([], []);

@@ -97,8 +97,8 @@ function showFigures(scan) {
   byId('scan-duration').textContent = durationText(lengthOf(scan));
   byId('scan-bytes').textContent = sizeText(scan.bytes);
   byId('scan-live').hidden = scan.state !== RUNNING;
-  byId('scan-live').href = `/NorvLinux/scanoption.cgi?id=scan_progress_query&RequestID=${encodeURIComponent(scan.id)}`;
-  byId('scan-export').href = `/NorvLinux/history.cgi?csv=1&RequestID=${encodeURIComponent(scan.id)}`;
+  byId('scan-live').href = `./scanoption.cgi?id=scan_progress_query&RequestID=${encodeURIComponent(scan.id)}`;
+  byId('scan-export').href = `./history.cgi?csv=1&RequestID=${encodeURIComponent(scan.id)}`;
   byId('scan-quarantine').hidden = scan.found === 0;
 }
 

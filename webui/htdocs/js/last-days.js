@@ -62,6 +62,6 @@ function show(days) {
 
 /** Shows the picture; without figures there is none. */
 export async function showLastDays() {
-  const { days } = await getJson('/NorvLinux/events.cgi?figures=1').catch(() => ({ days: [] }));
+  const { days } = await getJson('./events.cgi?figures=1').catch(() => ({ days: [] }));
   if (days.length) show(days);
 }

@@ -51,7 +51,7 @@ async function askForScan() {
 
 /** Leads back to a scan that was left. */
 async function showRunningScan() {
-  const { running } = await getJson('/NorvLinux/overview.cgi').catch(() => ({ running: [] }));
+  const { running } = await getJson('./overview.cgi').catch(() => ({ running: [] }));
   const scan = running.find(({ kind }) => kind === 'manual');
   if (!scan) return;
   byId('running-link').href = `./scanoption.cgi?id=scan_progress_query&RequestID=${encodeURIComponent(scan.id)}`;

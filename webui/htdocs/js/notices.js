@@ -4,7 +4,7 @@ import { guardPart } from './draft.js';
 import { byId, check, copyOf } from './form.js';
 import { fill } from './wording.js';
 
-const PROGRAM = '/NorvLinux/notices.cgi';
+const PROGRAM = './notices.cgi';
 const form = byId('form');
 const named = [...form.querySelectorAll('[data-field]')];
 const secrets = [...form.querySelectorAll('[data-secret]')];

@@ -10,7 +10,7 @@ import { fill, numberText, scanKindText, timeText } from './wording.js';
 const DAY = 24 * 3600;
 const OLD = 7;
 const ago = new Intl.RelativeTimeFormat(document.documentElement.lang || 'en-US', { numeric: 'auto' });
-const UPDATE = '/NorvLinux/showpage.cgi?page=update_manual.html';
+const UPDATE = './showpage.cgi?page=update_manual.html';
 const progressOf = (id) => `./scanoption.cgi?id=scan_progress_query&RequestID=${encodeURIComponent(id)}`;
 
 /** Writes a text only when it is another one, so that assistive technology says it once. */
@@ -101,14 +101,14 @@ function showLastFinds({ finds, quarantined }) {
 function leadToShares({ reasons = [] }) {
   if (!reasons.some(({ reason }) => reason === 'no_shares') || sessionStorage.getItem('keldra-shares')) return;
   sessionStorage.setItem('keldra-shares', 'shown');
-  location.assign('/NorvLinux/settings.cgi?page=shares');
+  location.assign('./settings.cgi?page=shares');
 }
 
 let busy = false;
 watch(async () => {
   let report;
   try {
-    report = await getJson('/NorvLinux/overview.cgi');
+    report = await getJson('./overview.cgi');
   } catch {
     showVerdict(null, true);
     return;

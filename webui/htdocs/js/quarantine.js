@@ -59,7 +59,7 @@ function showDetails(item) {
 
 function linkToScan(id, text) {
   const link = document.createElement('a');
-  link.href = `/NorvLinux/history.cgi#${id}`;
+  link.href = `./history.cgi#${id}`;
   link.textContent = text;
   return link;
 }

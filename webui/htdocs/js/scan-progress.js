@@ -80,14 +80,14 @@ byId('stop-form').addEventListener('submit', async (event) => {
 
 byId('pause').addEventListener('click', async ({ target }) => {
   target.disabled = true;
-  await postJson('/NorvLinux/scanstatus.cgi', { action: target.dataset.action, RequestID: requestId }).catch(() => null);
+  await postJson('./scanstatus.cgi', { action: target.dataset.action, RequestID: requestId }).catch(() => null);
   target.disabled = false;
 });
 
 showFirst();
 watch(async () => {
   try {
-    const scan = await getJson(`/NorvLinux/scanstatus.cgi?RequestID=${encodeURIComponent(requestId)}&From=${read}`);
+    const scan = await getJson(`./scanstatus.cgi?RequestID=${encodeURIComponent(requestId)}&From=${read}`);
     read += scan.finds.length;
     wait = scan.finds.length === AT_A_TIME ? 0.1 : 1;
     byId('no-answer').hidden = true;

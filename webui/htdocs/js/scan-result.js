@@ -43,7 +43,7 @@ function showReason({ message }) {
 }
 
 async function load() {
-  const scan = await getJson(`/NorvLinux/scanstatus.cgi?RequestID=${encodeURIComponent(requestId)}`, PATIENT);
+  const scan = await getJson(`./scanstatus.cgi?RequestID=${encodeURIComponent(requestId)}`, PATIENT);
   show(scan);
   showReason(scan);
   showFinds(scan.finds);

@@ -6,7 +6,7 @@ import { joinPathList, splitPathList } from './path-list.js';
 import { bindShares } from './shares.js';
 import { fill, numberText } from './wording.js';
 
-const PROGRAM = '/NorvLinux/settings.cgi';
+const PROGRAM = './settings.cgi';
 const group = new URLSearchParams(location.search).get('page') ?? 'shares';
 const LISTS = ['folders', 'sources'];
 

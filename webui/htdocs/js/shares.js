@@ -4,7 +4,7 @@ import { byId } from './form.js';
 import { joinPathList } from './path-list.js';
 import { showName } from './wording.js';
 
-const FOLDERS = '/NorvLinux/folders.cgi';
+const FOLDERS = './folders.cgi';
 
 function entryOf(path, origin, checked) {
   const entry = document.createElement('li');

@@ -40,7 +40,7 @@ form.addEventListener('submit', (event) => {
 
 /** Leads back to an update that was left. */
 async function showRunningUpdate() {
-  const { update } = await getJson('/NorvLinux/overview.cgi').catch(() => ({ update: {} }));
+  const { update } = await getJson('./overview.cgi').catch(() => ({ update: {} }));
   if (!update.running || !update.id) return;
   byId('running-link').href = `./scanoption.cgi?id=update_progress&RequestID=${encodeURIComponent(update.id)}`;
   byId('already-running').hidden = false;

@@ -2,14 +2,14 @@
 import { byId } from './form.js';
 import { fill, shortened, visible } from './wording.js';
 
-const UPDATE = '/NorvLinux/showpage.cgi?page=update_manual.html';
+const UPDATE = './showpage.cgi?page=update_manual.html';
 const REALTIME = './scanoption.cgi?id=realtime_scan';
-const SHARES = '/NorvLinux/settings.cgi?page=shares';
+const SHARES = './settings.cgi?page=shares';
 
 const SCAN = './scanoption.cgi?id=manual_scan';
 const SCHEDULE = './scanoption.cgi?id=scheduled_scan';
-const HISTORY = '/NorvLinux/history.cgi';
-const QUARANTINE = '/NorvLinux/quarantine.cgi';
+const HISTORY = './history.cgi';
+const QUARANTINE = './quarantine.cgi';
 
 /** Where a reason is dealt with; what is not named here is dealt with outside of the console. */
 const REMEDIES = {
