@@ -1,15 +1,14 @@
 #include "service/clients/client_session.h"
 
+#include "norv/time_text.h"
 #include "service/clients/peer_walk.h"
 
 #include <sys/mman.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
-#include <ctime>
 #include <deque>
 #include <exception>
 #include <thread>
@@ -30,12 +29,8 @@ std::string versionText(const EngineState& engine) {
     std::string text = "ClamAV " + engine.engineVersion;
     const bool official = !engine.databaseVersion.empty() && engine.databaseVersion.find('.') == std::string::npos;
     if (!official) return text;
-    std::array<char, 64> date{};
-    const auto when = static_cast<time_t>(engine.databaseTime);
-    struct tm parts {};
-    if (!::gmtime_r(&when, &parts)) return text;
-    return text + "/" + engine.databaseVersion + "/" +
-           std::string(date.data(), std::strftime(date.data(), date.size(), "%a %b %e %H:%M:%S %Y", &parts));
+    const std::string date = timeText(engine.databaseTime, "%a %b %e %H:%M:%S %Y", TimeZone::UTC);
+    return date.empty() ? text : text + "/" + engine.databaseVersion + "/" + date;
 }
 
 std::string statistics(const ClientCommons& commons) {

@@ -1,8 +1,9 @@
 #include "service/ctl/control_client.h"
 
+#include "norv/time_text.h"
+
 #include <array>
 #include <cstdio>
-#include <ctime>
 
 namespace keldra {
 
@@ -33,11 +34,8 @@ std::string printable(const std::string& text) {
 
 std::string timeText(std::int64_t time, const char* never) {
     if (time <= 0) return never;
-    const auto seconds = static_cast<std::time_t>(time);
-    std::tm local{};
-    std::array<char, 64> text{};
-    if (!::localtime_r(&seconds, &local) || std::strftime(text.data(), text.size(), "%F %T", &local) == 0) return "?";
-    return text.data();
+    const std::string text = ::timeText(time);
+    return text.empty() ? "?" : text;
 }
 
 }  // namespace keldra

@@ -1,6 +1,7 @@
 #include "service/engine/scanner_pool.h"
 
 #include "norv/log.h"
+#include "norv/time_text.h"
 #include "service/engine/scan_user.h"
 
 #include <fcntl.h>
@@ -80,14 +81,6 @@ EngineSettings complete(EngineSettings settings) {
         settings.temporaryFolder =
             std::filesystem::temp_directory_path() / ("keldra-scan-" + std::to_string(::getpid()));
     return settings;
-}
-
-std::string versionFromTime(int64_t seconds) {
-    const auto when = static_cast<time_t>(seconds);
-    struct tm parts {};
-    std::array<char, 32> text{};
-    if (gmtime_r(&when, &parts) == nullptr) return "";
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y%m%d.%H%M", &parts)};
 }
 
 /// What is to be blamed on the file.
@@ -469,8 +462,9 @@ void ScannerPool::describe(Built& built, const wire::HostNews& news,
     if (built.state.signatures == 0) return;
     built.state.message.clear();
     built.state.database = EngineState::Database::LOADED;
-    built.state.databaseVersion =
-        news.databaseVersion > 0 ? std::to_string(news.databaseVersion) : versionFromTime(built.state.databaseTime);
+    built.state.databaseVersion = news.databaseVersion > 0
+                                      ? std::to_string(news.databaseVersion)
+                                      : timeText(built.state.databaseTime, "%Y%m%d.%H%M", TimeZone::UTC);
 }
 
 /// Builds from all folders. While there is no engine at all, a folder that cannot be loaded does not keep the others

@@ -1,10 +1,11 @@
 #include "service/events/daily_figures.h"
 
+#include "norv/json_text.h"
+#include "norv/json_value.h"
+#include "norv/time_text.h"
 #include "service/base/files.h"
-#include "service/base/json_object.h"
 
 #include <algorithm>
-#include <array>
 #include <ctime>
 #include <optional>
 
@@ -23,10 +24,7 @@ std::tm localTime(std::int64_t time) {
     return local;
 }
 
-std::string dayText(const std::tm& day) {
-    std::array<char, 32> text{};
-    return {text.data(), std::strftime(text.data(), text.size(), "%F", &day)};
-}
+std::string dayText(std::int64_t time) { return timeText(time, "%F"); }
 
 /// At noon, which no change of the clocks moves into another day.
 std::string dayBefore(std::int64_t now, std::size_t days) {
@@ -35,13 +33,13 @@ std::string dayBefore(std::int64_t now, std::size_t days) {
     day.tm_isdst = -1;
     day.tm_mday -= static_cast<int>(days);
     const std::time_t noon = std::mktime(&day);
-    return dayText(localTime(noon));
+    return dayText(noon);
 }
 
 }  // namespace
 
 void DailyFigures::add(std::int64_t now, std::uint64_t scanned, std::uint64_t found, std::uint64_t failed) {
-    DayFigures& today = days_[dayText(localTime(now))];
+    DayFigures& today = days_[dayText(now)];
     today.scanned += scanned;
     today.found += found;
     today.failed += failed;
@@ -62,8 +60,11 @@ std::vector<DayFigures> DailyFigures::last(std::int64_t now, std::size_t count) 
 std::string DailyFigures::text() const {
     std::string text;
     for (const auto& [day, figures] : days_) {
-        JsonWriter json;
-        json.add("day", day).add("scanned", figures.scanned).add("found", figures.found).add("failed", figures.failed);
+        JsonText json;
+        json.object([&, &day = day, &figures = figures] {
+            json.member("day", day).member("scanned", figures.scanned);
+            json.member("found", figures.found).member("failed", figures.failed);
+        });
         text += json.text() + "\n";
     }
     return text;
@@ -73,11 +74,11 @@ void DailyFigures::read(std::string_view text) {
     days_.clear();
     while (!text.empty()) {
         const std::size_t end = std::min(text.find('\n'), text.size());
-        const JsonReader json(text.substr(0, end));
+        const rapidjson::Document json = parseJson(text.substr(0, end));
         text.remove_prefix(std::min(text.size(), end + 1));
-        const std::string day = json.text("day");
-        if (!json.valid() || day.size() != DAY_LENGTH) continue;
-        days_[day] = {day, json.size("scanned"), json.size("found"), json.size("failed")};
+        const std::string day = textOf(json, "day");
+        if (!json.IsObject() || day.size() != DAY_LENGTH) continue;
+        days_[day] = {day, sizeOf(json, "scanned"), sizeOf(json, "found"), sizeOf(json, "failed")};
     }
 }
 

@@ -1,6 +1,7 @@
 #include "service/events/event.h"
 
-#include "service/base/json_object.h"
+#include "norv/json_text.h"
+#include "norv/json_value.h"
 
 #include <algorithm>
 #include <array>
@@ -50,30 +51,33 @@ bool matches(const Event& event, const EventFilter& filter) {
 }
 
 std::string eventToLine(const Event& event) {
-    JsonWriter json;
-    json.add("id", event.id).add("time", event.time).add("kind", std::string(eventKindName(event.kind)));
-    json.add("severity", std::string(eventSeverityName(event.severity))).add("task", event.task);
-    json.add("path", event.path).add("signature", event.signature).add("action", event.action);
-    json.add("detail", event.detail).add("user", event.who.user).add("address", event.who.address);
-    return json.add("count", event.count).text();
+    JsonText json;
+    json.object([&] {
+        json.member("id", event.id).member("time", event.time).member("kind", eventKindName(event.kind));
+        json.member("severity", eventSeverityName(event.severity)).member("task", event.task);
+        json.member("path", event.path).member("signature", event.signature).member("action", event.action);
+        json.member("detail", event.detail).member("user", event.who.user).member("address", event.who.address);
+        json.member("count", event.count);
+    });
+    return json.text();
 }
 
 std::optional<Event> eventFromLine(std::string_view line) {
-    const JsonReader json(line);
-    const auto kind = eventKindOf(json.text("kind"));
-    const auto severity = eventSeverityOf(json.text("severity"));
-    if (!json.valid() || !kind || !severity || json.size("id") == 0) return std::nullopt;
-    return Event{.id = json.size("id"),
-                 .time = json.number("time"),
+    const rapidjson::Document json = parseJson(line);
+    const auto kind = eventKindOf(textOf(json, "kind"));
+    const auto severity = eventSeverityOf(textOf(json, "severity"));
+    if (!json.IsObject() || !kind || !severity || sizeOf(json, "id") == 0) return std::nullopt;
+    return Event{.id = sizeOf(json, "id"),
+                 .time = numberOf(json, "time"),
                  .kind = *kind,
                  .severity = *severity,
-                 .task = json.text("task"),
-                 .path = json.text("path"),
-                 .signature = json.text("signature"),
-                 .action = json.text("action"),
-                 .detail = json.text("detail"),
-                 .who = {json.text("user"), json.text("address")},
-                 .count = json.size("count")};
+                 .task = textOf(json, "task"),
+                 .path = textOf(json, "path"),
+                 .signature = textOf(json, "signature"),
+                 .action = textOf(json, "action"),
+                 .detail = textOf(json, "detail"),
+                 .who = {textOf(json, "user"), textOf(json, "address")},
+                 .count = sizeOf(json, "count")};
 }
 
 }  // namespace keldra

@@ -1,13 +1,13 @@
 #include "service/notices/notice_message.h"
 
 #include "norv/json_text.h"
+#include "norv/time_text.h"
 
 #include <nettle/base64.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <ctime>
 #include <map>
 #include <utility>
 
@@ -28,14 +28,6 @@ std::size_t characterAt(const std::string& text, std::size_t at) {
     // U+0080 to U+009F are control characters as well.
     if (byte == 0xC2 && static_cast<unsigned char>(text[at + 1]) < 0xA0) return 0;
     return std::all_of(begin + 1, begin + static_cast<std::ptrdiff_t>(length), continues) ? length : 0;
-}
-
-std::string timeText(std::int64_t time, const char* form) {
-    const auto seconds = static_cast<std::time_t>(time);
-    std::tm local{};
-    std::array<char, 64> text{};
-    ::localtime_r(&seconds, &local);
-    return {text.data(), std::strftime(text.data(), text.size(), form, &local)};
 }
 
 std::string lineOf(const Event& event) {

@@ -1,6 +1,7 @@
 #include "service/quarantine/quarantine_record.h"
 
-#include "service/base/json_object.h"
+#include "norv/json_text.h"
+#include "norv/json_value.h"
 
 #include <algorithm>
 #include <array>
@@ -22,45 +23,45 @@ bool isName(const std::string& id) {
 
 std::string toText(const QuarantineRecord& record) {
     const QuarantineItem& item = record.item;
-    JsonWriter json;
-    json.add("id", item.id)
-        .add("path", item.path)
-        .add("owner", uint64_t{item.owner})
-        .add("group", uint64_t{item.group});
-    json.add("mode", uint64_t{item.mode}).add("accessed", item.accessed).add("modified", item.modified);
-    json.add("sha256", item.sha256).add("size", item.size).add("signature", item.signature).add("type", item.type);
-    json.add("task", item.task).add("when", item.when).add("backup", item.backup).add("inode", record.inode);
-    json.add("device", record.device).add("links", record.links);
-    if (record.extended) json.add("noted", true).add("attributes", toText(*record.extended));
-    json.add("phase", std::string(PHASES.at(static_cast<std::size_t>(record.phase))));
+    JsonText json;
+    json.object([&] {
+        json.member("id", item.id).member("path", item.path).member("owner", item.owner).member("group", item.group);
+        json.member("mode", item.mode).member("accessed", item.accessed).member("modified", item.modified);
+        json.member("sha256", item.sha256).member("size", item.size);
+        json.member("signature", item.signature).member("type", item.type).member("task", item.task);
+        json.member("when", item.when).member("backup", item.backup).member("inode", record.inode);
+        json.member("device", record.device).member("links", record.links);
+        if (record.extended) json.member("noted", true).member("attributes", toText(*record.extended));
+        json.member("phase", PHASES.at(static_cast<std::size_t>(record.phase)));
+    });
     return json.text() + "\n";
 }
 
 std::optional<QuarantineRecord> recordFromText(std::string_view text) {
-    const JsonReader json(text);
-    const auto* const phase = std::find(PHASES.begin(), PHASES.end(), json.text("phase"));
-    if (!json.valid() || phase == PHASES.end() || !isName(json.text("id"))) return std::nullopt;
+    const rapidjson::Document json = parseJson(text);
+    const auto* const phase = std::find(PHASES.begin(), PHASES.end(), textOf(json, "phase"));
+    if (!json.IsObject() || phase == PHASES.end() || !isName(textOf(json, "id"))) return std::nullopt;
     QuarantineRecord record;
     QuarantineItem& item = record.item;
-    item.id = json.text("id");
-    item.path = json.text("path");
-    item.owner = static_cast<uint32_t>(json.size("owner"));
-    item.group = static_cast<uint32_t>(json.size("group"));
-    item.mode = static_cast<uint32_t>(json.size("mode"));
-    item.accessed = json.number("accessed");
-    item.modified = json.number("modified");
-    item.sha256 = json.text("sha256");
-    item.size = json.size("size");
-    item.signature = json.text("signature");
-    item.type = json.text("type");
-    item.task = json.text("task");
-    item.when = json.number("when");
-    item.backup = json.flag("backup");
-    record.inode = json.size("inode");
-    record.device = json.size("device");
-    record.links = std::max<uint64_t>(json.size("links"), 1);
-    if (json.flag("noted")) {
-        record.extended = attributesFromText(json.text("attributes"));
+    item.id = textOf(json, "id");
+    item.path = textOf(json, "path");
+    item.owner = static_cast<uint32_t>(sizeOf(json, "owner"));
+    item.group = static_cast<uint32_t>(sizeOf(json, "group"));
+    item.mode = static_cast<uint32_t>(sizeOf(json, "mode"));
+    item.accessed = numberOf(json, "accessed");
+    item.modified = numberOf(json, "modified");
+    item.sha256 = textOf(json, "sha256");
+    item.size = sizeOf(json, "size");
+    item.signature = textOf(json, "signature");
+    item.type = textOf(json, "type");
+    item.task = textOf(json, "task");
+    item.when = numberOf(json, "when");
+    item.backup = flagOf(json, "backup");
+    record.inode = sizeOf(json, "inode");
+    record.device = sizeOf(json, "device");
+    record.links = std::max<uint64_t>(sizeOf(json, "links"), 1);
+    if (flagOf(json, "noted")) {
+        record.extended = attributesFromText(textOf(json, "attributes"));
         if (!record.extended) return std::nullopt;
     }
     record.phase = static_cast<QuarantinePhase>(phase - PHASES.begin());

@@ -1,8 +1,9 @@
 #include "service/quarantine/trust_list.h"
 
+#include "norv/json_text.h"
+#include "norv/json_value.h"
 #include "norv/log.h"
 #include "service/base/files.h"
-#include "service/base/json_object.h"
 #include "service/tree/file_transfer.h"
 
 #include <cerrno>
@@ -30,11 +31,11 @@ bool TrustList::readLocked() {
     }
     std::istringstream lines(text.value_or(""));
     for (std::string line; std::getline(lines, line);) {
-        const JsonReader entry(line);
-        if (entry.text("sha256").empty()) {
+        const rapidjson::Document entry = parseJson(line);
+        if (textOf(entry, "sha256").empty()) {
             otherLines_ += line + "\n";
         } else {
-            entries_[entry.text("sha256")] = entry.text("path");
+            entries_[textOf(entry, "sha256")] = textOf(entry, "path");
         }
     }
     return read_ = true;
@@ -76,8 +77,9 @@ std::string TrustList::remove(const std::string& sha256) {
 std::string TrustList::replace(std::map<std::string, std::string> entries) {
     std::string text = otherLines_;
     for (const auto& [sha256, path] : entries) {
-        JsonWriter entry;
-        text += entry.add("sha256", sha256).add("path", path).text() + "\n";
+        JsonText entry;
+        entry.object([&, &sha256 = sha256, &path = path] { entry.member("sha256", sha256).member("path", path); });
+        text += entry.text() + "\n";
     }
     const WriteResult written = writeFileAtomically(file_, text, 0600);
     if (!written) {

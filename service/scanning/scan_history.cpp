@@ -1,7 +1,8 @@
 #include "service/scanning/scan_history.h"
 
+#include "norv/json_text.h"
+#include "norv/json_value.h"
 #include "norv/log.h"
-#include "service/base/json_object.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -22,62 +23,53 @@ constexpr std::size_t LARGEST_STATUS = std::size_t{1} << 20U;
 constexpr std::array<const char*, 3> KINDS{"manual", "scheduled", "path"};
 
 std::string toText(const ScanStatus& status) {
-    JsonWriter json;
-    json.add("id", status.id).add("kind", scanKindName(status.kind));
-    json.add("state", static_cast<int64_t>(status.state)).add("total", status.total).add("scanned", status.scanned);
-    json.add("found", status.found).add("notFullyScanned", status.notFullyScanned).add("skipped", status.skipped);
-    json.add("bytes", status.bytes).add("started", status.started).add("ended", status.ended);
-    json.add("bytesDone", status.bytesDone).add("totalBytes", status.totalBytes);
-    json.add("lastFile", status.state == ScanState::RUNNING ? status.currentFile : status.lastFile);
-    json.add("message", status.message);
+    JsonText json;
+    json.object([&] {
+        json.member("id", status.id).member("kind", scanKindName(status.kind)).member("state", status.state);
+        json.member("total", status.total).member("scanned", status.scanned).member("found", status.found);
+        json.member("notFullyScanned", status.notFullyScanned).member("skipped", status.skipped);
+        json.member("bytes", status.bytes).member("started", status.started).member("ended", status.ended);
+        json.member("bytesDone", status.bytesDone).member("totalBytes", status.totalBytes);
+        json.member("lastFile", status.state == ScanState::RUNNING ? status.currentFile : status.lastFile);
+        json.member("message", status.message);
+    });
     return json.text() + "\n";
 }
 
 bool isId(const std::string& id) { return !id.empty() && id.find_first_not_of("0123456789_") == std::string::npos; }
 
 std::optional<ScanStatus> statusFromText(const std::string& text) {
-    const JsonReader json(text);
-    const auto* const kind = std::find(KINDS.begin(), KINDS.end(), json.text("kind"));
-    const int64_t state = json.number("state");
-    if (!json.valid() || kind == KINDS.end() || !isId(json.text("id")) || state < 1 || state > 4) return std::nullopt;
+    const rapidjson::Document json = parseJson(text);
+    const auto* const kind = std::find(KINDS.begin(), KINDS.end(), textOf(json, "kind"));
+    const int64_t state = numberOf(json, "state");
+    if (!json.IsObject() || kind == KINDS.end() || !isId(textOf(json, "id")) || state < 1 || state > 4)
+        return std::nullopt;
     ScanStatus status;
-    status.id = json.text("id");
+    status.id = textOf(json, "id");
     status.kind = static_cast<ScanKind>(kind - KINDS.begin());
     status.state = static_cast<ScanState>(state);
-    status.total = json.size("total");
-    status.scanned = json.size("scanned");
-    status.found = json.size("found");
-    status.notFullyScanned = json.size("notFullyScanned");
-    status.skipped = json.size("skipped");
-    status.bytes = json.size("bytes");
-    status.started = json.number("started");
-    status.ended = json.number("ended");
-    status.bytesDone = json.size("bytesDone");
-    status.totalBytes = json.size("totalBytes");
-    status.lastFile = json.text("lastFile");
-    status.message = json.text("message");
+    status.total = sizeOf(json, "total");
+    status.scanned = sizeOf(json, "scanned");
+    status.found = sizeOf(json, "found");
+    status.notFullyScanned = sizeOf(json, "notFullyScanned");
+    status.skipped = sizeOf(json, "skipped");
+    status.bytes = sizeOf(json, "bytes");
+    status.started = numberOf(json, "started");
+    status.ended = numberOf(json, "ended");
+    status.bytesDone = sizeOf(json, "bytesDone");
+    status.totalBytes = sizeOf(json, "totalBytes");
+    status.lastFile = textOf(json, "lastFile");
+    status.message = textOf(json, "message");
     return status;
 }
 
 ScanFind findFromText(const std::string& line) {
-    const JsonReader json(line);
     ScanFind find;
-    find.path = json.text("path");
-    find.infected = json.flag("infected");
-    find.signature = json.text("signature");
-    find.type = json.text("type");
-    find.detail = json.text("detail");
-    find.left = json.flag("left");
-    find.skipped = json.flag("skipped");
+    readJsonText(line, find);
     return find;
 }
 
-std::string toLine(const ScanFind& find) {
-    JsonWriter json;
-    json.add("path", find.path).add("infected", find.infected).add("signature", find.signature);
-    json.add("type", find.type).add("detail", find.detail).add("left", find.left).add("skipped", find.skipped);
-    return json.text() + "\n";
-}
+std::string toLine(const ScanFind& find) { return jsonText(find) + "\n"; }
 
 /// Reports of a scan that a kill ended before its first result was written.
 void removeOrphan(const std::filesystem::path& finds) {

@@ -1,8 +1,8 @@
 #include "service/scanning/scan_pause.h"
 
-#include <array>
+#include "norv/time_text.h"
+
 #include <chrono>
-#include <ctime>
 
 namespace keldra {
 
@@ -11,20 +11,12 @@ namespace {
 /// How often the time of day is looked at.
 constexpr std::chrono::seconds LOOK{1};
 
-std::string timeOfDay(std::int64_t now) {
-    const auto seconds = static_cast<std::time_t>(now);
-    std::tm local{};
-    std::array<char, 16> text{};
-    ::localtime_r(&seconds, &local);
-    return {text.data(), std::strftime(text.data(), text.size(), "%T", &local)};
-}
-
 }  // namespace
 
 /// Times of this form are in the order of their texts.
 bool ScanWindow::holds(std::int64_t now) const {
     if (begin == end) return true;
-    const std::string time = timeOfDay(now);
+    const std::string time = timeText(now, "%T");
     const bool overMidnight = begin > end;
     return overMidnight ? time >= begin || time < end : time >= begin && time < end;
 }

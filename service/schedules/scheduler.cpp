@@ -217,13 +217,11 @@ void Scheduler::load() {
     int error = 0;
     const auto text = readFile(stateFile_, STATE_FILE_LIMIT, error);
     if (!text) return;
-    rapidjson::Document document;
-    document.Parse(text->data(), text->size());
-    if (document.HasParseError() || !document.IsObject()) {
+    const rapidjson::Document root = parseJson(*text);
+    if (!root.IsObject()) {
         NORV_LOG(NORV_LOG_WARNING, "%s is not readable, the schedules start afresh", stateFile_.c_str());
         return;
     }
-    const rapidjson::Value& root = document;
     for (const auto& [name, track] : {std::pair{"scan", &scan_}, std::pair{"update", &update_}}) {
         const auto member = root.FindMember(name);
         if (member == root.MemberEnd() || !member->value.IsObject()) continue;

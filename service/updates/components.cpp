@@ -3,6 +3,7 @@
 #include "norv/json_text.h"
 #include "norv/json_value.h"
 #include "norv/log.h"
+#include "norv/time_text.h"
 #include "service/base/files.h"
 #include "service/tree/file_transfer.h"
 #include "service/updates/freshclam_plan.h"
@@ -13,7 +14,6 @@
 
 #include <algorithm>
 #include <array>
-#include <ctime>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -55,16 +55,7 @@ std::string headerVersion(int fd) {
     return digits ? std::string(version) : std::string();
 }
 
-std::string formatTime(int64_t instant, const char* format, bool utc) {
-    if (instant <= 0) return {};
-    const time_t t = instant;
-    struct tm parts {};
-    if (!(utc ? gmtime_r(&t, &parts) : localtime_r(&t, &parts))) return {};
-    std::array<char, 64> text{};
-    return {text.data(), strftime(text.data(), text.size(), format, &parts)};
-}
-
-std::string localTime(int64_t instant) { return formatTime(instant, "%Y-%m-%d %H:%M:%S", false); }
+std::string localTime(int64_t instant) { return instant > 0 ? timeText(instant) : std::string(); }
 
 }  // namespace
 
@@ -149,7 +140,7 @@ std::string Components::patternVersion(bool spyware) const {
         best = rank;
         official = record.identity;
     }
-    const std::string custom = formatTime(newest, "%Y%m%d.%H%M%S", true);
+    const std::string custom = newest > 0 ? timeText(newest, "%Y%m%d.%H%M%S", TimeZone::UTC) : std::string();
     return official.empty() || custom.empty() ? official + custom : official + '+' + custom;
 }
 
@@ -163,11 +154,11 @@ int64_t Components::patternTime(bool spyware) const {
 void Components::load() {
     int error = 0;
     const auto text = readFile(stateFile_, STATE_FILE_LIMIT, error);
-    rapidjson::Document document;
-    if (!text || document.Parse(text->data(), text->size()).HasParseError() || !document.IsObject()) return;
-    engineVersion_ = textOf(document, "engineVersion");
-    engineChanged_ = numberOf(document, "engineChanged");
-    const rapidjson::Value& root = document;
+    if (!text) return;
+    const rapidjson::Document root = parseJson(*text);
+    engineVersion_ = textOf(root, "engineVersion");
+    engineChanged_ = numberOf(root, "engineChanged");
+    if (!root.IsObject()) return;
     const auto files = root.FindMember("files");
     if (files == root.MemberEnd() || !files->value.IsArray()) return;
     for (const rapidjson::Value& file : files->value.GetArray())

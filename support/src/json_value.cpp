@@ -8,24 +8,26 @@ rapidjson::Document parseJson(std::string_view text) {
     return document;
 }
 
-std::string textOf(const rapidjson::Value& object, const char* name) {
+namespace {
+
+template <typename T>
+T valueOf(const rapidjson::Value& object, const char* name) {
+    T value{};
+    if (!object.IsObject()) return value;
     const auto member = object.FindMember(name);
-    std::string text;
-    if (member != object.MemberEnd()) readJson(member->value, text);
-    return text;
+    if (member != object.MemberEnd()) readJson(member->value, value);
+    return value;
 }
 
-std::int64_t numberOf(const rapidjson::Value& object, const char* name) {
-    const auto member = object.FindMember(name);
-    std::int64_t number = 0;
-    if (member != object.MemberEnd()) readJson(member->value, number);
-    return number;
-}
+}  // namespace
 
-bool flagOf(const rapidjson::Value& object, const char* name) {
-    const auto member = object.FindMember(name);
-    return member != object.MemberEnd() && member->value.IsTrue();
-}
+std::string textOf(const rapidjson::Value& object, const char* name) { return valueOf<std::string>(object, name); }
+
+std::int64_t numberOf(const rapidjson::Value& object, const char* name) { return valueOf<std::int64_t>(object, name); }
+
+std::uint64_t sizeOf(const rapidjson::Value& object, const char* name) { return valueOf<std::uint64_t>(object, name); }
+
+bool flagOf(const rapidjson::Value& object, const char* name) { return valueOf<bool>(object, name); }
 
 bool readJson(const rapidjson::Value& json, std::string& value) {
     if (!json.IsString()) return false;

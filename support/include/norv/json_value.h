@@ -15,10 +15,12 @@
 /// Reads a JSON text. An object or list may be nested as deeply as it likes. What is none reads as null.
 rapidjson::Document parseJson(std::string_view text);
 
-// Members of a JSON object. One that is missing or of another type reads as empty, 0 or false.
+// Members of a JSON object. One that is missing or of another type reads as empty, 0 or false; so does every one of
+// what is no object.
 
 std::string textOf(const rapidjson::Value& object, const char* name);
 std::int64_t numberOf(const rapidjson::Value& object, const char* name);
+std::uint64_t sizeOf(const rapidjson::Value& object, const char* name);
 bool flagOf(const rapidjson::Value& object, const char* name);
 
 // Each of these takes a value over from JSON. False, with `value` as it was, when the JSON is of another form.
