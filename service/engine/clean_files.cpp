@@ -18,8 +18,8 @@ namespace {
 
 constexpr std::string_view MARK = "keldra-clean-1\n";
 constexpr std::size_t IDENTITY = 64;
-constexpr std::size_t BUCKET = 4;
-constexpr int64_t SETTLED = 2;  // seconds after its last change from which a file's times can show the next one
+constexpr std::size_t BUCKET = 32;  // so many that while half of all places are free hardly any bucket is full
+constexpr int64_t SETTLED = 2;      // seconds after its last change from which a file's times can show the next one
 
 /// File systems of this machine that keep change times to less than a tick and write each change to disk.
 bool keepsTimes(const struct statfs& system) {
@@ -61,7 +61,7 @@ void CleanFiles::load() {
     identity_ = content->substr(MARK.size(), IDENTITY);
     std::memcpy(secret_.data(), content->data() + MARK.size() + IDENTITY, secret_.size());
     const std::size_t count = (content->size() - head) / sizeof(Key);
-    while (table_.size() < MOST && table_.size() * 3 / 4 < count) table_.resize(table_.size() * 2);
+    while (table_.size() < MOST && table_.size() / 2 < count) table_.resize(table_.size() * 2);
     for (std::size_t i = 0; i < count; ++i) {
         Key key = 0;
         std::memcpy(&key, content->data() + head + i * sizeof key, sizeof key);
@@ -103,7 +103,7 @@ void CleanFiles::put(Key key) {
         ++count_;
         *place = key;
     } else {
-        bucket[static_cast<std::ptrdiff_t>((key >> 62U) % BUCKET)] = key;
+        bucket[static_cast<std::ptrdiff_t>((key >> 59U) % BUCKET)] = key;
     }
 }
 
