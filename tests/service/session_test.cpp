@@ -1,6 +1,8 @@
 #include "norv/crypto.h"
+#include "norv/json_value.h"
 #include "tests/service/service_test.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <thread>
@@ -69,7 +71,8 @@ TEST_F(SessionTest, GuessingIsSlowedDownForTheGuesserOnlyUntilTheBlockIsLifted) 
     EXPECT_EQ(logOn(PASSWORD, "admin", "203.0.113.9"), "") << "right, but too early";
     EXPECT_NE(logOn(PASSWORD), "");
     EXPECT_NE(get(SESSIONS).value<std::string>("Blocked").find("203.0.113.9"), std::string::npos);
-    EXPECT_EQ(ask(IPCMessage::STOP, LOGON_BLOCK, "Address", "203.0.113.9").result, 1);
+    EXPECT_EQ(service_.control({"sessions", "unblock", "203.0.113.9"}).status, 0);
+    EXPECT_EQ(service_.control({"sessions", "unblock", "203.0.113.9"}).status, 2) << "nothing is held any more";
     EXPECT_NE(logOn(PASSWORD, "admin", "203.0.113.9"), "");
 }
 
@@ -124,16 +127,32 @@ TEST_F(SessionTest, ANewPasswordTakesEffectAtOnceAndEndsOldSessions) {
     EXPECT_NE(logOn("the third one"), "");
 }
 
-TEST_F(SessionTest, ASessionIsListedAndCanBeEnded) {
+TEST_F(SessionTest, SessionsAreListedEndedAndBlocksLiftedFromTheCommandLine) {
     ASSERT_TRUE(service_.start());
-    const std::string id = logOn(PASSWORD);
-    const auto list = get(SESSIONS).value<std::string>("Sessions");
-    const std::size_t at = list.find("\"id\":\"");
-    ASSERT_NE(at, std::string::npos) << list;
-    EXPECT_EQ(list.find(id), std::string::npos) << "a list of sessions gives nobody a session";
-    EXPECT_EQ(ask(IPCMessage::STOP, SESSIONS, "Id", list.substr(at + 6, 64)).result, 1);
-    EXPECT_FALSE(session(SESSION_CHECK, id));
-    EXPECT_EQ(ask(IPCMessage::STOP, SESSIONS, "Id", list.substr(at + 6, 64)).result, 2);
+    EXPECT_EQ(service_.control({"sessions", "list"}).output, "Nobody is logged on.\n");
+    std::vector<std::string> ids;
+    for (int i = 1; i <= 3; ++i) ids.push_back(logOn(PASSWORD, "admin", "192.0.2." + std::to_string(i)));
+    for (int i = 0; i < 5; ++i) logOn("guess", "admin", "2001:db8::9");
+    const rapidjson::Document listed = parseJson(service_.control({"sessions", "list", "--json"}).output);
+    ASSERT_EQ(listed["sessions"].Size(), 3U);
+    std::string second;
+    for (const auto& session : listed["sessions"].GetArray()) {
+        EXPECT_STREQ(session["user"].GetString(), "admin");
+        EXPECT_EQ(std::count(ids.begin(), ids.end(), session["id"].GetString()), 0) << "gives nobody the session";
+        if (session["address"].GetString() == std::string("192.0.2.2")) second = session["id"].GetString();
+    }
+    EXPECT_STREQ(listed["blocked"][0]["address"].GetString(), "2001:db8::/64");
+
+    EXPECT_EQ(service_.control({"sessions", "end"}).status, 2);
+    EXPECT_EQ(service_.control({"sessions", "end", "--all", second}).status, 2);
+    EXPECT_EQ(service_.control({"sessions", "end", "none"}).status, 2);
+    EXPECT_EQ(service_.control({"sessions", "end", second.substr(0, 12)}).status, 0);
+    EXPECT_TRUE(session(SESSION_CHECK, ids[0], "GET", "", "192.0.2.1"));
+    EXPECT_FALSE(session(SESSION_CHECK, ids[1], "GET", "", "192.0.2.2"));
+    EXPECT_EQ(service_.control({"sessions", "end", "--all"}).output, "Sessions ended: 2\n");
+    service_.crash();
+    ASSERT_TRUE(service_.start());
+    EXPECT_FALSE(session(SESSION_CHECK, ids[0], "GET", "", "192.0.2.1")) << "for good";
 }
 
 TEST_F(SessionTest, APasswordIsRefusedWithTheReason) {
