@@ -1,5 +1,6 @@
 #include "norv/au_config.h"
 #include "norv/norv_config.h"
+#include "norv/protocol/service_settings.h"
 #include "norv/scan_config.h"
 #include "tests/service/service_test.h"
 
@@ -207,6 +208,18 @@ TEST_F(ConfigurationTest, WhatChangesByItselfIsServedButNeverMovesTheStamp) {
     EXPECT_EQ(configValueOr(config, "Configuration", "VarPath", std::string()), service_.file("var").string());
     EXPECT_EQ(stamp(), before);
     EXPECT_EQ(readFile(service_.file("config.xml")).find("EngineVersion"), std::string::npos);
+}
+
+TEST_F(ConfigurationTest, TheProxysPasswordIsNotServed) {
+    const std::string document = R"(<Document><Group Type="Varnel"><P Name="ProxyServer" Value="proxy.example"/>)"
+                                 R"(<P Name="ProxyPassword" Value="tell-nobody"/></Group></Document>)";
+    writeFile(service_.file("config.xml"), document);
+    ASSERT_TRUE(service_.start());
+    const std::string served = get(CONFIG_FILE_STATE).value<std::string>("Content");
+    EXPECT_NE(served.find("proxy.example"), std::string::npos);
+    EXPECT_EQ(served.find("tell-nobody"), std::string::npos) << served;
+    EXPECT_EQ(get(protocol::SERVICE_SETTINGS).value<std::string>("Settings").find("tell-nobody"), std::string::npos);
+    EXPECT_EQ(readFile(service_.file("config.xml")), document) << "it is still needed";
 }
 
 TEST_F(ConfigurationTest, AnEmptyVarPathIsNeverServed) {

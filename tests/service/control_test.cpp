@@ -191,6 +191,31 @@ TEST_F(ControlTest, AFreshServerSaysThatItIsNotProtectedAndWhatHappenedStandsInT
     EXPECT_NE(service_.control({"history"}).output.find("path  completed  2 scanned, 1 infected"), std::string::npos);
 }
 
+TEST_F(ControlTest, AFindThatWasLeftIsToldUntilItIsGone) {
+    const auto victim = service_.file("samples") / "left";
+    writeFile(victim, "left behind");
+    writeFile(service_.file("own") / "own.ndb", "Win.Trojan.Own:0:*:6c65667420626568696e64\n");
+    service_.arguments.insert(service_.arguments.end(), {"--signatures", service_.file("own")});
+    ASSERT_TRUE(service_.start());
+    // Well before the next look that is taken without a reason.
+    const auto becomes = [this](long untreated) {
+        IPCMessage status;
+        for (int i = 0; i < 50; ++i) {
+            status = get(SERVICE_STATUS);
+            if (status.value<long>("Untreated") == untreated) break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        EXPECT_EQ(status.value<long>("Untreated"), untreated);
+        EXPECT_EQ(status.value<std::string>("Reasons").find("untreated") != std::string::npos, untreated > 0);
+        EXPECT_EQ(status.value<std::string>("UntreatedScan").empty(), untreated == 0);
+    };
+    EXPECT_EQ(service_.control({"scan", victim}).status, 1);
+    becomes(1);
+    std::filesystem::remove(victim);
+    service_.control({"scan", service_.file("samples") / "clean.txt"});
+    becomes(0);
+}
+
 TEST_F(ControlTest, SettingsAreReadChangedAndCarriedFromOneServerToAnother) {
     ASSERT_TRUE(service_.start());
     const std::string before = service_.control({"settings", "export"}).output;

@@ -16,8 +16,9 @@ constexpr int PATIENCE = 30000;  // milliseconds
 class TestClock : public Clock {
 public:
     std::int64_t now() const override { return seconds; }
-    std::int64_t steadyMilliseconds() const override { return 0; }
+    std::int64_t steadyMilliseconds() const override { return milliseconds; }
     std::atomic<std::int64_t> seconds = 1000000000;
+    std::atomic<std::int64_t> milliseconds = 0;
 };
 
 /// An engine that lets a test hold the scan of a file up.
@@ -27,7 +28,8 @@ public:
         ++scans;
         if (throws) throw std::bad_alloc();
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, stop, [this] { return open_; });
+        changed_.wait(lock, stop, [this] { return open_ || admitted_ > 0; });
+        --admitted_;
         return {stop.stop_requested() ? Verdict::NOT_FULLY_SCANNED : verdict, "", "gated"};
     }
     EngineState state() const override {
@@ -46,6 +48,11 @@ public:
         const std::lock_guard lock(mutex_);
         open_ = false;
     }
+    void letOneThrough() {
+        const std::lock_guard lock(mutex_);
+        admitted_ = 1;
+        changed_.notify_all();
+    }
 
     std::atomic<int> scans = 0;
     bool throws = false;
@@ -56,6 +63,7 @@ private:
     std::mutex mutex_;
     std::condition_variable_any changed_;
     bool open_ = false;
+    int admitted_ = 0;
 };
 
 class ScanJobsTest : public testing::Test {
@@ -299,6 +307,34 @@ TEST_F(ScanJobsTest, ScanThatRunsOutOfMemoryFailsAndTheServiceGoesOn) {
         gated_.open();
         EXPECT_EQ(run().scanned, 20U) << workers;
     }
+}
+
+TEST_F(ScanJobsTest, NobodyTakesMoreWorkersThanThereMayBe) {
+    constexpr int MOST = protocol::MAX_WORKERS;
+    for (int i = 0; i < MOST + 8; ++i) put("f" + std::to_string(i), "x");
+    restart(gated_);
+    request_.workers = 1000;
+    const std::string id = begin();
+    waitForScans(gated_, MOST);
+    EXPECT_FALSE(jobs_->wait(id, 200));
+    EXPECT_EQ(gated_.scans, MOST);
+    gated_.open();
+    EXPECT_EQ(finish(id).scanned, static_cast<unsigned int>(MOST) + 8);
+}
+
+TEST_F(ScanJobsTest, HowFarALongScanIsStandsOnDiskMeanwhile) {
+    for (const char* name : {"a", "b", "c"}) put(name, "x");
+    restart(gated_);
+    request_.workers = 1;
+    const std::string id = begin();
+    waitForScans(gated_, 1);
+    clock_.milliseconds = 6000;
+    gated_.letOneThrough();
+    waitForScans(gated_, 2);
+    const std::string stored = ::readFile(dir_ / "history" / (id + ".json"));
+    EXPECT_NE(stored.find(R"("state":4,"total":3,"scanned":1,)"), std::string::npos) << stored;
+    gated_.open();
+    finish(id);
 }
 
 TEST_F(ScanJobsTest, FileThatTheEngineCannotScanIsNotCountedAsScanned) {
