@@ -27,7 +27,7 @@ namespace {
 
 constexpr std::chrono::seconds CLEANING_INTERVAL{60};
 /// How long the start waits for the signatures; large sets go on loading while the console is served already.
-constexpr std::chrono::seconds SIGNATURES_PATIENCE{3};
+constexpr std::chrono::seconds SIGNATURES_PATIENCE{1};
 /// Infected files of each scan that are looked for where they were.
 constexpr std::size_t FINDS_LOOKED_AT = 1000;
 constexpr const char* TEST_VIRUS = "Test_Virus";

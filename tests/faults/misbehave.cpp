@@ -10,7 +10,8 @@
 #include <cstring>
 #include <string_view>
 
-// Preloaded into a scanner, it does what a file that took the library over might do. The file's first word says what.
+// Preloaded into a scanner, it does what a file that took the library over might do. The file's first word says what;
+// MISBEHAVE_SCAN says it of every file, MISBEHAVE_LOAD of a load of signatures.
 
 namespace {
 
@@ -22,8 +23,8 @@ void takeMemory() {
     std::abort();
 }
 
-/// Tells on standard error what the process was let do, and ends it then.
-void tryToBreakOut() {
+/// Tells on standard error what the process was let do, and ends it then. `forks`: it may have children.
+void tryToBreakOut(bool forks) {
     const char* const self = "/bin/true";
     char* const arguments[] = {const_cast<char*>(self), nullptr};
     const struct {
@@ -31,7 +32,7 @@ void tryToBreakOut() {
         bool done;
     } tries[] = {{"socket", ::socket(AF_INET, SOCK_STREAM, 0) >= 0},
                  {"local socket", ::socket(AF_UNIX, SOCK_STREAM, 0) >= 0},
-                 {"program", ::fork() >= 0 || ::execv(self, arguments) == 0},
+                 {"program", (!forks && ::fork() >= 0) || ::execv(self, arguments) == 0},
                  {"ptrace", ::ptrace(PTRACE_ATTACH, ::getppid(), nullptr, nullptr) == 0},
                  {"signal", ::kill(::getppid(), SIGKILL) == 0},
                  {"user", ::setuid(0) == 0},
@@ -52,13 +53,30 @@ void misbehave(std::string_view how) {
         while (true) ::usleep(100000);
     if (how.starts_with("MISBEHAVE-MEMORY")) takeMemory();
     if (how.starts_with("MISBEHAVE-NONSENSE") && ::write(CHANNEL, "nonsense", 8) < 0) std::abort();
-    if (how.starts_with("MISBEHAVE-BREAKOUT")) tryToBreakOut();
+    if (how.starts_with("MISBEHAVE-BREAKOUT")) tryToBreakOut(false);
+}
+
+std::string_view variable(const char* name) {
+    const char* const value = std::getenv(name);
+    return value ? value : "";
 }
 
 }  // namespace
 
+extern "C" int cl_load(const char* path, void* engine, unsigned int* count, unsigned int options) {
+    const std::string_view how = variable("MISBEHAVE_LOAD");
+    if (how.starts_with("MISBEHAVE-BREAKOUT"))
+        tryToBreakOut(true);
+    else
+        misbehave(how);
+    using Function = int (*)(const char*, void*, unsigned int*, unsigned int);
+    static const auto next = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "cl_load"));
+    return next(path, engine, count, options);
+}
+
 extern "C" void* cl_fmap_open_memory(const void* start, std::size_t length) {
     misbehave({static_cast<const char*>(start), length});
+    misbehave(variable("MISBEHAVE_SCAN"));
     using Function = void* (*)(const void*, std::size_t);
     static const auto next = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "cl_fmap_open_memory"));
     return next(start, length);

@@ -151,6 +151,36 @@ protected:
     MisbehavingTest() { service_.environment["LD_PRELOAD"] = BINARY_DIR "/tests/libmisbehave.so"; }
 };
 
+TEST_F(MisbehavingTest, WithoutSignaturesNothingGuardsAndThatIsSaidAndTheSettingForTimeOutsHolds) {
+    const std::filesystem::path file = service_.file("samples") / "eicar.com";
+    writeFile(file, testFile());
+    ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING));
+    const std::string missing = service_.file("no-such-folder");
+    for (const bool loading : {true, false}) {
+        service_.stop();
+        service_.environment["MISBEHAVE_LOAD"] = loading ? "MISBEHAVE-HANG" : "";
+        if (!loading) service_.arguments = {"--signatures", missing};
+        ASSERT_TRUE(service_.start());
+        const IPCMessage status = get(SERVICE_STATUS);
+        EXPECT_EQ(status.value<int>("RealtimeRunning"), 0);
+        EXPECT_EQ(status.value<std::string>("RealtimeMessage"),
+                  loading ? "Not guarding yet: the signatures are being loaded."
+                          : "Not guarding: there are no signatures that can be used.");
+        EXPECT_FALSE(running());
+        const std::string verdict = service_.control({"status", "--json"}).output;
+        for (const char* const reason : {"realtime_not_guarding", loading ? "signatures_loading" : "no_signatures"})
+            EXPECT_NE(verdict.find(reason), std::string::npos) << verdict;
+        EXPECT_EQ(verdict.find(missing) != std::string::npos, !loading) << verdict;
+        for (const char* const refuse : {"1", "0"}) {
+            ASSERT_EQ(service_.control({"settings", "set", "limits.realtime_refuse", refuse}).status, 0);
+            EXPECT_EQ(openElsewhere(file), *refuse == '1' ? EPERM : 0);
+        }
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(service_.stop(), 0);
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    }
+}
+
 TEST_F(MisbehavingTest, NobodyReadsAVirusWhileSomebodyEndsScannersInALoop) {
     ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING));
     const std::filesystem::path share = service_.file("samples");

@@ -129,6 +129,13 @@ TEST_F(ScannerFaultsTest, AScannerIsLetDoNothingButScan) {
     }
 }
 
+TEST_F(ScannerFaultsTest, AHostIsLetDoNothingButLoadAndFork) {
+    ::setenv("MISBEHAVE_LOAD", "MISBEHAVE-BREAKOUT", 1);
+    EXPECT_TRUE(engine_->load()) << "standard error tells what it was let do";
+    ::unsetenv("MISBEHAVE_LOAD");
+    EXPECT_FALSE(std::filesystem::exists("/var/tmp/keldra-broke-out"));
+}
+
 TEST_F(ScannerFaultsTest, AHostThatEndsIsReplacedAndItsScansAreDoneAgain) {
     const std::vector<pid_t> hosts = childrenOf(::getpid());
     ASSERT_FALSE(hosts.empty());
