@@ -108,6 +108,7 @@ public:
     /// Returns what could not be had.
     std::string listen();
     std::uint64_t connections() const { return connections_.taken(); }
+    std::uint64_t scans() const { return commons_.scans.taken(); }
 
 private:
     struct Served {
@@ -258,7 +259,8 @@ void ClientServer::stop() {
 
 ClientServerState ClientServer::state() const {
     const std::lock_guard lock(mutex_);
-    return {listener_ && problem_.empty(), problem_, listener_ ? listener_->connections() : 0};
+    return {listener_ && problem_.empty(), problem_, listener_ ? listener_->connections() : 0,
+            listener_ ? listener_->scans() : 0};
 }
 
 }  // namespace keldra

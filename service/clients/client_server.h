@@ -14,6 +14,7 @@ struct ClientServerState {
     bool running = false;
     std::string problem;  ///< English, empty when all is well
     std::uint64_t connections = 0;
+    std::uint64_t scans = 0;  ///< files under scan, or waiting for it
 };
 
 /// Lets other programs of the server (Samba, mail, a cloud) have files scanned, over the protocol of clamd. May be used

@@ -1,16 +1,19 @@
 #include "service/clients/client_session.h"
 
 #include "norv/time_text.h"
+#include "service/base/sha256.h"
 #include "service/clients/peer_walk.h"
 
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <deque>
 #include <exception>
+#include <filesystem>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -24,6 +27,8 @@ using Kind = ClamdCommand::Kind;
 /// Files of one session, or of one MULTISCAN, that are scanned at a time.
 constexpr std::size_t AT_A_TIME = 4;
 constexpr std::uint64_t STREAM_STEP = std::uint64_t{1} << 20U;  ///< in which memory is asked for
+constexpr std::size_t HASHED_PIECE = std::size_t{64} << 10U;
+constexpr off_t MOST_HASHED = off_t{64} << 20U;
 
 std::string versionText(const EngineState& engine) {
     std::string text = "ClamAV " + engine.engineVersion;
@@ -46,6 +51,27 @@ std::string faultText(const std::string& fault) {
     if (fault == errorText(EACCES)) return "Access denied. ERROR";
     if (fault == "it is neither a folder nor a regular file") return "Not supported file type ERROR";
     return fault + ". ERROR";
+}
+
+/// Empty for a stream, and for a file that has no name any more.
+std::string pathOf(int fd) {
+    std::error_code error;
+    const std::string path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), error);
+    return path.starts_with("/memfd:") || path.ends_with(" (deleted)") ? std::string() : path;
+}
+
+/// Empty for what is too large to be read once more, or cannot be.
+std::string contentHash(int fd) {
+    Sha256 hash;
+    std::vector<char> piece(HASHED_PIECE);
+    off_t at = 0;
+    while (at <= MOST_HASHED) {
+        const ssize_t got = ::pread(fd, piece.data(), piece.size(), at);
+        if (got <= 0) return got == 0 ? hash.hex() : std::string();
+        hash.add({piece.data(), static_cast<std::size_t>(got)});
+        at += got;
+    }
+    return {};
 }
 
 bool isFind(const std::string& text) { return text.ends_with(" FOUND"); }
@@ -232,6 +258,19 @@ FileDescriptor ClientSession::receiveStream(std::optional<ClientLimits::Share>& 
     return file;
 }
 
+/// A stream is told by its content, a descriptor by the file it leads to.
+void ClientSession::report(int fd, const std::string& name, const ScanResult& result) const {
+    ClientReport told{.client = peer_.name,
+                      .user = peer_.user,
+                      .address = peer_.uid ? "local" : peer_.name,
+                      .process = peer_.process,
+                      .name = name,
+                      .path = name.starts_with('/') ? name : pathOf(fd),
+                      .result = result};
+    if (told.path.empty() && result.verdict == Verdict::INFECTED) told.content = contentHash(fd);
+    commons_.hooks.report(told);
+}
+
 /// What is said of one open file.
 std::string ClientSession::scanned(int fd, const std::string& name) try {
     struct stat status {};
@@ -239,7 +278,7 @@ std::string ClientSession::scanned(int fd, const std::string& name) try {
     const auto share = commons_.scans.wait(peer_.key, stop_);
     if (!share) return "the service ends ERROR";
     const ScanResult result = commons_.hooks.scan(fd, name, stop_);
-    if (result.verdict != Verdict::CLEAN) commons_.hooks.report({peer_.name, name, result});
+    if (result.verdict != Verdict::CLEAN) report(fd, name, result);
     if (result.verdict == Verdict::INFECTED)
         return (result.engineName.empty() ? result.signature : result.engineName) + " FOUND";
     const bool incomplete = result.verdict == Verdict::NOT_FULLY_SCANNED;

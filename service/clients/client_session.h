@@ -16,8 +16,13 @@ namespace keldra {
 
 /// A file of a client's of which there is something to tell.
 struct ClientReport {
-    std::string client;  ///< for people
-    std::string name;    ///< a path, or what the client sent instead
+    std::string client;     ///< for people
+    std::string user{};     ///< of a local one
+    std::string address{};  ///< of a remote one, else "local"
+    pid_t process = 0;      ///< of a local one
+    std::string name{};     ///< a path, or what the client sent instead
+    std::string path{};     ///< of the file, where it has one
+    std::string content{};  ///< SHA-256 of what has no path, hexadecimal; empty: not known
     ScanResult result;
 };
 
@@ -63,6 +68,7 @@ private:
     void scanInParallel(const std::string& path, char end);
     FileDescriptor receiveStream(std::optional<ClientLimits::Share>& memory, std::string& fault);
     std::string scanned(int fd, const std::string& name);
+    void report(int fd, const std::string& name, const ScanResult& result) const;
     bool reply(const std::string& prefix, std::string text, char end);
 
     ClientCommons& commons_;

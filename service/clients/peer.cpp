@@ -50,6 +50,8 @@ std::optional<Peer> localPeer(int socket) {
                 .uid = who.uid,
                 .gid = who.gid,
                 .groups = std::move(*groups),
+                .user = userName(who.uid),
+                .process = who.pid,
                 .name = userName(who.uid) + " (process " + std::to_string(who.pid) + ")"};
 }
 

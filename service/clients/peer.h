@@ -14,7 +14,9 @@ struct Peer {
     std::optional<uid_t> uid;  ///< of a local one
     gid_t gid = 0;
     std::vector<gid_t> groups;
-    std::string name;  ///< for people: the user's name with the process, or the address
+    std::string user{};  ///< of a local one: his name, or his number
+    pid_t process = 0;   ///< of a local one
+    std::string name{};  ///< for people: the user's name with the process, or the address
 };
 
 /// Asks the kernel about a connected socket. Nothing when it does not tell.

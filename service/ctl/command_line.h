@@ -24,7 +24,9 @@ void describeStatus(CLI::App& app, Run& run);      // status
 void describeScan(CLI::App& app, Run& run);        // scan
 void describeHistory(CLI::App& app, Run& run);     // history
 void describeEvents(CLI::App& app, Run& run);      // events
+void describeMetrics(CLI::App& app, Run& run);     // metrics
 void describeQuarantine(CLI::App& app, Run& run);  // quarantine …
+void describeShareUser(CLI::App& app, Run& run);   // share-user
 void describeUpdate(CLI::App& app, Run& run);      // update
 void describeSettings(CLI::App& app, Run& run);    // settings …
 void describeSessions(CLI::App& app, Run& run);    // sessions …

@@ -46,9 +46,10 @@ int main(int argc, char** argv) try {
     app.set_version_flag("--version", std::string("keldractl ") + keldra::VERSION);
     app.add_option("--socket", socket, "Socket of the service (KELDRA_SOCKET) [/run/keldra/keldrad.sock]");
     app.require_subcommand(1);
-    for (const auto describe : {keldra::describeStatus, keldra::describeScan, keldra::describeHistory,
-                                keldra::describeEvents, keldra::describeQuarantine, keldra::describeUpdate,
-                                keldra::describeSettings, keldra::describeSessions, keldra::describeSetUp})
+    for (const auto describe :
+         {keldra::describeStatus, keldra::describeScan, keldra::describeHistory, keldra::describeEvents,
+          keldra::describeMetrics, keldra::describeShareUser, keldra::describeQuarantine, keldra::describeUpdate,
+          keldra::describeSettings, keldra::describeSessions, keldra::describeSetUp})
         describe(app, run);
     try {
         app.parse(argc, argv);

@@ -8,8 +8,10 @@
 #include "service/realtime/places_follower.h"
 #include "service/realtime/scan_workers.h"
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <stop_token>
@@ -36,6 +38,10 @@ public:
     bool running() const { return alive_ && follower_->watching() && !workers_->exhausted(); }
     bool exhausted() const { return workers_->exhausted(); }
     unsigned hanging() const { return workers_->hanging(); }
+    /// Accesses that wait for their scan, by lane.
+    std::array<std::size_t, 3> waiting() const {
+        return {queue_.waiting(Lane::QUICK), queue_.waiting(Lane::SLOW), queue_.waiting(Lane::BACKGROUND)};
+    }
     std::string problem() const;
     void forgetClean();
     /// Asks again about that open file, and about whatever is being scanned.

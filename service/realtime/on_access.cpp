@@ -63,11 +63,12 @@ std::shared_ptr<AccessListener> OnAccess::listener() const {
 OnAccessStatus OnAccess::status() const {
     std::unique_lock lock(mutex_);
     const auto current = listener_;
-    if (!current || !problem_.empty()) return {.running = false, .exhausted = false, .hanging = 0, .problem = problem_};
+    if (!current || !problem_.empty()) return {.problem = problem_};
     lock.unlock();
     return {.running = current->running(),
             .exhausted = current->exhausted(),
             .hanging = current->hanging(),
+            .waiting = current->waiting(),
             .problem = current->problem()};
 }
 

@@ -4,6 +4,8 @@
 #include "service/realtime/loose_threads.h"
 #include "service/realtime/on_access_settings.h"
 
+#include <array>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -16,9 +18,10 @@ class AccessListener;
 /// How the listening goes.
 struct OnAccessStatus {
     bool running = false;
-    bool exhausted = false;  ///< so many files hang that no other can be scanned
-    unsigned hanging = 0;    ///< files whose file system does not answer
-    std::string problem;     ///< English, empty when all is well
+    bool exhausted = false;                ///< so many files hang that no other can be scanned
+    unsigned hanging = 0;                  ///< files whose file system does not answer
+    std::array<std::size_t, 3> waiting{};  ///< accesses that wait for their scan, by lane
+    std::string problem;                   ///< English, empty when all is well
 };
 
 /// The real-time scan: listens to the kernel's file access events (fanotify) for whole file systems and scans what lies

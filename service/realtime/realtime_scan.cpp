@@ -145,6 +145,7 @@ RealtimeState RealtimeScan::state() const {
 void RealtimeScan::lookAtListener(RealtimeState& state) const {
     const OnAccessStatus status = listener_.status();
     state.hanging = status.hanging;
+    state.waiting = status.waiting;
     if (!status.running) state.trouble = RealtimeState::Trouble::LISTENER;
     if (status.exhausted) state.trouble = RealtimeState::Trouble::HANGING;
     state.message = status.problem;

@@ -7,7 +7,9 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -35,9 +37,10 @@ struct RealtimeState {
     bool wanted = false;    ///< the settings switch it on
     bool guarding = false;  ///< files in the watched folders are being scanned
     Trouble trouble = Trouble::NONE;
-    bool kernelAllows = false;  ///< the kernel offers what it needs, and to this process
-    unsigned hanging = 0;       ///< files whose file system does not answer, and that were left aside
-    std::string message;        ///< English: what is wrong or worth knowing, empty when all is well
+    bool kernelAllows = false;             ///< the kernel offers what it needs, and to this process
+    unsigned hanging = 0;                  ///< files whose file system does not answer, and that were left aside
+    std::array<std::size_t, 3> waiting{};  ///< accesses that wait for a quick scan, a slow one, and in the background
+    std::string message;                   ///< English: what is wrong or worth knowing, empty when all is well
 
     /// What the console shows as the service running: only a real-time scan that is wanted can fail to.
     bool serviceRuns() const { return !wanted || guarding; }

@@ -1,6 +1,8 @@
 #include "service/server/command_table.h"
 
 #include "norv/log.h"
+#include "norv/protocol/clients.h"
+#include "norv/protocol/metrics.h"
 #include "norv/protocol/notices.h"
 #include "norv/protocol/scans.h"
 #include "norv/protocol/service_settings.h"
@@ -118,6 +120,13 @@ constexpr std::array COMMANDS{
     Command{M::EVENTS, GET, LOGGED_ON, NOTHING, GENERAL, "list events", WITH<h::listEvents>},
     Command{M::DAILY_FIGURES, GET, LOGGED_ON, NOTHING, GENERAL, "get daily figures", WITH<h::getDailyFigures>},
 
+    // Programs that watch the server log nobody on; none of it names a file, a user or an address.
+    Command{protocol::GetMetrics::COMMAND, GET, EVERYBODY, NOTHING, GENERAL, "get metrics", WITH<h::getMetrics>},
+    // Who is connected is taken for true in the events.
+    Command{protocol::NoteShareUser::COMMAND, START, OWNER, NOTHING, AT_ONCE, "note share user",
+            WITH<h::noteShareUser>},
+    Command{protocol::ForgetShareUser::COMMAND, STOP, OWNER, NOTHING, AT_ONCE, "forget share user",
+            WITH<h::forgetShareUser>},
     Command{protocol::GetNotices::COMMAND, GET, LOGGED_ON, NOTHING, GENERAL, "get notices", WITH<h::getNotices>},
     Command{protocol::GetNotices::COMMAND, SET, LOGGED_ON, NOTHING, SAVING, "set notices", WITH<h::setNotices>},
     // Waits for servers that may not answer.

@@ -101,9 +101,17 @@ bool getUpdateStatus(Updater& updater, IPCMessage& reply);
 bool getServiceStatus(const Witnesses& witnesses, const Running& running, Updater& updater, Scheduler& scheduler,
                       IPCMessage& reply);
 
+// handlers_clients.cpp
+bool noteShareUser(ShareUsers& users, const IPCMessage& request, IPCMessage& reply);
+bool forgetShareUser(ShareUsers& users, const IPCMessage& request);
+
 // handlers_events.cpp
 bool listEvents(EventJournal& events, const IPCMessage& request, IPCMessage& reply);
 bool getDailyFigures(EventJournal& events, const IPCMessage& request, IPCMessage& reply);
+
+// handlers_metrics.cpp
+bool getMetrics(const Witnesses& witnesses, const Running& running, const ScanMetrics& scans,
+                const ClientServer& clients, const IPCMessage& request, IPCMessage& reply);
 
 // handlers_notices.cpp
 bool getNotices(Notices& notices, IPCMessage& reply);

@@ -7,6 +7,7 @@
 
 namespace keldra {
 
+class ClientServer;
 class ConfigurationStore;
 class EventJournal;
 class FolderQuestions;
@@ -16,9 +17,11 @@ class PasswordFile;
 class Quarantine;
 class RealtimeScan;
 class ScanJobs;
+class ScanMetrics;
 class Scheduler;
 class ServedDocument;
 class SessionStore;
+class ShareUsers;
 class Updater;
 class VarFolder;
 struct Witnesses;
@@ -30,8 +33,9 @@ struct Running {
 };
 
 /// All that handlers work on. Each is handed those that its parameters name.
-using Parts = std::tuple<ConfigurationStore&, EventJournal&, FolderQuestions&, LogonGuard&, Notices&, PasswordFile&,
-                         Quarantine&, RealtimeScan&, ScanJobs&, Scheduler&, ServedDocument&, SessionStore&, Updater&,
-                         VarFolder&, const Running&, const Witnesses&>;
+using Parts =
+    std::tuple<ConfigurationStore&, EventJournal&, FolderQuestions&, LogonGuard&, Notices&, PasswordFile&, Quarantine&,
+               RealtimeScan&, ScanJobs&, Scheduler&, ServedDocument&, SessionStore&, ShareUsers&, Updater&, VarFolder&,
+               const ClientServer&, const Running&, const ScanMetrics&, const Witnesses&>;
 
 }  // namespace keldra

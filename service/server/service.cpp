@@ -2,6 +2,7 @@
 
 #include "norv/log.h"
 #include "service/base/memory_budget.h"
+#include "service/metrics/measured_engine.h"
 #include "service/server/notify.h"
 #include "service/settings/settings_table.h"
 #include "service/tree/share_roots.h"
@@ -98,8 +99,9 @@ std::vector<std::string> Service::ownFolders() const {
 }
 
 Parts Service::parts() {
-    return {configuration_, *events_,    folders_,        logonGuard_, *notices_, password_,  quarantine_, *realtime_,
-            *scans_,        *scheduler_, servedDocument_, sessions_,   *updater_, varFolder_, running_,    *witnesses_};
+    return {configuration_, *events_,  folders_,    logonGuard_,     *notices_,  password_,   quarantine_,
+            *realtime_,     *scans_,   *scheduler_, servedDocument_, sessions_,  shareUsers_, *updater_,
+            varFolder_,     *clients_, running_,    scanMetrics_,    *witnesses_};
 }
 
 bool Service::open(std::string& error) {
@@ -138,6 +140,7 @@ void Service::makeJournal() {
     events_ = std::make_unique<EventJournal>(EventJournalSettings{.folder = state_.events()}, clock_);
     happenings_ = std::make_unique<Happenings>(*events_);
     chronicle_ = std::make_unique<Chronicle>(*events_);
+    clientFinds_ = std::make_unique<ClientFinds>(*events_, shareUsers_);
     events_->add({.kind = EventKind::SERVICE, .detail = "The service started."});
 }
 
@@ -198,13 +201,15 @@ SlowQuestions Service::slowQuestions() {
 
 void Service::makeParts() {
     makeJournal();
-    engine_ = makeScanEngine({.signatureFolders = signatureFolders(options_),
-                              .temporaryFolder = state_.unpacking(),
-                              .trusted = [this](int fd) { return quarantine_.isTrusted(fd); },
-                              .scanner = options_.scanner,
-                              .scanUser = options_.scanUser,
-                              .cleanFile = options_.state / "clean-files",
-                              .fileSize = std::min(EngineSettings().fileSize, physicalMemory() / 4)});
+    engine_ = std::make_unique<MeasuredEngine>(
+        makeScanEngine({.signatureFolders = signatureFolders(options_),
+                        .temporaryFolder = state_.unpacking(),
+                        .trusted = [this](int fd) { return quarantine_.isTrusted(fd); },
+                        .scanner = options_.scanner,
+                        .scanUser = options_.scanUser,
+                        .cleanFile = options_.state / "clean-files",
+                        .fileSize = std::min(EngineSettings().fileSize, physicalMemory() / 4)}),
+        scanMetrics_);
     makeScans();
     updater_ = std::make_unique<Updater>(
         UpdaterSettings{.state = options_.state,
@@ -258,7 +263,8 @@ ClientHooks Service::clientHooks() {
                     return engine_->scan(fd, name, {.lane = ScanLane::CLIENT}, std::move(stop));
                 },
             .report =
-                [](const ClientReport& report) {
+                [this](const ClientReport& report) {
+                    clientFinds_->add(report);
                     const ScanResult& result = report.result;
                     const bool found = result.verdict == Verdict::INFECTED;
                     NORV_LOG(NORV_LOG_WARNING, "Scan for %s of %s: %s%s", report.client.c_str(), report.name.c_str(),
@@ -355,6 +361,7 @@ void Service::cleanUp() {
     updater_->cleanUp();
     quarantine_.tidy();
     chronicle_->settle();
+    clientFinds_->tellRest();
     cleaningUp_ = false;
 }
 

@@ -8,6 +8,7 @@
 #include "service/clients/client_server.h"
 #include "service/engine/scan_engine.h"
 #include "service/events/event_journal.h"
+#include "service/metrics/scan_metrics.h"
 #include "service/notices/notices.h"
 #include "service/quarantine/actions.h"
 #include "service/quarantine/quarantine.h"
@@ -15,6 +16,7 @@
 #include "service/scanning/scan_jobs.h"
 #include "service/schedules/scheduler.h"
 #include "service/server/chronicle.h"
+#include "service/server/client_finds.h"
 #include "service/server/dispatcher.h"
 #include "service/server/folder_questions.h"
 #include "service/server/happenings.h"
@@ -116,6 +118,9 @@ private:
     std::unique_ptr<EventJournal> events_;
     std::unique_ptr<Happenings> happenings_;
     std::unique_ptr<Chronicle> chronicle_;
+    ShareUsers shareUsers_;
+    std::unique_ptr<ClientFinds> clientFinds_;
+    ScanMetrics scanMetrics_;
     std::unique_ptr<ScanEngine> engine_;
     std::unique_ptr<ScanJobs> scans_;
     std::unique_ptr<Updater> updater_;

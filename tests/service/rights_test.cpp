@@ -1,3 +1,4 @@
+#include "norv/protocol/metrics.h"
 #include "tests/harness/child_user.h"
 #include "tests/service/service_test.h"
 
@@ -46,7 +47,8 @@ TEST_F(RightsTest, TheWebServerMayDoWhatPagesNeedAndOnlyWithASession) {
     const IPCMessage block(IPCMessage::STOP, LOGON_BLOCK);
     const IPCMessage scan = scanOf(service_.file("samples"));
     using Results = std::vector<int>;
-    EXPECT_EQ(asWebServer({document, status, start, scan, block}), (Results{1, 2, 2, 2, 2}));
+    const IPCMessage metrics = protocol::toMessage(protocol::GetMetrics());
+    EXPECT_EQ(asWebServer({document, metrics, status, start, scan, block}), (Results{1, 1, 2, 2, 2, 2}));
     EXPECT_EQ(asWebServer({check(std::string(64, '0')), status}), (Results{2, 2}));
     EXPECT_EQ(asWebServer({document, check(id), status, scan}), (Results{1, 1, 1, 2}));
     EXPECT_EQ(asWebServer({check(id, SESSION_WATCH), status}), (Results{1, 1}));
