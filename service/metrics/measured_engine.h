@@ -24,6 +24,7 @@ public:
     bool load() override { return engine_->load(); }
     void reload(std::function<void(bool)> done) override { engine_->reload(std::move(done)); }
     void stopReloads() override { engine_->stopReloads(); }
+    void setLimits(const EngineLimits& limits) override { engine_->setLimits(limits); }
     bool ownsProcess(pid_t pid) const override { return engine_->ownsProcess(pid); }
 
 private:
