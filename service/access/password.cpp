@@ -21,6 +21,8 @@ namespace keldra {
 namespace {
 
 constexpr std::size_t MAX_HASH_FILE = 1024;
+/// The line behind the hash of a password that must be changed.
+constexpr const char* MUST_CHANGE = "must change";
 constexpr unsigned long SALT_BYTES = 32;
 /// Cost parameter of yescrypt; 5 is the recommended one (about 20 ms and 16 MiB).
 constexpr unsigned long COST = 5;
@@ -64,6 +66,8 @@ std::string markOf(const std::string& content) {
     return hash.hex();
 }
 
+bool saysMustChange(const std::string& content) { return content.ends_with(MUST_CHANGE); }
+
 std::string identityOf(const struct stat& status) {
     std::string identity;
     for (const auto number :
@@ -75,13 +79,13 @@ std::string identityOf(const struct stat& status) {
 
 }  // namespace
 
-std::string PasswordFile::store(const std::string& password) const {
+std::string PasswordFile::store(const std::string& password, bool once) const {
     if (std::string fault = faultOf(password); !fault.empty()) return fault;
     if (charactersOf(password) < MIN_PASSWORD_CHARACTERS) return "the password is shorter than 8 characters";
     const std::string salt = newSalt();
     const std::string hash = salt.empty() ? "" : hashWith(password, salt);
     if (hash.empty()) return "the password could not be hashed";
-    const auto result = writeFileAtomically(file_, hash + "\n", 0600);
+    const auto result = writeFileAtomically(file_, hash + "\n" + (once ? MUST_CHANGE : ""), 0600);
     return result ? "" : file_.string() + ": " + errorText(result.error);
 }
 
@@ -99,32 +103,44 @@ PasswordCheck PasswordFile::check(const std::string& password) const {
     const std::string hash = hashWith(password, stored);
     if (hash.empty() && errno == ENOMEM) return {.trouble = "There is not enough memory to check the password."};
     if (hash.empty()) return {};
-    return {.fits = constantTimeEqual(hash, stored), .mark = markOf(*content)};
+    return {.fits = constantTimeEqual(hash, stored), .mustChange = saysMustChange(*content), .mark = markOf(*content)};
 }
 
-std::string PasswordFile::mark() {
+/// Called with the lock held.
+void PasswordFile::look() {
     struct stat status {};
     const bool there = ::stat(file_.c_str(), &status) == 0;
     const int missing = there ? 0 : errno;
-    const std::lock_guard lock(mutex_);
     if (!there) {
         // Want of memory or descriptors is no reason to end everybody's session.
         if (missing == ENOENT || missing == ENOTDIR) seen_.clear(), mark_.clear();
-        return mark_;
+        return;
     }
     const std::string identity = identityOf(status);
-    if (identity == seen_) return mark_;
+    if (identity == seen_) return;
     int error = 0;
     if (const auto content = readFile(file_, MAX_HASH_FILE, error)) {
         mark_ = markOf(*content);
+        mustChange_ = saysMustChange(*content);
         seen_ = identity;
     }
+}
+
+std::string PasswordFile::mark() {
+    const std::lock_guard lock(mutex_);
+    look();
     return mark_;
 }
 
 bool PasswordFile::liesIn(const std::filesystem::path& folder) const {
     std::error_code ignored;
     return std::filesystem::equivalent(file_.parent_path(), folder, ignored);
+}
+
+bool PasswordFile::mustChange() {
+    const std::lock_guard lock(mutex_);
+    look();
+    return mustChange_;
 }
 
 }  // namespace keldra

@@ -19,7 +19,7 @@ inline constexpr int STATUS_UNKNOWN = 3;
 using Run = std::function<int()>;
 
 // Each describes one group of commands to the parser; a command that is given sets `run`. Both outlive the parsing.
-void describeSetUp(CLI::App& app, Run& run);       // init, passwd
+void describeSetUp(CLI::App& app, Run& run);       // init, passwd, second-step-off
 void describeStatus(CLI::App& app, Run& run);      // status
 void describeScan(CLI::App& app, Run& run);        // scan
 void describeHistory(CLI::App& app, Run& run);     // history

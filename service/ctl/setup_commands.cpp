@@ -2,6 +2,7 @@
 #include "service/access/password.h"
 #include "service/ctl/command_line.h"
 #include "service/settings/fresh_setup.h"
+#include "service/settings/state_folder.h"
 
 #include <termios.h>
 #include <unistd.h>
@@ -25,6 +26,11 @@ constexpr unsigned int NOTE_TIMEOUT = 2;
 struct PasswdOptions {
     std::string state;
     bool fromStdin = false;
+    bool once = false;
+};
+
+struct SecondStepOptions {
+    std::string state;
 };
 
 int runInit(const FreshSetup& given) {
@@ -75,11 +81,20 @@ std::string readPassword(bool fromStdin, std::string& password) {
 int runPasswd(const PasswdOptions& options) {
     std::string password;
     if (const std::string fault = readPassword(options.fromStdin, password); !fault.empty()) return fail(fault);
-    const std::string fault = PasswordFile(std::filesystem::path(options.state) / "password").store(password);
+    const std::string fault =
+        PasswordFile(std::filesystem::path(options.state) / "password").store(password, options.once);
     if (!fault.empty()) return fail(fault);
     // Only for the record; there need not be a service.
     protocol::ask(protocol::NotePassword{std::filesystem::absolute(options.state).string()}, NOTE_TIMEOUT);
     print("The console password is set. Sessions begun with the old one end.");
+    return STATUS_DONE;
+}
+
+int runSecondStepOff(const SecondStepOptions& options) {
+    std::error_code error;
+    const bool removed = std::filesystem::remove(std::filesystem::path(options.state) / SECOND_FACTOR_FILE, error);
+    if (error) return fail(error.message());
+    print(removed ? "The console asks for no code any more." : "The console asks for no code.");
     return STATUS_DONE;
 }
 
@@ -100,6 +115,13 @@ void describeSetUp(CLI::App& app, Run& run) {
     passwd->add_option("--state", options->state, "The service's state folder")->required();
     passwd->add_flag("--stdin", options->fromStdin,
                      "Read it once from standard input instead of twice from the terminal");
+    passwd->add_flag("--once", options->once, "Whoever logs on with it must choose another one first");
+
+    SecondStepOptions* second = nullptr;
+    CLI::App* const off =
+        addCommand(app, run, "second-step-off", "Log on without a code again, when app and recovery codes are lost",
+                   second, runSecondStepOff);
+    off->add_option("--state", second->state, "The service's state folder")->required();
 }
 
 }  // namespace keldra

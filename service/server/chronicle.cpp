@@ -5,6 +5,7 @@
 #include "norv/protocol/scans.h"
 #include "norv/protocol/session.h"
 #include "service/access/password.h"
+#include "service/access/second_factor.h"
 #include "service/access/session_store.h"
 #include "service/base/account_names.h"
 #include "service/notices/notices.h"
@@ -25,6 +26,8 @@ namespace keldra {
 namespace {
 
 constexpr const char* LOCAL = "local";
+constexpr const char* WRONG_CODE = "The code is wrong.";
+constexpr const char* TICKET = "Ticket";
 constexpr const char* WRONG = "The user name or the password is wrong.";
 
 struct Told {
@@ -41,6 +44,13 @@ Request asked(const Told& told) {
 void describeLogOn(const Told& told) {
     const auto wanted = asked<protocol::LogOn>(told);
     told.telling.event.who = {wanted.user, wanted.remoteAddress};
+}
+
+/// The name stands with the password that came before.
+void describeSecondStep(const Told& told) {
+    const auto step = asked<protocol::SecondStep>(told);
+    const auto logon = std::get<PendingLogons&>(told.parts).find(step.ticket, step.remoteAddress);
+    told.telling.event.who = {logon ? logon->user : "", step.remoteAddress};
 }
 
 void describeLogOff(const Told& told) {
@@ -107,7 +117,8 @@ void describeNotices(const Told& told) {
             if (old != before.end() && old->second == value) continue;
             const std::string from = old == before.end() ? "" : old->second;
             // Who has such an address may send.
-            event.detail += "; " + (name == "HookUrl" ? name + ": changed" : changeText(name, from, value));
+            event.detail += "; " + (name == "HookUrl" || name == "Authorities" ? name + ": changed"
+                                                                               : changeText(name, from, value));
         }
     };
 }
@@ -129,6 +140,9 @@ using enum EventKind;
 
 constexpr std::array ROWS{
     Row{M::PASSWORD_LOGON, SESSION, LOGON, "logged on", "log-on refused", describeLogOn, true},
+    Row{M::SECOND_STEP, SESSION, LOGON, "logged on", "log-on refused", describeSecondStep, true},
+    Row{M::SECOND_FACTOR, SET, LOGON, "second step switched on", nullptr, nullptr},
+    Row{M::SECOND_FACTOR, STOP, LOGON, "second step switched off", "second step not switched off", nullptr, true},
     Row{M::SESSION_LOGOFF, SESSION, LOGON, "logged off", nullptr, describeLogOff},
     Row{M::SESSIONS, STOP, LOGON, "session ended", nullptr, describeEndedSession},
     Row{M::LOGON_BLOCK, STOP, LOGON, "block lifted", nullptr, describeLiftedBlock},
@@ -175,6 +189,7 @@ std::optional<Telling> Chronicle::begin(const Parts& parts, const Command& comma
     telling.event.who = actorOf(caller);
     telling.failed = row->failed;
     telling.fromStrangers = row->fromStrangers;
+    telling.isSecondStep = row->command == M::SECOND_STEP;
     if (row->describe) row->describe({parts, request, telling});
     return telling;
 }
@@ -182,14 +197,17 @@ std::optional<Telling> Chronicle::begin(const Parts& parts, const Command& comma
 void Chronicle::end(std::optional<Telling> telling, const IPCMessage& reply) {
     if (!telling) return;
     Event& event = telling->event;
-    if (reply.result == IPCMessage::RESULT_OK) {
+    // Nobody has logged on with a password alone where a code is asked for; it is asked for again when it was wrong.
+    const bool asksForCode = reply.hasParam(TICKET);
+    if (asksForCode && !telling->isSecondStep) event.action = "code asked for";
+    if (reply.result == IPCMessage::RESULT_OK && !(asksForCode && telling->isSecondStep)) {
         if (telling->complete) telling->complete(event);
         return journal_.add(std::move(event));
     }
     if (!telling->failed) return;
     event.action = telling->failed;
     event.severity = EventSeverity::WARNING;
-    event.detail = reply.value<std::string>(protocol::MESSAGE);
+    event.detail = asksForCode ? WRONG_CODE : reply.value<std::string>(protocol::MESSAGE);
     if (!telling->fromStrangers) return journal_.add(std::move(event));
     if (event.detail.empty()) event.detail = WRONG;
     // What was typed as a name may well be the password.

@@ -17,6 +17,7 @@ EventActor actorOf(const Caller& caller);
 struct Telling {
     Event event{};
     const char* failed = nullptr;            ///< what to call it when it fails; null: not told then
+    bool isSecondStep = false;               ///< of a log-on: the code behind the password
     bool fromStrangers = false;              ///< failures come as often as somebody without a session likes
     std::function<void(Event&)> complete{};  ///< adds what is known only afterwards
 };

@@ -63,6 +63,8 @@ constexpr std::array COMMANDS{
             WITH<h::getConfiguration>},
     Command{M::PASSWORD_LOGON, SESSION, EVERYBODY, NOTHING, LOG_ON, "log on", WITH<h::logOn>, NEW_SESSION,
             WITH<h::admitLogOn>},
+    Command{M::SECOND_STEP, SESSION, EVERYBODY, NOTHING, LOG_ON, "second step", WITH<h::logOnSecondStep>, NEW_SESSION,
+            WITH<h::admitLogOn>},
     Command{M::SESSION_LOGOFF, SESSION, EVERYBODY, NOTHING, GENERAL, "log off", WITH<h::logOff>},
     Command{M::SESSION_CHECK, SESSION, EVERYBODY, NOTHING, AT_ONCE, "check session", WITH<h::checkSession>,
             THIS_SESSION},
@@ -113,7 +115,13 @@ constexpr std::array COMMANDS{
     Command{M::SESSIONS, GET, LOGGED_ON, NOTHING, AT_ONCE, "list sessions", WITH<h::listSessions>},
     Command{M::SESSIONS, STOP, LOGGED_ON, NOTHING, GENERAL, "end session", WITH<h::endSession>},
     Command{M::LOGON_BLOCK, STOP, LOGGED_ON, NOTHING, AT_ONCE, "lift block", WITH<h::liftBlock>},
-    Command{M::CONSOLE_PASSWORD, SET, LOGGED_ON, NOTHING, LOG_ON, "change password", WITH<h::changePassword>, NONE,
+    Command{M::CONSOLE_PASSWORD, SET, FIRST, NOTHING, LOG_ON, "change password", WITH<h::changePassword>, NONE,
+            WITH<h::admitPasswordChange>},
+    Command{M::SECOND_FACTOR, GET, FIRST, NOTHING, GENERAL, "get second step", WITH<h::getSecondFactor>},
+    Command{M::SECOND_FACTOR, START, LOGGED_ON, NOTHING, LOG_ON, "begin second step", WITH<h::beginSecondFactor>, NONE,
+            WITH<h::admitPasswordChange>},
+    Command{M::SECOND_FACTOR, SET, LOGGED_ON, NOTHING, GENERAL, "confirm second step", WITH<h::confirmSecondFactor>},
+    Command{M::SECOND_FACTOR, STOP, LOGGED_ON, NOTHING, LOG_ON, "remove second step", WITH<h::removeSecondFactor>, NONE,
             WITH<h::admitPasswordChange>},
     Command{M::CONSOLE_PASSWORD, START, OWNER, NOTHING, GENERAL, "note password", WITH<h::notePassword>},
 
@@ -166,7 +174,9 @@ const Command* findCommand(const IPCMessage& request) {
 bool mayUse(const Parts& parts, const Command& command, const Caller& caller) {
     if (caller.owner || command.right == EVERYBODY) return true;
     if (command.right == OWNER || caller.session.empty()) return false;
-    return std::get<SessionStore&>(parts).lives(caller.session, std::get<PasswordFile&>(parts).mark());
+    auto& password = std::get<PasswordFile&>(parts);
+    if (command.right != FIRST && password.mustChange()) return false;
+    return std::get<SessionStore&>(parts).lives(caller.session, password.mark());
 }
 
 IPCMessage answerWith(Handler handler, const Parts& parts, const Command& command, const Caller& caller,

@@ -12,7 +12,8 @@ enum class Needs : std::uint8_t { NOTHING, CONFIGURATION };
 
 /// Who may send a command, of those who may connect at all. OWNER: root and the service's own user. LOGGED_ON: others
 /// too (the web server's user), on a connection that has proved a session which still lives. EVERYBODY: also without.
-enum class Right : std::uint8_t { EVERYBODY, LOGGED_ON, OWNER };
+/// FIRST: the same, also while the password must be changed before anything else.
+enum class Right : std::uint8_t { EVERYBODY, FIRST, LOGGED_ON, OWNER };
 
 /// Where a command's handler runs. What is answered from memory, but for a rare look at a file, is done AT_ONCE, on the
 /// thread that received it: a page of the console asks several such questions, and each change of threads would cost as

@@ -10,6 +10,7 @@
 
 namespace keldra {
 
+struct HalfLogon;
 struct ScanStatus;
 
 /// The handlers of the command table (see service/server/command_table.h), one function per row, each with the parts
@@ -69,19 +70,31 @@ bool listShareProposals(IPCMessage& reply);
 /// Counts an attempt to log on; refuses it when there were too many.
 bool admitLogOn(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply);
 bool logOn(ConfigurationStore& configuration, PasswordFile& password, LogonGuard& guard, SessionStore& sessions,
-           const IPCMessage& request, IPCMessage& reply);
+           SecondFactor& factor, PendingLogons& pending, const IPCMessage& request, IPCMessage& reply);
+/// The end of a log-on that was right in every respect; not a handler.
+bool openSession(LogonGuard& guard, SessionStore& sessions, const HalfLogon& logon, IPCMessage& reply);
 bool logOff(PasswordFile& password, SessionStore& sessions, const IPCMessage& request, IPCMessage& reply);
-bool checkSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request);
-bool watchSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request);
+bool checkSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request, IPCMessage& reply);
+bool watchSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request, IPCMessage& reply);
 bool listSessions(PasswordFile& password, SessionStore& sessions, LogonGuard& guard, const Caller& caller,
                   IPCMessage& reply);
 bool endSession(SessionStore& sessions, const IPCMessage& request, IPCMessage& reply);
 bool liftBlock(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply);
 bool admitPasswordChange(LogonGuard& guard, const Caller& caller, IPCMessage& reply);
-bool changePassword(PasswordFile& password, LogonGuard& guard, const Caller& caller, const IPCMessage& request,
-                    IPCMessage& reply);
+bool changePassword(PasswordFile& password, LogonGuard& guard, SessionStore& sessions, const Caller& caller,
+                    const IPCMessage& request, IPCMessage& reply);
 /// A password was set beside the service, which only takes note of it.
 bool notePassword(PasswordFile& password, const IPCMessage& request, IPCMessage& reply);
+
+// handlers_account.cpp
+bool logOnSecondStep(LogonGuard& guard, SessionStore& sessions, SecondFactor& factor, PendingLogons& pending,
+                     const IPCMessage& request, IPCMessage& reply);
+bool getSecondFactor(SecondFactor& factor, PasswordFile& password, IPCMessage& reply);
+bool beginSecondFactor(SecondFactor& factor, PasswordFile& password, LogonGuard& guard, const Caller& caller,
+                       const IPCMessage& request, IPCMessage& reply);
+bool confirmSecondFactor(SecondFactor& factor, const Caller& caller, const IPCMessage& request, IPCMessage& reply);
+bool removeSecondFactor(SecondFactor& factor, PasswordFile& password, LogonGuard& guard, const Caller& caller,
+                        const IPCMessage& request, IPCMessage& reply);
 
 // handlers_quarantine.cpp
 bool listQuarantine(Quarantine& quarantine, const IPCMessage& request, IPCMessage& reply);

@@ -4,6 +4,7 @@
 #include "norv/protocol/session.h"
 #include "service/access/logon_guard.h"
 #include "service/access/password.h"
+#include "service/access/second_factor.h"
 #include "service/access/session_store.h"
 #include "service/server/handlers.h"
 #include "service/settings/configuration_store.h"
@@ -49,7 +50,7 @@ bool admitLogOn(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply)
 }
 
 bool logOn(ConfigurationStore& configuration, PasswordFile& password, LogonGuard& guard, SessionStore& sessions,
-           const IPCMessage& request, IPCMessage& reply) {
+           SecondFactor& factor, PendingLogons& pending, const IPCMessage& request, IPCMessage& reply) {
     const auto wanted = protocol::read<protocol::LogOn>(request);
     const std::string& address = wanted.remoteAddress;
     // The password is looked at whoever asks, so the time taken does not tell which names exist.
@@ -58,11 +59,19 @@ bool logOn(ConfigurationStore& configuration, PasswordFile& password, LogonGuard
         NORV_LOG(NORV_LOG_REFUSED, "Log-on from %s refused", address.c_str());
         return check.trouble.empty() ? false : refuse(check.trouble, reply);
     }
-    guard.succeeded(address);
-    const SessionStart start = sessions.create(address, check.mark, wanted.user);
+    const SecondFactorStatus second = factor.status();
+    if (!second.trouble.empty()) return refuse(second.trouble, reply);
+    if (!second.on) return openSession(guard, sessions, {address, check.mark, wanted.user}, reply);
+    write(reply, protocol::Session{.id = {}, .ticket = pending.begin({address, check.mark, wanted.user})});
+    return true;
+}
+
+bool openSession(LogonGuard& guard, SessionStore& sessions, const HalfLogon& logon, IPCMessage& reply) {
+    guard.succeeded(logon.address);
+    const SessionStart start = sessions.create(logon.address, logon.mark, logon.user);
     if (start.id.empty()) return refuse(start.reason, reply);
-    NORV_LOG(NORV_LOG_INFO, "Log-on from %s", address.c_str());
-    write(reply, protocol::Session{start.id});
+    NORV_LOG(NORV_LOG_INFO, "Log-on from %s", logon.address.c_str());
+    write(reply, protocol::Session{.id = start.id});
     return true;
 }
 
@@ -71,11 +80,13 @@ bool logOff(PasswordFile& password, SessionStore& sessions, const IPCMessage& re
     return ended(sessions, reply);
 }
 
-bool checkSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request) {
+bool checkSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request, IPCMessage& reply) {
+    if (password.mustChange()) write(reply, protocol::SessionChecked{true});
     return sessions.check(proofOf(request), password.mark());
 }
 
-bool watchSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request) {
+bool watchSession(PasswordFile& password, SessionStore& sessions, const IPCMessage& request, IPCMessage& reply) {
+    if (password.mustChange()) write(reply, protocol::SessionChecked{true});
     return sessions.check(proofOf(request), password.mark(), SessionUse::BY_PAGE);
 }
 
@@ -107,8 +118,8 @@ bool admitPasswordChange(LogonGuard& guard, const Caller& caller, IPCMessage& re
     return caller.owner || admit(guard, caller.address, reply);
 }
 
-bool changePassword(PasswordFile& password, LogonGuard& guard, const Caller& caller, const IPCMessage& request,
-                    IPCMessage& reply) {
+bool changePassword(PasswordFile& password, LogonGuard& guard, SessionStore& sessions, const Caller& caller,
+                    const IPCMessage& request, IPCMessage& reply) {
     const auto change = protocol::read<protocol::ChangePassword>(request);
     const PasswordCheck check = lookAt(password, change.password);
     if (!check.trouble.empty()) return refuse(check.trouble, reply);
@@ -116,9 +127,12 @@ bool changePassword(PasswordFile& password, LogonGuard& guard, const Caller& cal
     if (!caller.owner) guard.succeeded(caller.address);
     std::string wanted;
     if (!dm_decryptString(change.newPassword, wanted)) return refuse("The new password cannot be read.", reply);
+    if (password.check(wanted).fits) return refuse("The new password is the present one.", reply);
     if (const std::string fault = password.store(wanted); !fault.empty())
         return refuse("The password was not changed: " + fault + ".", reply);
     NORV_LOG(NORV_LOG_INFO, "The console's password was changed from %s", caller.address.c_str());
+    // All sessions have ended with the old one; whoever changed it goes on with a new one.
+    if (!caller.session.empty()) write(reply, protocol::Session{sessions.create(caller.address, password.mark(), caller.name).id});
     return true;
 }
 

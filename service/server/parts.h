@@ -14,11 +14,13 @@ class FolderQuestions;
 class LogonGuard;
 class Notices;
 class PasswordFile;
+class PendingLogons;
 class Quarantine;
 class RealtimeScan;
 class ScanJobs;
 class ScanMetrics;
 class Scheduler;
+class SecondFactor;
 class ServedDocument;
 class SessionStore;
 class ShareUsers;
@@ -33,9 +35,9 @@ struct Running {
 };
 
 /// All that handlers work on. Each is handed those that its parameters name.
-using Parts =
-    std::tuple<ConfigurationStore&, EventJournal&, FolderQuestions&, LogonGuard&, Notices&, PasswordFile&, Quarantine&,
-               RealtimeScan&, ScanJobs&, Scheduler&, ServedDocument&, SessionStore&, ShareUsers&, Updater&, VarFolder&,
-               const ClientServer&, const Running&, const ScanMetrics&, const Witnesses&>;
+using Parts = std::tuple<ConfigurationStore&, EventJournal&, FolderQuestions&, LogonGuard&, Notices&, PasswordFile&,
+                         PendingLogons&, Quarantine&, RealtimeScan&, ScanJobs&, Scheduler&, SecondFactor&,
+                         ServedDocument&, SessionStore&, ShareUsers&, Updater&, VarFolder&, const ClientServer&,
+                         const Running&, const ScanMetrics&, const Witnesses&>;
 
 }  // namespace keldra

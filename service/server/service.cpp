@@ -72,6 +72,8 @@ Service::Service(ServiceOptions options, const Clock& clock)
       password_(state_.password()),
       sessions_(state_.sessions(), clock, options_.sessionLimits),
       logonGuard_(clock),
+      secondFactor_(state_.secondFactor(), clock),
+      pendingLogons_(clock),
       quarantine_(state_.quarantine(), state_.trusted(), clock),
       actions_(quarantine_),
       running_{clock, clock.now()},
@@ -99,9 +101,9 @@ std::vector<std::string> Service::ownFolders() const {
 }
 
 Parts Service::parts() {
-    return {configuration_, *events_,  folders_,    logonGuard_,     *notices_,  password_,   quarantine_,
-            *realtime_,     *scans_,   *scheduler_, servedDocument_, sessions_,  shareUsers_, *updater_,
-            varFolder_,     *clients_, running_,    scanMetrics_,    *witnesses_};
+    return {configuration_, *events_,   folders_,   logonGuard_, *notices_,     password_,       pendingLogons_,
+            quarantine_,    *realtime_, *scans_,    *scheduler_, secondFactor_, servedDocument_, sessions_,
+            shareUsers_,    *updater_,  varFolder_, *clients_,   running_,      scanMetrics_,    *witnesses_};
 }
 
 bool Service::open(std::string& error) {

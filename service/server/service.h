@@ -2,6 +2,7 @@
 
 #include "service/access/logon_guard.h"
 #include "service/access/password.h"
+#include "service/access/second_factor.h"
 #include "service/access/session_store.h"
 #include "service/base/clock.h"
 #include "service/base/files.h"
@@ -113,6 +114,8 @@ private:
     PasswordFile password_;
     SessionStore sessions_;
     LogonGuard logonGuard_;
+    SecondFactor secondFactor_;
+    PendingLogons pendingLogons_;
     Quarantine quarantine_;
     Actions actions_;
     std::unique_ptr<EventJournal> events_;

@@ -7,6 +7,9 @@
 
 namespace keldra {
 
+/// Beside the password; keldractl removes it.
+inline constexpr const char* SECOND_FACTOR_FILE = "second-factor";
+
 /// The folder that holds all that the service stores beside the configuration: what lies where in it, and that only one
 /// service works on it.
 class StateFolder {
@@ -28,6 +31,7 @@ public:
     std::filesystem::path trusted() const { return path_ / "trusted"; }
     std::filesystem::path sessions() const { return path_ / "sessions"; }
     std::filesystem::path password() const { return path_ / "password"; }
+    std::filesystem::path secondFactor() const { return path_ / SECOND_FACTOR_FILE; }
     std::filesystem::path schedule() const { return path_ / "schedule.json"; }
 
 private:

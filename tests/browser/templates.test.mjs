@@ -103,6 +103,9 @@ const pages = {
   'settings.html': { items: {} },
   'events.html': { items: {} },
   'notices.html': { items: {} },
+  'account.html': { items: {} },
+  'setup.html': { items: {} },
+  'second_step.html': { items: { __LOGON_TICKET__: '0a1b', __LOGON_COMPLAINT__: 'Wrong.' }, form: ['Code', 'Ticket'] },
 };
 
 const tables = Object.fromEntries(languages.map((language) => [language, stringTable(language)]));

@@ -8,7 +8,13 @@ CAuthenticate::CAuthenticate(const NORVConfig& config) : config_(config) {}
 
 bool CAuthenticate::isValid(const CQSControl& request) {
     NORV_TRACE("ENTER");
-    if (SessionOperation(IPCMessage::SESSION_CHECK, request)) return true;
+    const SessionState state = stateOfSession(IPCMessage::SESSION_CHECK, request);
+    if (state == SessionState::GOOD || (state == SessionState::MUST_CHANGE && request.getEnv("id") == "logoff"))
+        return true;
+    if (state == SessionState::MUST_CHANGE) {
+        goTo(ACCOUNT_PAGE);
+        return false;
+    }
     NORV_TRACE("SessionOperation(check) failed.");
     DisplayLoginPage();
     return false;

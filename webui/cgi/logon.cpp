@@ -12,39 +12,44 @@
 
 namespace {
 
-bool accepted(IPCMessage::CommandID command, const protocol::SessionProof& proof) {
+SessionState answerTo(IPCMessage::CommandID command, const protocol::SessionProof& proof) {
     IPCMessage request(IPCMessage::SESSION, command);
     write(request, proof);
     IPCMessage reply;
-    return sendMessage(request, reply, SERVICE_TIMEOUT) && reply.result == IPCMessage::RESULT_OK;
+    if (!sendMessage(request, reply, SERVICE_TIMEOUT) || reply.result != IPCMessage::RESULT_OK)
+        return SessionState::NONE;
+    const bool mustChange = protocol::read<protocol::SessionChecked>(reply).mustChange;
+    return mustChange ? SessionState::MUST_CHANGE : SessionState::GOOD;
 }
 
 }  // namespace
 
 bool SessionOperation(IPCMessage::CommandID cmd, const CQSControl& qs) {
+    return stateOfSession(cmd, qs) != SessionState::NONE;
+}
+
+SessionState stateOfSession(IPCMessage::CommandID cmd, const CQSControl& qs) {
     const char* const cookieHeader = std::getenv("HTTP_COOKIE");
     const char* const address = std::getenv("REMOTE_ADDR");
     const char* const method = std::getenv("REQUEST_METHOD");
     if (!cookieHeader || !address) {
         NORV_LOG(NORV_LOG_REFUSED, "cannot find cookie or remote addr");
-        return false;
+        return SessionState::NONE;
     }
     NORV_TRACE("HTTP_COOKIE=[%s], REMOTE_ADDR=[%s]", cookieHeader, address);
     std::map<std::string, std::string> cookies = parseCookie(cookieHeader);
     if (cookies["hvssn"].empty()) {
         NORV_LOG(NORV_LOG_REFUSED, "No session id found");
-        return false;
+        return SessionState::NONE;
     }
     const protocol::SessionProof proof{.id = cookies["hvssn"],
                                        .remoteAddress = address,
                                        .requestMethod = method ? method : "",
                                        .formToken = qs.getEnv("CsrfToken"),
                                        .cookieToken = cookies["CsrfToken"]};
-    if (!accepted(cmd, proof)) {
-        NORV_TRACE("session operation failed");
-        return false;
-    }
-    return true;
+    const SessionState state = answerTo(cmd, proof);
+    if (state == SessionState::NONE) NORV_TRACE("session operation failed");
+    return state;
 }
 
 void LogoffNorv(const CQSControl& qs) {

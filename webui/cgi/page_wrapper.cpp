@@ -199,3 +199,10 @@ void redirectTo(const std::string& url) {
     page.addHeader("Location", url);
     page.outputPage("");
 }
+
+void goTo(const std::string& url) {
+    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
+    page.addHeader("Status", "303 See Other");
+    page.addHeader("Location", url);
+    page.outputPage("");
+}

@@ -67,3 +67,5 @@ void writeOut(const std::string& bytes);
 
 /// Writes a response that sends the browser elsewhere with its method kept (status 307). `url` is written as it is.
 void redirectTo(const std::string& url);
+/// The same with a GET, whatever the method was (status 303).
+void goTo(const std::string& url);

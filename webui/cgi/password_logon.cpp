@@ -19,11 +19,14 @@ constexpr unsigned long CSRF_TOKEN_BYTES = 32;
 constexpr const char* WRONG =
     "The user name or the password is wrong. After several failed attempts there is a short wait.";
 constexpr const char* NO_KEY = "The key that passwords are enciphered with cannot be read.";
+constexpr std::size_t LONGEST_CODE = 64;
+constexpr const char* WRONG_CODE = "That code is wrong, or was used before.";
 constexpr const char* NO_ANSWER = "The service does not answer. Your password was not checked.";
 
 /// The session that was opened, or why none was.
 struct LogOn {
     std::string session{};
+    std::string ticket{};  ///< for the code that is asked for first
     std::string reason{};  ///< English; empty: user name or password are wrong
 };
 
@@ -46,7 +49,7 @@ LogOn openSession(const CQSControl& qs) {
     const auto answer =
         askService(protocol::LogOn{.user = qs.getEnv("tfUserName"), .password = password, .remoteAddress = address});
     if (!answer.reached) return {.reason = NO_ANSWER};
-    return answer ? LogOn{.session = answer.reply.id} : LogOn{.reason = answer.message};
+    return answer ? LogOn{answer.reply.id, answer.reply.ticket.value_or("")} : LogOn{.reason = answer.message};
 }
 
 std::string escaped(const std::string& text) {
@@ -69,16 +72,46 @@ void showFailure(CPageWrapper& page, const std::string& reason) {
     page.outputPage("password_wrong.html");
 }
 
+/// The service makes tickets of such digits only.
+bool isTicket(const std::string& text) {
+    return !text.empty() && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+void askForCode(CPageWrapper& page, const std::string& ticket, const std::string& complaint) {
+    page.addDStringItem("__LOGON_TICKET__", ticket);
+    page.addDStringItem("__LOGON_COMPLAINT__", escaped(translateServiceText(complaint)));
+    page.outputPage("second_step.html");
+}
+
+void enter(CPageWrapper& page, const std::string& session) {
+    page.addCookie("hvssn", session);
+    page.addCookie("CsrfToken", genRandomHex(CSRF_TOKEN_BYTES));
+    page.addHeader("Status", "303 See Other");
+    page.addHeader("Location", "/NorvLinux/showpage.cgi?page=norv_main.html");
+    page.outputPage("");
+}
+
 }  // namespace
+
+void SecondStepLogon(const CQSControl& qs) {
+    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
+    const char* const address = std::getenv("REMOTE_ADDR");
+    const std::string ticket = qs.getEnv("Ticket");
+    const std::string code = qs.getEnv("Code");
+    if (!address || !isTicket(ticket)) return showFailure(page, "");
+    if (code.empty() || code.size() > LONGEST_CODE) return askForCode(page, ticket, WRONG_CODE);
+    const auto answer = askService(protocol::SecondStep{.ticket = ticket, .code = code, .remoteAddress = address});
+    if (!answer.reached) return showFailure(page, NO_ANSWER);
+    if (!answer) return showFailure(page, answer.message);
+    if (answer.reply.id.empty()) return askForCode(page, ticket, WRONG_CODE);
+    enter(page, answer.reply.id);
+}
 
 void PasswordLogon(const CQSControl& qs) {
     NORV_TRACE("ENTER");
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
     const LogOn logOn = openSession(qs);
+    if (isTicket(logOn.ticket)) return askForCode(page, logOn.ticket, "");
     if (logOn.session.empty()) return showFailure(page, logOn.reason);
-    page.addCookie("hvssn", logOn.session);
-    page.addCookie("CsrfToken", genRandomHex(CSRF_TOKEN_BYTES));
-    page.addHeader("Status", "303 See Other");
-    page.addHeader("Location", "/NorvLinux/showpage.cgi?page=norv_main.html");
-    page.outputPage("");
+    enter(page, logOn.session);
 }

@@ -23,14 +23,19 @@ bool serviceAnswers() { return askService(protocol::CheckConfiguration()).reache
 }  // namespace
 
 int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request),
-                      WithoutService withoutService, AskedBy askedBy) {
+                      WithoutService withoutService, AskedBy askedBy, Password password) {
     openLog({}, argc > 0 ? argv[0] : nullptr);
     NORV_TRACE("Enter");
     set_norv_locale();
     CQSControl fields;
     if (!readRequest(fields)) return 1;
     const auto check = askedBy == AskedBy::PAGE ? IPCMessage::SESSION_WATCH : IPCMessage::SESSION_CHECK;
-    if (!SessionOperation(check, fields)) {
+    const SessionState state = stateOfSession(check, fields);
+    if (state == SessionState::MUST_CHANGE && password == Password::OWN) {
+        goTo(ACCOUNT_PAGE);
+        return 1;
+    }
+    if (state == SessionState::NONE) {
         if (withoutService == WithoutService::TELL && !serviceAnswers())
             return answerError("503 Service Unavailable", NOT_RESPONDING);
         NORV_LOG(NORV_LOG_WARNING, "Authentication invalid");

@@ -25,13 +25,17 @@ enum class WithoutService { LOG_ON, TELL };
 /// What a page asks by itself, again and again, keeps nobody logged on.
 enum class AskedBy { PERSON, PAGE };
 
+/// Whether whoever asks must have chosen the password; who has not is sent to the page where it is changed.
+enum class Password { OWN, ANY };
+
 /// Runs a program of the console: opens the log (at the level that the environment names: the configuration is fetched
 /// only where it is used), reads the request and checks the session; then `handle` answers. Without a session the
 /// browser has been sent to the log-on page and `handle` is not called. Returns the exit status: that of `handle`, 1
 /// when it was not called. `argc`, `argv`: those of `main`. `withoutService`: what becomes of a request while the
 /// service does not answer, so that no session can be checked.
 int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest& request),
-                      WithoutService withoutService = WithoutService::LOG_ON, AskedBy askedBy = AskedBy::PERSON);
+                      WithoutService withoutService = WithoutService::LOG_ON, AskedBy askedBy = AskedBy::PERSON,
+                      Password password = Password::OWN);
 
 /// Answers with a JSON text. `status`: the HTTP status, nothing for 200. Returns 0, for `handle` to pass on.
 int answerJson(const std::string& json, const std::string& status = "");

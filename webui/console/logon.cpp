@@ -17,7 +17,10 @@ int main(int argc, char** argv) try {
         redirectTo("/");
         return 1;
     }
-    PasswordLogon(request);
+    if (request.getEnv("Ticket").empty())
+        PasswordLogon(request);
+    else
+        SecondStepLogon(request);
     return 0;
 } catch (...) {
     throw;  // still fatal, but what `main` owns is destroyed first

@@ -41,6 +41,8 @@ public:
         LOGON_BLOCK = 111,
         CONSOLE_PASSWORD = 112,
         SESSION_WATCH = 113,
+        SECOND_STEP = 114,
+        SECOND_FACTOR = 115,
         EVENTS = 120,
         DAILY_FIGURES = 121,
     };

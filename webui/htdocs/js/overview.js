@@ -97,11 +97,16 @@ function showLastFinds({ finds, quarantined }) {
   byId('finds').replaceChildren(...finds.map(findEntry));
 }
 
-/** Without a share nothing can be guarded: whoever comes here for the first time is led to them, once. */
-function leadToShares({ reasons = [] }) {
-  if (!reasons.some(({ reason }) => reason === 'no_shares') || sessionStorage.getItem('keldra-shares')) return;
-  sessionStorage.setItem('keldra-shares', 'shown');
-  location.assign('./settings.cgi?page=shares');
+/**
+ * Without a share nothing can be guarded: whoever comes here for the first time is led to the first steps, once. Until
+ * there are signatures and a scan, they are offered.
+ */
+function offerFirstSteps({ reasons = [] }) {
+  const has = (name) => reasons.some(({ reason }) => reason === name);
+  byId('setup').hidden = !has('no_shares') && !has('no_signatures') && !has('never_scanned');
+  if (!has('no_shares') || sessionStorage.getItem('keldra-setup')) return;
+  sessionStorage.setItem('keldra-setup', 'shown');
+  location.assign('./setup.cgi');
 }
 
 let busy = false;
@@ -113,7 +118,7 @@ watch(async () => {
     showVerdict(null, true);
     return;
   }
-  leadToShares(report);
+  offerFirstSteps(report);
   busy = report.running.length > 0 || report.update.running;
   for (const show of [(content) => showVerdict(content), showScans, showRealtime, showSchedule, showSignatures, showLastFinds]) show(report);
 }, () => (busy ? 2 : 5));

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,11 +13,15 @@ namespace protocol {
 /// Bytes of the longest password that the log-on page sends.
 inline constexpr std::size_t MAX_PASSWORD_LENGTH = 32;
 
-/// A session that was opened.
+/// A session that was opened, or what leads to one.
 struct Session {
-    std::string id;
+    std::string id;                       ///< empty when a code is asked for first
+    std::optional<std::string> ticket{};  ///< to be sent with that code
 
-    static void visit(auto& record, auto&& field) { field("SessionID", record.id); }
+    static void visit(auto& record, auto&& field) {
+        field("SessionID", record.id);
+        field("Ticket", record.ticket);
+    }
 };
 
 struct LogOn {
@@ -32,6 +37,29 @@ struct LogOn {
         field("Password", record.password);
         field("RemoteAddr", record.remoteAddress);
     }
+};
+
+/// The second step of a log-on, after a password that was right.
+struct SecondStep {
+    static constexpr auto KIND = IPCMessage::SESSION;
+    static constexpr auto COMMAND = IPCMessage::SECOND_STEP;
+    using Reply = Session;
+    std::string ticket;
+    std::string code;           ///< of an app, or a recovery code
+    std::string remoteAddress;  ///< of the browser
+
+    static void visit(auto& record, auto&& field) {
+        field("Ticket", record.ticket);
+        field("Code", record.code);
+        field("RemoteAddr", record.remoteAddress);
+    }
+};
+
+/// What a check of a session tells.
+struct SessionChecked {
+    bool mustChange = false;  ///< the password must be changed before anything else is done
+
+    static void visit(auto& record, auto&& field) { field("MustChange", record.mustChange); }
 };
 
 /// What a request of the browser brings to show that it belongs to a session.
@@ -141,8 +169,8 @@ struct LiftBlock {
 struct ChangePassword {
     static constexpr auto KIND = IPCMessage::SET;
     static constexpr auto COMMAND = IPCMessage::CONSOLE_PASSWORD;
-    using Reply = Nothing;
-    std::string password;  ///< the present one; both enciphered by dm_encryptString
+    using Reply = Session;  ///< the one that takes the place of the present one
+    std::string password;   ///< the present one; both enciphered by dm_encryptString
     std::string newPassword;
 
     static void visit(auto& record, auto&& field) {
@@ -159,6 +187,75 @@ struct NotePassword {
     std::string folder;
 
     static void visit(auto& record, auto&& field) { field("Folder", record.folder); }
+};
+
+/// How things stand with the second step of the log-on.
+struct SecondFactorState {
+    bool on = false;
+    uint64_t recoveryCodes = 0;  ///< that are left
+    bool mustChange = false;     ///< the password must be changed first
+
+    static void visit(auto& record, auto&& field) {
+        field("On", record.on);
+        field("RecoveryCodes", record.recoveryCodes);
+        field("MustChange", record.mustChange);
+    }
+};
+
+struct GetSecondFactor {
+    static constexpr auto KIND = IPCMessage::GET;
+    static constexpr auto COMMAND = IPCMessage::SECOND_FACTOR;
+    using Reply = SecondFactorState;
+
+    static void visit(auto& /*record*/, auto&& /*field*/) {}
+};
+
+/// The secret for an authenticator app, told this once.
+struct SecondFactorSecret {
+    std::string secret;  ///< base32
+
+    static void visit(auto& record, auto&& field) { field("Secret", record.secret); }
+};
+
+struct BeginSecondFactor {
+    static constexpr auto KIND = IPCMessage::START;
+    static constexpr auto COMMAND = IPCMessage::SECOND_FACTOR;
+    using Reply = SecondFactorSecret;
+    std::string password;  ///< enciphered by dm_encryptString
+
+    static void visit(auto& record, auto&& field) { field("Password", record.password); }
+};
+
+struct RecoveryCode {
+    std::string code;
+
+    static void visit(auto& record, auto&& field) { field("code", record.code); }
+};
+
+/// Told this once.
+struct RecoveryCodes {
+    std::vector<RecoveryCode> codes;
+
+    static void visit(auto& record, auto&& field) { field("Codes", record.codes); }
+};
+
+/// Switches the second step on.
+struct ConfirmSecondFactor {
+    static constexpr auto KIND = IPCMessage::SET;
+    static constexpr auto COMMAND = IPCMessage::SECOND_FACTOR;
+    using Reply = RecoveryCodes;
+    std::string code;
+
+    static void visit(auto& record, auto&& field) { field("Code", record.code); }
+};
+
+struct RemoveSecondFactor {
+    static constexpr auto KIND = IPCMessage::STOP;
+    static constexpr auto COMMAND = IPCMessage::SECOND_FACTOR;
+    using Reply = Nothing;
+    std::string password;  ///< enciphered by dm_encryptString
+
+    static void visit(auto& record, auto&& field) { field("Password", record.password); }
 };
 
 }  // namespace protocol
