@@ -15,7 +15,7 @@ export const letters = (bytes) => Buffer.from(bytes, 'latin1').toString('utf8');
 export function pageNames(folder = templates) {
   return readdirSync(folder, { withFileTypes: true }).flatMap((entry) => {
     const path = join(folder, entry.name);
-    if (entry.isDirectory()) return pageNames(path);
+    if (entry.isDirectory()) return entry.name === 'parts' ? [] : pageNames(path);
     return /^(?!layout|frame).*\.html$/.test(entry.name) ? [relative(templates, path)] : [];
   }).sort();
 }

@@ -1,6 +1,6 @@
 // What happened on this server: searched and filtered by the service, read a part at a time.
 import { getJson, PATIENT } from './api.js';
-import { byId } from './form.js';
+import { byId, showFailure } from './form.js';
 import { fill, scanKindText, showName, timeText, visible } from './wording.js';
 
 const PROGRAM = './events.cgi';
@@ -94,8 +94,7 @@ async function load(fresh) {
     failed.hidden = true;
   } catch (error) {
     if (asked !== visit) return;
-    failed.textContent = error.message || failed.dataset.text;
-    failed.hidden = false;
+    showFailure(failed, error);
   }
 }
 

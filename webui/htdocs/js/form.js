@@ -4,6 +4,20 @@ export const byId = (id) => document.getElementById(id);
 /** A new copy of what a template holds. */
 export const copyOf = (id) => byId(id).content.firstElementChild.cloneNode(true);
 
+/** Shows why something is not there; without a reason the element's own words for it. */
+export function showFailure(element, error) {
+  element.textContent = error.message || element.dataset.text;
+  element.hidden = false;
+}
+
+/** What became of a save. `id`: "saved" or "refused", of which only that one is shown. */
+export function tell(id, text) {
+  byId('saved').hidden = id !== 'saved';
+  byId('refused').hidden = id !== 'refused';
+  byId(id).textContent = text;
+  byId(id).focus();
+}
+
 /** Selects an option; a value that the list does not offer is added, so that saving never changes it unasked. */
 export function selectOption(select, value) {
   if (![...select.options].some((option) => option.value === value)) select.add(new Option(value, value));

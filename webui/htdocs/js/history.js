@@ -1,6 +1,6 @@
 // The scans that were made: their list, and one of them with what it found. The address's fragment names the one.
 import { getJson, PATIENT } from './api.js';
-import { byId, copyOf } from './form.js';
+import { byId, copyOf, showFailure } from './form.js';
 import { durationText, fill, malwareAbout, malwareText, numberText, scanKindText, showName, sizeText, splitPath, timeText } from './wording.js';
 
 const RUNNING = 4;
@@ -75,8 +75,7 @@ async function readFinds() {
     failed.hidden = true;
   } catch (error) {
     if (asked !== visit) return;
-    failed.textContent = error.message || failed.dataset.text;
-    failed.hidden = false;
+    showFailure(failed, error);
   } finally {
     if (reading === asked) reading = -1;
   }
@@ -124,8 +123,7 @@ async function load() {
     failed.hidden = true;
     showList();
   } catch (error) {
-    failed.textContent = error.message || failed.dataset.text;
-    failed.hidden = false;
+    showFailure(failed, error);
     byId('count').hidden = true;
   }
 }

@@ -1,7 +1,7 @@
 // Who is told of what happens: mail and web hooks, which events, and a test that says what went wrong.
 import { getJson, postJson } from './api.js';
 import { guardPart } from './draft.js';
-import { byId, check, copyOf } from './form.js';
+import { byId, check, copyOf, showFailure, tell } from './form.js';
 import { fill } from './wording.js';
 
 const PROGRAM = './notices.cgi';
@@ -90,16 +90,8 @@ async function load() {
     guard.markSaved();
     failed.hidden = true;
   } catch (error) {
-    failed.textContent = error.message || failed.dataset.text;
-    failed.hidden = false;
+    showFailure(failed, error);
   }
-}
-
-function tell(id, text) {
-  byId('saved').hidden = id !== 'saved';
-  byId('refused').hidden = id !== 'refused';
-  byId(id).textContent = text;
-  byId(id).focus();
 }
 
 /** Saves what the form holds. Returns whether it is stored; why not is told. */

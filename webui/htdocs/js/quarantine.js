@@ -1,6 +1,6 @@
 // The quarantine: what is in it, and what is done with it, one by one or in bulk.
 import { getJson, PATIENT, postJson } from './api.js';
-import { byId, copyOf } from './form.js';
+import { byId, copyOf, showFailure } from './form.js';
 import { ask } from './question.js';
 import { fill, malwareAbout, malwareText, showName, sizeText, splitPath, timeText, visible } from './wording.js';
 
@@ -146,8 +146,7 @@ async function load() {
     failed.hidden = true;
     show();
   } catch (error) {
-    failed.textContent = error.message || failed.dataset.text;
-    failed.hidden = false;
+    showFailure(failed, error);
     byId('count').hidden = true;
   }
 }

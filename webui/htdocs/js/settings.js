@@ -1,7 +1,7 @@
 // Settings of the service that belong to no scan: a group of them on each page, as the service's own table describes them.
 import { getJson, PATIENT, postJson } from './api.js';
 import { guardPart } from './draft.js';
-import { byId, copyOf } from './form.js';
+import { byId, copyOf, showFailure, tell } from './form.js';
 import { joinPathList, splitPathList } from './path-list.js';
 import { bindShares } from './shares.js';
 import { fill, numberText } from './wording.js';
@@ -115,16 +115,8 @@ async function load() {
     show(settings, proposals);
     failed.hidden = true;
   } catch (error) {
-    failed.textContent = error.message || failed.dataset.text;
-    failed.hidden = false;
+    showFailure(failed, error);
   }
-}
-
-function tell(id, text) {
-  byId('saved').hidden = id !== 'saved';
-  byId('refused').hidden = id !== 'refused';
-  byId(id).textContent = text;
-  byId(id).focus();
 }
 
 async function save() {
