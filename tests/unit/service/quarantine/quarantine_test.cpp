@@ -228,6 +228,17 @@ TEST_F(QuarantineTest, CopyThatWouldFillTheDiskIsNotMade) {
     EXPECT_EQ(filesInStore(), 0U);
 }
 
+TEST_F(QuarantineTest, CopyThatWouldTakeWhatIsToStayFreeIsNotMade) {
+    constexpr uint64_t SIZE = uint64_t{1} << 30U;
+    fs::resize_file(bad(), SIZE);
+    QuarantineLimits limits;
+    limits.keepFree = fs::space(dir_.path()).available - SIZE / 2;
+    quarantine_->setLimits(limits);
+    EXPECT_EQ(quarantine_->backup(opened(dir_ / "share/virus"), {}).message,
+              "the disk of the quarantine is almost full");
+    EXPECT_EQ(filesInStore(), 0U);
+}
+
 TEST_F(QuarantineTest, FileBelowAPathOfAnyLengthComesBack) {
     const std::string name(200, 'x');
     auto folder = std::make_shared<FileDescriptor>(::open(dir_.path().c_str(), O_PATH | O_DIRECTORY));
