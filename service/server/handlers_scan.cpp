@@ -34,47 +34,44 @@ const char* pauseName(ScanPause::Why why) {
     return why == ScanPause::Why::ASKED ? protocol::PAUSED_ASKED : protocol::PAUSED_WINDOW;
 }
 
+/// What a scan's progress and its summary both tell.
+template <typename Told>
+Told toldOf(const ScanStatus& status) {
+    Told told;
+    told.kind = scanKindName(status.kind);
+    told.state = status.state;
+    told.total = static_cast<decltype(told.total)>(status.total);
+    told.scanned = static_cast<decltype(told.scanned)>(status.scanned);
+    told.found = static_cast<decltype(told.found)>(status.found);
+    told.notFullyScanned = status.notFullyScanned;
+    told.skipped = status.skipped;
+    told.bytes = status.bytes;
+    told.started = status.started;
+    told.ended = status.ended;
+    told.message = status.message;
+    told.outcome = scanOutcome(status);
+    told.lastFile = status.lastFile;
+    told.saved = status.saved;
+    return told;
+}
+
 protocol::ScanProgress progressOf(const ScanStatus& status) {
-    return {.state = status.state,
-            .total = static_cast<std::int64_t>(status.total),
-            .scanned = static_cast<std::int64_t>(status.scanned),
-            .found = static_cast<std::int64_t>(status.found),
-            .notFullyScanned = status.notFullyScanned,
-            .skipped = status.skipped,
-            .bytes = status.bytes,
-            .started = status.started,
-            .ended = status.ended,
-            .kind = scanKindName(status.kind),
-            .currentFile = status.currentFile,
-            .message = status.message,
-            .bytesDone = status.bytesDone,
-            .bytesTotal = status.totalBytes,
-            .counting = status.counting,
-            .secondsLeft = status.secondsLeft,
-            .paused = pauseName(status.paused),
-            .outcome = scanOutcome(status),
-            .lastFile = status.lastFile,
-            .saved = status.saved};
+    auto progress = toldOf<protocol::ScanProgress>(status);
+    progress.currentFile = status.currentFile;
+    progress.bytesDone = status.bytesDone;
+    progress.bytesTotal = status.totalBytes;
+    progress.counting = status.counting;
+    progress.secondsLeft = status.secondsLeft;
+    progress.paused = pauseName(status.paused);
+    return progress;
 }
 
 }  // namespace
 
 protocol::ScanSummary summaryOf(const ScanStatus& status) {
-    return {.id = status.id,
-            .kind = scanKindName(status.kind),
-            .state = status.state,
-            .total = status.total,
-            .scanned = status.scanned,
-            .found = status.found,
-            .notFullyScanned = status.notFullyScanned,
-            .skipped = status.skipped,
-            .bytes = status.bytes,
-            .started = status.started,
-            .ended = status.ended,
-            .message = status.message,
-            .outcome = scanOutcome(status),
-            .lastFile = status.lastFile,
-            .saved = status.saved};
+    auto summary = toldOf<protocol::ScanSummary>(status);
+    summary.id = status.id;
+    return summary;
 }
 
 bool pauseScan(ScanJobs& scans, const IPCMessage& request, IPCMessage& reply) {
