@@ -48,6 +48,13 @@ bool isRemoteType(const std::string& type) {
     return type.starts_with("fuse") || std::find(TYPES.begin(), TYPES.end(), type) != TYPES.end();
 }
 
+/// A program's file system names in its options who mounted it.
+bool isOfUser(const std::string& type, const std::string& options) {
+    constexpr std::string_view WHO = "user_id=";
+    const std::size_t at = options.find(WHO);
+    return type.starts_with("fuse") && at != std::string::npos && options.substr(at + WHO.size(), 2) != "0,";
+}
+
 /// What follows `folder` in a path that lies below it.
 std::string behind(const std::string& folder, const std::string& path) {
     return folder == "/" ? (path == "/" ? "" : path) : path.substr(folder.size());
@@ -127,13 +134,14 @@ std::vector<Mount> currentMounts() {
     for (std::string line; std::getline(file, line);) {
         std::istringstream fields(line);
         Mount mount;
-        std::string skipped, type;
+        std::string skipped, type, source, options;
         fields >> mount.id >> skipped >> mount.device >> mount.root >> mount.point;
         while (fields >> skipped && skipped != "-") continue;
-        fields >> type;
+        fields >> type >> source >> options;
         mount.root = unescapeMount(mount.root);
         mount.point = unescapeMount(mount.point);
         mount.remote = isRemoteType(type);
+        mount.ofUser = isOfUser(type, options + ',');
         if (fields && !isKernelFileSystem(type)) mounts.push_back(std::move(mount));
     }
     return mounts;
@@ -161,7 +169,12 @@ Places placesOf(const OnAccessSettings& settings, const std::vector<Mount>& moun
     for (const std::string& path : places.watched) toMark(path, mountOf(path, mounts));
     for (const Mount& mount : mounts) {
         places.mounts.insert(mount.id);
-        if (liesBelow(mount.point, places.watched)) toMark(mount.point, &mount);
+        if (!liesBelow(mount.point, places.watched)) continue;
+        // Its program shows what it likes at each reading, and may hold up whoever reads for ever.
+        if (mount.ofUser)
+            places.troubles.push_back(mount.point + " is not watched: a user mounted it");
+        else
+            toMark(mount.point, &mount);
     }
     return places;
 }

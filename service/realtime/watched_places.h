@@ -16,6 +16,7 @@ struct Mount {
     std::string root;     ///< the folder of the file system that is mounted
     std::string point;    ///< where it is mounted
     bool remote = false;  ///< another machine or a program answers for it
+    bool ofUser = false;  ///< the program is an ordinary user's
 };
 
 /// All but the kernel's own file systems, which hold no files that could be infected.

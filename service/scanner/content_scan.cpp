@@ -1,6 +1,7 @@
 #include "service/scanner/content_scan.h"
 
 #include "service/base/files.h"
+#include "service/scanner/late_folders.h"
 
 #include <clamav.h>
 #include <sys/mman.h>
@@ -211,6 +212,7 @@ void askAboutLayers(cl_engine& library) { cl_engine_set_clcb_file_inspection(&li
 ScanResult scanContent(const ContentScan& scan) {
     reported.clear();
     outOfRoom = 0;
+    makeFoldersLate();
     return scan.size <= SMALL_FILE ? scanSmall(scan) : scanLarge(scan);
 }
 

@@ -1,3 +1,4 @@
+#include "service/realtime/watched_places.h"
 #include "tests/unit/service/realtime/own_file_system.h"
 
 #include <sys/stat.h>
@@ -332,6 +333,19 @@ TEST_F(OnAccessTest, AFileSystemMountedLaterBelowAFolderIsWatchedToo) {
     ASSERT_EQ(mount("tmpfs", (shared() / "usb").c_str(), "tmpfs", 0, "size=1m"), 0);
     writeFile(shared() / "usb" / "bad.txt", "EICAR");
     EXPECT_TRUE(waitFor([&] { return openElsewhere(shared() / "usb" / "bad.txt") == EPERM; }));
+}
+
+TEST(WatchedPlaces, WhatAUserMountsBelowAFolderIsLeftOutAndTold) {
+    const TempDir folder;
+    const std::string share = folder.path();
+    const Mount system{.id = 1, .device = "8:1", .root = "/", .point = "/"};
+    const Mount server{.id = 2, .device = "0:50", .root = "/", .point = share + "/nfs", .remote = true};
+    const Mount own{.id = 3, .device = "0:51", .root = "/", .point = share + "/own", .remote = true, .ofUser = true};
+    OnAccessSettings settings;
+    settings.folders = {share};
+    const Places places = placesOf(settings, {system, server, own});
+    EXPECT_EQ(places.toMark, (std::vector<PlaceToMark>{{share, ""}, {share + "/nfs", "0:50"}}));
+    EXPECT_EQ(places.troubles, std::vector<std::string>{share + "/own is not watched: a user mounted it"});
 }
 
 TEST_F(OnAccessTest, AFolderMadeLaterIsWatchedWhereverItIsAndHoweverOftenItIsReplaced) {
