@@ -1,5 +1,6 @@
 #pragma once
 
+#include "service/base/memory_budget.h"
 #include "service/engine/scan_limits.h"
 #include "service/engine/scan_result.h"
 #include "service/engine/signature_files.h"
@@ -88,9 +89,10 @@ struct EngineSettings {
     std::string scanner;    ///< the program keldra-scanner; empty: beside this program
     std::string scanUser;   ///< whom it runs as where this process may choose; empty: "keldra-scan", else "nobody"
     std::string cleanFile;  ///< where it is kept which files were clean; empty: nowhere
-    uint64_t fileSize = (uint64_t{2} << 30U) - 3;  ///< bytes; larger files are not looked at
-    uint64_t memberSize = uint64_t{384} << 20U;    ///< bytes; larger files inside others are not looked at
-    uint64_t room = uint64_t{400} << 20U;          ///< bytes that all that is unpacked may take on disk at a time
+    std::function<uint64_t()> availableMemory = keldra::availableMemory;  ///< bytes
+    uint64_t fileSize = (uint64_t{2} << 30U) - 3;                         ///< bytes; larger files are not looked at
+    uint64_t memberSize = uint64_t{384} << 20U;  ///< bytes; larger files inside others are not looked at
+    uint64_t room = uint64_t{400} << 20U;        ///< bytes that all that is unpacked may take on disk at a time
 };
 
 /// An engine without a database; `load` or `reload` fetches it.

@@ -370,7 +370,7 @@ void ScannerPool::makeRoomInMemory() {
     const Current old = current();
     if (!old) return;
     const uint64_t takes = old->host->memory();
-    if (takes < SMALL_SET || takes + takes / 8 + SMALL_SET < availableMemory()) return;
+    if (takes < SMALL_SET || takes + takes / 8 + SMALL_SET < settings_.availableMemory()) return;
     NORV_LOG(NORV_LOG_WARNING,
              "Memory does not suffice for old and new signatures: nothing is scanned while they load");
     {

@@ -5,8 +5,12 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstdio>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <thread>
 
@@ -34,6 +38,11 @@ std::vector<pid_t> childrenOf(pid_t parent) {
             found.push_back(pid);
     }
     return found;
+}
+
+bool waitFor(const std::function<bool()>& condition) {
+    for (int i = 0; i < 300 && !condition(); ++i) std::this_thread::sleep_for(10ms);
+    return condition();
 }
 
 class ScannerFaultsTest : public testing::Test {
@@ -145,6 +154,53 @@ TEST_F(ScannerFaultsTest, AHostThatEndsIsReplacedAndItsScansAreDoneAgain) {
     EXPECT_EQ(scan(testVirus()).verdict, Verdict::INFECTED);
     EXPECT_TRUE(engine_->state().guarding);
     EXPECT_EQ(engine_->state().restarts, 1U);
+}
+
+/// A set of signatures that is large enough to be thought about; in KiB what hosts hold of it together, at most.
+class ReloadTest : public ScannerFaultsTest {
+protected:
+    long peakOfReload() {
+        std::ofstream more(dir_ / "more" / "large.hdb", std::ios::app);
+        for (int i = 0; i < 400000; ++i) {
+            std::array<char, 64> line{};
+            std::snprintf(line.data(), line.size(), "%032x:%d:Made-Up-%d\n", ++hashes_ * 2654435761U, 100 + i % 90000,
+                          i);
+            more << line.data();
+        }
+        more.close();
+        long most = 0;
+        std::jthread watcher([&](const std::stop_token& stop) {
+            for (; !stop.stop_requested(); std::this_thread::sleep_for(5ms)) most = std::max(most, held());
+        });
+        EXPECT_TRUE(engine_->load());
+        return most;
+    }
+    static long held() {
+        long all = 0;
+        for (const pid_t host : childrenOf(::getpid())) all += std::atol(statusOf(host, "RssAnon").c_str());
+        return all;
+    }
+
+    unsigned hashes_ = 0;
+};
+
+TEST_F(ReloadTest, TakesTwoSetsAtMostForAMomentAndOneWhenMemoryIsShort) {
+    EngineSettings settings = engineSettings({SOURCE_DIR "/deploy/signatures", dir_ / "more"});
+    settings.temporaryFolder = dir_ / "tmp";
+    uint64_t available = uint64_t{1} << 40U;
+    settings.availableMemory = [&available] { return available; };
+    engine_.reset();
+    engine_ = makeScanEngine(settings);
+    peakOfReload();
+    const long one = held();
+    const long peak = peakOfReload();  // twice as many signatures
+    EXPECT_LT(peak, 3 * one + one / 2);
+    EXPECT_TRUE(waitFor([&] { return held() < 2 * one + one / 2; })) << "the set before is given back";
+    const long two = held();
+    available = 0;
+    std::filesystem::resize_file(dir_ / "more" / "large.hdb", 0);
+    EXPECT_LT(peakOfReload(), two + one / 2) << "the set before goes first";
+    EXPECT_EQ(scan(testVirus()).verdict, Verdict::INFECTED);
 }
 
 TEST_F(ScannerFaultsTest, WithoutAFolderToUnpackInNothingIsCalledClean) {
