@@ -1,6 +1,9 @@
 #include "service/scanning/scan_jobs.h"
 
+#include "norv/ipc_message.h"
 #include "norv/path_list.h"
+#include "service/server/handlers.h"
+#include "service/settings/configuration_store.h"
 #include "tests/unit/service/scan_fixture.h"
 
 #include <atomic>
@@ -320,6 +323,24 @@ TEST_F(ScanJobsTest, NobodyTakesMoreWorkersThanThereMayBe) {
     EXPECT_EQ(gated_.scans, MOST);
     gated_.open();
     EXPECT_EQ(finish(id).scanned, static_cast<unsigned int>(MOST) + 8);
+}
+
+TEST_F(ScanJobsTest, APathScanHasTheWorkersThatItWasAskedToHave) {
+    for (int i = 0; i < 8; ++i) put("f" + std::to_string(i), "x");
+    restart(gated_);
+    ::writeFile(dir_ / "config.xml", "<Document/>");
+    ConfigurationStore configuration(dir_ / "config.xml", clock_);
+    IPCMessage request(IPCMessage::START, IPCMessage::PATH_SCAN);
+    request.addParam("Paths", (dir_ / "share").string());
+    request.addParam("Workers", "5");
+    IPCMessage reply;
+    ASSERT_TRUE(handlers::startPathScan(configuration, *jobs_, request, reply));
+    for (int i = 0; i < 200 && gated_.scans < 5; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const auto id = reply.value<std::string>("RequestID");
+    EXPECT_FALSE(jobs_->wait(id, 100));
+    EXPECT_EQ(gated_.scans, 5);
+    gated_.open();
+    EXPECT_EQ(finish(id).scanned, 8U);
 }
 
 TEST_F(ScanJobsTest, HowFarALongScanIsStandsOnDiskMeanwhile) {
