@@ -68,7 +68,9 @@ OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_tok
     OnAccessAnswer answer;
     // Not to be remembered: the file may get a name that is scanned.
     if (!policy->concerns(fd, path)) return answer;
-    const ScanResult result = engine_.scan(fd, path, policy->options, std::move(stop));
+    const ScanResult result = engine_.scan(fd, path, policy->options, stop);
+    if (result.verdict == Verdict::NOT_FULLY_SCANNED && !stop.stop_requested())
+        tell({.path = path, .result = result, .outcome = {}});
     if (result.verdict == Verdict::FAILED) {
         answer.unscanned = result.detail.empty() ? "its scan failed" : result.detail;
         // What holds for this file only; that there are no signatures or no scanner is told for all of them at once.
@@ -95,6 +97,7 @@ OnAccessAnswer RealtimeScan::scanFound(int fd, const std::string& path, std::sto
 void RealtimeScan::tell(const RealtimeReport& report) {
     constexpr auto AGAIN = std::chrono::minutes(10);
     constexpr std::size_t MOST = 4096;
+    constexpr unsigned MOST_UNSURE = 200;
     if (!report_) return;
     const auto now = std::chrono::steady_clock::now();
     {
@@ -104,6 +107,8 @@ void RealtimeScan::tell(const RealtimeReport& report) {
             told_.try_emplace(report.path + '\n' + report.outcome.text + report.result.detail, now);
         if (!first && now - last->second < AGAIN) return;
         last->second = now;
+        if (now - unsureSince_ >= AGAIN) unsureSince_ = now, unsure_ = 0;
+        if (report.result.verdict != Verdict::INFECTED && ++unsure_ > MOST_UNSURE) return;
     }
     report_(report);
 }

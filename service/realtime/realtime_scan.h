@@ -49,7 +49,7 @@ struct RealtimeState {
 /// Something that the real-time scan came upon.
 struct RealtimeReport {
     std::string path;
-    ScanResult result;      ///< INFECTED, or FAILED with the reason
+    ScanResult result;      ///< INFECTED; else FAILED or NOT_FULLY_SCANNED, with the reason
     ActionOutcome outcome;  ///< what was done with a find
 };
 
@@ -59,7 +59,8 @@ public:
     using Report = std::function<void(const RealtimeReport& report)>;
 
     /// `ownFolders`: the service's, never scanned. `report`: told what was found or failed, the same of one file no
-    /// more than once in ten minutes; called from several threads; may be empty.
+    /// more than once in ten minutes, and of what is no find 200 in that time; called from several threads; may be
+    /// empty.
     RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std::string> ownFolders, Report report = {});
 
     /// Acts by these settings from here on.
@@ -95,6 +96,8 @@ private:
     std::shared_ptr<const Policy> policy_;
     std::set<std::pair<dev_t, ino_t>> actedOn_;                          ///< files that an action is being done to
     std::map<std::string, std::chrono::steady_clock::time_point> told_;  ///< what, and when
+    std::chrono::steady_clock::time_point unsureSince_;
+    unsigned unsure_ = 0;  ///< told since then that are no finds
     OnAccess listener_;
 };
 

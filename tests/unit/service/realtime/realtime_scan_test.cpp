@@ -22,6 +22,7 @@ public:
         const ssize_t length = pread(fd, head.data(), head.size(), 0);
         const std::string beginning(head.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
         if (current.database != EngineState::Database::LOADED) return {Verdict::FAILED, "", "no signatures"};
+        if (beginning == "LIMIT") return {Verdict::NOT_FULLY_SCANNED, "", "a limit was met"};
         if (beginning == "CRASH") return {Verdict::FAILED, "", "the scanner crashed"};
         return {beginning == "EICAR" ? Verdict::INFECTED : Verdict::CLEAN, "Win.Virus.X", ""};
     }
@@ -58,7 +59,10 @@ protected:
     NORVRealtimeScanConfig record_;
     Quarantine quarantine_{folder_ / "store", folder_ / "trusted"};
     Actions actions_{quarantine_};
-    RealtimeScan scan_{engine_, actions_, {folder_ / "store"}};
+    std::atomic<int> incomplete_{0};
+    RealtimeScan scan_{engine_, actions_, {folder_ / "store"}, [this](const RealtimeReport& report) {
+                           if (report.result.verdict == Verdict::NOT_FULLY_SCANNED) ++incomplete_;
+                       }};
 };
 
 TEST_F(RealtimeScanTest, RunningIsSaidOnlyOfWhatGuards) {
@@ -94,6 +98,21 @@ TEST_F(RealtimeScanTest, WhatTheEngineFailsOnIsAnsweredLikeATimeOutAndLeavesOthe
             EXPECT_NE(openElsewhere(shared() / "bad.txt"), 0);
         }
     }
+}
+
+TEST_F(RealtimeScanTest, WhatIsNotFullyScannedIsToldOnceAndNoFloodOfItFillsTheJournal) {
+    configure();
+    for (int i = 0; i < 250; ++i) {
+        const std::filesystem::path file = shared() / ("limit" + std::to_string(i / 2));
+        if (i % 2 == 0) writeFile(file, "LIMIT");
+        EXPECT_EQ(openElsewhere(file), 0);
+    }
+    EXPECT_EQ(incomplete_, 125);
+    for (int i = 0; i < 200; ++i) {
+        writeFile(shared() / ("more" + std::to_string(i)), "LIMIT");
+        openElsewhere(shared() / ("more" + std::to_string(i)));
+    }
+    EXPECT_EQ(incomplete_, 200);
 }
 
 TEST_F(RealtimeScanTest, OneFindIsPutAwayAndReportedOnceHoweverManyOpenIt) {
