@@ -60,7 +60,7 @@ int runEnd(const SessionsOptions& options) {
         // One that has ended by itself meanwhile is what was wanted, too.
         if (!done && !options.all) fault = faultOf(done);
         if (!done && !done.reached) fault = faultOf(done);
-        if (done && !done.message.empty()) notStored = done.message;
+        if (done && !done.reply.message.empty()) notStored = done.reply.message;
     }
     if (!fault.empty()) return fail(fault);
     print("Sessions ended: " + std::to_string(ended));

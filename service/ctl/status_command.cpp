@@ -38,6 +38,13 @@ std::string scansLine(const protocol::ServiceStatus& status) {
     return running.empty() ? "none" : running;
 }
 
+std::string quarantineLine(const protocol::ServiceStatus& status) {
+    std::string line = std::to_string(status.quarantined) + " files, " + sizeText(status.quarantineBytes);
+    if (status.quarantineLimit != 0) line += " of " + sizeText(status.quarantineLimit);
+    if (status.quarantineRoom) line += ", room for " + sizeText(*status.quarantineRoom);
+    return status.quarantined == 0 ? line : line + ", the oldest of " + timeText(status.quarantineOldest);
+}
+
 /// 0 protected, 1 something wants attention, 2 not protected; 3 for a verdict that this version does not know.
 int statusOf(const std::string& verdict) {
     if (verdict == protocol::VERDICT_PROTECTED) return 0;
@@ -78,7 +85,10 @@ void printDetails(const protocol::ServiceStatus& status) {
     print("Next scan:       " + timeText(status.nextScan, "not scheduled"));
     print("Next update:     " + timeText(status.nextUpdate, "not scheduled"));
     for (const protocol::ScanSummary& scan : status.lastScans) printLastScan(scan);
-    print("In quarantine:   " + std::to_string(status.quarantined));
+    print("In quarantine:   " + quarantineLine(status));
+    if (status.quarantineAnnounced > 0)
+        print("To be removed:   " + std::to_string(status.quarantineAnnounced) + " of them, " +
+              sizeText(status.quarantineAnnouncedBytes) + ", from " + timeText(status.quarantineRemoval) + " on");
     print("Log-on sessions: " + std::to_string(status.sessions));
 }
 

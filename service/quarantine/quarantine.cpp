@@ -135,9 +135,19 @@ void Quarantine::setLimits(const QuarantineLimits& limits) {
     limits_ = limits;
 }
 
+uint64_t QuarantineUse::room(uint64_t diskFree, uint64_t diskSize) const {
+    const uint64_t keep = roomToKeep(limits, diskSize);
+    const uint64_t onDisk = diskFree == UINT64_MAX ? UINT64_MAX : diskFree - std::min(diskFree, keep);
+    const bool counts = limits.files == 0 || files < limits.files;
+    const uint64_t within = limits.bytes == 0 ? UINT64_MAX : limits.bytes - std::min(limits.bytes, bytes);
+    return counts ? std::min(onDisk, within) : 0;
+}
+
 QuarantineUse Quarantine::use() const {
     const std::lock_guard lock(mutex_);
-    QuarantineUse use{records_.size(), bytes_, limits_, full_, notice_.announced().size(), 0, 0};
+    QuarantineUse use{records_.size(), bytes_, limits_, full_, notice_.announced().size(), 0, 0, 0};
+    for (const auto& [id, record] : records_)
+        use.oldest = use.oldest == 0 ? record.item.when : std::min(use.oldest, record.item.when);
     int64_t longest = 0;
     for (const auto& [id, seconds] : notice_.announced()) {
         const auto found = records_.find(id);
@@ -155,6 +165,8 @@ void Quarantine::tidy() noexcept try { announceAndRemove(); } catch (const std::
 void Quarantine::announceAndRemove() {
     const int64_t now = clock_.steadyMilliseconds();
     std::vector<std::string> over;
+    std::size_t more = 0;
+    int64_t wait = 0;
     {
         const std::lock_guard lock(mutex_);
         if (!usable_ || (tidied_ && now - *tidied_ < NOTICE_INTERVAL)) return;
@@ -166,11 +178,14 @@ void Quarantine::announceAndRemove() {
         const std::size_t before = notice_.announced().size();
         over = notice_.update(itemsToGo(std::move(items), limits_, clock_.now()), seconds, limits_.announced);
         const std::size_t count = notice_.announced().size();
-        if (count > before) {
-            NORV_LOG(NORV_LOG_WARNING, "%zu files in quarantine are to be removed, the first in %lld hours", count,
-                     static_cast<long long>(limits_.announced / 3600));
-        }
+        more = count > before ? count - before : 0;
+        wait = limits_.announced;
         if (before == 0 && count == 0) return;
+    }
+    if (more > 0) {
+        NORV_LOG(NORV_LOG_WARNING, "%zu more files in quarantine are to be removed, the first in %lld hours", more,
+                 static_cast<long long>(wait / 3600));
+        if (told_.announced) told_.announced(more, wait);
     }
     removeAnnounced(over);
     const std::lock_guard lock(mutex_);
@@ -178,11 +193,15 @@ void Quarantine::announceAndRemove() {
 }
 
 void Quarantine::removeAnnounced(const std::vector<std::string>& ids) {
+    std::vector<QuarantineItem> gone;
     for (const std::string& id : ids) {
+        std::optional<QuarantineItem> item = find(id);
         const QuarantineResult removed = remove(id);
+        if (removed.done && item) gone.push_back(std::move(*item));
         if (!removed.done)
             NORV_LOG(NORV_LOG_WARNING, "%s stays in quarantine: %s", id.c_str(), removed.message.c_str());
     }
+    if (!gone.empty() && told_.removed) told_.removed(gone);
 }
 
 std::string Quarantine::backupLike(const QuarantineItem& item) const {

@@ -10,11 +10,13 @@
 #include "service/tree/scanned_file.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace keldra {
@@ -36,6 +38,17 @@ struct QuarantineUse {
     std::size_t announced = 0;    ///< items that are to go
     uint64_t announcedBytes = 0;  ///< of these
     int64_t nextRemoval = 0;      ///< seconds until the first of them goes, while the service runs
+    int64_t oldest = 0;           ///< when the oldest item was put away, seconds since the epoch; 0: there is none
+
+    /// Bytes that may still be put away on a disk of which so many are free; UINT64_MAX: nothing limits it.
+    uint64_t room(uint64_t diskFree, uint64_t diskSize) const;
+};
+
+/// Told of what `Quarantine::tidy` does. Must not call the quarantine.
+struct QuarantineTidying {
+    /// So many items more are to go, the first of them after so many seconds of service.
+    std::function<void(std::size_t count, int64_t seconds)> announced{};
+    std::function<void(const std::vector<QuarantineItem>& items)> removed{};
 };
 
 /// Files put away where they do no harm, each under a random name with a record beside it. A record is on disk before
@@ -80,6 +93,8 @@ public:
     /// Trusts a content no longer.
     QuarantineResult distrust(const std::string& sha256);
 
+    /// Set it before the quarantine is used by several.
+    void onTidying(QuarantineTidying told) { told_ = std::move(told); }
     /// From now on. A quarantine that holds more keeps what it has until that was announced for long enough.
     void setLimits(const QuarantineLimits& limits);
     QuarantineUse use() const;
@@ -119,6 +134,7 @@ private:
     uint64_t reserved_ = 0;  ///< bytes of files that are just being put away
     uint64_t arriving_ = 0;  ///< the number of these
     bool full_ = false;
+    QuarantineTidying told_;
     std::optional<int64_t> tidied_;  ///< steady milliseconds of the last call
 };
 

@@ -21,8 +21,6 @@ uint64_t numberOr(const NORVConfig& config, const char* name, uint64_t fallback)
     return configValueOr(config, "Quarantine", name, static_cast<uint32_t>(fallback));
 }
 
-/// Whether so many of a limit are too many for there to be room for long.
-bool isFilling(uint64_t used, uint64_t limit) { return limit != 0 && used > limit / 10 * 9; }
 bool isRoomy(uint64_t used, uint64_t limit) { return limit == 0 || used <= limit / 10 * 8; }
 
 }  // namespace
@@ -40,11 +38,16 @@ QuarantineLimits quarantineLimits(const NORVConfig& config) {
     return limits;
 }
 
+bool isFilling(uint64_t used, uint64_t limit) { return limit != 0 && used > limit / 10 * 9; }
+
+uint64_t roomToKeep(const QuarantineLimits& limits, uint64_t diskSize) {
+    return limits.keepFree.value_or(std::min(USUAL_ROOM, diskSize / 10));
+}
+
 uint64_t roomToKeep(const QuarantineLimits& limits, const std::string& folder) {
-    if (limits.keepFree) return *limits.keepFree;
     struct statvfs disk {};
-    if (::statvfs(folder.c_str(), &disk) != 0) return USUAL_ROOM;
-    return std::min(USUAL_ROOM, uint64_t{disk.f_blocks} * disk.f_frsize / 10);
+    const bool known = ::statvfs(folder.c_str(), &disk) == 0;
+    return roomToKeep(limits, known ? uint64_t{disk.f_blocks} * disk.f_frsize : UINT64_MAX);
 }
 
 std::set<std::string> itemsToGo(std::vector<QuarantineItem> items, const QuarantineLimits& limits, int64_t now) {

@@ -29,8 +29,12 @@ struct QuarantineLimits {
 /// KeepFreeMegabytes.
 QuarantineLimits quarantineLimits(const NORVConfig& config);
 
-/// Bytes that a copy leaves free on the disk of a folder.
+/// Bytes that a copy leaves free on a disk of this size, or on the one of a folder.
+uint64_t roomToKeep(const QuarantineLimits& limits, uint64_t diskSize);
 uint64_t roomToKeep(const QuarantineLimits& limits, const std::string& folder);
+
+/// Whether so many of a limit are too many for there to be room for long. A limit of 0 is none.
+bool isFilling(uint64_t used, uint64_t limit);
 
 /// The items that are to go: those beyond the age, and when nine tenths of the room are taken the oldest, until eight
 /// tenths are. `now`: seconds since the epoch; an item from the future has no age.

@@ -39,7 +39,7 @@ SessionProof proofOf(const IPCMessage& request) {
 
 /// Something has ended, be it that this could not be stored yet.
 bool ended(const SessionStore& sessions, IPCMessage& reply) {
-    if (const std::string problem = sessions.problem(); !problem.empty()) reply.addParam(protocol::MESSAGE, problem);
+    if (const std::string problem = sessions.problem(); !problem.empty()) write(reply, protocol::SessionEnded{problem});
     return true;
 }
 

@@ -54,6 +54,19 @@ void addVerdict(const Protection& verdict, protocol::ServiceStatus& status) {
             {reason.code, protectionLevelName(reason.severity), reason.text, reason.detail, reason.count});
 }
 
+void addQuarantine(const QuarantineUse& use, const SlowFacts& disks, std::int64_t now,
+                   protocol::ServiceStatus& status) {
+    status.quarantined = use.files;
+    status.quarantineBytes = use.bytes;
+    status.quarantineLimit = use.limits.bytes;
+    const std::uint64_t room = use.room(disks.stateFree, disks.stateSize);
+    if (room != UINT64_MAX) status.quarantineRoom = room;
+    status.quarantineOldest = use.oldest;
+    status.quarantineAnnounced = use.announced;
+    status.quarantineAnnouncedBytes = use.announcedBytes;
+    status.quarantineRemoval = use.announced == 0 ? 0 : now + use.nextRemoval;
+}
+
 /// The newest scan of each kind, so that none hides another.
 void addScans(const std::vector<ScanStatus>& scans, protocol::ServiceStatus& status) {
     std::set<ScanKind> seen;
@@ -90,7 +103,7 @@ bool getServiceStatus(const Witnesses& witnesses, const Running& running, Update
     status.configuration = good ? "" : witnesses.configuration.error();
     status.sessions = witnesses.sessions.size();
     status.stateNotWritten = witnesses.sessions.problem();
-    status.quarantined = witnesses.quarantine.size();
+    addQuarantine(witnesses.quarantine.use(), heard.disks, running.clock.now(), status);
     status.updateRunning = updater.status().running;
     status.untreated = heard.disks.untreated;
     status.untreatedScan = heard.disks.untreatedScan;

@@ -11,6 +11,7 @@ namespace {
 constexpr std::uint64_t MOST_FOUND = 1000;
 constexpr std::uint64_t MOST_NOT_SCANNED = 200;
 constexpr std::size_t MOST_TOLD_OF = 10000;
+constexpr std::size_t MOST_REMOVED = 200;
 constexpr std::int64_t TOLD_EVERY = std::int64_t{3600} * 1000;  // milliseconds
 /// Events that are looked through for the last updates.
 constexpr std::size_t UPDATES_LOOKED_AT = 200;
@@ -123,6 +124,29 @@ void Happenings::updateEnded(const UpdateStatus& update) {
     event.action = !update.succeeded ? "failed" : update.installed ? "installed" : "nothing new";
     event.detail = update.message;
     journal_.add(std::move(event));
+}
+
+void Happenings::removalAnnounced(std::size_t count, std::int64_t seconds) {
+    journal_.add({.kind = EventKind::QUARANTINE,
+                  .severity = EventSeverity::WARNING,
+                  .action = "removal announced",
+                  .detail = "In " + std::to_string(seconds / 86400) + " days.",
+                  .count = count});
+}
+
+void Happenings::removed(const std::vector<QuarantineItem>& items) {
+    for (std::size_t i = 0; i < std::min(items.size(), MOST_REMOVED); ++i)
+        journal_.add({.kind = EventKind::QUARANTINE,
+                      .severity = EventSeverity::WARNING,
+                      .path = items[i].path,
+                      .signature = items[i].signature,
+                      .action = "removed, as announced"});
+    if (items.size() > MOST_REMOVED)
+        journal_.add({.kind = EventKind::QUARANTINE,
+                      .severity = EventSeverity::WARNING,
+                      .action = "removed, as announced",
+                      .detail = "Further files.",
+                      .count = items.size() - MOST_REMOVED});
 }
 
 UpdateMemory Happenings::updates() const {

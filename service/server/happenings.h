@@ -2,14 +2,17 @@
 
 #include "service/events/event_journal.h"
 #include "service/quarantine/actions.h"
+#include "service/quarantine/quarantine_item.h"
 #include "service/scanning/scan_jobs.h"
 #include "service/scanning/scan_status.h"
 #include "service/updates/updater.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace keldra {
 
@@ -32,6 +35,9 @@ public:
     void scheduledScan(const ScanStart& start);
     void scanEnded(const ScanStatus& scan);
     void updateEnded(const UpdateStatus& update);
+    /// Files in quarantine that are to go, the first after so many seconds, and those that are gone.
+    void removalAnnounced(std::size_t count, std::int64_t seconds);
+    void removed(const std::vector<QuarantineItem>& items);
     UpdateMemory updates() const;
 
 private:

@@ -72,7 +72,7 @@ void addRealtime(const RealtimeState& state, Facts& facts) {
     facts.realtimeMessage = state.message;
 }
 
-void addDisks(const SlowFacts& slow, const QuarantineUse& use, Facts& facts) {
+void addDisks(const SlowFacts& slow, Facts& facts) {
     facts.roots = slow.roots;
     facts.missingRoots = slow.missingRoots;
     facts.emptyRoots = slow.emptyRoots;
@@ -81,8 +81,16 @@ void addDisks(const SlowFacts& slow, const QuarantineUse& use, Facts& facts) {
     facts.stateSize = slow.stateSize;
     facts.untreated = slow.untreated;
     facts.untreatedExample = slow.untreatedExample;
+}
+
+void addQuarantine(const QuarantineUse& use, Facts& facts) {
     facts.quarantineUsed = use.bytes;
     facts.quarantineLimit = use.limits.bytes;
+    facts.quarantineFiles = use.files;
+    facts.quarantineMostFiles = use.limits.files;
+    facts.quarantineRefuses = use.full || use.room(facts.stateFree, facts.stateSize) == 0;
+    facts.quarantineAnnounced = use.announced;
+    facts.quarantineRemoval = facts.now + use.nextRemoval;
 }
 
 }  // namespace
@@ -105,7 +113,8 @@ Protection protectionOf(const Witnesses& witnesses, const Testimony& heard) {
          {witnesses.scans.problem(), witnesses.events.problem(), witnesses.sessions.problem()})
         if (!problem.empty()) facts.unsaved.push_back(problem);
     addRealtime(heard.realtime, facts);
-    addDisks(heard.disks, witnesses.quarantine.use(), facts);
+    addDisks(heard.disks, facts);
+    addQuarantine(witnesses.quarantine.use(), facts);
     return judgeProtection(facts);
 }
 

@@ -143,6 +143,9 @@ void Service::makeJournal() {
     happenings_ = std::make_unique<Happenings>(*events_);
     chronicle_ = std::make_unique<Chronicle>(*events_);
     clientFinds_ = std::make_unique<ClientFinds>(*events_, shareUsers_);
+    quarantine_.onTidying({.announced = [this](std::size_t count,
+                                               std::int64_t seconds) { happenings_->removalAnnounced(count, seconds); },
+                           .removed = [this](const auto& items) { happenings_->removed(items); }});
     events_->add({.kind = EventKind::SERVICE, .detail = "The service started."});
 }
 

@@ -2,11 +2,14 @@
 
 #include "service/base/files.h"
 
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <asio.hpp>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <thread>
 
 namespace keldra {
@@ -19,12 +22,21 @@ using asio::local::stream_protocol;
 constexpr std::chrono::milliseconds PREDECESSOR_TIME{2000};
 constexpr std::chrono::milliseconds PREDECESSOR_LOOK{20};
 
+/// Whether the process that began to listen at the other end is still there. What it started may hold its socket for
+/// long on a busy machine.
+bool listenerLives(int socket) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    const bool known = ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.pid > 0;
+    return !known || ::kill(peer.pid, 0) == 0 || errno != ESRCH;
+}
+
 bool somebodyListens(const std::filesystem::path& socket) {
     asio::io_context io;
     stream_protocol::socket probe(io);
     asio::error_code error;
     probe.connect(stream_protocol::endpoint(socket.string()), error);
-    return !error;
+    return !error && listenerLives(probe.native_handle());
 }
 
 bool somebodyGoesOnListening(const std::filesystem::path& socket) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ctime>
 #include <optional>
 
 namespace keldra {
@@ -70,6 +71,17 @@ Found diskFull(const Facts& facts, bool wholly) {
     const bool isWholly = facts.stateFree < ROOM_NEEDED && facts.stateFree < facts.stateSize / 4;
     const bool nearly = facts.stateFree < wanted;
     return found(wholly ? isWholly : nearly && !isWholly, {}, facts.stateFree / MIB);
+}
+
+bool nineTenths(std::uint64_t used, std::uint64_t limit) { return limit != 0 && used >= limit / 10 * 9; }
+
+/// A local day, as "2026-03-31".
+std::string dayText(std::int64_t time) {
+    const auto seconds = static_cast<std::time_t>(time);
+    std::tm local{};
+    std::array<char, 32> text{};
+    if (!::localtime_r(&seconds, &local)) return {};
+    return {text.data(), std::strftime(text.data(), text.size(), "%F", &local)};
 }
 
 bool nothingSwitchedOn(const Facts& facts) { return !facts.realtimeWanted && !facts.scanScheduled; }
@@ -143,10 +155,17 @@ constexpr std::array ROWS{
         [](const Facts& f) { return found(f.unsaved); }},
     Row{"disk_nearly_full", ATTENTION, "The disk of the service is nearly full.",
         [](const Facts& f) { return diskFull(f, false); }},
+    Row{"quarantine_full", ATTENTION, "The quarantine is full: finds cannot be put away.",
+        [](const Facts& f) { return found(f.quarantineRefuses, {}, f.quarantineUsed / MIB); }},
     Row{"quarantine_nearly_full", ATTENTION, "The quarantine is nearly full.",
         [](const Facts& f) {
-            const bool full = f.quarantineLimit != 0 && f.quarantineUsed >= f.quarantineLimit / 10 * 9;
-            return found(full, {}, f.quarantineUsed / MIB);
+            const bool nearly =
+                nineTenths(f.quarantineUsed, f.quarantineLimit) || nineTenths(f.quarantineFiles, f.quarantineMostFiles);
+            return found(nearly && !f.quarantineRefuses, {}, f.quarantineUsed / MIB);
+        }},
+    Row{"quarantine_removal", ATTENTION, "Files in quarantine are going to be removed for good.",
+        [](const Facts& f) {
+            return found(f.quarantineAnnounced > 0, dayText(f.quarantineRemoval), f.quarantineAnnounced);
         }},
     Row{"configuration_unusable", ATTENTION, "The configuration cannot be read; the last good settings are in use.",
         [](const Facts& f) { return found(!f.configurationUsable, f.configurationError); }},

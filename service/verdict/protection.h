@@ -64,6 +64,11 @@ struct ProtectionFacts {
     std::uint64_t stateSize = UINT64_MAX;  ///< bytes
     std::uint64_t quarantineUsed = 0;      ///< bytes
     std::uint64_t quarantineLimit = 0;     ///< bytes; 0: none
+    std::uint64_t quarantineFiles = 0;
+    std::uint64_t quarantineMostFiles = 0;  ///< 0: no limit
+    bool quarantineRefuses = false;         ///< there was no room for a find, or there would be none
+    std::uint64_t quarantineAnnounced = 0;  ///< files that are to be removed from it
+    std::int64_t quarantineRemoval = 0;     ///< when the first of them goes
 };
 
 /// One thing that speaks against being protected.

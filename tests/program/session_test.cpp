@@ -34,6 +34,17 @@ TEST_F(Session, TheServiceIsToldAllThatTheBrowserPresented) {
                                     {"CsrfTokenCookie", "f00"}}));
 }
 
+TEST_F(Session, WhatAPageAsksByItselfIsNoUseOfTheSessionAndHasTheSameAnswer) {
+    for (const char* query : {"id=update_progress&RequestID=1", "id=scan_progress_query&RequestID=1", "id=nowhere"}) {
+        CgiRequest request = CgiRequest::get(query);
+        const CgiResponse byPerson = run(request);
+        EXPECT_EQ(sent().at(2), "5/33") << query;
+        request.environment["HTTP_KELDRA_ASKED_BY"] = "page";
+        EXPECT_EQ(run(request).bytes, byPerson.bytes) << query;
+        EXPECT_EQ(sent().at(2), "5/113") << query;
+    }
+}
+
 TEST_F(Session, CookiesAreFoundInWhateverHeaderABrowserSends) {
     struct Case {
         const char* header;

@@ -8,7 +8,7 @@ CAuthenticate::CAuthenticate(const NORVConfig& config) : config_(config) {}
 
 bool CAuthenticate::isValid(const CQSControl& request) {
     NORV_TRACE("ENTER");
-    const SessionState state = stateOfSession(IPCMessage::SESSION_CHECK, request);
+    const SessionState state = stateOfSession(sessionCheck(), request);
     if (state == SessionState::GOOD || (state == SessionState::MUST_CHANGE && request.getEnv("id") == "logoff"))
         return true;
     if (state == SessionState::MUST_CHANGE) {

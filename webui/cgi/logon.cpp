@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -50,6 +51,11 @@ SessionState stateOfSession(IPCMessage::CommandID cmd, const CQSControl& qs) {
     const SessionState state = answerTo(cmd, proof);
     if (state == SessionState::NONE) NORV_TRACE("session operation failed");
     return state;
+}
+
+IPCMessage::CommandID sessionCheck() {
+    const char* const askedBy = std::getenv("HTTP_KELDRA_ASKED_BY");
+    return askedBy && std::string_view(askedBy) == "page" ? IPCMessage::SESSION_WATCH : IPCMessage::SESSION_CHECK;
 }
 
 void LogoffNorv(const CQSControl& qs) {

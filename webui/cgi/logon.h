@@ -14,6 +14,10 @@ SessionState stateOfSession(IPCMessage::CommandID cmd, const CQSControl& qs);
 /// The same. True when the service accepted it.
 bool SessionOperation(IPCMessage::CommandID cmd, const CQSControl& qs);
 
+/// How a session is to be checked: what a page's script asks by itself, again and again, says so in the header
+/// "Keldra-Asked-By: page" and does not count as use of the session.
+IPCMessage::CommandID sessionCheck();
+
 /// Ends the session and sends the browser to the log-on page, whatever the service says.
 void LogoffNorv(const CQSControl& qs);
 

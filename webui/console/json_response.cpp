@@ -29,7 +29,7 @@ int runConsoleProgram(int argc, char** argv, int (*handle)(const ConsoleRequest&
     set_norv_locale();
     CQSControl fields;
     if (!readRequest(fields)) return 1;
-    const auto check = askedBy == AskedBy::PAGE ? IPCMessage::SESSION_WATCH : IPCMessage::SESSION_CHECK;
+    const auto check = askedBy == AskedBy::PAGE ? IPCMessage::SESSION_WATCH : sessionCheck();
     const SessionState state = stateOfSession(check, fields);
     if (state == SessionState::MUST_CHANGE && password == Password::OWN) {
         goTo(ACCOUNT_PAGE);

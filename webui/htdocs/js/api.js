@@ -17,8 +17,12 @@ async function read(request) {
 /** Milliseconds for what takes the service long: the web server gives its programs a minute. */
 export const PATIENT = 70_000;
 
+/** Says that nobody asked for this: what a page fetches by itself, again and again, keeps no session alive. */
+export const BY_PAGE = { 'Keldra-Asked-By': 'page' };
+
 /** Without an answer in time, such as on a dead link, it fails too. */
-export const getJson = (url, patience = 15_000) => read(fetch(url, {
+export const getJson = (url, patience = 15_000, headers = {}) => read(fetch(url, {
+  headers,
   credentials: 'same-origin',
   cache: 'no-store',
   signal: AbortSignal.timeout(patience),

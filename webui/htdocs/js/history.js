@@ -1,5 +1,5 @@
 // The scans that were made: their list, and one of them with what it found. The address's fragment names the one.
-import { getJson, PATIENT } from './api.js';
+import { BY_PAGE, getJson, PATIENT } from './api.js';
 import { byId, copyOf, showFailure } from './form.js';
 import { durationText, fill, malwareAbout, malwareText, numberText, scanKindText, showName, sizeText, splitPath, timeText } from './wording.js';
 
@@ -60,13 +60,14 @@ function makeFind(find) {
 }
 
 /** The next finds of the scan that is shown, unless they are under way: the button asks, and so does the clock. */
-async function readFinds() {
+async function readFinds(headers) {
   if (reading === visit) return;
   const asked = visit;
   reading = asked;
   const failed = byId('finds-failed');
   try {
-    const { finds, more } = await getJson(`./history.cgi?RequestID=${encodeURIComponent(current)}&From=${read}`, PATIENT);
+    const { finds, more } = await getJson(`./history.cgi?RequestID=${encodeURIComponent(current)}&From=${read}`,
+      PATIENT, headers);
     if (asked !== visit) return;
     read += finds.length;
     byId('finds').append(...finds.filter(({ infected }) => infected).map(makeFind));
@@ -116,10 +117,10 @@ async function route() {
   await readFinds();
 }
 
-async function load() {
+async function load(headers) {
   const failed = byId('load-failed');
   try {
-    ({ scans } = await getJson('./history.cgi?list=1'));
+    ({ scans } = await getJson('./history.cgi?list=1', undefined, headers));
     failed.hidden = true;
     showList();
   } catch (error) {
@@ -131,16 +132,16 @@ async function load() {
 /** Keeps a running scan's figures current. */
 async function refresh() {
   if (!document.hidden && scans.some(({ state }) => state === RUNNING)) {
-    await load();
+    await load(BY_PAGE);
     const scan = scans.find(({ id }) => id === current);
     if (scan) showFigures(scan);
-    if (scan && unsureIn(scan) + scan.found > read) await readFinds();
+    if (scan && unsureIn(scan) + scan.found > read) await readFinds(BY_PAGE);
   }
   setTimeout(refresh, REFRESH);
 }
 
 byId('finds-only').addEventListener('change', showList);
-byId('more').addEventListener('click', readFinds);
+byId('more').addEventListener('click', () => readFinds());
 window.addEventListener('hashchange', async () => {
   const left = current;
   await route();

@@ -1,4 +1,5 @@
 // Following work that goes on in the service: asks for the page's own address again and again and reads the answer.
+import { BY_PAGE } from './api.js';
 import { sessionEnded } from './draft.js';
 
 const INTERVAL = 1000;
@@ -8,10 +9,10 @@ const PATIENCE = 15_000;
 const pause = (milliseconds) => new Promise((resolve) => { setTimeout(resolve, milliseconds); });
 
 /** Fetches a page without showing it. Nothing when there is no usable answer; the log-on page when the session ended. */
-export async function fetchPage(url) {
+export async function fetchPage(url, headers = {}) {
   try {
     const answer = await fetch(url,
-      { credentials: 'same-origin', cache: 'no-store', signal: AbortSignal.timeout(PATIENCE) });
+      { headers, credentials: 'same-origin', cache: 'no-store', signal: AbortSignal.timeout(PATIENCE) });
     if (answer.redirected) {
       sessionEnded();
       return null;
@@ -30,7 +31,7 @@ export async function follow(show, missed) {
   let wait = INTERVAL;
   for (;;) {
     await pause(wait);
-    const page = document.hidden ? undefined : await fetchPage(location.href);
+    const page = document.hidden ? undefined : await fetchPage(location.href, BY_PAGE);
     if (page === undefined) continue;
     if (page === null) {
       wait = Math.min(wait * 2, LONGEST);

@@ -34,7 +34,9 @@ const REMEDIES = {
   scan_overdue: SCHEDULE,
   files_not_scanned: HISTORY,
   untreated: HISTORY,
+  quarantine_full: QUARANTINE,
   quarantine_nearly_full: QUARANTINE,
+  quarantine_removal: QUARANTINE,
 };
 
 const LOOKS = { protected: 'success', attention: 'warning', unprotected: 'danger' };

@@ -148,10 +148,16 @@ struct GetSessions {
     static void visit(auto& /*record*/, auto&& /*field*/) {}
 };
 
+struct SessionEnded {
+    std::string message;  ///< why that could not be stored yet, English; empty: it is
+
+    static void visit(auto& record, auto&& field) { field("Message", record.message); }
+};
+
 struct EndSession {
     static constexpr auto KIND = IPCMessage::STOP;
     static constexpr auto COMMAND = IPCMessage::SESSIONS;
-    using Reply = Nothing;
+    using Reply = SessionEnded;
     std::string id;
 
     static void visit(auto& record, auto&& field) { field("Id", record.id); }

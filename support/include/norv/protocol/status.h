@@ -62,6 +62,13 @@ struct ServiceStatus {
     int64_t lastUpdate = 0;  ///< of the schedule
     bool updateRunning = false;
     uint64_t quarantined = 0;
+    uint64_t quarantineBytes = 0;
+    uint64_t quarantineLimit = 0;            ///< bytes; 0: none
+    std::optional<uint64_t> quarantineRoom;  ///< bytes that may still be put away; none: nothing limits it
+    int64_t quarantineOldest = 0;            ///< when the oldest file was put away; 0: there is none
+    uint64_t quarantineAnnounced = 0;        ///< files that are to be removed
+    uint64_t quarantineAnnouncedBytes = 0;
+    int64_t quarantineRemoval = 0;  ///< when the first of them goes; 0: none is to go
     uint64_t sessions = 0;
     std::string stateNotWritten;  ///< what could not be stored yet and why; empty: all is
     uint64_t untreated = 0;       ///< infected files that still lie where they were found
@@ -94,6 +101,13 @@ struct ServiceStatus {
         field("LastUpdate", record.lastUpdate);
         field("UpdateRunning", record.updateRunning);
         field("Quarantined", record.quarantined);
+        field("QuarantineBytes", record.quarantineBytes);
+        field("QuarantineLimit", record.quarantineLimit);
+        field("QuarantineRoom", record.quarantineRoom);
+        field("QuarantineOldest", record.quarantineOldest);
+        field("QuarantineAnnounced", record.quarantineAnnounced);
+        field("QuarantineAnnouncedBytes", record.quarantineAnnouncedBytes);
+        field("QuarantineRemoval", record.quarantineRemoval);
         field("Sessions", record.sessions);
         field("StateNotWritten", record.stateNotWritten);
         field("Untreated", record.untreated);

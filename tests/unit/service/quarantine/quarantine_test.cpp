@@ -311,13 +311,24 @@ TEST_F(QuarantineLimitsTest, OldestGoOnlyAfterTheyWereAnnouncedForDays) {
     const std::string oldest = takeSized(50).id;
     clock_.pass(60);
     const std::string newest = takeSized(45).id;
+    std::size_t announced = 0;
+    std::vector<std::string> removed;
+    limited_.onTidying({.announced = [&](std::size_t count, int64_t) { announced += count; },
+                        .removed = [&](const auto& items) { removed.push_back(items.front().id); }});
     limited_.tidy();
-    EXPECT_EQ(limited_.use().announced, 1U);
-    EXPECT_EQ(limited_.use().announcedBytes, 50U);
+    EXPECT_EQ(announced, 1U);
+    const QuarantineUse use = limited_.use();
+    EXPECT_EQ(std::tuple(use.announced, use.announcedBytes, use.nextRemoval, use.oldest),
+              std::tuple(1U, 50U, limits_.announced, clock_.now() - 60));
+    EXPECT_EQ(use.room(UINT64_MAX, UINT64_MAX), 5U);
+    EXPECT_EQ(use.room(1003, 10000), 3U) << "a tenth of the disk stays free";
+    EXPECT_EQ(use.room(900, 10000), 0U);
     pass(limits_.announced - 3600);
     EXPECT_TRUE(limited_.find(oldest));
+    EXPECT_TRUE(removed.empty());
     pass(2 * 3600);
     EXPECT_FALSE(limited_.find(oldest));
+    EXPECT_EQ(removed, std::vector<std::string>{oldest}) << "never silently";
     EXPECT_TRUE(limited_.find(newest));
     EXPECT_EQ(limited_.use().announced, 0U);
 }

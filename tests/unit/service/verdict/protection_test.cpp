@@ -80,8 +80,13 @@ TEST(ProtectionTest, EachThingThatSpeaksAgainstItIsTheOnlyReasonAndStandsInTheHa
         {"disk_full", ATTENTION, [](F& f) { f.stateFree = 0; }, ""},
         {"not_saved", ATTENTION, [](F& f) { f.unsaved = {"no room"}; }, "no room", 1},
         {"disk_nearly_full", ATTENTION, [](F& f) { f.stateFree = std::uint64_t{300} << 20U; }, "", 300},
+        {"quarantine_full", ATTENTION,
+         [](F& f) { f.quarantineRefuses = true, f.quarantineLimit = f.quarantineUsed = 950 << 20; }, "", 950},
         {"quarantine_nearly_full", ATTENTION,
          [](F& f) { f.quarantineLimit = 1000 << 20, f.quarantineUsed = 950 << 20; }, "", 950},
+        {"quarantine_nearly_full", ATTENTION, [](F& f) { f.quarantineFiles = 9, f.quarantineMostFiles = 10; }, ""},
+        {"quarantine_removal", ATTENTION, [](F& f) { f.quarantineAnnounced = 3, f.quarantineRemoval = NOW; },
+         "2023-11-14", 3},
         {"configuration_unusable", ATTENTION,
          [](F& f) { f.configurationUsable = false, f.configurationError = "line 3"; }, "line 3"},
     };
