@@ -183,7 +183,7 @@ void Quarantine::announceAndRemove() {
         if (before == 0 && count == 0) return;
     }
     if (more > 0) {
-        NORV_LOG(NORV_LOG_WARNING, "%zu more files in quarantine are to be removed, the first in %lld hours", more,
+        NORV_LOG(NORV_LOG_WARNING, "%zu files in quarantine are to be removed, the first in %lld hours", more,
                  static_cast<long long>(wait / 3600));
         if (told_.announced) told_.announced(more, wait);
     }
