@@ -110,8 +110,10 @@ std::vector<std::string> pathsOf(const std::vector<SignatureFolder>& folders) {
 void openToReaders(const SignatureFolder& folder) {
     constexpr mode_t READABLE = 0444;
     for (const auto& [name, status] : folder.files)
-        if (status.st_uid == ::geteuid() && (status.st_mode & READABLE) != READABLE)
-            ::fchmodat(folder.folder.get(), name.c_str(), (status.st_mode | READABLE) & 07777U, 0);
+        if (status.st_uid == ::geteuid() && (status.st_mode & READABLE) != READABLE &&
+            ::fchmodat(folder.folder.get(), name.c_str(), (status.st_mode | READABLE) & 07777U, 0) != 0)
+            NORV_LOG(NORV_LOG_WARNING, "The signatures in %s/%s cannot be made readable for the scanner: %s",
+                     folder.path.c_str(), name.c_str(), errorText(errno).c_str());
 }
 
 }  // namespace
