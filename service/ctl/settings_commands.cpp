@@ -18,6 +18,7 @@ struct SettingsOptions {
     std::string name;
     std::string value;
     bool json = false;
+    bool secrets = false;
 };
 
 std::string prettyText(const rapidjson::Value& value) {
@@ -77,9 +78,9 @@ int runSet(const SettingsOptions& options) {
     return result.fault.empty() ? STATUS_DONE : fail(result.fault);
 }
 
-int runExport(const SettingsOptions&) {
+int runExport(const SettingsOptions& options) {
     rapidjson::Document settings;
-    if (const std::string fault = fetchSettings(settings); !fault.empty()) return fail(fault);
+    if (const std::string fault = fetchSettings(settings, options.secrets); !fault.empty()) return fail(fault);
     print(prettyText(settings));
     return STATUS_DONE;
 }
@@ -107,7 +108,10 @@ void describeSettings(CLI::App& app, Run& run) {
     CLI::App* const set = addCommand(*settings, run, "set", "Change one; the others stay", options, runSet);
     set->add_option("name", options->name, "GROUP.NAME")->required();
     set->add_option("value", options->value, "As settings get shows it")->required();
-    addCommand(*settings, run, "export", "Print all settings as JSON; they hold no password", options, runExport);
+    CLI::App* const exporting = addCommand(
+        *settings, run, "export", "Print all settings as JSON, without passwords and tokens", options, runExport);
+    exporting->add_flag("--secrets", options->secrets,
+                        "With passwords and tokens: keep the text where nobody else reads it");
     addCommand(*settings, run, "import", "Store settings from such a text on standard input; what it lacks stays",
                options, runImport);
 }

@@ -4,6 +4,7 @@
 #include "norv/json_text.h"
 #include "norv/protocol/service_settings.h"
 #include "service/ctl/control_client.h"
+#include "service/ctl/notice_settings.h"
 #include "service/ctl/output.h"
 
 #include <rapidjson/stringbuffer.h>
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <string_view>
 
 namespace keldra {
@@ -109,18 +111,18 @@ const std::vector<SettingsGroup>& settingsGroups() {
 
 namespace {
 
-/// The settings that belong to no scan, by their whole names; secrets stay with the service.
-std::string fetchTable(std::map<std::string, std::string>& table) {
-    const auto answer = ask(protocol::GetServiceSettings());
+/// The settings that belong to no scan, by their whole names; `secrets`: with the secrets that are set.
+std::string fetchTable(std::map<std::string, std::string>& table, bool secrets) {
+    const auto answer = ask(protocol::GetServiceSettings{secrets});
     if (!answer) return faultOf(answer);
     for (const protocol::ServiceSetting& setting : answer.reply.settings)
-        if (setting.kind != "secret") table[setting.name] = setting.value;
+        if (setting.kind != "secret" || secrets) table[setting.name] = setting.value;
     return {};
 }
 
-std::string addTable(rapidjson::Document& settings) {
+std::string addTable(rapidjson::Document& settings, bool secrets) {
     std::map<std::string, std::string> table;
-    if (std::string fault = fetchTable(table); !fault.empty()) return fault;
+    if (std::string fault = fetchTable(table, secrets); !fault.empty()) return fault;
     Allocator& allocator = settings.GetAllocator();
     for (const auto& [name, value] : table) {
         std::string group;
@@ -163,7 +165,7 @@ std::string storeTable(const std::map<std::string, std::string>& wanted) {
 
 }  // namespace
 
-std::string fetchSettings(rapidjson::Document& settings) {
+std::string fetchSettings(rapidjson::Document& settings, bool secrets) {
     settings.SetObject();
     Allocator& allocator = settings.GetAllocator();
     for (const SettingsGroup& group : settingsGroups()) {
@@ -178,16 +180,23 @@ std::string fetchSettings(rapidjson::Document& settings) {
         }
         settings.AddMember(rapidjson::StringRef(group.name), fields, allocator);
     }
-    return addTable(settings);
+    if (std::string fault = addTable(settings, secrets); !fault.empty()) return fault;
+    return addNotices(settings, secrets);
 }
 
 StoreResult storeSettings(const rapidjson::Value& settings) {
     if (!settings.IsObject()) return {"This is no object of settings.", {}};
     std::map<std::string, std::string> known;
     std::map<std::string, std::string> wanted;
-    if (std::string fault = fetchTable(known); !fault.empty()) return {fault, {}};
+    if (std::string fault = fetchTable(known, true); !fault.empty()) return {fault, {}};
+    std::optional<protocol::SetNotices> notices;
     std::vector<std::pair<const SettingsGroup*, rapidjson::Document>> records;
     for (const auto& entry : settings.GetObject()) {
+        if (std::string_view(entry.name.GetString()) == NOTICES_GROUP) {
+            const std::string fault = takeNotices(entry.value, notices.emplace());
+            if (!fault.empty()) return {fault, {}};
+            continue;
+        }
         const SettingsGroup* const group = findGroup(entry.name.GetString());
         rapidjson::Document record;
         const std::string fault = group ? translate(*group, entry.value, record)
@@ -198,6 +207,8 @@ StoreResult storeSettings(const rapidjson::Value& settings) {
     StoreResult result;
     if (!wanted.empty()) result.fault = storeTable(wanted);
     if (!wanted.empty() && result.fault.empty()) result.done.emplace_back("service");
+    if (notices && result.fault.empty()) result.fault = storeNotices(*notices);
+    if (notices && result.fault.empty()) result.done.emplace_back(NOTICES_GROUP);
     for (auto next = records.begin(); next != records.end() && result.fault.empty(); ++next) {
         result.fault = storeRecord(*next->first, next->second);
         if (result.fault.empty()) result.done.emplace_back(next->first->name);

@@ -19,8 +19,9 @@ struct SettingsGroup {
 
 const std::vector<SettingsGroup>& settingsGroups();
 
-/// Fetches all settings as one object of groups with lower-case names. Returns why not, or nothing.
-std::string fetchSettings(rapidjson::Document& settings);
+/// Fetches all settings as one object of groups with lower-case names; `secrets`: also passwords and tokens. Returns
+/// why not, or nothing.
+std::string fetchSettings(rapidjson::Document& settings, bool secrets = false);
 
 /// What became of settings to store.
 struct StoreResult {

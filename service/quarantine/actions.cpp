@@ -89,7 +89,7 @@ Attempt quarantineFile(Quarantine& quarantine, const ScannedFile& file, const Qu
 
 /// The engine can tell that a file is infected but cannot take the infection out.
 Attempt cleanFile(Quarantine& quarantine, const ScannedFile& file, const QuarantineReason& reason, bool backup) {
-    std::string text = "the engine cannot clean files";
+    std::string text = "cannot be cleaned";
     if (backup) {
         const QuarantineResult kept = quarantine.backup(file, reason);
         text += kept.done ? ", a backup copy was kept" : ", no backup copy could be made (" + kept.message + ")";
@@ -119,7 +119,8 @@ ActionOutcome outcomeOf(Action action, const Attempt& attempt, const std::string
     outcome.done = attempt.done;
     outcome.performed = action;
     outcome.text = before;
-    outcome.text += attempt.done ? attempt.text : std::string(nameOf(action)) + " failed: " + attempt.text;
+    const bool said = attempt.done || action == Action::CLEAN;
+    outcome.text += said ? attempt.text : std::string(nameOf(action)) + " failed: " + attempt.text;
     return outcome;
 }
 

@@ -61,7 +61,7 @@ bool listFolders(ConfigurationStore& configuration, const IPCMessage& request, I
 bool previewExcludes(ConfigurationStore& configuration, const IPCMessage& request, IPCMessage& reply);
 
 // handlers_shares.cpp
-bool getSettings(ConfigurationStore& configuration, IPCMessage& reply);
+bool getSettings(ConfigurationStore& configuration, const Caller& caller, const IPCMessage& request, IPCMessage& reply);
 bool setSettings(ConfigurationStore& configuration, FolderQuestions& folders, const Caller& caller,
                  const IPCMessage& request, IPCMessage& reply);
 bool listShareProposals(IPCMessage& reply);
@@ -127,7 +127,7 @@ bool getMetrics(const Witnesses& witnesses, const Running& running, const ScanMe
                 const ClientServer& clients, const IPCMessage& request, IPCMessage& reply);
 
 // handlers_notices.cpp
-bool getNotices(Notices& notices, IPCMessage& reply);
+bool getNotices(Notices& notices, const Caller& caller, const IPCMessage& request, IPCMessage& reply);
 bool setNotices(Notices& notices, const IPCMessage& request, IPCMessage& reply);
 bool testNotices(Notices& notices, const IPCMessage& request, IPCMessage& reply);
 

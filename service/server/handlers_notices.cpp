@@ -7,9 +7,11 @@
 
 namespace keldra::handlers {
 
-bool getNotices(Notices& notices, IPCMessage& reply) {
+bool getNotices(Notices& notices, const Caller& caller, const IPCMessage& request, IPCMessage& reply) {
+    const bool secrets = caller.owner && protocol::read<protocol::GetNotices>(request).secrets;
     const NoticeState state = notices.state();
-    write(reply, protocol::NoticeReport{notices.served(), notices.revision(), state.waiting, state.problem});
+    write(reply, protocol::NoticeReport{secrets ? notices.settings() : notices.served(), notices.revision(),
+                                        state.waiting, state.problem});
     return true;
 }
 

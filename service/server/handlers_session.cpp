@@ -132,7 +132,8 @@ bool changePassword(PasswordFile& password, LogonGuard& guard, SessionStore& ses
         return refuse("The password was not changed: " + fault + ".", reply);
     NORV_LOG(NORV_LOG_INFO, "The console's password was changed from %s", caller.address.c_str());
     // All sessions have ended with the old one; whoever changed it goes on with a new one.
-    if (!caller.session.empty()) write(reply, protocol::Session{sessions.create(caller.address, password.mark(), caller.name).id});
+    if (!caller.session.empty())
+        write(reply, protocol::Session{sessions.create(caller.address, password.mark(), caller.name).id});
     return true;
 }
 

@@ -43,8 +43,18 @@ bool refuseLogged(const std::string& message, IPCMessage& reply) {
 
 }  // namespace
 
-bool getSettings(ConfigurationStore& configuration, IPCMessage& reply) {
-    write(reply, protocol::ServiceSettings{describeSettings(*configuration.snapshot())});
+bool getSettings(ConfigurationStore& configuration, const Caller& caller, const IPCMessage& request,
+                 IPCMessage& reply) {
+    const auto config = configuration.snapshot();
+    protocol::ServiceSettings described{describeSettings(*config)};
+    if (caller.owner && protocol::read<protocol::GetServiceSettings>(request).secrets) {
+        for (protocol::ServiceSetting& one : described.settings) {
+            const Setting* const setting = findSetting(one.name);
+            if (setting && setting->kind == SettingKind::SECRET)
+                one.value = configValueOr(*config, setting->category, setting->key, std::string());
+        }
+    }
+    write(reply, described);
     return true;
 }
 

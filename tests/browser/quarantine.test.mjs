@@ -4,7 +4,7 @@ import { existsSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import test from 'node:test';
 import { addresses } from './support/console.mjs';
-import { fitsAndIsAccessible } from './support/looks.mjs';
+import { fitsAndIsAccessible, fitsScreen, picture } from './support/looks.mjs';
 import { QUARANTINE, makeSamples, scan } from './support/scans.mjs';
 import { audited, console_, openList, page, shareConsole } from './support/shared.mjs';
 import { inEveryView } from './support/views.mjs';
@@ -118,6 +118,30 @@ test('a trusted file comes back and no scan finds it again, until it is trusted 
   await page.locator('#none-trusted').waitFor();
   await scan(page, QUARANTINE);
   assert.equal(await page.locator('#infected').textContent(), '1');
+});
+
+test('of ten thousand files a page is shown, and all that match are chosen at once', async () => {
+  const item = (number) => ({ id: `i${number}`, path: `/srv/${number % 10}/${'long name '.repeat(9)}${number}.exe`, signature: `X.${number % 3}`,
+    type: 'Virus', size: number, when: 1_700_000_000 + number, task: 'realtime' });
+  await page.route('**/quarantine.cgi?list=1*', (route) => {
+    const from = Number(new URL(route.request().url()).searchParams.get('From'));
+    return route.fulfill({ json: { total: 10_000, trusted: [], items: Array.from({ length: 2000 }, (_, at) => item(from + at)) } });
+  });
+  await page.goto(addresses.quarantine);
+  await page.locator('.range', { hasText: '1 to 100 of 10,000' }).waitFor();
+  await fitsScreen(page, 'quarantine-many');
+  await picture(page, 'quarantine-many');
+  await page.locator('#list .sort', { hasText: 'Size' }).click();
+  assert.match(await page.locator('#items .number').first().textContent(), /^10 kB$/);
+  await page.locator('#pick-all').check();
+  await page.locator('#pick-matching').click();
+  assert.match(await page.locator('#picked').textContent(), /10,000/);
+  await page.locator('#search').fill('x.1');
+  assert.match(await page.locator('#picked').textContent(), /3,333/);
+  const bar = await page.locator('#bulk').boundingBox();
+  await page.locator('#items .entry').last().scrollIntoViewIfNeeded();
+  assert.ok((await page.locator('#bulk').boundingBox()).y >= 0 && bar, 'what is done with them stays in sight');
+  await page.unroute('**/quarantine.cgi?list=1*');
 });
 
 test('everything is worked by keyboard and the focus is never lost', async () => {

@@ -105,7 +105,7 @@ const pages = {
   'notices.html': { items: {} },
   'account.html': { items: {} },
   'setup.html': { items: {} },
-  'second_step.html': { items: { __LOGON_TICKET__: '0a1b', __LOGON_COMPLAINT__: 'Wrong.' }, form: ['Code', 'Ticket'] },
+  'second_step.html': { items: { __LOGON_TICKET__: '0a1b', __LOGON_COMPLAINT__: 'Wrong.' }, fields: ['Code', 'Ticket'] },
 };
 
 const tables = Object.fromEntries(languages.map((language) => [language, stringTable(language)]));

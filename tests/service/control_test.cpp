@@ -233,6 +233,19 @@ TEST_F(ControlTest, SettingsAreReadChangedAndCarriedFromOneServerToAnother) {
     EXPECT_EQ(service_.control({"settings", "get", "manual_scan.scan_workers"}).output, "3\n") << "all or nothing";
     EXPECT_EQ(service_.control({"settings", "import"}, before).status, 0);
     EXPECT_EQ(service_.control({"settings", "export"}).output, before);
+    const std::string more =
+        R"({"notices":{"hook":true,"hook_url":"https://a.example.org/t","hook_token":"hush","kinds":"find"},)"
+        R"("updates":{"proxy_password":"hush too"}})";
+    EXPECT_EQ(service_.control({"settings", "import"}, more).status, 0);
+    EXPECT_EQ(service_.control({"settings", "get", "notices.hook_url"}).output, "https://a.example.org/t\n");
+    EXPECT_EQ(service_.control({"settings", "export"}).output.find("hush"), std::string::npos);
+    const std::string whole = service_.control({"settings", "export", "--secrets"}).output;
+    EXPECT_NE(whole.find("\"hush\""), std::string::npos);
+    EXPECT_NE(whole.find("\"hush too\""), std::string::npos);
+    EXPECT_EQ(service_.control({"settings", "import"}, whole).status, 0);
+    for (const char* const wrong :
+         {R"({"notices":{"hook":"yes"}})", R"({"notices":{"bogus":1}})", R"({"notices":{"hook_url":"ftp://x"}})"})
+        EXPECT_EQ(service_.control({"settings", "import"}, wrong).status, 2) << wrong;
 }
 
 TEST_F(ControlTest, ProgramsReadTheStatusAsJson) {

@@ -10,9 +10,9 @@
 
 namespace {
 
-/// Events sent at a time; the script asks for the rest.
+/// Events sent when the script does not say how many.
 constexpr uint64_t AT_A_TIME = 200;
-/// Events fetched at a time for a file, and in all.
+/// The most that are fetched at a time, and for a file in all.
 constexpr uint64_t IN_A_PART = 1000;
 constexpr std::size_t MOST_IN_FILE = 100000;
 
@@ -30,7 +30,9 @@ auto questionOf(const ConsoleRequest& request, uint64_t count) {
 }
 
 int listEvents(const ConsoleRequest& request) {
-    auto answer = askOrAnswer(questionOf(request, AT_A_TIME));
+    uint64_t count = AT_A_TIME;
+    readNumber(request.text("count"), count);
+    auto answer = askOrAnswer(questionOf(request, std::clamp<uint64_t>(count, 1, IN_A_PART)));
     if (!answer) return 1;
     for (auto& event : answer.reply.events) {
         event.action = translateServiceText(event.action);

@@ -1,4 +1,4 @@
-#include "norv/protocol/quarantine.h"
+#include "norv/protocol/events.h"
 #include "norv/protocol/scans.h"
 #include "norv/protocol/status.h"
 #include "norv/protocol/updates.h"
@@ -14,26 +14,24 @@
 
 namespace {
 
+/// Finds that are shown, and events that are asked for: some only count further finds.
 constexpr std::size_t LAST_FINDS = 5;
-/// Scans whose finds are looked through for the last ones.
-constexpr int SCANS_LOOKED_AT = 5;
+constexpr std::uint64_t EVENTS_ASKED_FOR = 10;
 
-/// A find or a file put away, whatever it was found by.
+/// A find of whatever task.
 struct Find {
     std::int64_t when = 0;
     std::string path;
     std::string signature;
-    std::string type;
     std::string detail;
-    std::string scan;
+    std::string task;
 
     static void visit(auto& record, auto&& field) {
         field("when", record.when);
         field("path", record.path);
         field("signature", record.signature);
-        field("type", record.type);
         field("detail", record.detail);
-        field("scan", record.scan);
+        field("task", record.task);
     }
 };
 
@@ -42,7 +40,7 @@ struct Report {
     protocol::ServiceStatus status;
     protocol::UpdateProgress update;
     std::vector<protocol::ScanSummary> scans;
-    std::vector<protocol::QuarantinedFile> quarantine;
+    std::vector<protocol::Event> finds;  ///< newest first
 };
 
 /// What the page can do without: as fresh when it cannot be had.
@@ -52,30 +50,14 @@ typename Request::Reply askIfPossible(const Request& request) {
     return answer ? answer.reply : typename Request::Reply();
 }
 
-void addFindsOf(const protocol::ScanSummary& scan, std::vector<Find>& finds) {
-    const std::int64_t when = scan.ended != 0 ? scan.ended : scan.started;
-    for (const auto& find : askIfPossible(protocol::GetScanFinds{scan.id}).finds) {
-        if (!find.infected) continue;
-        finds.push_back({when, find.path, find.signature, find.type, translateServiceText(find.detail), scan.id});
-    }
-}
-
-/// The last finds of scans and of the real-time scan, newest first.
+/// The last finds of all tasks, newest first.
 std::vector<Find> lastFinds(const Report& report) {
     std::vector<Find> finds;
-    int looked = 0;
-    for (const auto& scan : report.scans) {
-        if (scan.found == 0) continue;
-        addFindsOf(scan, finds);
-        if (++looked == SCANS_LOOKED_AT) break;
+    for (const auto& event : report.finds) {
+        if (event.path.empty()) continue;
+        finds.push_back({event.time, event.path, event.signature, translateServiceText(event.action), event.task});
+        if (finds.size() == LAST_FINDS) break;
     }
-    for (const auto& item : report.quarantine) {
-        if (item.task != "realtime" || item.backup) continue;
-        finds.push_back(
-            {item.when, item.path, item.signature, item.type, translateServiceText("moved to quarantine"), ""});
-    }
-    std::stable_sort(finds.begin(), finds.end(), [](const Find& a, const Find& b) { return a.when > b.when; });
-    finds.resize(std::min(finds.size(), LAST_FINDS));
     return finds;
 }
 
@@ -163,10 +145,13 @@ std::string reportText(const NORVConfig& config, const Report& report) {
 int showOverview(const ConsoleRequest& request) {
     const auto status = askOrAnswer(protocol::GetServiceStatus(), "503 Service Unavailable");
     if (!status) return 1;
+    protocol::ListEvents lastFindsAsked;
+    lastFindsAsked.kinds = "find";
+    lastFindsAsked.count = EVENTS_ASKED_FOR;
     const Report report{.status = status.reply,
                         .update = askIfPossible(protocol::GetUpdateProgress()),
                         .scans = askIfPossible(protocol::GetScanHistory()).scans,
-                        .quarantine = askIfPossible(protocol::GetQuarantine()).items};
+                        .finds = askIfPossible(lastFindsAsked).events};
     return answerJson(reportText(request.fetchConfiguration().value_or(NORVConfig()), report));
 }
 

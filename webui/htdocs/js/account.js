@@ -48,6 +48,13 @@ function cell(label, ...content) {
   return made;
 }
 
+/** A cell that says on a narrow screen what it tells. */
+function numberCell(label, text) {
+  const made = cell(label, text);
+  made.className = 'number';
+  return made;
+}
+
 const headsOf = (table) => [...byId(table).querySelectorAll('th')].map((head) => head.textContent);
 
 /** A button that says for which of the entries it is. */
@@ -68,7 +75,7 @@ function sessionRow(session) {
     await load();
     tell(byId('done').dataset.end);
   });
-  row.append(cell(address, session.address), cell(begun, timeText(session.begun)), cell(used, timeText(session.lastUse)),
+  row.append(cell(address, session.address), numberCell(begun, timeText(session.begun)), numberCell(used, timeText(session.lastUse)),
     cell(action, session.own ? tag : end));
   return row;
 }
@@ -82,7 +89,7 @@ function blockedRow({ address, failures, seconds }) {
     await load();
     tell(byId('done').dataset.lift);
   });
-  row.append(cell(from, address), cell(count, numberText(failures)), cell(wait, durationText(seconds)), cell(action, lift));
+  row.append(cell(from, address), numberCell(count, numberText(failures)), numberCell(wait, durationText(seconds)), cell(action, lift));
   return row;
 }
 

@@ -1,16 +1,21 @@
 // What happened on this server: searched and filtered by the service, read a part at a time.
 import { getJson, PATIENT } from './api.js';
 import { byId, showFailure } from './form.js';
+import { cell, makeList, textElement } from './table-list.js';
 import { fill, scanKindText, showName, timeText, visible } from './wording.js';
 
 const PROGRAM = './events.cgi';
 const DAY = 24 * 3600;
 const PAUSE = 300;
+/** Events read first, then with each further question, and the most that the page holds. */
+const FIRST = 200;
+const STEP = 1000;
+const MOST = 10_000;
 const LOOKS = { alert: 'bad', warning: 'warn', info: '' };
 const NAMES = { search: 'text', kind: 'kinds', severity: 'severity' };
 
-let read = 0;
-let last = 0;
+let events = [];
+let total = 0;
 let visit = 0;
 
 /** A day of the calendar as seconds since the epoch, by the browser's clock. */
@@ -24,16 +29,7 @@ function filters() {
   return wanted;
 }
 
-function cell(label, ...content) {
-  const made = document.createElement('td');
-  made.dataset.label = label;
-  made.append(...content);
-  return made;
-}
-
-function paragraph(className, text) {
-  return Object.assign(document.createElement('p'), { className, textContent: text });
-}
+const paragraph = (className, text) => textElement('p', className, text);
 
 /** The words of an event: the file, what was found, what was done. */
 function story(event) {
@@ -56,56 +52,91 @@ function who({ user, address }) {
   return [user, address === 'local' ? words.local : address].filter(Boolean).map(visible).join(' · ');
 }
 
+const kindText = (kind) => byId('kind').querySelector(`option[value="${CSS.escape(kind)}"]`)?.textContent ?? kind;
+
 function makeRow(event) {
-  const row = document.createElement('tr');
-  const [when, kind, what, by] = [...document.querySelectorAll('#events th')].map((head) => head.textContent);
-  const tag = document.createElement('span');
-  tag.className = `tag ${LOOKS[event.severity] ?? ''}`;
-  tag.textContent = byId('kind').querySelector(`option[value="${CSS.escape(event.kind)}"]`)?.textContent ?? event.kind;
-  row.append(cell(when, timeText(event.time)), cell(kind, tag), cell(what, ...story(event)), cell(by, who(event)));
-  return row;
+  const tag = textElement('span', `tag ${LOOKS[event.severity] ?? ''}`, kindText(event.kind));
+  return [cell('when', timeText(event.time)), cell('', tag), cell('', ...story(event)), cell('', who(event))];
 }
 
-/** Reads on behind what is shown; from the beginning after the filter was changed. */
-async function load(fresh) {
+const list = makeList(byId('events'), {
+  columns: [{ value: ({ id }) => id, down: true }, { value: ({ kind }) => kindText(kind) },
+    { value: ({ path, signature, detail }) => path || signature || detail }, { value: ({ user, address }) => user || address }],
+  row: makeRow,
+  onReach: () => readOn(),
+});
+
+async function readPart(count) {
+  const wanted = filters();
+  if (events.length) wanted.set('before', events.at(-1).id);
+  wanted.set('count', count);
+  return getJson(`${PROGRAM}?list=1&${wanted}`, PATIENT);
+}
+
+function showEvents() {
+  list.set(events);
+  byId('count').textContent = fill(byId('count').dataset.text, { shown: events.length, total });
+  byId('count').hidden = events.length === 0;
+  byId('nothing').hidden = events.length !== 0;
+}
+
+/** Says how far the reading is, or that the page holds no more. */
+function showReading(text) {
+  byId('reading').hidden = !text;
+  byId('reading').textContent = fill(text, { count: events.length });
+}
+
+/** Runs `read` for what is asked for now; a later question makes its answer worthless. */
+async function reading(read) {
   visit += 1;
   const asked = visit;
   const failed = byId('load-failed');
-  const wanted = filters();
-  byId('export').href = `${PROGRAM}?csv=1&${wanted}`;
-  if (!fresh && last) wanted.set('before', last);
   try {
-    const { total, events } = await getJson(`${PROGRAM}?list=1&${wanted}`, PATIENT);
-    if (asked !== visit) return;
-    const body = byId('events').tBodies[0];
-    if (fresh) {
-      body.replaceChildren();
-      read = 0;
-    }
-    body.append(...events.map(makeRow));
-    const before = fresh ? 0 : read;
-    read += events.length;
-    last = events.at(-1)?.id ?? last;
-    byId('count').textContent = fill(byId('count').dataset.text, { shown: read, total: total + before });
-    byId('count').hidden = read === 0;
-    byId('events').hidden = read === 0;
-    byId('nothing').hidden = read !== 0;
-    byId('more').hidden = events.length === 0 || read >= total + before;
-    failed.hidden = true;
+    await read(() => asked === visit);
+    if (asked === visit) failed.hidden = true;
   } catch (error) {
     if (asked !== visit) return;
     showFailure(failed, error);
   }
 }
 
+/** Reads the newest events that the filters let through. */
+function load() {
+  byId('export').href = `${PROGRAM}?csv=1&${filters()}`;
+  return reading(async (stillAsked) => {
+    events = [];
+    showReading('');
+    const answer = await readPart(FIRST);
+    if (!stillAsked()) return;
+    ({ events, total } = answer);
+    showEvents();
+  });
+}
+
+/** Reads what lies behind, since another order or the last page shows it. */
+function readOn() {
+  if (events.length >= Math.min(total, MOST) || !byId('reading').hidden) return;
+  const texts = byId('reading').dataset;
+  reading(async (stillAsked) => {
+    while (events.length < Math.min(total, MOST)) {
+      showReading(texts.text);
+      const part = await readPart(Math.min(STEP, MOST - events.length));
+      if (!stillAsked()) return;
+      if (!part.events.length) break;
+      events.push(...part.events);
+    }
+    showReading(events.length < total ? texts.most : '');
+    showEvents();
+  });
+}
+
 let typing = 0;
 byId('filter').addEventListener('input', () => {
   clearTimeout(typing);
-  typing = setTimeout(() => load(true), PAUSE);
+  typing = setTimeout(load, PAUSE);
 });
 byId('filter').addEventListener('submit', (event) => {
   event.preventDefault();
-  load(true);
+  load();
 });
-byId('more').addEventListener('click', () => load(false));
-await load(true);
+await load();

@@ -1,21 +1,23 @@
 // The scans that were made: their list, and one of them with what it found. The address's fragment names the one.
 import { BY_PAGE, getJson, PATIENT } from './api.js';
-import { byId, copyOf, showFailure } from './form.js';
-import { durationText, fill, malwareAbout, malwareText, numberText, scanKindText, showName, sizeText, splitPath, timeText } from './wording.js';
+import { byId, showFailure } from './form.js';
+import { cell, makeList, textElement } from './table-list.js';
+import { durationText, fill, malwareAbout, malwareText, numberText, scanKindText, showName, sizeText, splitPath, timeText, visible } from './wording.js';
 
 const RUNNING = 4;
 const REFRESH = 5000;
+/** Finds that one page holds; the file that can be saved has all. */
+const MOST_FINDS = 20_000;
 
 let scans = [];
 let current = '';
-let read = 0;
+let finds = [];
 /** Counts what was shown, so that an answer that comes too late is told. */
 let visit = 0;
 let reading = -1;
 
 const lengthOf = (scan) => (scan.ended || Math.floor(Date.now() / 1000)) - scan.started;
 const unsureIn = (scan) => scan.notFullyScanned + scan.skipped;
-const shown = () => scans.filter((scan) => !byId('finds-only').checked || scan.found > 0);
 
 function showState(tag, scan) {
   const state = document.querySelector(`#scan-states [data-state="${CSS.escape(String(scan.state))}"]`);
@@ -24,64 +26,105 @@ function showState(tag, scan) {
 }
 
 function makeScan(scan) {
-  const entry = copyOf('scan');
-  const link = entry.querySelector('a');
-  const result = entry.querySelector('.result');
-  link.textContent = scanKindText(scan.kind);
+  const link = textElement('a', '', scanKindText(scan.kind));
   link.href = `#${scan.id}`;
-  entry.querySelector('.when').textContent = `${timeText(scan.started)} · ${durationText(lengthOf(scan))}`;
-  showState(entry.querySelector('.outcome'), scan);
-  result.textContent = fill(unsureIn(scan) ? result.dataset.unsure : result.dataset.text,
-    { scanned: scan.scanned, found: scan.found, unsure: unsureIn(scan) });
+  const name = textElement('p', 'name', '');
+  name.append(link);
+  const tag = textElement('span', 'tag', '');
+  showState(tag, scan);
+  const texts = byId('count').dataset;
+  const result = textElement('span', 'result', fill(unsureIn(scan) ? texts.unsure : texts.line,
+    { scanned: scan.scanned, found: scan.found, unsure: unsureIn(scan) }));
   result.classList.toggle('found', scan.found > 0);
-  return entry;
+  return [cell('', name), cell('when', timeText(scan.started)), cell('number', durationText(lengthOf(scan))), cell('', tag),
+    cell('', result)];
 }
 
-function showList() {
-  byId('scans').replaceChildren(...shown().map(makeScan));
-  byId('count').textContent = fill(byId('count').dataset.text,
-    { shown: shown().length, total: scans.length });
+const list = makeList(byId('scan-list'), {
+  columns: [{ value: ({ kind }) => scanKindText(kind) }, { value: ({ started }) => started, down: true },
+    { value: lengthOf, down: true }, { value: ({ state }) => state }, { value: ({ found }) => found, down: true }],
+  row: makeScan,
+  first: 1,
+  onShow: () => showCount(),
+});
+
+function showCount() {
+  const shown = list.matching().length;
+  byId('count').textContent = fill(byId('count').dataset.text, { shown, total: scans.length });
   byId('count').hidden = scans.length === 0;
   byId('tools').hidden = scans.length === 0;
   byId('nothing').hidden = scans.length !== 0;
-  byId('no-match').hidden = scans.length === 0 || shown().length !== 0;
+  byId('no-match').hidden = scans.length === 0 || shown !== 0;
+}
+
+function makePath(find) {
+  const { name, folder } = splitPath(find.path);
+  const title = textElement('p', 'name', '');
+  const place = textElement('p', 'hint folder', '');
+  showName(title, name);
+  showName(place, folder);
+  return cell('', title, place);
 }
 
 function makeFind(find) {
-  const entry = copyOf('find');
-  const { name, folder } = splitPath(find.path);
-  showName(entry.querySelector('.name'), name);
-  showName(entry.querySelector('.folder'), folder);
-  entry.querySelector('.kind').textContent = find.infected ? malwareText(find.type) : '';
-  entry.querySelector('.kind').hidden = !find.infected;
-  entry.querySelector('.kind').title = find.infected ? malwareAbout(find.type) : '';
-  entry.querySelector('.detail').textContent = [find.signature, find.detail].filter(Boolean).join(' · ');
-  return entry;
+  const kind = textElement('span', 'tag bad kind', malwareText(find.type));
+  kind.title = malwareAbout(find.type);
+  const malware = textElement('p', '', '');
+  malware.append(kind);
+  return [makePath(find), cell('', malware, textElement('p', 'hint signature', visible(find.signature))),
+    cell('detail', visible(find.detail))];
 }
 
-/** The next finds of the scan that is shown, unless they are under way: the button asks, and so does the clock. */
+const byPath = { value: ({ path }) => splitPath(path).name };
+const findList = makeList(byId('find-list'), {
+  columns: [byPath, { value: ({ signature }) => signature }, { value: ({ detail }) => detail }],
+  row: makeFind,
+  id: ({ number }) => number,
+  onShow: () => showNoMatch(),
+});
+const unsureList = makeList(byId('unsure-list'), {
+  columns: [byPath, { value: ({ detail }) => detail }],
+  row: (find) => [makePath(find), cell('detail', [find.signature, find.detail].filter(Boolean).map(visible).join(' · '))],
+  id: ({ number }) => number,
+});
+
+function showNoMatch() {
+  byId('no-find-match').hidden = findList.matching().length > 0 || !finds.some(({ infected }) => infected);
+}
+
+function showFinds(done) {
+  const infected = finds.filter((find) => find.infected);
+  findList.set(infected);
+  unsureList.set(finds.filter((find) => !find.infected));
+  byId('no-finds').hidden = infected.length > 0 || !byId('finds-failed').hidden;
+  byId('unsure-card').hidden = infected.length === finds.length;
+  byId('reading').hidden = done;
+  byId('reading').textContent = fill(byId('reading').dataset.text, { count: finds.length });
+}
+
+/** All further finds of the scan that is shown, a part at a time, unless they are on their way. */
 async function readFinds(headers) {
   if (reading === visit) return;
   const asked = visit;
   reading = asked;
   const failed = byId('finds-failed');
   try {
-    const { finds, more } = await getJson(`./history.cgi?RequestID=${encodeURIComponent(current)}&From=${read}`,
-      PATIENT, headers);
-    if (asked !== visit) return;
-    read += finds.length;
-    byId('finds').append(...finds.filter(({ infected }) => infected).map(makeFind));
-    byId('unsure').append(...finds.filter(({ infected }) => !infected).map(makeFind));
-    byId('more').hidden = !more;
-    failed.hidden = true;
+    for (let goOn = true; goOn;) {
+      const { finds: part, more } = await getJson(`./history.cgi?RequestID=${encodeURIComponent(current)}&From=${finds.length}`,
+        PATIENT, headers);
+      if (asked !== visit) return;
+      finds.push(...part.map((find, at) => ({ ...find, number: finds.length + at })));
+      failed.hidden = true;
+      goOn = more && part.length > 0 && finds.length < MOST_FINDS;
+      showFinds(!goOn);
+    }
   } catch (error) {
     if (asked !== visit) return;
     showFailure(failed, error);
+    showFinds(true);
   } finally {
     if (reading === asked) reading = -1;
   }
-  byId('no-finds').hidden = byId('finds').childElementCount > 0 || !failed.hidden;
-  byId('unsure-card').hidden = byId('unsure').childElementCount === 0;
 }
 
 function showFigures(scan) {
@@ -111,9 +154,11 @@ async function route() {
   visit += 1;
   if (!scan) return;
   showFigures(scan);
-  read = 0;
-  byId('finds').replaceChildren();
-  byId('unsure').replaceChildren();
+  finds = [];
+  byId('search').value = '';
+  for (const one of [findList, unsureList]) one.filter(() => true);
+  showFinds(true);
+  byId('no-finds').hidden = true;
   await readFinds();
 }
 
@@ -122,7 +167,7 @@ async function load(headers) {
   try {
     ({ scans } = await getJson('./history.cgi?list=1', undefined, headers));
     failed.hidden = true;
-    showList();
+    list.set(scans);
   } catch (error) {
     showFailure(failed, error);
     byId('count').hidden = true;
@@ -135,13 +180,17 @@ async function refresh() {
     await load(BY_PAGE);
     const scan = scans.find(({ id }) => id === current);
     if (scan) showFigures(scan);
-    if (scan && unsureIn(scan) + scan.found > read) await readFinds(BY_PAGE);
+    if (scan && unsureIn(scan) + scan.found > finds.length) await readFinds(BY_PAGE);
   }
   setTimeout(refresh, REFRESH);
 }
 
-byId('finds-only').addEventListener('change', showList);
-byId('more').addEventListener('click', () => readFinds());
+byId('finds-only').addEventListener('change', ({ target }) => list.filter(({ found }) => !target.checked || found > 0));
+byId('search').addEventListener('input', ({ target }) => {
+  const words = target.value.trim().toLocaleLowerCase();
+  const fits = ({ path, signature, detail }) => `${path}\n${signature}\n${detail}`.toLocaleLowerCase().includes(words);
+  for (const one of [findList, unsureList]) one.filter(fits);
+});
 window.addEventListener('hashchange', async () => {
   const left = current;
   await route();

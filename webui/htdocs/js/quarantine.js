@@ -2,34 +2,17 @@
 import { getJson, PATIENT, postJson } from './api.js';
 import { byId, copyOf, showFailure } from './form.js';
 import { ask } from './question.js';
+import { cell, makeList, textElement } from './table-list.js';
 import { fill, malwareAbout, malwareText, showName, sizeText, splitPath, timeText, visible } from './wording.js';
 
-const STEP = 100;
 const BATCH = 100;
 
 let items = [];
 let trusted = [];
-let limit = STEP;
 let inDetails = null;
-const picked = new Set();
 const refusals = new Map();
 
-const wanted = () => byId('search').value.trim().toLocaleLowerCase();
 const fits = (item, words) => `${item.path}\n${item.signature}`.toLocaleLowerCase().includes(words);
-/** One piece of a row, which breaks between pieces only. */
-const unbroken = (text) => text.replace(/ /g, '\u00a0');
-/** What the list may be sorted by: the newest and the largest first, texts by their letters. */
-const collator = new Intl.Collator(document.documentElement.lang || 'en-US', { numeric: true });
-const byText = (text) => (a, b) => collator.compare(text(a), text(b));
-const ORDERS = {
-  when: (a, b) => b.when - a.when,
-  size: (a, b) => b.size - a.size,
-  name: byText(({ path }) => splitPath(path).name),
-  place: byText(({ path }) => path),
-  malware: byText(({ signature }) => signature),
-};
-const matching = () => items.filter((item) => fits(item, wanted())).sort(ORDERS[byId('sort').value]);
-const shown = () => matching().slice(0, limit);
 
 function showRefusal(entry, id) {
   const error = entry.querySelector('.error');
@@ -64,22 +47,34 @@ function linkToScan(id, text) {
   return link;
 }
 
-function makeItem(item) {
-  const entry = copyOf('item');
+function makeName(item) {
   const { name, folder } = splitPath(item.path);
-  const pick = entry.querySelector('.pick');
-  entry.dataset.id = item.id;
-  pick.checked = picked.has(item.id);
-  pick.setAttribute('aria-label', fill(pick.dataset.label, { name: visible(name) }));
-  showName(entry.querySelector('.open'), name, false);
-  showName(entry.querySelector('.folder'), folder);
-  entry.querySelector('.kind').textContent = malwareText(item.type);
-  entry.querySelector('.kind').title = item.signature;
-  entry.querySelector('.copy').hidden = !item.backup;
-  entry.querySelector('.when').textContent =
-    [item.signature, unbroken(sizeText(item.size)), unbroken(timeText(item.when))].join(' · ');
-  showRefusal(entry, item.id);
-  return entry;
+  const open = textElement('button', 'link open', '');
+  open.type = 'button';
+  open.setAttribute('aria-haspopup', 'dialog');
+  showName(open, name, false);
+  const title = textElement('p', 'name', '');
+  title.append(open);
+  const place = textElement('p', 'hint folder', '');
+  showName(place, folder);
+  const error = textElement('p', 'error', refusals.get(item.id) ?? '');
+  error.hidden = !refusals.has(item.id);
+  return [title, place, error];
+}
+
+function makeKind(item) {
+  const kind = textElement('span', 'tag kind', malwareText(item.type));
+  const tags = textElement('p', '', '');
+  tags.append(kind);
+  if (item.backup) tags.append(' ', textElement('span', 'tag copy', byId('count').dataset.copy));
+  return [tags, textElement('p', 'hint signature', visible(item.signature))];
+}
+
+function makeCells(item, isPicked) {
+  const pick = Object.assign(document.createElement('input'), { type: 'checkbox', className: 'pick', checked: isPicked });
+  pick.setAttribute('aria-label', fill(byId('count').dataset.choose, { name: visible(splitPath(item.path).name) }));
+  return [cell('narrow', pick), cell('', ...makeName(item)), cell('', ...makeKind(item)),
+    cell('number', sizeText(item.size)), cell('when', timeText(item.when))];
 }
 
 function makeTrusted({ sha256, name }) {
@@ -93,33 +88,39 @@ function makeTrusted({ sha256, name }) {
   return entry;
 }
 
-function showPicked() {
-  const all = matching();
-  const onPage = all.slice(0, limit);
-  const count = all.filter(({ id }) => picked.has(id)).length;
-  const onPagePicked = onPage.filter(({ id }) => picked.has(id)).length;
+const list = makeList(byId('list'), {
+  columns: [null, { value: ({ path }) => splitPath(path).name }, { value: ({ signature }) => signature },
+    { value: ({ size }) => size, down: true }, { value: ({ when }) => when, down: true }],
+  row: makeCells,
+  first: 4,
+  onShow: () => showAround(),
+});
+const chosen = () => list.matching().filter(({ id }) => list.picked.has(id));
+
+/** What stands around the rows: how many there are, how many of them are chosen, and what can be done with these. */
+function showAround() {
+  const all = list.matching();
+  const onPage = list.onPage();
+  const count = chosen().length;
+  const onPagePicked = onPage.filter(({ id }) => list.picked.has(id)).length;
   byId('pick-matching').hidden = all.length <= onPage.length || onPagePicked < onPage.length || count === all.length;
   byId('pick-matching').textContent = fill(byId('pick-matching').dataset.text, { count: all.length });
   byId('picked').textContent = fill(byId('picked').dataset.text, { count });
   byId('pick-all').checked = onPagePicked > 0 && onPagePicked === onPage.length;
   byId('pick-all').indeterminate = onPagePicked > 0 && onPagePicked < onPage.length;
-  for (const button of byId('bulk').querySelectorAll('button')) button.disabled = count === 0;
-}
-
-function show() {
-  const all = matching();
-  byId('items').replaceChildren(...shown().map(makeItem));
-  byId('count').textContent = fill(byId('count').dataset.text,
-    { shown: Math.min(limit, all.length), total: items.length });
+  for (const button of byId('bulk').querySelectorAll('.buttons button')) button.disabled = count === 0;
+  byId('count').textContent = fill(byId('count').dataset.text, { shown: all.length, total: items.length });
   byId('count').hidden = items.length === 0;
   byId('looking').hidden = items.length === 0;
   byId('bulk').hidden = all.length === 0;
   byId('nothing').hidden = items.length !== 0;
   byId('no-match').hidden = items.length === 0 || all.length !== 0;
-  byId('more').hidden = all.length <= limit;
+}
+
+function show() {
+  list.set(items);
   byId('trusted').replaceChildren(...trusted.map(makeTrusted));
   byId('none-trusted').hidden = trusted.length !== 0;
-  showPicked();
 }
 
 /** All that is in quarantine, read page by page. What came in meanwhile moves the others on, so some come twice. */
@@ -195,38 +196,25 @@ async function act(action, ids) {
     done = await send('restore', done);
     counts.restore = done.length;
   }
-  for (const id of done) picked.delete(id);
+  for (const id of done) list.picked.delete(id);
   await load();
   tell(counts, ids.length);
 }
 
-byId('search').addEventListener('input', () => { limit = STEP; show(); });
-byId('sort').addEventListener('change', () => { limit = STEP; show(); });
-byId('more').addEventListener('click', () => { limit += STEP; show(); });
+byId('search').addEventListener('input', () => {
+  const words = byId('search').value.trim().toLocaleLowerCase();
+  list.filter((item) => fits(item, words));
+});
 byId('pick-matching').addEventListener('click', () => {
-  for (const { id } of matching()) picked.add(id);
-  show();
+  list.pick(list.matching(), true);
   byId('pick-all').focus();
 });
-byId('items').addEventListener('change', ({ target }) => {
-  const { id } = target.closest('.entry').dataset;
-  if (target.checked) picked.add(id);
-  else picked.delete(id);
-  showPicked();
-});
 byId('items').addEventListener('click', ({ target }) => {
-  if (!target.closest('.open')) return;
-  showDetails(items.find(({ id }) => id === target.closest('.entry').dataset.id));
+  if (target.closest('.open')) showDetails(list.rowOf(target));
 });
-byId('pick-all').addEventListener('change', ({ target }) => {
-  for (const { id } of shown()) {
-    if (target.checked) picked.add(id);
-    else picked.delete(id);
-  }
-  show();
-});
+byId('pick-all').addEventListener('change', ({ target }) => list.pick(list.onPage(), target.checked));
 byId('bulk').addEventListener('click', ({ target }) => {
-  if (target.dataset.action) act(target.dataset.action, matching().map(({ id }) => id).filter((id) => picked.has(id)));
+  if (target.dataset.action) act(target.dataset.action, chosen().map(({ id }) => id));
 });
 byId('details').addEventListener('click', ({ target }) => {
   if (!target.dataset.action) return;

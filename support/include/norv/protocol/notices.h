@@ -84,7 +84,9 @@ struct GetNotices {
     static constexpr auto KIND = IPCMessage::GET;
     static constexpr auto COMMAND = IPCMessage::CommandID{123};
     using Reply = NoticeReport;
-    static void visit(auto& /*record*/, auto&& /*field*/) {}
+    bool secrets = false;  ///< also the secrets; only for root and the service's own user
+
+    static void visit(auto& record, auto&& field) { field("Secrets", record.secrets); }
 };
 
 /// What is left out stays as it is.

@@ -47,7 +47,9 @@ struct GetServiceSettings {
     static constexpr auto KIND = IPCMessage::GET;
     static constexpr auto COMMAND = SERVICE_SETTINGS;
     using Reply = ServiceSettings;
-    static void visit(auto& /*record*/, auto&& /*field*/) {}
+    bool secrets = false;  ///< also the secrets' values; only for root and the service's own user
+
+    static void visit(auto& record, auto&& field) { field("Secrets", record.secrets); }
 };
 
 /// Stores some settings, all of them or none. Both texts are JSON objects of texts by name; a setting that is no longer

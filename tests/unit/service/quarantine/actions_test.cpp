@@ -118,7 +118,7 @@ TEST_F(ActionsTest, CleanCannotBeDoneAndTheSecondActionFollows) {
     const ActionOutcome outcome = perform("3-2");
     EXPECT_TRUE(outcome.done);
     EXPECT_EQ(outcome.performed, Action::QUARANTINE);
-    EXPECT_NE(outcome.text.find("clean failed"), std::string::npos);
+    EXPECT_NE(outcome.text.find("cannot be cleaned"), std::string::npos);
     EXPECT_EQ(quarantine_.list().size(), 1U) << "no backup was asked for";
 }
 

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "norv/protocol/notices.h"
+
+#include <rapidjson/document.h>
+
+#include <string>
+
+namespace keldra {
+
+/// The name of the notices' settings among the groups.
+inline constexpr const char* NOTICES_GROUP = "notices";
+
+/// Adds the notices' settings to an object of groups; `secrets`: with the secrets. Returns why not, or nothing.
+std::string addNotices(rapidjson::Document& settings, bool secrets);
+/// Lays fields of that form over the stored settings. Returns what is wrong with them, or nothing.
+std::string takeNotices(const rapidjson::Value& fields, protocol::SetNotices& wanted);
+/// Stores them. Returns what is wrong, or nothing.
+std::string storeNotices(const protocol::SetNotices& wanted);
+
+}  // namespace keldra
