@@ -109,8 +109,8 @@ Protection protectionOf(const Witnesses& witnesses, const Testimony& heard) {
     addSignatures(heard.engine, facts);
     addUpdates(witnesses.happenings.updates(), *config, facts);
     addScans(heard.scans, facts);
-    for (const std::string& problem :
-         {witnesses.scans.problem(), witnesses.events.problem(), witnesses.sessions.problem()})
+    for (const std::string& problem : {witnesses.configuration.saveProblem(), witnesses.scans.problem(),
+                                       witnesses.events.problem(), witnesses.sessions.problem()})
         if (!problem.empty()) facts.unsaved.push_back(problem);
     addRealtime(heard.realtime, facts);
     addDisks(heard.disks, facts);

@@ -129,10 +129,15 @@ SaveResult ConfigurationStore::store(const NORVConfig& changed) {
     if (const auto result = writeFileAtomically(file_, text, DOCUMENT_MODE, next.stamp); !result) {
         const std::string reason = errorText(result.error);
         NORV_LOG(NORV_LOG_ERROR, "The configuration %s could not be saved: %s", file_.c_str(), reason.c_str());
-        return {SaveOutcome::FAILED, "The settings could not be saved: " + reason};
+        State failed = *state();
+        failed.saveProblem = "The settings could not be saved: " + reason;
+        SaveResult told{SaveOutcome::FAILED, failed.saveProblem};
+        state_.store(std::make_shared<const State>(std::move(failed)));
+        return told;
     }
     next.good = std::move(stored);
     next.identity = identify(file_);
+    next.saveProblem.clear();
     state_.store(std::make_shared<const State>(std::move(next)));
     return {writeBackup(text) ? SaveOutcome::SAVED : SaveOutcome::SAVED_WITHOUT_BACKUP};
 }

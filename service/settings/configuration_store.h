@@ -64,6 +64,8 @@ public:
     std::shared_ptr<const NORVConfig> snapshot() const;
     /// What is wrong with the file, empty when nothing is.
     std::string error() const;
+    /// Why the last change could not be stored, in English; empty when it could.
+    std::string saveProblem() const { return state()->saveProblem; }
 
     /// Changes the document for `who`: `change` gets a copy, returns whether it is to be stored. On return the new
     /// document is on disk, synced, or the old one stands.
@@ -84,6 +86,7 @@ private:
         bool loaded = false;
         std::int64_t stamp = 0;
         std::string error = "not read yet";
+        std::string saveProblem{};
     };
     using StatePtr = std::shared_ptr<const State>;
 

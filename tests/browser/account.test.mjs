@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { createHmac } from 'node:crypto';
-import { statSync } from 'node:fs';
+import { statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import test from 'node:test';
 import { addresses, build, logOn, newPage } from './support/console.mjs';
@@ -70,6 +70,24 @@ inEveryView('who logs on for the first time chooses a password, and then how the
   await page.goto(addresses.overview);
   await page.locator('#setup:not([hidden])').waitFor();
 }, { guest: true });
+
+test('with a source of updates within reach the first steps end in the first scan', async () => {
+  const source = join(console_.folder, 'local.ndb');
+  writeFileSync(source, 'Keldra.Browser.Test-1:0:0:6b656c647261\n');
+  console_.configureUpdates({ Source: 'custom', CustomURLs: source });
+  const page = await newPage(browser, console_, audited);
+  await logOn(page, console_);
+  await page.locator('#setup a').click();
+  await page.locator('#form').waitFor();
+  await page.locator('#start').click();
+  await page.waitForURL('**/scanoption.cgi?id=scan_progress_query&RequestID=*', { timeout: 90_000 });
+  await page.locator('body[data-page="scan-done"] #not-fully', { hasText: /\d/ }).waitFor();
+  await page.goto(addresses.overview);
+  await page.locator('#last-scans', { hasText: 'Manual scan' }).waitFor();
+  assert.equal(await page.locator('#setup').isVisible(), false);
+  assert.deepEqual(page.errors, []);
+  await page.context().close();
+});
 
 test('what was chosen is in force, also the nightly scan and update', async () => {
   const page = await newPage(browser, console_, audited);

@@ -122,7 +122,11 @@ void writeScans(JsonText& json, const std::vector<protocol::ScanSummary>& scans)
 /// The service's verdict on this server and its reasons, the gravest first; without one the page says so.
 void writeVerdict(JsonText& json, const protocol::ServiceStatus& status) {
     std::vector<protocol::VerdictReason> reasons = status.reasons;
-    for (auto& reason : reasons) reason.text = translateServiceText(reason.text);
+    for (auto& reason : reasons) {
+        reason.text = translateServiceText(reason.text);
+        // Details are paths and versions but here.
+        if (reason.reason == "not_saved") reason.detail = translateServiceText(reason.detail);
+    }
     json.member("verdict", status.verdict).member("reasons", reasons);
 }
 
