@@ -22,8 +22,10 @@ constexpr std::chrono::milliseconds END_STEP{5};
 constexpr std::size_t ENDS_KEPT = 64;
 
 /// In the child, between fork and exec: nothing but plain calls. It begins when keldrad knows its number, or an access
-/// of its own could be taken for anybody's.
-[[noreturn]] void becomeScanner(int channel, const char* path, char* const* arguments) {
+/// of its own could be taken for anybody's. `other`: keldrad's end of the channel, whose copy here would keep it open
+/// when keldrad is killed at this moment.
+[[noreturn]] void becomeScanner(int channel, int other, const char* path, char* const* arguments) {
+    ::close(other);
     char go = 0;
     if (::read(channel, &go, 1) != 1) ::_exit(EXIT_FAILURE);
     const int nothing = ::open("/dev/null", O_RDWR);
@@ -67,7 +69,7 @@ bool ScannerHost::start() {
     std::string name = "keldra-scanner";
     const std::array<char*, 4> arguments{name.data(), user.data(), group.data(), nullptr};
     pid_ = ::fork();
-    if (pid_ == 0) becomeScanner(theirs.get(), program_.path.c_str(), arguments.data());
+    if (pid_ == 0) becomeScanner(theirs.get(), channel_.get(), program_.path.c_str(), arguments.data());
     if (pid_ < 0) return false;
     alive_ = true;
     listener_ = std::thread([this] { listen(); });
