@@ -3,7 +3,7 @@ BUILD := build
 JOBS ?= $(shell nproc)
 CONSOLE := $(BUILD)/release/console
 
-.PHONY: help run build pictures test unit program service browser check format sanitize faults fuzz bench package package-test clean
+.PHONY: help run build pictures test unit program service browser check format sanitize faults fuzz bench package package-test container-test cross-test clean
 
 help:
 	@echo "make run       build, start the console on http://127.0.0.1:8080 with sample files, print its log-on"
@@ -16,6 +16,8 @@ help:
 	@echo "make bench     the figures of docs/performance.md, measured here"
 	@echo "make package   the .debs in build/package, with their list of materials"
 	@echo "make package-test  the packages installed, used, upgraded and removed in a container"
+	@echo "make container-test  the container image built, started, logged on to and scanned with"
+	@echo "make cross-test    the packages built for arm64 and tried, emulated"
 	@echo "make pictures  the pictures of README and docs, by the browser tests"
 
 run: build
@@ -77,7 +79,16 @@ package:
 	@scripts/package $(BUILD)/package
 
 package-test: package
+	@scripts/setup package-test
 	@scripts/package-test $(BUILD)/package
+
+container-test: package
+	@scripts/setup package-test
+	@scripts/container-test $(BUILD)/package
+
+cross-test:
+	@scripts/setup package-test
+	@scripts/cross-test $(BUILD)/arm64
 
 # The pictures of README and docs, taken by the browser tests.
 pictures: build
