@@ -86,6 +86,9 @@ inEveryView('what happened is listed, filtered and saved to a file', async (own,
   await own.locator('#kind').selectOption('service');
   await own.waitForFunction((word) => [...document.querySelectorAll('#events .tag')].every((tag) => tag.textContent === word),
     view.text('KIND_SERVICE'));
+  await own.goto('/NorvLinux/events.cgi?kind=service');
+  await own.locator('#events tbody tr').first().waitFor();
+  assert.equal(await own.locator('#kind').inputValue(), 'service');
   await own.locator('#search').fill('nothing is called that');
   await own.locator('#nothing').waitFor();
   await view.suits(own);

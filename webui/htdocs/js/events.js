@@ -130,6 +130,16 @@ function readOn() {
   });
 }
 
+/** The address may name what to show: a kind, a severity, words. */
+function takeAddress() {
+  const wanted = new URLSearchParams(location.search);
+  for (const id of Object.keys(NAMES)) {
+    const value = wanted.get(id) ?? '';
+    if (byId(id).tagName !== 'SELECT' || [...byId(id).options].some((option) => option.value === value)) byId(id).value = value;
+  }
+}
+
+takeAddress();
 let typing = 0;
 byId('filter').addEventListener('input', () => {
   clearTimeout(typing);
