@@ -37,13 +37,12 @@ RealtimeScan::RealtimeScan(ScanEngine& engine, Actions& actions, std::vector<std
       report_(std::move(report)),
       ownFolders_(std::move(ownFolders)),
       policy_(std::make_shared<const Policy>(NORVRealtimeScanConfig())),
-      listener_(
-          {[this](int fd, const std::string& path, std::stop_token stop) { return scan(fd, path, std::move(stop)); },
-           [this](int fd, const std::string& path, const OnAccessAnswer& answer) { act(fd, path, answer); },
-           [this](int fd, const std::string& path, std::stop_token stop) {
-               return scanFound(fd, path, std::move(stop));
-           },
-           [this](pid_t pid) { return engine_.ownsProcess(pid); }}) {}
+      listener_({[this](int fd, const std::string& path, const std::stop_token& stop) { return scan(fd, path, stop); },
+                 [this](int fd, const std::string& path, const OnAccessAnswer& answer) { act(fd, path, answer); },
+                 [this](int fd, const std::string& path, std::stop_token stop) {
+                     return scanFound(fd, path, std::move(stop));
+                 },
+                 [this](pid_t pid) { return engine_.ownsProcess(pid); }}) {}
 
 void RealtimeScan::configure(const NORVConfig& config) {
     const NORVRealtimeScanConfig record(config);
@@ -63,7 +62,7 @@ std::shared_ptr<const RealtimeScan::Policy> RealtimeScan::policy() const {
     return policy_;
 }
 
-OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, std::stop_token stop) {
+OnAccessAnswer RealtimeScan::scan(int fd, const std::string& path, const std::stop_token& stop) {
     const auto policy = this->policy();
     OnAccessAnswer answer;
     // Not to be remembered: the file may get a name that is scanned.

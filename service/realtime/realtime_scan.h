@@ -80,7 +80,7 @@ private:
     struct Policy;
 
     std::shared_ptr<const Policy> policy() const;
-    OnAccessAnswer scan(int fd, const std::string& path, std::stop_token stop);
+    OnAccessAnswer scan(int fd, const std::string& path, const std::stop_token& stop);
     OnAccessAnswer scanFound(int fd, const std::string& path, std::stop_token stop);
     void act(int fd, const std::string& path, const OnAccessAnswer& answer);
     void lookAtListener(RealtimeState& state) const;

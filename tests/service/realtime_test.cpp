@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <thread>
@@ -133,6 +134,29 @@ TEST_F(RealtimeTest, RunningIsSaidOfWhatGuardsAndOfWhatIsSwitchedOff) {
     ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING));
     EXPECT_EQ(get(SERVICE_STATUS).value<int>("RealtimeRunning"), 1);
     EXPECT_EQ(get(SERVICE_STATUS).value<std::string>("RealtimeMessage"), "");
+}
+
+TEST_F(RealtimeTest, ArchivesThatGrowWithoutEndKeepNobodyElseWaitingAndNoVirusGoesUnseen) {
+    const std::filesystem::path share = service_.file("samples");
+    const std::filesystem::path zeros = service_.file("zeros");
+    writeFile(zeros, "begin");
+    std::filesystem::resize_file(zeros, 300U << 20U);
+    for (const char* const name : {"1.zip", "2.zip"})
+        ASSERT_EQ(std::system(("zip -q -j -1 " + (share / name).string() + " " + zeros.string()).c_str()), 0);
+    for (int i = 0; i < 5; ++i) {
+        writeFile(share / ("clean" + std::to_string(i)), "nothing");
+        writeFile(share / ("eicar" + std::to_string(i)), testFile());
+    }
+    ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING));
+    std::jthread one([&] { openElsewhere(share / "1.zip"); });
+    std::jthread two([&] { openElsewhere(share / "2.zip"); });
+    for (int i = 0; i < 5; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(openElsewhere(share / ("clean" + std::to_string(i))), 0);
+        EXPECT_EQ(openElsewhere(share / ("eicar" + std::to_string(i))), EPERM);
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    }
 }
 
 TEST_F(RealtimeTest, AKilledServiceFreezesNobody) {
