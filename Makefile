@@ -11,7 +11,7 @@ help:
 	@echo "make test      every test: unit, program, service, browser"
 	@echo "make check     format, clang-tidy, cppcheck, shell syntax"
 	@echo "make sanitize  unit, program and service tests under ASan and UBSan"
-	@echo "make faults    every call of the system fails once in every action, which takes long"
+	@echo "make faults    every call of the system fails once in every action, 200 kills, a million requests; takes long"
 	@echo "make fuzz      each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make bench     the figures of docs/performance.md, measured here"
 	@echo "make package   the .debs in build/package, with their list of materials"

@@ -26,6 +26,7 @@ ScanJobs::~ScanJobs() {
 }
 
 std::string ScanJobs::newId() const {
+    const std::lock_guard lock(mutex_);
     const std::string time = std::to_string(tools_.clock.now());
     for (int i = 1;; ++i) {
         std::string id = time + "_" + std::to_string(i);
@@ -34,28 +35,28 @@ std::string ScanJobs::newId() const {
 }
 
 void ScanJobs::reap() {
-    for (auto next = jobs_.begin(); next != jobs_.end();) {
+    std::map<std::string, std::shared_ptr<ScanJob>> jobs;
+    {
+        const std::lock_guard lock(mutex_);
+        jobs = jobs_;
+    }
+    for (const auto& [id, job] : jobs) {
         // What could not be stored is kept in memory and tried again.
-        if (next->second->running() || !next->second->store()) {
-            ++next;
-        } else {
-            ended_[next->first] = next->second->status();
-            next = jobs_.erase(next);
-        }
+        if (job->running() || !job->store()) continue;
+        const std::lock_guard lock(mutex_);
+        ended_[id] = job->status();
+        jobs_.erase(id);
     }
 }
 
 ScanStart ScanJobs::start(const ScanRequest& request) {
     cleanUp();
-    const std::lock_guard lock(mutex_);
-    for (const auto& [id, job] : jobs_) {
-        const ScanStatus status = job->status();
-        if (status.kind == request.kind && status.state == ScanState::RUNNING) {
-            return {false, id, "A scan of this kind is already running."};
-        }
-    }
+    const std::lock_guard changing(changing_);
+    if (const auto other = running(request.kind)) return {false, other->id, "A scan of this kind is already running."};
     const std::string id = newId();
-    jobs_[id] = std::make_shared<ScanJob>(id, request, tools_);
+    const auto job = std::make_shared<ScanJob>(id, request, tools_);
+    const std::lock_guard lock(mutex_);
+    jobs_[id] = job;
     return {true, id, ""};
 }
 
@@ -141,6 +142,7 @@ std::string ScanJobs::problem() const {
 /// By number and not by age, which a clock that was set wrongly makes up.
 std::vector<std::string> ScanJobs::superfluous() const {
     std::vector<const ScanStatus*> newestFirst;
+    const std::lock_guard lock(mutex_);
     for (const auto& [id, status] : ended_) newestFirst.push_back(&status);
     std::sort(newestFirst.begin(), newestFirst.end(), [](const ScanStatus* a, const ScanStatus* b) {
         return std::pair(a->started, a->id) > std::pair(b->started, b->id);
@@ -160,11 +162,14 @@ std::vector<std::string> ScanJobs::superfluous() const {
 }
 
 void ScanJobs::cleanUp() {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard changing(changing_);
     reap();
     for (const std::string& id : superfluous()) {
+        {
+            const std::lock_guard lock(mutex_);
+            ended_.erase(id);
+        }
         history_.forget(id);
-        ended_.erase(id);
     }
 }
 

@@ -75,7 +75,8 @@ private:
     ScanJobsSettings settings_;
     ScanHistory history_;
     ScanTools tools_;
-    mutable std::mutex mutex_;
+    std::mutex changing_;  ///< held by who starts and stores scans, whatever the disk takes; taken before the other
+    mutable std::mutex mutex_;  ///< never held while the disk is waited for
     std::map<std::string, std::shared_ptr<ScanJob>> jobs_;
     std::map<std::string, ScanStatus> ended_;
 };

@@ -17,14 +17,23 @@ long openAt(int folder, const char* path, int flags, mode_t mode) {
     return ::syscall(SYS_openat, folder, path, flags, mode);
 }
 
+void takeTime() {
+    const char* const time = std::getenv("SLOW_DISK_MILLISECONDS");
+    std::this_thread::sleep_for(std::chrono::milliseconds(time ? std::atoi(time) : 0));
+}
+
 }  // namespace
 
 extern "C" {
 
 int fsync(int fd) {
-    const char* const time = std::getenv("SLOW_DISK_MILLISECONDS");
-    std::this_thread::sleep_for(std::chrono::milliseconds(time ? std::atoi(time) : 0));
+    takeTime();
     return static_cast<int>(::syscall(SYS_fsync, fd));
+}
+
+int fdatasync(int fd) {
+    takeTime();
+    return static_cast<int>(::syscall(SYS_fdatasync, fd));
 }
 
 int open(const char* path, int flags, ...) {

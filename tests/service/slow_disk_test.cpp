@@ -23,7 +23,8 @@ protected:
     /// The longest that a question of a page waited.
     milliseconds longestWait() const {
         milliseconds longest{0};
-        for (const auto command : {CONFIG_FILE_STATE, MANUAL_SCAN_CONFIG, SERVICE_STATUS, UPDATE_STATUS, SESSIONS}) {
+        for (const auto command : {CONFIG_FILE_STATE, MANUAL_SCAN_CONFIG, SERVICE_STATUS, UPDATE_STATUS, SESSIONS,
+                                   SCAN_HISTORY, QUARANTINE, EVENTS}) {
             const auto begin = steady_clock::now();
             EXPECT_EQ(get(command).result, 1) << command;
             const auto waited = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
@@ -34,8 +35,10 @@ protected:
     }
     std::future<IPCMessage> later(IPCMessage::Operation operation, IPCMessage::CommandID command,
                                   const std::string& name, const std::string& value) const {
+        IPCMessage request(operation, command);
+        if (!name.empty()) request.addParam(name, value);
         return std::async(std::launch::async,
-                          [this, operation, command, name, value] { return ask(operation, command, name, value); });
+                          [this, request] { return service_.ask(request, seconds(60)).value_or(IPCMessage()); });
     }
 
     const std::filesystem::path hanging_ = service_.file("samples") / "hangs";
@@ -64,13 +67,18 @@ TEST_F(SlowDiskTest, AFolderThatHangsHoldsUpNobodyElseAndNoEnd) {
 }
 
 TEST_F(SlowDiskTest, ADiskThatIsSlowToSyncHoldsUpOnlyWhoWrites) {
-    service_.environment["SLOW_DISK_MILLISECONDS"] = "1000";
+    service_.environment["SLOW_DISK_MILLISECONDS"] = "3000";
     ASSERT_TRUE(service_.start());
     const std::string text = R"({"NORVScheduledAUConfig":{"components":1}})";
     auto saved = later(IPCMessage::SET, SCHEDULED_UPDATE_CONFIG, "ScheduledAUConfig", text);
+    // And all sorts of others who write meanwhile.
+    auto loggedOn = std::async(std::launch::async, [this] { return service_.logOn("right password"); });
+    auto scanned = later(IPCMessage::START, MANUAL_SCAN, "", "");
     std::this_thread::sleep_for(milliseconds(200));
     for (int i = 0; i < 3; ++i) EXPECT_LT(longestWait(), milliseconds(500));
     EXPECT_EQ(saved.get().result, 1);
+    EXPECT_NE(loggedOn.get(), "");
+    scanned.get();
 }
 
 }  // namespace
