@@ -3,7 +3,7 @@ BUILD := build
 JOBS ?= $(shell nproc)
 CONSOLE := $(BUILD)/release/console
 
-.PHONY: help run build pictures test unit program service browser check format sanitize faults fuzz bench package package-test container-test cross-test clean
+.PHONY: help run build pictures test unit program service browser check format sanitize faults soak fuzz bench package package-test container-test cross-test clean
 
 help:
 	@echo "make run       build, start the console on http://127.0.0.1:8080 with sample files, print its log-on"
@@ -12,6 +12,7 @@ help:
 	@echo "make check     format, clang-tidy, cppcheck, shell syntax"
 	@echo "make sanitize  unit, program and service tests under ASan and UBSan"
 	@echo "make faults    every call of the system fails once in every action, 200 kills, a million requests; takes long"
+	@echo "make soak      an hour (SOAK_SECONDS) of streams, scans, pages and a file server at once"
 	@echo "make fuzz      each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make bench     the figures of docs/performance.md, measured here"
 	@echo "make package   the .debs in build/package, with their list of materials"
@@ -61,6 +62,12 @@ sanitize:
 faults:
 	@cmake --build $(BUILD)/release -j $(JOBS) --target fault_tests
 	@KELDRA_LONG_FAULTS=1 $(BUILD)/release/tests/fault_tests
+
+soak:
+	@scripts/setup run test clients
+	@cmake --preset test >/dev/null
+	@cmake --build $(BUILD)/release -j $(JOBS)
+	@KELDRA_SOAK_SECONDS=$${SOAK_SECONDS:-3600} $(BUILD)/release/tests/service_tests --gtest_filter='ManyClients*Memory*'
 
 fuzz:
 	@scripts/setup run fuzz
