@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -39,7 +40,7 @@ public:
 
     /// A share if it is free now.
     std::optional<Share> take(const std::string& key, std::uint64_t amount = 1);
-    /// The same, once it is free. Nothing when a stop is asked for before.
+    /// The same, once it is free; of one client, who asked first comes first. Nothing when a stop is asked for before.
     std::optional<Share> wait(const std::string& key, const std::stop_token& stop);
 
     std::uint64_t taken() const;
@@ -47,13 +48,15 @@ public:
 private:
     bool fits(const std::string& key, std::uint64_t amount) const;
     Share give(const std::string& key, std::uint64_t amount);
+    void wakeFirst();
 
     const std::uint64_t inAll_;
     const std::uint64_t each_;
     mutable std::mutex mutex_;
-    std::condition_variable_any returned_;
     std::uint64_t taken_ = 0;
     std::map<std::string, std::uint64_t> byClient_;
+    /// By client, who came first in front. Each is woken by himself: to wake all costs more than many a scan.
+    std::map<std::string, std::deque<std::condition_variable_any*>> waiting_;
 };
 
 }  // namespace keldra

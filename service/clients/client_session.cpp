@@ -27,8 +27,7 @@ using Kind = ClamdCommand::Kind;
 /// Files of one session, or of one MULTISCAN, that are scanned at a time.
 constexpr std::size_t AT_A_TIME = 4;
 constexpr std::uint64_t STREAM_STEP = std::uint64_t{1} << 20U;  ///< in which memory is asked for
-constexpr std::size_t HASHED_PIECE = std::size_t{64} << 10U;
-constexpr off_t MOST_HASHED = off_t{64} << 20U;
+constexpr const char* NO_MEMORY = "stream: Can't allocate memory ERROR";
 
 std::string versionText(const EngineState& engine) {
     std::string text = "ClamAV " + engine.engineVersion;
@@ -60,23 +59,16 @@ std::string pathOf(int fd) {
     return path.starts_with("/memfd:") || path.ends_with(" (deleted)") ? std::string() : path;
 }
 
-/// Empty for what is too large to be read once more, or cannot be.
-std::string contentHash(int fd) {
-    Sha256 hash;
-    std::vector<char> piece(HASHED_PIECE);
-    off_t at = 0;
-    while (at <= MOST_HASHED) {
-        const ssize_t got = ::pread(fd, piece.data(), piece.size(), at);
-        if (got <= 0) return got == 0 ? hash.hex() : std::string();
-        hash.add({piece.data(), static_cast<std::size_t>(got)});
-        at += got;
-    }
-    return {};
-}
-
 bool isFind(const std::string& text) { return text.ends_with(" FOUND"); }
 
 }  // namespace
+
+/// What a client sent of its own; nothing when it did not come.
+struct ClientSession::Stream {
+    FileDescriptor file;
+    std::optional<ClientLimits::Share> memory{};
+    std::string content{};  ///< SHA-256 of a stream, hexadecimal
+};
 
 /// Does pieces of work on a few threads, and waits for all of them at its end.
 class ClientSession::Parallel {
@@ -169,12 +161,12 @@ void ClientSession::once(const ClientLine& line, const ClamdCommand& command) {
     if (const auto answer = plainAnswer(command.kind)) {
         reply("", *answer, line.end);
     } else if (command.kind == Kind::STREAM) {
-        std::optional<ClientLimits::Share> memory;
         std::string fault;
-        const FileDescriptor stream = receiveStream(memory, fault);
-        if (stream || !fault.empty())
-            reply("", stream ? "stream: " + scanned(stream.get(), "stream") : fault, line.end);
-        if (!stream && fault.empty() && connection_.timedOut()) connection_.send("COMMAND READ TIMED OUT\n");
+        const Stream stream = receiveStream(fault);
+        if (stream.file || !fault.empty())
+            reply("", stream.file ? "stream: " + scanned(stream.file.get(), "stream", stream.content) : fault,
+                  line.end);
+        if (!stream.file && fault.empty() && connection_.timedOut()) connection_.send("COMMAND READ TIMED OUT\n");
     } else if (command.kind == Kind::DESCRIPTOR) {
         const auto deadline = ClientConnection::Clock::now() + commons_.settings.commandTime;
         const FileDescriptor file = connection_.descriptor(deadline);
@@ -214,71 +206,70 @@ bool ClientSession::sessionCommand(Parallel& parallel, unsigned number, const Cl
         parallel.add([this, command, prefix, end = line.end] { scanPath(command, prefix, end); });
         return true;
     }
-    auto memory = std::make_shared<std::optional<ClientLimits::Share>>();
     std::string fault;
     const bool stream = command.kind == Kind::STREAM;
     const auto deadline = ClientConnection::Clock::now() + commons_.settings.commandTime;
-    auto file =
-        std::make_shared<FileDescriptor>(stream ? receiveStream(*memory, fault) : connection_.descriptor(deadline));
-    if (!*file && !fault.empty()) reply(prefix, fault, line.end);
-    if (!*file) return false;
-    const std::string name = stream ? "stream" : "fd[" + std::to_string(file->get()) + "]";
-    parallel.add([this, file, memory, name, prefix, end = line.end] {
-        reply(prefix, name + ": " + scanned(file->get(), name), end);
+    auto file = std::make_shared<Stream>(stream ? receiveStream(fault) : Stream{connection_.descriptor(deadline)});
+    if (!file->file && !fault.empty()) reply(prefix, fault, line.end);
+    if (!file->file) return false;
+    const std::string name = stream ? "stream" : "fd[" + std::to_string(file->file.get()) + "]";
+    parallel.add([this, file, name, prefix, end = line.end] {
+        reply(prefix, name + ": " + scanned(file->file.get(), name, file->content), end);
     });
     return true;
 }
 
 /// Takes a stream into memory. None, with the reply in `fault`, when it is too large; with none when it breaks off.
-FileDescriptor ClientSession::receiveStream(std::optional<ClientLimits::Share>& memory, std::string& fault) {
+ClientSession::Stream ClientSession::receiveStream(std::string& fault) {
     const auto patience = commons_.settings.readTime;
-    FileDescriptor file(::memfd_create("keldra-stream", MFD_CLOEXEC));
+    Stream stream{FileDescriptor(::memfd_create("keldra-stream", MFD_CLOEXEC))};
     std::uint64_t size = 0;
     std::uint64_t reserved = 0;
-    const auto store = [&](std::string_view piece) { return writeAll(file.get(), piece); };
-    while (file) {
+    Sha256 hash;
+    const auto store = [&](std::string_view piece) { return hash.add(piece), writeAll(stream.file.get(), piece); };
+    const auto refuse = [&](const char* why) { return fault = why, Stream{}; };
+    while (stream.file) {
         std::string header;
         const bool came = connection_.read(4, patience, [&](std::string_view piece) { return header += piece, true; });
         if (!came) return {};
         std::uint64_t length = 0;
         for (const char byte : header) length = length << 8U | static_cast<unsigned char>(byte);
-        if (length == 0) return file;
+        if (length == 0) return stream.content = hash.hex(), std::move(stream);
         size += length;
-        if (size > commons_.settings.streamLimit)
-            return fault = "INSTREAM size limit exceeded. ERROR", FileDescriptor();
+        if (size > commons_.settings.streamLimit) return refuse("INSTREAM size limit exceeded. ERROR");
         if (size > reserved) {
             reserved = (size + STREAM_STEP - 1) / STREAM_STEP * STREAM_STEP;
-            memory.reset();
-            if (auto share = commons_.streams.take(peer_.key, reserved)) memory.emplace(std::move(*share));
+            stream.memory.reset();
+            if (auto share = commons_.streams.take(peer_.key, reserved)) stream.memory.emplace(std::move(*share));
         }
-        if (!memory) return fault = "stream: Can't allocate memory ERROR", FileDescriptor();
+        if (!stream.memory) return refuse(NO_MEMORY);
         if (!connection_.read(length, patience, store)) return {};
     }
-    fault = "stream: Can't allocate memory ERROR";
-    return file;
+    return refuse(NO_MEMORY);
 }
 
 /// A stream is told by its content, a descriptor by the file it leads to.
-void ClientSession::report(int fd, const std::string& name, const ScanResult& result) const {
-    ClientReport told{.client = peer_.name,
-                      .user = peer_.user,
-                      .address = peer_.uid ? "local" : peer_.name,
-                      .process = peer_.process,
-                      .name = name,
-                      .path = name.starts_with('/') ? name : pathOf(fd),
-                      .result = result};
-    if (told.path.empty() && result.verdict == Verdict::INFECTED) told.content = contentHash(fd);
+void ClientSession::report(int fd, const std::string& name, const std::string& content,
+                           const ScanResult& result) const {
+    const ClientReport told{.client = peer_.name,
+                            .user = peer_.user,
+                            .address = peer_.uid ? "local" : peer_.name,
+                            .process = peer_.process,
+                            .name = name,
+                            .path = name.starts_with('/') ? name : pathOf(fd),
+                            .content = content,
+                            .result = result};
     commons_.hooks.report(told);
 }
 
 /// What is said of one open file.
-std::string ClientSession::scanned(int fd, const std::string& name) try {
+std::string ClientSession::scanned(int fd, const std::string& name, const std::string& content) try {
     struct stat status {};
     if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return "Not a regular file ERROR";
     const auto share = commons_.scans.wait(peer_.key, stop_);
     if (!share) return "the service ends ERROR";
-    const ScanResult result = commons_.hooks.scan(fd, name, stop_);
-    if (result.verdict != Verdict::CLEAN) report(fd, name, result);
+    const ScanResult result = commons_.hooks.scan(fd, name, content, stop_);
+    if (result.verdict != Verdict::CLEAN) report(fd, name, content, result);
     if (result.verdict == Verdict::INFECTED)
         return (result.engineName.empty() ? result.signature : result.engineName) + " FOUND";
     const bool incomplete = result.verdict == Verdict::NOT_FULLY_SCANNED;

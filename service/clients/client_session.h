@@ -28,7 +28,8 @@ struct ClientReport {
 
 /// What the sessions need of the service; called from several threads.
 struct ClientHooks {
-    std::function<ScanResult(int fd, const std::string& name, std::stop_token stop)> scan;
+    /// `content`: SHA-256 of a stream, hexadecimal; empty for all else.
+    std::function<ScanResult(int fd, const std::string& name, const std::string& content, std::stop_token stop)> scan;
     std::function<void(const ClientReport& report)> report;  ///< of whatever is not clean
     std::function<EngineState()> engine;
     std::function<void()> reload;
@@ -66,9 +67,10 @@ private:
     std::optional<std::string> plainAnswer(ClamdCommand::Kind kind);
     void scanPath(const ClamdCommand& command, const std::string& prefix, char end);
     void scanInParallel(const std::string& path, char end);
-    FileDescriptor receiveStream(std::optional<ClientLimits::Share>& memory, std::string& fault);
-    std::string scanned(int fd, const std::string& name);
-    void report(int fd, const std::string& name, const ScanResult& result) const;
+    struct Stream;
+    Stream receiveStream(std::string& fault);
+    std::string scanned(int fd, const std::string& name, const std::string& content = {});
+    void report(int fd, const std::string& name, const std::string& content, const ScanResult& result) const;
     bool reply(const std::string& prefix, std::string text, char end);
 
     ClientCommons& commons_;

@@ -83,6 +83,19 @@ std::optional<CleanFiles::Key> CleanFiles::keyOf(int place, const struct stat& s
         static_cast<int64_t>(status.st_size),         static_cast<int64_t>(status.st_ctim.tv_sec),
         static_cast<int64_t>(status.st_ctim.tv_nsec), archives ? 1 : 0};
     hash.add(bytesOf(file));
+    return keyFrom(hash);
+}
+
+CleanFiles::Key CleanFiles::keyOfContent(std::string_view content, bool archives) const {
+    Sha256 hash;
+    const std::lock_guard lock(mutex_);
+    hash.add({secret_.data(), secret_.size()});
+    hash.add(archives ? "content, unpacked " : "content ");
+    hash.add(content);
+    return keyFrom(hash);
+}
+
+CleanFiles::Key CleanFiles::keyFrom(Sha256& hash) {
     const Sha256::Digest digest = hash.digest();
     Key key = 0;
     std::memcpy(&key, digest.data(), sizeof key);

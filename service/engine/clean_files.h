@@ -1,5 +1,7 @@
 #pragma once
 
+#include "service/base/sha256.h"
+
 #include <sys/stat.h>
 
 #include <array>
@@ -33,6 +35,9 @@ public:
     /// be the last one that the file's times can show.
     std::optional<Key> keyOf(int place, const struct stat& status, bool archives, int64_t now) const;
 
+    /// The key of a content, wherever it lies. `content`: its SHA-256.
+    Key keyOfContent(std::string_view content, bool archives) const;
+
     bool knows(Key key) const;
     /// `identity`: of the signatures that found it clean.
     void add(Key key, const std::string& identity);
@@ -40,6 +45,8 @@ public:
     void save();
 
 private:
+    static Key keyFrom(Sha256& hash);
+
     static constexpr std::size_t LEAST = std::size_t{1} << 12U;
     static constexpr std::size_t MOST = std::size_t{1} << 21U;  ///< 16 MiB
 

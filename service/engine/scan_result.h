@@ -35,6 +35,7 @@ struct ScanOptions {
     uint64_t memberSizeLimit = 0;  ///< bytes of the largest archive member that is looked at; 0: the engine's own limit
     ScanLane lane = ScanLane::PATH;
     ScanLimits limits = {};
+    std::string content = {};  ///< SHA-256 of the whole file, where the caller knows it and the file cannot change
 };
 
 /// The options that a settings record asks for, in a lane.

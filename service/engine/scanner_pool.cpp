@@ -238,7 +238,9 @@ ScanResult ScannerPool::scanWith(const Current& generation, int fd, const struct
         hostGone = true;
         return {Verdict::FAILED, "", "the folder for temporary files is gone"};
     }
-    const auto key = cleanFiles_.keyOf(fd, status, options.archives, ::time(nullptr));
+    const auto key = options.content.empty()
+                         ? cleanFiles_.keyOf(fd, status, options.archives, ::time(nullptr))
+                         : std::optional(cleanFiles_.keyOfContent(options.content, options.archives));
     if (key && cleanFiles_.knows(*key)) return {Verdict::CLEAN, "", ""};
     const auto memory = memory_.take(size, stop);
     if (!memory && stop.stop_requested()) return notFullyScanned(STOPPED);

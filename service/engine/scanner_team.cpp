@@ -25,9 +25,16 @@ ScannerTeam::ScannerTeam(Settings settings) : settings_(std::move(settings)) {
 /// A lane is due unless another one waits that has fewer workers.
 bool ScannerTeam::isDue(const Group& group, ScanLane lane) {
     for (std::size_t other = 0; other < group.waiting.size(); ++other)
-        if (other != indexOf(lane) && group.waiting[other] > 0 && group.running[other] < group.running[indexOf(lane)])
+        if (other != indexOf(lane) && !group.waiting[other].empty() &&
+            group.running[other] < group.running[indexOf(lane)])
             return false;
     return !group.idle.empty() || group.count < group.limit;
+}
+
+void ScannerTeam::wakeFirst(const Group& group) {
+    if (group.idle.empty() && group.count >= group.limit) return;
+    for (const auto& queue : group.waiting)
+        if (!queue.empty()) queue.front()->notify_one();
 }
 
 ScannerTeam::Worker ScannerTeam::idleOf(Group& group, const std::shared_ptr<ScannerHost>& host) {
@@ -67,6 +74,7 @@ void ScannerTeam::keepSpare(const std::shared_ptr<ScannerHost>& host) {
         realtime_.idle.push_back(std::move(worker));
     else
         --realtime_.count;
+    wakeFirst(realtime_);
 }
 
 ScannerTeam::Worker ScannerTeam::take(ScanLane lane, const std::shared_ptr<ScannerHost>& host,
@@ -75,13 +83,17 @@ ScannerTeam::Worker ScannerTeam::take(ScanLane lane, const std::shared_ptr<Scann
     Worker worker;
     {
         std::unique_lock lock(mutex_);
-        ++group.waiting[indexOf(lane)];
-        const bool due = freed_.wait(lock, stop, [&group, lane] { return isDue(group, lane); });
-        --group.waiting[indexOf(lane)];
+        std::condition_variable_any turn;
+        auto& queue = group.waiting[indexOf(lane)];
+        queue.push_back(&turn);
+        const bool due = turn.wait(lock, stop, [&] { return queue.front() == &turn && isDue(group, lane); });
+        std::erase(queue, &turn);
+        if (!due) wakeFirst(group);
         if (!due) return nullptr;
         ++group.running[indexOf(lane)];
         worker = idleOf(group, host);
         if (!worker) ++group.count;
+        wakeFirst(group);
     }
     if (!worker) worker = make(lane, host, fault);
     if (lane == ScanLane::REALTIME && worker) keepSpare(host);
@@ -92,7 +104,7 @@ ScannerTeam::Worker ScannerTeam::take(ScanLane lane, const std::shared_ptr<Scann
     } else {
         --group.running[indexOf(lane)];
         --group.count;
-        freed_.notify_all();
+        wakeFirst(group);
     }
     return worker;
 }
@@ -107,7 +119,7 @@ void ScannerTeam::giveBack(ScanLane lane, Worker worker) {
         group.idle.push_back(std::move(worker));
     else
         --group.count;
-    freed_.notify_all();
+    wakeFirst(group);
 }
 
 void ScannerTeam::discard(ScanLane lane, const Worker& worker) {
@@ -117,7 +129,7 @@ void ScannerTeam::discard(ScanLane lane, const Worker& worker) {
         std::erase(busy_, worker);
         --group.running[indexOf(lane)];
         --group.count;
-        freed_.notify_all();
+        wakeFirst(group);
     }
     if (lane == ScanLane::REALTIME && worker->host->alive()) keepSpare(worker->host);
 }
@@ -130,6 +142,7 @@ void ScannerTeam::keepOnly(const std::shared_ptr<ScannerHost>& host) {
         for (Worker& worker : group->idle)
             if (worker->host != host) old.push_back(std::move(worker));
         group->count -= static_cast<unsigned>(std::erase(group->idle, nullptr));
+        wakeFirst(*group);
     }
 }
 

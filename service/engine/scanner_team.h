@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <stop_token>
@@ -70,18 +71,19 @@ private:
         unsigned count = 0;  ///< workers there are, or are being made
         std::vector<Worker> idle;
         std::array<unsigned, 5> running{};  ///< by lane
-        std::array<unsigned, 5> waiting{};  ///< by lane
+        /// By lane, who came first in front. Each is woken by himself: to wake all costs more than many a scan.
+        std::array<std::deque<std::condition_variable_any*>, 5> waiting{};
     };
 
     Group& groupOf(ScanLane lane) { return lane == ScanLane::REALTIME ? realtime_ : background_; }
     static bool isDue(const Group& group, ScanLane lane);
+    static void wakeFirst(const Group& group);
     Worker idleOf(Group& group, const std::shared_ptr<ScannerHost>& host);
     Worker make(ScanLane lane, const std::shared_ptr<ScannerHost>& host, std::string& fault);
     void keepSpare(const std::shared_ptr<ScannerHost>& host);
 
     const Settings settings_;
     mutable std::mutex mutex_;
-    std::condition_variable_any freed_;
     Group realtime_;
     Group background_;
     std::vector<Worker> busy_;

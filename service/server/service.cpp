@@ -264,8 +264,8 @@ void Service::makeParts() {
 
 ClientHooks Service::clientHooks() {
     return {.scan =
-                [this](int fd, const std::string& name, std::stop_token stop) {
-                    return engine_->scan(fd, name, {.lane = ScanLane::CLIENT}, std::move(stop));
+                [this](int fd, const std::string& name, const std::string& content, std::stop_token stop) {
+                    return engine_->scan(fd, name, {.lane = ScanLane::CLIENT, .content = content}, std::move(stop));
                 },
             .report =
                 [this](const ClientReport& report) {

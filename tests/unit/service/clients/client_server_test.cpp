@@ -89,20 +89,20 @@ protected:
     ClientSettings settings_;
     std::vector<std::string> reports_;
     std::mutex mutex_;
-    ClientServer server_{
-        {.scan = [](int fd, const std::string&, std::stop_token stop) { return scanText(fd, std::move(stop)); },
-         .report =
-             [this](const ClientReport& report) {
-                 const std::lock_guard lock(mutex_);
-                 reports_.push_back(report.name);
-             },
-         .engine =
-             [] {
-                 EngineState state;
-                 state.engineVersion = "1.2.3";
-                 return state;
-             },
-         .reload = [] {}}};
+    ClientServer server_{{.scan = [](int fd, const std::string&, const std::string&,
+                                     std::stop_token stop) { return scanText(fd, std::move(stop)); },
+                          .report =
+                              [this](const ClientReport& report) {
+                                  const std::lock_guard lock(mutex_);
+                                  reports_.push_back(report.name);
+                              },
+                          .engine =
+                              [] {
+                                  EngineState state;
+                                  state.engineVersion = "1.2.3";
+                                  return state;
+                              },
+                          .reload = [] {}}};
 };
 
 // The replies are those that clamd 1.4.6 gave to the same requests.

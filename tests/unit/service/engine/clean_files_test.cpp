@@ -41,5 +41,14 @@ TEST(CleanFiles, AllFilesOfATreeAreRememberedAcrossARestart) {
     EXPECT_FALSE(files.knows(*keyOf(files, 0))) << "clean under other signatures";
 }
 
+TEST(CleanFiles, AContentIsKnownWhereverItLiesButOnlyAsItWasScanned) {
+    CleanFiles files;
+    files.useSignatures(std::string(64, 'a'));
+    files.add(files.keyOfContent("digest", false), std::string(64, 'a'));
+    EXPECT_TRUE(files.knows(files.keyOfContent("digest", false)));
+    EXPECT_FALSE(files.knows(files.keyOfContent("digest", true))) << "its archives were not looked into";
+    EXPECT_FALSE(files.knows(files.keyOfContent("digesu", false)));
+}
+
 }  // namespace
 }  // namespace keldra
