@@ -113,7 +113,7 @@ TEST_P(OtherProgramsTest, WhoAsksClamdMayAskTheServiceInstead) {
 INSTANTIATE_TEST_SUITE_P(
     Programs, OtherProgramsTest,
     testing::Values(OtherProgram{"pyclamd",
-                                 {"clean None None\n", "empty None None\n", "large connection ended None\n",
+                                 {"clean None None\n", "empty not sent None\n", "large connection ended None\n",
                                   "bad {'stream': ('FOUND'"}},
                     OtherProgram{"icap", {"clean 204\n", "bad 200 403 Eicar", "bad.zip 200 403 Eicar"}},
                     OtherProgram{"milter", {"clean accepted\n", "bad rejected\n", "bad.zip rejected\n"}},
