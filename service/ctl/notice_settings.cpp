@@ -54,7 +54,7 @@ std::string takeNotices(const rapidjson::Value& fields, protocol::SetNotices& wa
     if (!fields.IsObject()) return std::string(NOTICES_GROUP) + " is no object.";
     const auto stored = ask(protocol::GetNotices());
     if (!stored) return faultOf(stored);
-    static_cast<protocol::NoticeSettings&>(wanted) = stored.reply;
+    static_cast<protocol::NoticeSettings&>(wanted) = static_cast<const protocol::NoticeSettings&>(stored.reply);
     for (const auto& field : fields.GetObject()) {
         const std::string name = field.name.GetString();
         bool known = false;
