@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <exception>
 #include <utility>
 
 namespace keldra {
@@ -16,6 +17,7 @@ constexpr std::chrono::milliseconds LOOK_EVERY{1000};
 constexpr std::chrono::seconds FIGURES_EVERY{30};
 /// Events that are written with one sync.
 constexpr std::size_t BATCH = 500;
+constexpr const char* NO_MEMORY = "Out of memory.";  // so short that it needs none
 /// Age counts only once the time of day has gone on evenly for so long: a clock that jumps must not cost the journal.
 constexpr std::int64_t TRUSTED_AFTER = std::int64_t{3600} * 1000;  // milliseconds
 constexpr std::int64_t JUMP = 600;                                 // seconds
@@ -144,20 +146,29 @@ void EventJournal::run() {
         // A disk that takes nothing is tried again now and then, whatever comes in meanwhile.
         changed_.wait_for(lock, failing ? std::chrono::milliseconds(settings_.retry) : LOOK_EVERY,
                           [&] { return stopping_ || (!failing && !waiting_.empty()); });
-        if (!waiting_.empty()) turn(lock);
-        const bool due = figuresChanged_ && (stopping_ || std::chrono::steady_clock::now() >= figuresDue);
-        if (due) {
-            const std::string text = figures_.text();
-            figuresChanged_ = false;
-            lock.unlock();
-            const bool saved = figureFile_.save(text) == 0;
-            if (watch.trusted()) segments_.dropOlderThan(clock_.now() - settings_.age);
-            lock.lock();
-            figuresChanged_ = figuresChanged_ || (!saved && !stopping_);
-            figuresDue = std::chrono::steady_clock::now() + FIGURES_EVERY;
+        try {
+            if (!waiting_.empty()) turn(lock);
+            const bool due = stopping_ || std::chrono::steady_clock::now() >= figuresDue;
+            if (figuresChanged_ && due) {
+                saveFigures(lock, watch.trusted());
+                figuresDue = std::chrono::steady_clock::now() + FIGURES_EVERY;
+            }
+        } catch (const std::exception&) {
+            if (!lock.owns_lock()) lock.lock();
+            problem_ = NO_MEMORY;
         }
         if (stopping_ && (waiting_.empty() || !problem_.empty())) return;
     }
+}
+
+void EventJournal::saveFigures(std::unique_lock<std::mutex>& lock, bool clockTrusted) {
+    const std::string text = figures_.text();
+    figuresChanged_ = false;
+    lock.unlock();
+    const bool saved = figureFile_.save(text) == 0;
+    if (clockTrusted) segments_.dropOlderThan(clock_.now() - settings_.age);
+    lock.lock();
+    figuresChanged_ = figuresChanged_ || (!saved && !stopping_);
 }
 
 /// Tells and writes what waits first.

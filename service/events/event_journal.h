@@ -68,6 +68,7 @@ public:
 private:
     void run();
     void turn(std::unique_lock<std::mutex>& lock);
+    void saveFigures(std::unique_lock<std::mutex>& lock, bool clockTrusted);
     Event overflow(std::uint64_t lost) const;
 
     const EventJournalSettings settings_;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <sstream>
 #include <utility>
 
@@ -121,15 +122,34 @@ NoticeState Notices::state() const {
 void Notices::run() {
     std::unique_lock lock(mutex_);
     while (!stopping_) {
-        for (const Way way : {MAIL, HOOK}) {
-            const Outbox& outbox = outboxes_.at(way);
-            if (!outbox.bundle.empty() && clock_.steadyMilliseconds() >= outbox.due && !stopping_) deliver(lock, way);
+        try {
+            attend(lock);
+        } catch (const std::exception& error) {
+            if (!lock.owns_lock()) lock.lock();
+            NORV_LOG(NORV_LOG_ERROR, "Notices cannot be seen to: %s", error.what());
         }
-        deliverReport(lock);
-        if (unsaved_) save(lock);
         changed_.wait_for(lock, LOOK_EVERY, [this] { return stopping_.load(); });
     }
     if (unsaved_) save(lock);
+}
+
+void Notices::attend(std::unique_lock<std::mutex>& lock) {
+    for (const Way way : {MAIL, HOOK}) {
+        const Outbox& outbox = outboxes_.at(way);
+        if (!outbox.bundle.empty() && clock_.steadyMilliseconds() >= outbox.due && !stopping_) deliver(lock, way);
+    }
+    deliverReport(lock);
+    if (unsaved_) save(lock);
+}
+
+/// What went wrong; nothing when it went well or is not wanted any more.
+std::string Notices::tryToSend(Way way, const NoticeBundle& bundle) try {
+    const NoticeSettings settings = store_.settings();
+    if (!wanted(settings, way)) return "";
+    const NoticeTexts said = texts();
+    return send(way, settings, messageOf(bundle, settings_.host, said.verdict, said.reasons));
+} catch (const std::exception& error) {
+    return error.what();
 }
 
 /// What comes in meanwhile waits for the next message.
@@ -137,11 +157,7 @@ void Notices::deliver(std::unique_lock<std::mutex>& lock, Way way) {
     Outbox& outbox = outboxes_.at(way);
     NoticeBundle bundle = std::exchange(outbox.bundle, {});
     lock.unlock();
-    const NoticeSettings settings = store_.settings();
-    const NoticeTexts said = texts();
-    const bool dropped = !wanted(settings, way);
-    const std::string fault =
-        dropped ? "" : send(way, settings, messageOf(bundle, settings_.host, said.verdict, said.reasons));
+    const std::string fault = tryToSend(way, bundle);
     if (!fault.empty()) NORV_LOG(NORV_LOG_WARNING, "A notice was not taken: %s", fault.c_str());
     lock.lock();
     unsaved_ = true;

@@ -75,6 +75,8 @@ private:
     };
 
     void run();
+    void attend(std::unique_lock<std::mutex>& lock);
+    std::string tryToSend(Way way, const NoticeBundle& bundle);
     void deliver(std::unique_lock<std::mutex>& lock, Way way);
     void deliverReport(std::unique_lock<std::mutex>& lock);
     std::string send(Way way, const NoticeSettings& settings, const NoticeMessage& message) const;

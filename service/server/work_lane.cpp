@@ -3,7 +3,6 @@
 #include "norv/log.h"
 
 #include <condition_variable>
-#include <deque>
 #include <exception>
 #include <list>
 #include <mutex>
@@ -43,7 +42,7 @@ struct WorkLane::State {
     const LaneLimits limits;
     std::mutex mutex;
     std::condition_variable changed;
-    std::deque<JobPtr> waiting;
+    std::list<JobPtr> waiting;
     std::list<JobPtr> running;
     unsigned threads = 0;  ///< those that do not hang
     unsigned hanging = 0;
@@ -55,9 +54,9 @@ void WorkLane::State::serve() {
     for (;;) {
         changed.wait(lock, [this] { return stopping || !waiting.empty(); });
         if (stopping) break;
-        const JobPtr job = waiting.front();
-        waiting.pop_front();
-        const auto place = running.insert(running.end(), job);
+        const auto place = waiting.begin();
+        running.splice(running.end(), waiting, place);  // needs no memory, which there may be none of
+        const JobPtr job = *place;
         lock.unlock();
         run(*job);
         lock.lock();
