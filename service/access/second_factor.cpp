@@ -54,7 +54,7 @@ std::optional<SecondFactor::Record> SecondFactor::read(std::string& trouble) con
     int error = 0;
     const auto text = readFile(file_, MAX_FILE, error);
     if (!text && (error == ENOENT || error == ENOTDIR)) return std::nullopt;
-    const rapidjson::Document json = parseJson(text.value_or(""));
+    const JsonDocument json = parseJson(text.value_or(""));
     Record record;
     if (json.IsObject()) {
         record.secret = base32Decode(textOf(json, "secret"));

@@ -27,7 +27,7 @@ void visitKnown(const protocol::NoticeSettings& settings, auto&& field) {
 }
 
 /// Whether `json` fits the member, which then has its value.
-bool take(const rapidjson::Value& json, auto& member) {
+bool take(const JsonValue& json, auto& member) {
     if constexpr (requires { member.has_value(); })
         return readJson(json, member.emplace());
     else
@@ -36,21 +36,21 @@ bool take(const rapidjson::Value& json, auto& member) {
 
 }  // namespace
 
-std::string addNotices(rapidjson::Document& settings, bool secrets) {
+std::string addNotices(JsonDocument& settings, bool secrets) {
     const auto answer = ask(protocol::GetNotices{secrets});
     if (!answer) return faultOf(answer);
     JsonText json;
     json.object([&] {
         visitKnown(answer.reply, [&json](const std::string& name, const auto& value) { json.member(name, value); });
     });
-    rapidjson::Document group(&settings.GetAllocator());
+    JsonDocument group(&settings.GetAllocator());
     const std::string text = json.text();
     group.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
     settings.AddMember(rapidjson::StringRef(NOTICES_GROUP), group, settings.GetAllocator());
     return {};
 }
 
-std::string takeNotices(const rapidjson::Value& fields, protocol::SetNotices& wanted) {
+std::string takeNotices(const JsonValue& fields, protocol::SetNotices& wanted) {
     if (!fields.IsObject()) return std::string(NOTICES_GROUP) + " is no object.";
     const auto stored = ask(protocol::GetNotices());
     if (!stored) return faultOf(stored);

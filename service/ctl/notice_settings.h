@@ -1,8 +1,7 @@
 #pragma once
 
+#include "norv/json_types.h"
 #include "norv/protocol/notices.h"
-
-#include <rapidjson/document.h>
 
 #include <string>
 
@@ -12,9 +11,9 @@ namespace keldra {
 inline constexpr const char* NOTICES_GROUP = "notices";
 
 /// Adds the notices' settings to an object of groups; `secrets`: with the secrets. Returns why not, or nothing.
-std::string addNotices(rapidjson::Document& settings, bool secrets);
+std::string addNotices(JsonDocument& settings, bool secrets);
 /// Lays fields of that form over the stored settings. Returns what is wrong with them, or nothing.
-std::string takeNotices(const rapidjson::Value& fields, protocol::SetNotices& wanted);
+std::string takeNotices(const JsonValue& fields, protocol::SetNotices& wanted);
 /// Stores them. Returns what is wrong, or nothing.
 std::string storeNotices(const protocol::SetNotices& wanted);
 

@@ -4,7 +4,6 @@
 #include "service/ctl/settings_document.h"
 
 #include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
 
 #include <iostream>
 #include <iterator>
@@ -21,22 +20,22 @@ struct SettingsOptions {
     bool secrets = false;
 };
 
-std::string prettyText(const rapidjson::Value& value) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+std::string prettyText(const JsonValue& value) {
+    JsonBuffer buffer;
+    rapidjson::PrettyWriter<JsonBuffer> writer(buffer);
     value.Accept(writer);
     return {buffer.GetString(), buffer.GetSize()};
 }
 
-std::string plainText(const rapidjson::Value& value) {
+std::string plainText(const JsonValue& value) {
     return value.IsString() ? printable({value.GetString(), value.GetStringLength()}) : prettyText(value);
 }
 
 int runGet(const SettingsOptions& options) {
-    rapidjson::Document settings;
+    JsonDocument settings;
     if (const std::string fault = fetchSettings(settings); !fault.empty()) return fail(fault);
     bool matched = false;
-    const rapidjson::Value& groups = settings;
+    const JsonValue& groups = settings;
     for (auto group = groups.MemberBegin(); group != groups.MemberEnd(); ++group) {
         for (auto field = group->value.MemberBegin(); field != group->value.MemberEnd(); ++field) {
             std::string name = group->name.GetString();
@@ -52,8 +51,8 @@ int runGet(const SettingsOptions& options) {
 }
 
 /// Numbers, true, false and quoted texts as in JSON, anything else as a text.
-rapidjson::Document valueOf(const std::string& text, bool wantsText) {
-    rapidjson::Document value;
+JsonDocument valueOf(const std::string& text, bool wantsText) {
+    JsonDocument value;
     if (!wantsText) value.Parse(text.data(), text.size());
     if (wantsText || value.HasParseError())
         value.SetString(text.data(), static_cast<rapidjson::SizeType>(text.size()), value.GetAllocator());
@@ -64,22 +63,22 @@ int runSet(const SettingsOptions& options) {
     std::string group;
     std::string field;
     if (!splitSettingName(options.name, group, field)) return fail("A setting is named GROUP.NAME; see settings get.");
-    rapidjson::Document settings;
+    JsonDocument settings;
     if (const std::string fault = fetchSettings(settings); !fault.empty()) return fail(fault);
     const bool known = settings.HasMember(group.c_str()) && settings[group.c_str()].HasMember(field.c_str());
     if (!known) return fail("There is no setting " + printable(options.name) + ".");
-    rapidjson::Document change(rapidjson::kObjectType);
+    JsonDocument change(rapidjson::kObjectType);
     auto& allocator = change.GetAllocator();
-    const rapidjson::Document value = valueOf(options.value, settings[group.c_str()][field.c_str()].IsString());
-    rapidjson::Value fields(rapidjson::kObjectType);
-    fields.AddMember(rapidjson::StringRef(field.c_str()), rapidjson::Value(value, allocator), allocator);
+    const JsonDocument value = valueOf(options.value, settings[group.c_str()][field.c_str()].IsString());
+    JsonValue fields(rapidjson::kObjectType);
+    fields.AddMember(rapidjson::StringRef(field.c_str()), JsonValue(value, allocator), allocator);
     change.AddMember(rapidjson::StringRef(group.c_str()), fields, allocator);
     const StoreResult result = storeSettings(change);
     return result.fault.empty() ? STATUS_DONE : fail(result.fault);
 }
 
 int runExport(const SettingsOptions& options) {
-    rapidjson::Document settings;
+    JsonDocument settings;
     if (const std::string fault = fetchSettings(settings, options.secrets); !fault.empty()) return fail(fault);
     print(prettyText(settings));
     return STATUS_DONE;
@@ -87,7 +86,7 @@ int runExport(const SettingsOptions& options) {
 
 int runImport(const SettingsOptions&) {
     const std::string text{std::istreambuf_iterator<char>(std::cin), {}};
-    rapidjson::Document settings;
+    JsonDocument settings;
     settings.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
     if (settings.HasParseError())
         return fail("Standard input is no JSON text (near byte " + std::to_string(settings.GetErrorOffset()) + ").");

@@ -7,9 +7,6 @@
 #include "service/ctl/notice_settings.h"
 #include "service/ctl/output.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <algorithm>
 #include <map>
 #include <optional>
@@ -19,16 +16,16 @@ namespace keldra {
 
 namespace {
 
-using Allocator = rapidjson::Document::AllocatorType;
+using Allocator = JsonDocument::AllocatorType;
 
-std::string toText(const rapidjson::Value& value) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+std::string toText(const JsonValue& value) {
+    JsonBuffer buffer;
+    JsonWriter writer(buffer);
     value.Accept(writer);
     return {buffer.GetString(), buffer.GetSize()};
 }
 
-rapidjson::Value nameOf(const std::string& name, Allocator& allocator) {
+JsonValue nameOf(const std::string& name, Allocator& allocator) {
     return {name.data(), static_cast<rapidjson::SizeType>(name.size()), allocator};
 }
 
@@ -37,7 +34,7 @@ bool isState(const SettingsGroup& group, std::string_view field) {
 }
 
 /// The fields of a group under the service's own names.
-std::string fetchRecord(const SettingsGroup& group, rapidjson::Document& record) {
+std::string fetchRecord(const SettingsGroup& group, JsonDocument& record) {
     IPCMessage reply;
     const IPCMessage request(IPCMessage::GET, static_cast<IPCMessage::CommandID>(group.command));
     const bool reached = sendMessage(request, reply, CONTROL_TIMEOUT);
@@ -50,9 +47,9 @@ std::string fetchRecord(const SettingsGroup& group, rapidjson::Document& record)
     return whole ? "" : std::string("What the service answered about ") + group.name + " cannot be read.";
 }
 
-std::string storeRecord(const SettingsGroup& group, const rapidjson::Value& record) {
-    rapidjson::Document whole(rapidjson::kObjectType);
-    rapidjson::Value fields(record, whole.GetAllocator());
+std::string storeRecord(const SettingsGroup& group, const JsonValue& record) {
+    JsonDocument whole(rapidjson::kObjectType);
+    JsonValue fields(record, whole.GetAllocator());
     whole.AddMember(rapidjson::StringRef(group.record), fields, whole.GetAllocator());
     IPCMessage request(IPCMessage::SET, static_cast<IPCMessage::CommandID>(group.command));
     request.addParam(group.parameter, toText(whole));
@@ -68,14 +65,14 @@ const SettingsGroup* findGroup(std::string_view name) {
     return found == settingsGroups().end() ? nullptr : &*found;
 }
 
-bool sameType(const rapidjson::Value& a, const rapidjson::Value& b) {
+bool sameType(const JsonValue& a, const JsonValue& b) {
     return a.GetType() == b.GetType() || (a.IsBool() && b.IsBool());
 }
 
 /// Translates the fields into the service's own names. Returns what is wrong.
-std::string translate(const SettingsGroup& group, const rapidjson::Value& fields, rapidjson::Document& record) {
+std::string translate(const SettingsGroup& group, const JsonValue& fields, JsonDocument& record) {
     if (!fields.IsObject()) return std::string(group.name) + " is no object.";
-    rapidjson::Document known;
+    JsonDocument known;
     if (std::string fault = fetchRecord(group, known); !fault.empty()) return fault;
     record.SetObject();
     for (const auto& field : fields.GetObject()) {
@@ -87,8 +84,8 @@ std::string translate(const SettingsGroup& group, const rapidjson::Value& fields
         if (match == own.MemberEnd()) return std::string("There is no setting ") + group.name + "." + name + ".";
         if (!sameType(match->value, field.value))
             return std::string(group.name) + "." + name + " must be like " + toText(match->value) + ".";
-        record.AddMember(rapidjson::Value(match->name, record.GetAllocator()),
-                         rapidjson::Value(field.value, record.GetAllocator()), record.GetAllocator());
+        record.AddMember(JsonValue(match->name, record.GetAllocator()), JsonValue(field.value, record.GetAllocator()),
+                         record.GetAllocator());
     }
     return {};
 }
@@ -120,7 +117,7 @@ std::string fetchTable(std::map<std::string, std::string>& table, bool secrets) 
     return {};
 }
 
-std::string addTable(rapidjson::Document& settings, bool secrets) {
+std::string addTable(JsonDocument& settings, bool secrets) {
     std::map<std::string, std::string> table;
     if (std::string fault = fetchTable(table, secrets); !fault.empty()) return fault;
     Allocator& allocator = settings.GetAllocator();
@@ -129,14 +126,14 @@ std::string addTable(rapidjson::Document& settings, bool secrets) {
         std::string field;
         if (!splitSettingName(name, group, field)) continue;
         if (!settings.HasMember(group.c_str()))
-            settings.AddMember(nameOf(group, allocator), rapidjson::Value(rapidjson::kObjectType), allocator);
+            settings.AddMember(nameOf(group, allocator), JsonValue(rapidjson::kObjectType), allocator);
         settings[group.c_str()].AddMember(nameOf(field, allocator), nameOf(value, allocator), allocator);
     }
     return {};
 }
 
 /// Checks the fields of a group of the table and adds them to what is to be stored. Returns what is wrong.
-std::string takeTableGroup(const std::string& group, const rapidjson::Value& fields,
+std::string takeTableGroup(const std::string& group, const JsonValue& fields,
                            const std::map<std::string, std::string>& known,
                            std::map<std::string, std::string>& wanted) {
     const auto belongs = [&group](const auto& entry) { return entry.first.starts_with(group + "."); };
@@ -165,18 +162,18 @@ std::string storeTable(const std::map<std::string, std::string>& wanted) {
 
 }  // namespace
 
-std::string fetchSettings(rapidjson::Document& settings, bool secrets) {
+std::string fetchSettings(JsonDocument& settings, bool secrets) {
     settings.SetObject();
     Allocator& allocator = settings.GetAllocator();
     for (const SettingsGroup& group : settingsGroups()) {
-        rapidjson::Document record;
+        JsonDocument record;
         if (std::string fault = fetchRecord(group, record); !fault.empty()) return fault;
-        rapidjson::Value fields(rapidjson::kObjectType);
-        const rapidjson::Value& held = record[group.record];
+        JsonValue fields(rapidjson::kObjectType);
+        const JsonValue& held = record[group.record];
         for (auto field = held.MemberBegin(); field != held.MemberEnd(); ++field) {
             if (isState(group, field->name.GetString())) continue;
-            fields.AddMember(nameOf(lowerName(field->name.GetString()), allocator),
-                             rapidjson::Value(field->value, allocator), allocator);
+            fields.AddMember(nameOf(lowerName(field->name.GetString()), allocator), JsonValue(field->value, allocator),
+                             allocator);
         }
         settings.AddMember(rapidjson::StringRef(group.name), fields, allocator);
     }
@@ -184,13 +181,13 @@ std::string fetchSettings(rapidjson::Document& settings, bool secrets) {
     return addNotices(settings, secrets);
 }
 
-StoreResult storeSettings(const rapidjson::Value& settings) {
+StoreResult storeSettings(const JsonValue& settings) {
     if (!settings.IsObject()) return {"This is no object of settings.", {}};
     std::map<std::string, std::string> known;
     std::map<std::string, std::string> wanted;
     if (std::string fault = fetchTable(known, true); !fault.empty()) return {fault, {}};
     std::optional<protocol::SetNotices> notices;
-    std::vector<std::pair<const SettingsGroup*, rapidjson::Document>> records;
+    std::vector<std::pair<const SettingsGroup*, JsonDocument>> records;
     for (const auto& entry : settings.GetObject()) {
         if (std::string_view(entry.name.GetString()) == NOTICES_GROUP) {
             const std::string fault = takeNotices(entry.value, notices.emplace());
@@ -198,7 +195,7 @@ StoreResult storeSettings(const rapidjson::Value& settings) {
             continue;
         }
         const SettingsGroup* const group = findGroup(entry.name.GetString());
-        rapidjson::Document record;
+        JsonDocument record;
         const std::string fault = group ? translate(*group, entry.value, record)
                                         : takeTableGroup(entry.name.GetString(), entry.value, known, wanted);
         if (!fault.empty()) return {fault, {}};

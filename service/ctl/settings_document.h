@@ -1,6 +1,6 @@
 #pragma once
 
-#include <rapidjson/document.h>
+#include "norv/json_types.h"
 
 #include <string>
 #include <vector>
@@ -21,7 +21,7 @@ const std::vector<SettingsGroup>& settingsGroups();
 
 /// Fetches all settings as one object of groups with lower-case names; `secrets`: also passwords and tokens. Returns
 /// why not, or nothing.
-std::string fetchSettings(rapidjson::Document& settings, bool secrets = false);
+std::string fetchSettings(JsonDocument& settings, bool secrets = false);
 
 /// What became of settings to store.
 struct StoreResult {
@@ -31,7 +31,7 @@ struct StoreResult {
 
 /// Stores the fields of an object of groups, as `fetchSettings` gives it; what it lacks stays as it is. Nothing is
 /// stored when it names a group or a field that does not exist, or a value is of the wrong type.
-StoreResult storeSettings(const rapidjson::Value& settings);
+StoreResult storeSettings(const JsonValue& settings);
 
 /// Reads "group.field"; false when it has another form.
 bool splitSettingName(const std::string& name, std::string& group, std::string& field);

@@ -74,7 +74,7 @@ void DailyFigures::read(std::string_view text) {
     days_.clear();
     while (!text.empty()) {
         const std::size_t end = std::min(text.find('\n'), text.size());
-        const rapidjson::Document json = parseJson(text.substr(0, end));
+        const JsonDocument json = parseJson(text.substr(0, end));
         text.remove_prefix(std::min(text.size(), end + 1));
         const std::string day = textOf(json, "day");
         if (!json.IsObject() || day.size() != DAY_LENGTH) continue;

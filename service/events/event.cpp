@@ -63,7 +63,7 @@ std::string eventToLine(const Event& event) {
 }
 
 std::optional<Event> eventFromLine(std::string_view line) {
-    const rapidjson::Document json = parseJson(line);
+    const JsonDocument json = parseJson(line);
     const auto kind = eventKindOf(textOf(json, "kind"));
     const auto severity = eventSeverityOf(textOf(json, "severity"));
     if (!json.IsObject() || !kind || !severity || sizeOf(json, "id") == 0) return std::nullopt;

@@ -39,7 +39,7 @@ std::string toText(const NoticeSettings& settings, std::uint64_t revision) {
 }
 
 NoticeSettings fromText(const std::string& text) {
-    const rapidjson::Document json = parseJson(text);
+    const JsonDocument json = parseJson(text);
     NoticeSettings settings;
     if (!json.IsObject()) return settings;
     visitPlain(settings, [&json](const char* name, auto& member) {
@@ -157,7 +157,7 @@ NoticeStore::NoticeStore(std::filesystem::path file) : file_(std::move(file)) {
     int error = 0;
     if (const auto text = readFile(file_, LARGEST_FILE, error)) {
         settings_ = fromText(*text);
-        const rapidjson::Document json = parseJson(*text);
+        const JsonDocument json = parseJson(*text);
         if (json.IsObject()) revision_ = static_cast<std::uint64_t>(numberOf(json, "Revision"));
     }
     if (error != 0 && error != ENOENT)

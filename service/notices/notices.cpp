@@ -196,7 +196,7 @@ void Notices::load() {
     const auto text = readFile(settings_.folder / WAITING, LARGEST_FILE, error);
     std::istringstream lines(text.value_or(""));
     for (std::string line; std::getline(lines, line);) {
-        const rapidjson::Document json = parseJson(line);
+        const JsonDocument json = parseJson(line);
         if (!json.IsObject()) continue;
         const auto way = numberOf(json, "way");
         if (const auto event = eventFromLine(textOf(json, "event")); event && (way == MAIL || way == HOOK))

@@ -38,7 +38,7 @@ std::string toText(const QuarantineRecord& record) {
 }
 
 std::optional<QuarantineRecord> recordFromText(std::string_view text) {
-    const rapidjson::Document json = parseJson(text);
+    const JsonDocument json = parseJson(text);
     const auto* const phase = std::find(PHASES.begin(), PHASES.end(), textOf(json, "phase"));
     if (!json.IsObject() || phase == PHASES.end() || !isName(textOf(json, "id"))) return std::nullopt;
     QuarantineRecord record;

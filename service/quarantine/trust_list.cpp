@@ -31,7 +31,7 @@ bool TrustList::readLocked() {
     }
     std::istringstream lines(text.value_or(""));
     for (std::string line; std::getline(lines, line);) {
-        const rapidjson::Document entry = parseJson(line);
+        const JsonDocument entry = parseJson(line);
         if (textOf(entry, "sha256").empty()) {
             otherLines_ += line + "\n";
         } else {

@@ -39,7 +39,7 @@ std::string toText(const ScanStatus& status) {
 bool isId(const std::string& id) { return !id.empty() && id.find_first_not_of("0123456789_") == std::string::npos; }
 
 std::optional<ScanStatus> statusFromText(const std::string& text) {
-    const rapidjson::Document json = parseJson(text);
+    const JsonDocument json = parseJson(text);
     const auto* const kind = std::find(KINDS.begin(), KINDS.end(), textOf(json, "kind"));
     const int64_t state = numberOf(json, "state");
     if (!json.IsObject() || kind == KINDS.end() || !isId(textOf(json, "id")) || state < 1 || state > 4)

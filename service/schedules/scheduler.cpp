@@ -45,7 +45,7 @@ std::string fingerprintOf(const NORVScheduledAUConfig& update, bool randomized) 
 }
 
 /// An instant from the file, which may hold anything.
-int64_t timeOf(const rapidjson::Value& object, const char* name) {
+int64_t timeOf(const JsonValue& object, const char* name) {
     return std::clamp<int64_t>(numberOf(object, name), 0, int64_t{1} << 40U);
 }
 
@@ -217,7 +217,7 @@ void Scheduler::load() {
     int error = 0;
     const auto text = readFile(stateFile_, STATE_FILE_LIMIT, error);
     if (!text) return;
-    const rapidjson::Document root = parseJson(*text);
+    const JsonDocument root = parseJson(*text);
     if (!root.IsObject()) {
         NORV_LOG(NORV_LOG_WARNING, "%s is not readable, the schedules start afresh", stateFile_.c_str());
         return;

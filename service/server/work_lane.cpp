@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <exception>
+#include <iterator>
 #include <list>
 #include <mutex>
 #include <thread>
@@ -54,8 +55,8 @@ void WorkLane::State::serve() {
     for (;;) {
         changed.wait(lock, [this] { return stopping || !waiting.empty(); });
         if (stopping) break;
-        const auto place = waiting.begin();
-        running.splice(running.end(), waiting, place);  // needs no memory, which there may be none of
+        running.splice(running.end(), waiting, waiting.begin());  // needs no memory, which there may be none of
+        const auto place = std::prev(running.end());
         const JobPtr job = *place;
         lock.unlock();
         run(*job);

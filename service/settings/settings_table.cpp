@@ -384,7 +384,7 @@ std::vector<protocol::ServiceSetting> describeSettings(const NORVConfig& config)
 }
 
 std::optional<std::map<std::string, std::string>> settingsFromText(const std::string& text) {
-    const rapidjson::Document document = parseJson(text);
+    const JsonDocument document = parseJson(text);
     if (!document.IsObject()) return std::nullopt;
     std::map<std::string, std::string> values;
     for (const auto& member : document.GetObject()) {

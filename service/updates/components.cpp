@@ -155,13 +155,13 @@ void Components::load() {
     int error = 0;
     const auto text = readFile(stateFile_, STATE_FILE_LIMIT, error);
     if (!text) return;
-    const rapidjson::Document root = parseJson(*text);
+    const JsonDocument root = parseJson(*text);
     engineVersion_ = textOf(root, "engineVersion");
     engineChanged_ = numberOf(root, "engineChanged");
     if (!root.IsObject()) return;
     const auto files = root.FindMember("files");
     if (files == root.MemberEnd() || !files->value.IsArray()) return;
-    for (const rapidjson::Value& file : files->value.GetArray())
+    for (const JsonValue& file : files->value.GetArray())
         if (file.IsObject()) files_[textOf(file, "name")] = {textOf(file, "identity"), numberOf(file, "changed")};
 }
 

@@ -1,17 +1,14 @@
 #include "record_text.h"
 
+#include "norv/json_types.h"
 #include "norv/message_codec.h"
-
-#include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <limits>
 #include <set>
 
 struct RecordWriter::Json {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer{buffer};
+    JsonBuffer buffer;
+    JsonWriter writer{buffer};
 };
 
 RecordWriter::RecordWriter(const char* type) : json_(std::make_unique<Json>()) {
@@ -52,7 +49,7 @@ std::string RecordWriter::text() {
 
 namespace {
 
-bool hasUniqueNames(const rapidjson::Value& object) {
+bool hasUniqueNames(const JsonValue& object) {
     std::set<std::string_view> names;
     for (auto member = object.MemberBegin(); member != object.MemberEnd(); ++member) {
         if (!names.emplace(member->name.GetString(), member->name.GetStringLength()).second) return false;
@@ -64,16 +61,16 @@ bool hasUniqueNames(const rapidjson::Value& object) {
 
 struct RecordReader::Json {
     /// The field of that name; null when there is none.
-    const rapidjson::Value* find(const char* name) const {
+    const JsonValue* find(const char* name) const {
         if (!fields) return nullptr;
         const auto found = fields->FindMember(name);
         return found == fields->MemberEnd() ? nullptr : &found->value;
     }
 
     /// More than a record takes; RapidJSON would take 64 KiB at once.
-    rapidjson::MemoryPoolAllocator<> pool{4096};
-    rapidjson::Document document{&pool};
-    const rapidjson::Value* fields = nullptr;
+    JsonAllocator pool{4096};
+    JsonDocument document{&pool};
+    const JsonValue* fields = nullptr;
     bool good = false;
 };
 
@@ -81,7 +78,7 @@ RecordReader::RecordReader(std::string_view text, const char* type) : json_(std:
     if (text.size() > MAX_FRAME_PAYLOAD) return;
     // Iterative, so that deep nesting in an unknown field does not use up the stack.
     json_->document.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
-    const rapidjson::Value& root = json_->document;
+    const JsonValue& root = json_->document;
     if (json_->document.HasParseError() || !root.IsObject() || root.MemberCount() != 1) return;
     const auto record = root.FindMember(type);
     if (record == root.MemberEnd() || !record->value.IsObject()) return;
@@ -94,7 +91,7 @@ RecordReader::~RecordReader() = default;
 bool RecordReader::good() const { return json_->good; }
 
 void RecordReader::operator()(const char* name, std::string& value) {
-    const rapidjson::Value* const field = json_->find(name);
+    const JsonValue* const field = json_->find(name);
     if (!field) return;
     if (!field->IsString()) {
         json_->good = false;
@@ -104,7 +101,7 @@ void RecordReader::operator()(const char* name, std::string& value) {
 }
 
 void RecordReader::operator()(const char* name, bool& value) {
-    const rapidjson::Value* const field = json_->find(name);
+    const JsonValue* const field = json_->find(name);
     if (!field) return;
     if (!field->IsBool()) {
         json_->good = false;
@@ -114,7 +111,7 @@ void RecordReader::operator()(const char* name, bool& value) {
 }
 
 void RecordReader::operator()(const char* name, int32_t& value) {
-    const rapidjson::Value* const field = json_->find(name);
+    const JsonValue* const field = json_->find(name);
     if (!field) return;
     if (!field->IsInt()) {
         json_->good = false;
@@ -124,7 +121,7 @@ void RecordReader::operator()(const char* name, int32_t& value) {
 }
 
 void RecordReader::operator()(const char* name, uint32_t& value) {
-    const rapidjson::Value* const field = json_->find(name);
+    const JsonValue* const field = json_->find(name);
     if (!field) return;
     if (!field->IsUint()) {
         json_->good = false;

@@ -124,7 +124,7 @@ protected:
     std::string idOf(const std::string& path) {
         IPCMessage list;
         if (asked(IPCMessage(IPCMessage::GET, QUARANTINE), list) != 1) return {};
-        const rapidjson::Document items = parseJson(list.value<std::string>("Items"));
+        const JsonDocument items = parseJson(list.value<std::string>("Items"));
         for (const auto& item : items.GetArray())
             if (item["path"].GetString() == path) return item["id"].GetString();
         return {};
@@ -167,7 +167,7 @@ protected:
     void checkFiles() {
         IPCMessage list;
         ASSERT_EQ(asked(IPCMessage(IPCMessage::GET, QUARANTINE), list), 1);
-        const rapidjson::Document items = parseJson(list.value<std::string>("Items"));
+        const JsonDocument items = parseJson(list.value<std::string>("Items"));
         std::map<std::string, int> listed;
         const fs::path store = service_.file("state") / "quarantine";
         for (const auto& item : items.GetArray()) {

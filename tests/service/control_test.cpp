@@ -176,7 +176,7 @@ TEST_F(ControlTest, AFreshServerSaysThatItIsNotProtectedAndWhatHappenedStandsInT
     ASSERT_EQ(service_.control({"scan", service_.file("samples")}).status, 1);
     const ProcessResult status = service_.control({"status", "--json"});
     EXPECT_EQ(status.status, 2);
-    const rapidjson::Document told = parseJson(status.output);
+    const JsonDocument told = parseJson(status.output);
     EXPECT_EQ(textOf(told, "verdict"), "unprotected");
     ASSERT_TRUE(told.HasMember("reasons") && told["reasons"].IsArray() && !told["reasons"].Empty());
     EXPECT_EQ(textOf(told["reasons"][0], "reason"), "no_signatures") << "the shipped ones are for trying out";
@@ -251,7 +251,7 @@ TEST_F(ControlTest, SettingsAreReadChangedAndCarriedFromOneServerToAnother) {
 TEST_F(ControlTest, ProgramsReadTheStatusAsJson) {
     ASSERT_TRUE(service_.start());
     const ProcessResult status = service_.control({"status", "--json"});
-    const rapidjson::Document object = parseJson(status.output);
+    const JsonDocument object = parseJson(status.output);
     ASSERT_TRUE(object.IsObject()) << status.output;
     EXPECT_EQ(textOf(object, "database"), "loaded");
     EXPECT_FALSE(flagOf(object, "reloading"));

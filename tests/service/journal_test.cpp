@@ -46,7 +46,7 @@ protected:
     }
     std::vector<Line> lines(const std::string& kind) const {
         std::vector<Line> result;
-        const rapidjson::Document events = parseJson(service_.control({"events", "--json", "--kind", kind}).output);
+        const JsonDocument events = parseJson(service_.control({"events", "--json", "--kind", kind}).output);
         for (const auto& event : events.GetArray()) {
             const auto text = [&event](const char* name) { return std::string(event[name].GetString()); };
             result.push_back({text("kind"), text("action"), text("user"), text("address"), text("detail"), text("path"),

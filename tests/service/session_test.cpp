@@ -133,7 +133,7 @@ TEST_F(SessionTest, SessionsAreListedEndedAndBlocksLiftedFromTheCommandLine) {
     std::vector<std::string> ids;
     for (int i = 1; i <= 3; ++i) ids.push_back(logOn(PASSWORD, "admin", "192.0.2." + std::to_string(i)));
     for (int i = 0; i < 5; ++i) logOn("guess", "admin", "2001:db8::9");
-    const rapidjson::Document listed = parseJson(service_.control({"sessions", "list", "--json"}).output);
+    const JsonDocument listed = parseJson(service_.control({"sessions", "list", "--json"}).output);
     ASSERT_EQ(listed["sessions"].Size(), 3U);
     std::string second;
     for (const auto& session : listed["sessions"].GetArray()) {

@@ -1,9 +1,7 @@
 #pragma once
 
 #include "norv/field_list.h"
-
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
+#include "norv/json_types.h"
 
 #include <concepts>
 #include <cstddef>
@@ -79,8 +77,8 @@ public:
     std::string text() const { return {buffer_.GetString(), buffer_.GetSize()}; }
 
 private:
-    rapidjson::StringBuffer buffer_;
-    rapidjson::Writer<rapidjson::StringBuffer> writer_{buffer_};
+    JsonBuffer buffer_;
+    JsonWriter writer_{buffer_};
 };
 
 /// The JSON text of a value, a list or a record.

@@ -1,8 +1,7 @@
 #pragma once
 
 #include "norv/field_list.h"
-
-#include <rapidjson/document.h>
+#include "norv/json_types.h"
 
 #include <cstdint>
 #include <limits>
@@ -13,28 +12,28 @@
 #include <vector>
 
 /// Reads a JSON text. An object or list may be nested as deeply as it likes. What is none reads as null.
-rapidjson::Document parseJson(std::string_view text);
+JsonDocument parseJson(std::string_view text);
 
 // Members of a JSON object. One that is missing or of another type reads as empty, 0 or false; so does every one of
 // what is no object.
 
-std::string textOf(const rapidjson::Value& object, const char* name);
-std::int64_t numberOf(const rapidjson::Value& object, const char* name);
-std::uint64_t sizeOf(const rapidjson::Value& object, const char* name);
-bool flagOf(const rapidjson::Value& object, const char* name);
+std::string textOf(const JsonValue& object, const char* name);
+std::int64_t numberOf(const JsonValue& object, const char* name);
+std::uint64_t sizeOf(const JsonValue& object, const char* name);
+bool flagOf(const JsonValue& object, const char* name);
 
 // Each of these takes a value over from JSON. False, with `value` as it was, when the JSON is of another form.
 
-bool readJson(const rapidjson::Value& json, std::string& value);
-bool readJson(const rapidjson::Value& json, bool& value);
+bool readJson(const JsonValue& json, std::string& value);
+bool readJson(const JsonValue& json, bool& value);
 template <FieldRecord T>
-bool readJson(const rapidjson::Value& json, T& record);
+bool readJson(const JsonValue& json, T& record);
 template <typename T>
-bool readJson(const rapidjson::Value& json, std::vector<T>& list);
+bool readJson(const JsonValue& json, std::vector<T>& list);
 
 template <typename T>
 requires std::is_integral_v<T>
-bool readJson(const rapidjson::Value& json, T& value) {
+bool readJson(const JsonValue& json, T& value) {
     if (json.IsUint64() && json.GetUint64() <= static_cast<std::uint64_t>(std::numeric_limits<T>::max())) {
         value = static_cast<T>(json.GetUint64());
         return true;
@@ -47,7 +46,7 @@ bool readJson(const rapidjson::Value& json, T& value) {
 
 template <typename T>
 requires std::is_enum_v<T>
-bool readJson(const rapidjson::Value& json, T& value) {
+bool readJson(const JsonValue& json, T& value) {
     std::underlying_type_t<T> number{};
     if (!readJson(json, number)) return false;
     value = static_cast<T>(number);
@@ -56,7 +55,7 @@ bool readJson(const rapidjson::Value& json, T& value) {
 
 /// A record from an object: a field that is missing or of another form stays as it is.
 template <FieldRecord T>
-bool readJson(const rapidjson::Value& json, T& record) {
+bool readJson(const JsonValue& json, T& record) {
     if (!json.IsObject()) return false;
     T::visit(record, [&json](const char* name, auto& field) {
         const auto member = json.FindMember(name);
@@ -67,7 +66,7 @@ bool readJson(const rapidjson::Value& json, T& record) {
 
 /// A list, of which every entry must be of the form.
 template <typename T>
-bool readJson(const rapidjson::Value& json, std::vector<T>& list) {
+bool readJson(const JsonValue& json, std::vector<T>& list) {
     if (!json.IsArray()) return false;
     std::vector<T> entries;
     for (const auto& entry : json.GetArray()) {
