@@ -101,7 +101,7 @@ std::string Notices::test(const std::string& way) {
     std::string faults;
     for (const Way one : {MAIL, HOOK}) {
         if (!wanted(settings, one)) continue;
-        const std::string fault = send(one, settings, message);
+        std::string fault = send(one, settings, message);
         if (!fault.empty() && !way.empty()) return fault;
         if (!fault.empty())
             faults += (faults.empty() ? "" : " ") + std::string(one == MAIL ? "Mail: " : "Web hook: ") + fault;
