@@ -17,6 +17,7 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <new>
 #include <optional>
 
 namespace keldra {
@@ -252,7 +253,13 @@ ScanResult ScannerPool::scanWith(const Current& generation, int fd, const struct
     if (!worker) return {Verdict::FAILED, "", fault};
     const wire::ScanOrder order = orderOf(status, options);
     const auto grace = options.lane == ScanLane::REALTIME ? REALTIME_GRACE : USUAL_GRACE;
-    Attempt attempt = exchange(*worker, fd, order, std::chrono::milliseconds(order.milliseconds) + grace, stop);
+    Attempt attempt;
+    try {
+        attempt = exchange(*worker, fd, order, std::chrono::milliseconds(order.milliseconds) + grace, stop);
+    } catch (const std::bad_alloc&) {
+        team_.discard(options.lane, worker);
+        throw;
+    }
     if (attempt.kind == Attempt::Kind::ANSWERED) {
         team_.giveBack(options.lane, std::move(worker));
     } else {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 namespace keldra {
@@ -12,6 +13,7 @@ namespace {
 
 /// A scan that is over sooner is not looked at for the room it takes.
 constexpr std::chrono::milliseconds LONG_SCAN{50};
+constexpr const char* NO_MEMORY = "out of memory";  // so short that it needs none
 
 std::size_t indexOf(ScanLane lane) { return static_cast<std::size_t>(lane); }
 
@@ -95,18 +97,24 @@ ScannerTeam::Worker ScannerTeam::take(ScanLane lane, const std::shared_ptr<Scann
         if (!worker) ++group.count;
         wakeFirst(group);
     }
-    if (!worker) worker = make(lane, host, fault);
-    if (lane == ScanLane::REALTIME && worker) keepSpare(host);
-    const std::lock_guard lock(mutex_);
-    if (worker) {
-        worker->since = std::chrono::steady_clock::now();
-        busy_.push_back(worker);
-    } else {
-        --group.running[indexOf(lane)];
-        --group.count;
-        wakeFirst(group);
+    // Without memory for a worker its place is free again, or later files would wait for it for ever.
+    try {
+        if (!worker) worker = make(lane, host, fault);
+        if (lane == ScanLane::REALTIME && worker) keepSpare(host);
+        const std::lock_guard lock(mutex_);
+        if (worker) {
+            worker->since = std::chrono::steady_clock::now();
+            busy_.push_back(worker);
+            return worker;
+        }
+    } catch (const std::bad_alloc&) {
+        fault = NO_MEMORY;
     }
-    return worker;
+    const std::lock_guard lock(mutex_);
+    --group.running[indexOf(lane)];
+    --group.count;
+    wakeFirst(group);
+    return nullptr;
 }
 
 void ScannerTeam::giveBack(ScanLane lane, Worker worker) {
