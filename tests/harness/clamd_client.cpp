@@ -65,10 +65,7 @@ std::string ClamdClient::stream(std::string_view content) const {
     return answer;
 }
 
-std::string ClamdClient::descriptor(int file) const {
-    const int fd = connected();
-    if (fd < 0) return {};
-    sendAll(fd, std::string_view("zFILDES\0", 8));
+bool sendDescriptor(int socket, int file) {
     char nothing = 0;
     iovec place{&nothing, 1};
     alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
@@ -82,7 +79,14 @@ std::string ClamdClient::descriptor(int file) const {
     part->cmsg_type = SCM_RIGHTS;
     part->cmsg_len = CMSG_LEN(sizeof(int));
     std::memcpy(CMSG_DATA(part), &file, sizeof file);
-    ::sendmsg(fd, &message, MSG_NOSIGNAL);
+    return ::sendmsg(socket, &message, MSG_NOSIGNAL) == 1;
+}
+
+std::string ClamdClient::descriptor(int file) const {
+    const int fd = connected();
+    if (fd < 0) return {};
+    sendAll(fd, std::string_view("zFILDES\0", 8));
+    sendDescriptor(fd, file);
     std::string answer = answerOf(fd);
     ::close(fd);
     return answer;

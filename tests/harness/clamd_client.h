@@ -3,6 +3,9 @@
 #include <string>
 #include <string_view>
 
+/// Sends an open file over a Unix socket, with one byte. False when it could not be sent.
+bool sendDescriptor(int socket, int file);
+
 /// Asks a scanner that speaks clamd's protocol on a Unix socket, over a connection for each question.
 class ClamdClient {
 public:
