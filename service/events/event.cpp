@@ -58,6 +58,7 @@ std::string eventToLine(const Event& event) {
         json.member("path", event.path).member("signature", event.signature).member("action", event.action);
         json.member("detail", event.detail).member("user", event.who.user).member("address", event.who.address);
         json.member("count", event.count);
+        if (!event.record.empty()) json.member("record", event.record);
     });
     return json.text();
 }
@@ -77,7 +78,8 @@ std::optional<Event> eventFromLine(std::string_view line) {
                  .action = textOf(json, "action"),
                  .detail = textOf(json, "detail"),
                  .who = {textOf(json, "user"), textOf(json, "address")},
-                 .count = sizeOf(json, "count")};
+                 .count = sizeOf(json, "count"),
+                 .record = textOf(json, "record")};
 }
 
 }  // namespace keldra

@@ -42,6 +42,8 @@ struct Event {
     std::string detail{};     ///< what else there is to say, English
     EventActor who{};
     std::uint64_t count = 1;  ///< of how many such things it tells
+    std::string record{};     ///< JSON: what the task itself keeps of it; with one it outlives the events around it
+    bool untold = false;      ///< no news: nobody is notified; not kept
 };
 
 /// Which events are wanted. What is left empty does not restrict.

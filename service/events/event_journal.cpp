@@ -73,18 +73,24 @@ void EventJournal::onEvents(std::function<void(const std::vector<Event>&)> liste
     listener_ = std::move(listener);
 }
 
-void EventJournal::add(Event event) {
+std::uint64_t EventJournal::add(Event event) {
     const std::lock_guard lock(mutex_);
     if (event.time == 0) event.time = clock_.now();
     if (event.kind == EventKind::FIND) figures_.add(event.time, 0, event.count, 0), figuresChanged_ = true;
     if (event.kind == EventKind::NOT_SCANNED) figures_.add(event.time, 0, 0, event.count), figuresChanged_ = true;
     if (waiting_.size() >= settings_.queue) {
         ++lost_;
-        return;
+        return 0;
     }
     event.id = nextId_++;
     waiting_.push_back(std::move(event));
     changed_.notify_all();
+    return waiting_.back().id;
+}
+
+bool EventJournal::onDisk(std::uint64_t id) const {
+    const std::lock_guard lock(mutex_);
+    return id != 0 && (waiting_.empty() || waiting_.front().id > id);
 }
 
 void EventJournal::countScanned(std::uint64_t files) {
@@ -177,7 +183,7 @@ void EventJournal::turn(std::unique_lock<std::mutex>& lock) {
     const std::vector<Event> batch(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(count));
     std::vector<Event> news;
     for (const Event& event : batch)
-        if (event.id > told_) news.push_back(event);
+        if (event.id > told_ && !event.untold) news.push_back(event);
     told_ = std::max(told_, batch.back().id);
     const auto listener = stopping_ ? nullptr : listener_;
     lock.unlock();

@@ -46,7 +46,10 @@ public:
     EventJournal& operator=(const EventJournal&) = delete;
 
     /// Takes note of something; never waits. Finds and files that were not scanned also go into the daily figures.
-    void add(Event event);
+    /// Returns the event's id, 0 when there is no room for it.
+    std::uint64_t add(Event event);
+    /// Whether an event is on disk; false for 0.
+    bool onDisk(std::uint64_t id) const;
     /// Files that were scanned, for the daily figures.
     void countScanned(std::uint64_t files);
 

@@ -8,9 +8,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <limits>
+#include <map>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace keldra {
 
@@ -19,6 +23,8 @@ namespace {
 constexpr std::string_view EXTENSION = ".events";
 /// A file is a little larger than its limit when one line crosses it.
 constexpr std::size_t LARGEST_FILE = std::size_t{64} << 20U;
+/// Events of a task with a record that are kept of dropped files, beside the newest with each action.
+constexpr std::size_t MOST_KEPT = 200;
 
 std::optional<std::uint64_t> numberOf(const std::filesystem::path& path) {
     const std::string stem = path.stem().string();
@@ -47,6 +53,27 @@ std::optional<Event> lastEvent(std::string_view content) {
         return !last;
     });
     return last;
+}
+
+/// What is kept of two files, the older one first: lines in their order.
+std::string keptOf(const std::string& older, const std::string& newer) {
+    std::vector<std::string> newestFirst;
+    std::set<std::pair<std::string, std::string>> seen;
+    std::map<std::string, std::size_t> ofTask;
+    std::uint64_t lowest = std::numeric_limits<std::uint64_t>::max();
+    for (const std::string* const text : {&newer, &older})
+        backwards(*text, [&](std::string_view line) {
+            const std::optional<Event> event = eventFromLine(line);
+            // One that a crash left in both is taken once.
+            if (!event || event->record.empty() || event->id >= lowest) return true;
+            lowest = event->id;
+            const bool first = seen.insert({event->task, event->action}).second;
+            if (++ofTask[event->task] <= MOST_KEPT || first) newestFirst.emplace_back(line);
+            return true;
+        });
+    std::string lines;
+    for (auto line = newestFirst.rbegin(); line != newestFirst.rend(); ++line) lines += *line + "\n";
+    return lines;
 }
 
 }  // namespace
@@ -112,12 +139,21 @@ int EventSegments::append(const std::string& lines) {
     return error;
 }
 
+/// What is kept of a file is on disk before it goes. False when it has to stay.
+bool EventSegments::drop(std::uint64_t number) {
+    int error = 0;
+    const std::optional<std::string> known = readFile(keptPath(), LARGEST_FILE, error);
+    if (!known && error != ENOENT) return false;
+    const std::string before = known.value_or("");
+    const std::string kept = keptOf(before, contentOf(number));
+    if (kept != before && !writeFileAtomically(keptPath(), kept, 0600)) return false;
+    ::unlink(pathOf(number).c_str());
+    return true;
+}
+
 void EventSegments::dropSuperfluous() {
     std::vector<std::uint64_t> all = numbers();
-    while (all.size() > segments_) {
-        ::unlink(pathOf(all.front()).c_str());
-        all.erase(all.begin());
-    }
+    while (all.size() > segments_ && drop(all.front())) all.erase(all.begin());
     setNumbers(std::move(all));
 }
 
@@ -125,8 +161,7 @@ void EventSegments::dropOlderThan(std::int64_t oldest) {
     std::vector<std::uint64_t> all = numbers();
     while (all.size() > 1) {
         const auto last = lastEvent(contentOf(all.front()));
-        if (last && last->time >= oldest) break;
-        ::unlink(pathOf(all.front()).c_str());
+        if ((last && last->time >= oldest) || !drop(all.front())) break;
         all.erase(all.begin());
     }
     setNumbers(std::move(all));
@@ -134,13 +169,17 @@ void EventSegments::dropOlderThan(std::int64_t oldest) {
 
 void EventSegments::forEach(const std::function<bool(Event&&)>& each) const {
     const std::vector<std::uint64_t> all = numbers();
-    for (auto number = all.rbegin(); number != all.rend(); ++number) {
-        const bool more = backwards(contentOf(*number), [&each](std::string_view line) {
-            std::optional<Event> event = eventFromLine(line);
-            return !event || each(std::move(*event));
-        });
-        if (!more) return;
-    }
+    std::uint64_t lowest = std::numeric_limits<std::uint64_t>::max();
+    const auto pass = [&](std::string_view line) {
+        std::optional<Event> event = eventFromLine(line);
+        if (!event || event->id >= lowest) return true;
+        lowest = event->id;
+        return each(std::move(*event));
+    };
+    for (auto number = all.rbegin(); number != all.rend(); ++number)
+        if (!backwards(contentOf(*number), pass)) return;
+    int error = 0;
+    backwards(readFile(keptPath(), LARGEST_FILE, error).value_or(""), pass);
 }
 
 }  // namespace keldra

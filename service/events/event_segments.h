@@ -26,12 +26,15 @@ public:
     int append(const std::string& lines);
     /// Drops files whose events are all older than `oldest` (seconds since the epoch), but never the newest file.
     void dropOlderThan(std::int64_t oldest);
-    /// Calls `each` with every event, newest first, until it returns false.
+    /// Calls `each` with every event, newest first, until it returns false. Of dropped files the newest events of
+    /// each task that have a record are still there, however old they are.
     void forEach(const std::function<bool(Event&&)>& each) const;
 
 private:
     std::filesystem::path pathOf(std::uint64_t number) const;
     std::string contentOf(std::uint64_t number) const;
+    std::filesystem::path keptPath() const { return folder_ / "kept"; }
+    bool drop(std::uint64_t number);
     void dropSuperfluous();
     std::vector<std::uint64_t> numbers() const;
     void setNumbers(std::vector<std::uint64_t> numbers);

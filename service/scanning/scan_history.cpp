@@ -14,12 +14,15 @@
 #include <fstream>
 #include <limits>
 #include <optional>
+#include <utility>
 
 namespace keldra {
 
 namespace {
 
 constexpr std::size_t LARGEST_STATUS = std::size_t{1} << 20U;
+constexpr std::size_t ALL = std::numeric_limits<std::size_t>::max();
+constexpr int JOURNAL_PATIENCE = 5000;  // milliseconds
 constexpr std::array<const char*, 3> KINDS{"manual", "scheduled", "path"};
 
 std::string toText(const ScanStatus& status) {
@@ -33,7 +36,7 @@ std::string toText(const ScanStatus& status) {
         json.member("lastFile", status.state == ScanState::RUNNING ? status.currentFile : status.lastFile);
         json.member("message", status.message);
     });
-    return json.text() + "\n";
+    return json.text();
 }
 
 bool isId(const std::string& id) { return !id.empty() && id.find_first_not_of("0123456789_") == std::string::npos; }
@@ -71,11 +74,17 @@ ScanFind findFromText(const std::string& line) {
 
 std::string toLine(const ScanFind& find) { return jsonText(find) + "\n"; }
 
-/// Reports of a scan that a kill ended before its first result was written.
-void removeOrphan(const std::filesystem::path& finds) {
-    std::filesystem::path status = finds;
-    std::error_code error;
-    if (!std::filesystem::exists(status.replace_extension(".json"), error) && !error) ::unlink(finds.c_str());
+Event endOf(const ScanStatus& status) {
+    const bool good = status.state == ScanState::COMPLETED && status.found == 0;
+    return {.time = status.ended,
+            .kind = EventKind::SCAN,
+            .severity = good ? EventSeverity::INFO : EventSeverity::WARNING,
+            .task = scanKindName(status.kind),
+            .path = status.lastFile,
+            .action = scanOutcome(status),
+            .detail = status.message,
+            .count = status.scanned,
+            .record = toText(status)};
 }
 
 }  // namespace
@@ -111,28 +120,77 @@ bool ScanHistory::open() const {
     return made;
 }
 
-std::vector<ScanStatus> ScanHistory::readAll() const {
-    std::vector<ScanStatus> all;
-    std::error_code failed;
-    for (std::filesystem::directory_iterator entry(folder_, failed), end; !failed && entry != end;
-         entry.increment(failed)) {
-        if (entry->path().extension() == ".finds") removeOrphan(entry->path());
-        if (entry->path().extension() != ".json") continue;
-        int error = 0;
-        const std::optional<std::string> text = readFile(entry->path(), LARGEST_STATUS, error);
-        std::optional<ScanStatus> status = text ? statusFromText(*text) : std::nullopt;
-        if (!status || status->id != entry->path().stem().string()) {
-            NORV_LOG(NORV_LOG_ERROR, "%s is no result of a scan; left alone", entry->path().c_str());
-            continue;
-        }
-        all.push_back(status->state == ScanState::RUNNING ? closed(std::move(*status)) : std::move(*status));
+std::map<std::string, ScanStatus> ScanHistory::fromJournal() const {
+    std::map<std::string, ScanStatus> all;
+    for (const Event& event : journal_.query({.kinds = {EventKind::SCAN}}, 0, ALL).events) {
+        if (event.record.empty()) continue;
+        if (auto status = statusFromText(event.record)) all.try_emplace(status->id, std::move(*status));
     }
     return all;
 }
 
+/// Those of which there is a file still, in the order of their ends.
+std::vector<ScanStatus> ScanHistory::unsettled() const {
+    std::vector<ScanStatus> all;
+    std::error_code failed;
+    for (std::filesystem::directory_iterator entry(folder_, failed), end; !failed && entry != end;
+         entry.increment(failed)) {
+        if (entry->path().extension() != ".json") continue;
+        int error = 0;
+        const std::optional<std::string> text = readFile(entry->path(), LARGEST_STATUS, error);
+        std::optional<ScanStatus> status = text ? statusFromText(*text) : std::nullopt;
+        if (status && status->id == entry->path().stem().string())
+            all.push_back(std::move(*status));
+        else
+            NORV_LOG(NORV_LOG_ERROR, "%s is no result of a scan; left alone", entry->path().c_str());
+    }
+    std::sort(all.begin(), all.end(), [](const ScanStatus& a, const ScanStatus& b) {
+        return std::pair(a.ended, a.id) < std::pair(b.ended, b.id);
+    });
+    return all;
+}
+
+std::map<std::string, ScanStatus> ScanHistory::readAll() const {
+    std::map<std::string, ScanStatus> all = fromJournal();
+    std::map<std::string, std::uint64_t> told;
+    for (ScanStatus& status : unsettled()) {
+        if (all.count(status.id) != 0) {
+            removeFile(status.id, ".json");
+            continue;
+        }
+        const bool wasRunning = status.state == ScanState::RUNNING;
+        if (wasRunning) status = closed(std::move(status));
+        Event event = endOf(status);
+        event.untold = !wasRunning;
+        told[status.id] = journal_.add(std::move(event));
+        all.emplace(status.id, std::move(status));
+    }
+    if (!told.empty()) journal_.flush(JOURNAL_PATIENCE);
+    for (const auto& [id, event] : told) settle(id, event);
+    return all;
+}
+
+std::uint64_t ScanHistory::tellEnd(const ScanStatus& status) const { return journal_.add(endOf(status)); }
+
+bool ScanHistory::settle(const std::string& id, std::uint64_t event) const {
+    if (!journal_.onDisk(event)) return false;
+    removeFile(id, ".json");
+    return true;
+}
+
+void ScanHistory::removeOthers(const std::set<std::string>& ids) const {
+    if (!journal_.problem().empty()) return;
+    std::error_code failed;
+    for (std::filesystem::directory_iterator entry(folder_, failed), end; !failed && entry != end;
+         entry.increment(failed)) {
+        const std::string id = entry->path().stem().string();
+        if (entry->path().extension() == ".finds" && isId(id) && ids.count(id) == 0) removeFile(id, ".finds");
+    }
+}
+
 /// What is known of a scan that the service did not live to end: its reports are complete, its counts nearly.
 ScanStatus ScanHistory::closed(ScanStatus status) const {
-    const std::vector<ScanFind> reports = finds(status.id, 0, std::numeric_limits<std::size_t>::max());
+    const std::vector<ScanFind> reports = finds(status.id, 0, ALL);
     const auto infected =
         std::count_if(reports.begin(), reports.end(), [](const ScanFind& find) { return find.infected; });
     status.found = std::max(status.found, static_cast<uint64_t>(infected));
@@ -149,7 +207,7 @@ ScanStatus ScanHistory::closed(ScanStatus status) const {
 
 bool ScanHistory::save(const ScanStatus& status) const {
     const std::string path = pathOf(status.id, ".json");
-    const WriteResult written = writeFileAtomically(path, toText(status), 0600);
+    const WriteResult written = writeFileAtomically(path, toText(status) + "\n", 0600);
     if (!written) NORV_LOG(NORV_LOG_ERROR, "cannot write %s: %s", path.c_str(), errorText(written.error).c_str());
     return written.written;
 }
@@ -204,8 +262,12 @@ std::vector<ScanFind> ScanHistory::leftFinds(const std::string& id, std::size_t 
 }
 
 void ScanHistory::forget(const std::string& id) const {
-    ::unlink(pathOf(id, ".finds").c_str());
-    ::unlink(pathOf(id, ".json").c_str());
+    removeFile(id, ".finds");
+    removeFile(id, ".json");
+}
+
+void ScanHistory::removeFile(const std::string& id, const char* extension) const {
+    ::unlink(pathOf(id, extension).c_str());
 }
 
 }  // namespace keldra

@@ -289,6 +289,12 @@ void ScanJob::skip(const std::string& path, const std::string& reason, std::uint
     report_.skipped(path, reason, bytes);
 }
 
+bool ScanJob::settle() {
+    // Its end was reached but could not be told, for want of memory.
+    if (report_.status().state == ScanState::RUNNING) report_.finish(ScanState::FAILED, SCAN_BROKEN);
+    return report_.settle();
+}
+
 void ScanJob::finishAfterWalk() {
     const ScanStatus status = report_.status();
     const bool nothing = status.scanned == 0 && rootsSkipped_ > 0 && rootsSkipped_ == status.skipped;
@@ -300,6 +306,7 @@ void ScanJob::finishAfterWalk() {
 void ScanJob::finish(ScanState state, const char* message) {
     report_.finish(state, message);
     if (tools_.onEnd) tools_.onEnd(report_.status());
+    report_.tellEnd();
     const std::lock_guard lock(mutex_);
     ended_ = true;
     changed_.notify_all();

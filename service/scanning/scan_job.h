@@ -54,8 +54,8 @@ public:
     /// Asks it to end; `message` says why.
     void stop(const char* message);
     void pause(bool paused) { pause_.ask(paused); }
-    /// Stores the result again when that failed. True when all of it is on disk.
-    bool store() { return report_.saved() || report_.saveAgain(); }
+    /// Stores again what could not be stored. True when all of it is on disk and in the journal.
+    bool settle();
     /// Waits for its end, at most so many milliseconds. True when it has ended.
     bool wait(int milliseconds) const;
 

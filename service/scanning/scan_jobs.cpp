@@ -8,16 +8,18 @@
 
 namespace keldra {
 
-ScanJobs::ScanJobs(ScanJobsSettings settings, ScanEngine& engine, Actions& actions, const Clock& clock)
+ScanJobs::ScanJobs(ScanJobsSettings settings, ScanEngine& engine, Actions& actions, EventJournal& journal,
+                   const Clock& clock)
     : settings_(std::move(settings)),
-      history_(settings_.historyFolder),
+      history_(settings_.historyFolder, journal),
       tools_{engine,           actions,        history_, clock, settings_.ownFolders, settings_.findLimit,
              settings_.onFind, settings_.onEnd} {
-    if (!history_.open()) return;
-    for (ScanStatus& status : history_.readAll()) {
-        const std::string id = status.id;
-        ended_[id] = std::move(status);
-    }
+    history_.open();
+    ended_ = history_.readAll();
+    forgetSuperfluous();
+    std::set<std::string> ids;
+    for (const auto& [id, status] : ended_) ids.insert(id);
+    history_.removeOthers(ids);
 }
 
 ScanJobs::~ScanJobs() {
@@ -42,7 +44,7 @@ void ScanJobs::reap() {
     }
     for (const auto& [id, job] : jobs) {
         // What could not be stored is kept in memory and tried again.
-        if (job->running() || !job->store()) continue;
+        if (job->running() || !job->settle()) continue;
         const std::lock_guard lock(mutex_);
         ended_[id] = job->status();
         jobs_.erase(id);
@@ -149,14 +151,11 @@ std::vector<std::string> ScanJobs::superfluous() const {
     });
     std::vector<std::string> ids;
     std::set<std::pair<ScanKind, bool>> seen;
-    std::size_t kept = 0;
+    std::map<ScanKind, std::size_t> ofKind;
     for (const ScanStatus* const status : newestFirst) {
         // However many files are scanned singly, the last scan by the schedule is still there.
         const bool first = seen.insert({status->kind, status->state == ScanState::COMPLETED}).second;
-        if (kept < settings_.historyLimit || first)
-            ++kept;
-        else
-            ids.push_back(status->id);
+        if (++ofKind[status->kind] > settings_.historyLimit && !first) ids.push_back(status->id);
     }
     return ids;
 }
@@ -164,6 +163,10 @@ std::vector<std::string> ScanJobs::superfluous() const {
 void ScanJobs::cleanUp() {
     const std::lock_guard changing(changing_);
     reap();
+    forgetSuperfluous();
+}
+
+void ScanJobs::forgetSuperfluous() {
     for (const std::string& id : superfluous()) {
         {
             const std::lock_guard lock(mutex_);

@@ -25,8 +25,8 @@ struct ScanStart {
 };
 
 struct ScanJobsSettings {
-    std::string historyFolder;            ///< results are kept here; made when missing
-    std::size_t historyLimit = 200;       ///< results kept at most, beside the newest ones of each kind
+    std::string historyFolder;            ///< reports are kept here; made when missing
+    std::size_t historyLimit = 200;       ///< scans of each kind that are kept, beside the last that was completed
     std::size_t findLimit = 100000;       ///< reports kept of one scan; the counts go on
     std::vector<std::string> ownFolders;  ///< never scanned: the quarantine, the signatures
     ScanFindListener onFind{};            ///< called for whatever a scan reports, from its threads
@@ -37,7 +37,8 @@ struct ScanJobsSettings {
 /// The scans: runs them, at most one of a kind at a time, and keeps what they found. May be used from any thread.
 class ScanJobs {
 public:
-    ScanJobs(ScanJobsSettings settings, ScanEngine& engine, Actions& actions, const Clock& clock = systemClock());
+    ScanJobs(ScanJobsSettings settings, ScanEngine& engine, Actions& actions, EventJournal& journal,
+             const Clock& clock = systemClock());
     /// Stops what is running and waits for it.
     ~ScanJobs();
     ScanJobs(const ScanJobs&) = delete;
@@ -71,6 +72,7 @@ private:
     void reap();
     std::string newId() const;
     std::vector<std::string> superfluous() const;
+    void forgetSuperfluous();
 
     ScanJobsSettings settings_;
     ScanHistory history_;

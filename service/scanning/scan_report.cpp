@@ -128,9 +128,22 @@ void ScanReport::saveNowAndThen() {
     save(status());
 }
 
-bool ScanReport::saved() const {
+void ScanReport::tellEnd() {
+    const std::uint64_t event = history_.tellEnd(status());
     const std::lock_guard lock(mutex_);
-    return findsSaved_ && statusSaved_;
+    end_ = event;
+}
+
+bool ScanReport::settle() {
+    const ScanStatus last = status();
+    if (!last.saved && !saveAgain()) return false;
+    std::uint64_t event = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        event = end_;
+    }
+    if (event == 0) tellEnd();
+    return event != 0 && history_.settle(last.id, event);
 }
 
 bool ScanReport::saveAgain() {

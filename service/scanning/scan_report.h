@@ -37,19 +37,21 @@ public:
     /// How long nothing was done, milliseconds in all so far.
     void paused(std::int64_t milliseconds);
     void finish(ScanState state, const std::string& message);
+    /// Tells the journal of the end.
+    void tellEnd();
 
     ScanStatus status() const;
     std::vector<ScanFind> finds(std::size_t from, std::size_t count) const;
     std::vector<ScanFind> leftFinds(std::size_t count) const;
     /// Stores the counts when that was not done for a while, so that a scan cut short has nearly right ones.
     void saveNowAndThen();
-    /// Stores all of it again after a failure. True when everything is on disk.
-    bool saveAgain();
-    bool saved() const;
+    /// Stores again what could not be stored. True when everything is on disk and in the journal.
+    bool settle();
 
 private:
     void report(ScanFind find);
     void measure();
+    bool saveAgain();
     bool save(const ScanStatus& status);
 
     const ScanHistory& history_;
@@ -70,6 +72,7 @@ private:
     std::int64_t savedAt_ = 0;    ///< steady milliseconds of the last time the status was stored
     bool findsSaved_ = true;
     bool statusSaved_ = true;
+    std::uint64_t end_ = 0;  ///< id of the journal's event that tells of the end
 };
 
 }  // namespace keldra

@@ -202,13 +202,17 @@ void Chronicle::end(std::optional<Telling> telling, const IPCMessage& reply) {
     if (asksForCode && !telling->isSecondStep) event.action = "code asked for";
     if (reply.result == IPCMessage::RESULT_OK && !(asksForCode && telling->isSecondStep)) {
         if (telling->complete) telling->complete(event);
-        return journal_.add(std::move(event));
+        journal_.add(std::move(event));
+        return;
     }
     if (!telling->failed) return;
     event.action = telling->failed;
     event.severity = EventSeverity::WARNING;
     event.detail = asksForCode ? WRONG_CODE : reply.value<std::string>(protocol::MESSAGE);
-    if (!telling->fromStrangers) return journal_.add(std::move(event));
+    if (!telling->fromStrangers) {
+        journal_.add(std::move(event));
+        return;
+    }
     if (event.detail.empty()) event.detail = WRONG;
     // What was typed as a name may well be the password.
     event.who.user.clear();

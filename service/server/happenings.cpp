@@ -1,5 +1,7 @@
 #include "service/server/happenings.h"
 
+#include "norv/counted.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -37,8 +39,6 @@ Event restOf(EventKind kind, const std::string& task, std::uint64_t count) {
     event.count = count;
     return event;
 }
-
-bool runToItsEnd(const ScanStatus& scan) { return scan.state == ScanState::COMPLETED; }
 
 }  // namespace
 
@@ -99,15 +99,6 @@ void Happenings::scanEnded(const ScanStatus& scan) {
     if (told.notScanned > MOST_NOT_SCANNED)
         journal_.add(restOf(EventKind::NOT_SCANNED, task, told.notScanned - MOST_NOT_SCANNED));
     journal_.countScanned(scan.scanned);
-    Event event;
-    event.kind = EventKind::SCAN;
-    event.severity = runToItsEnd(scan) && scan.found == 0 ? EventSeverity::INFO : EventSeverity::WARNING;
-    event.task = task;
-    event.path = scan.lastFile;
-    event.action = scanOutcome(scan);
-    event.detail = scan.message;
-    event.count = scan.scanned;
-    journal_.add(std::move(event));
 }
 
 void Happenings::updateEnded(const UpdateStatus& update) {
@@ -130,7 +121,7 @@ void Happenings::removalAnnounced(std::size_t count, std::int64_t seconds) {
     journal_.add({.kind = EventKind::QUARANTINE,
                   .severity = EventSeverity::WARNING,
                   .action = "removal announced",
-                  .detail = "In " + std::to_string(seconds / 86400) + " days.",
+                  .detail = "In " + counted(static_cast<std::uint64_t>(seconds / 86400), "day", "days") + ".",
                   .count = count});
 }
 

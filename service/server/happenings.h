@@ -33,6 +33,7 @@ public:
     /// A find that may stay is met at each access; it is told once an hour.
     void foundByRealtime(const std::string& path, const std::string& signature, const ActionOutcome& done);
     void scheduledScan(const ScanStart& start);
+    /// What is left to tell of a scan; of its end it tells itself.
     void scanEnded(const ScanStatus& scan);
     void updateEnded(const UpdateStatus& update);
     /// Files in quarantine that are to go, the first after so many seconds, and those that are gone.

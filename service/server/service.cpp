@@ -1,5 +1,6 @@
 #include "service/server/service.h"
 
+#include "norv/counted.h"
 #include "norv/log.h"
 #include "service/base/memory_budget.h"
 #include "service/metrics/measured_engine.h"
@@ -167,8 +168,8 @@ NoticeTexts Service::noticeTexts() {
         texts.reasons += "\n";
     }
     for (const DayFigures& day : events_->days(7))
-        texts.week += day.day + ": " + std::to_string(day.scanned) + " files scanned, " + std::to_string(day.found) +
-                      " found, " + std::to_string(day.failed) + " not scanned\n";
+        texts.week += day.day + ": " + counted(day.scanned, "file", "files") + " scanned, " +
+                      std::to_string(day.found) + " found, " + std::to_string(day.failed) + " not scanned\n";
     return texts;
 }
 
@@ -181,7 +182,7 @@ void Service::makeScans() {
         happenings_->scanEnded(scan);
         if (slowFacts_) slowFacts_->lookAgain();
     };
-    scans_ = std::make_unique<ScanJobs>(std::move(scans), *engine_, actions_);
+    scans_ = std::make_unique<ScanJobs>(std::move(scans), *engine_, actions_, *events_);
 }
 
 /// Infected files that the newest scan of each kind left in place. Files made to try out scanners are left on purpose.

@@ -105,6 +105,9 @@ TEST_F(EventJournalTest, ItsSizeHasAnEndAndAClockThatJumpsCostsNothing) {
     settings_.segmentBytes = 20000;
     settings_.segments = 3;
     EventJournal journal(settings_, clock_);
+    const auto scans = [&journal] { return journal.query({.kinds = {EventKind::SCAN}}, 0, 9).events; };
+    journal.add({.kind = EventKind::SCAN, .task = "scheduled", .action = "completed", .record = R"({"id":"1_1"})"});
+    journal.add({.kind = EventKind::SCAN, .task = "scheduled", .action = "started"});
     for (int i = 0; i < 2000; ++i) {
         journal.add(find("/srv/" + std::to_string(i)));
         if (i % 50 == 0) journal.flush(PATIENCE);
@@ -114,6 +117,8 @@ TEST_F(EventJournalTest, ItsSizeHasAnEndAndAClockThatJumpsCostsNothing) {
     const std::uint64_t kept = journal.query({}, 0, 1).total;
     EXPECT_GT(kept, 100U);
     EXPECT_EQ(journal.query({}, 0, 1).events.at(0).path, "/srv/1999");
+    ASSERT_EQ(scans().size(), 1U) << "the scan outlives a flood, and only what has a record";
+    EXPECT_EQ(scans()[0].record, R"({"id":"1_1"})");
     clock_.seconds += int64_t{500} * 86400;
     clock_.milliseconds += int64_t{7200} * 1000;
     journal.countScanned(1);

@@ -82,7 +82,21 @@ protected:
 
     void restart(ScanEngine& engine) {
         jobs_.reset();
-        jobs_ = std::make_unique<ScanJobs>(settings_, engine, actions_, clock_);
+        journal_.reset();
+        journal_ = std::make_unique<EventJournal>(EventJournalSettings{.folder = events_}, clock_);
+        jobs_ = std::make_unique<ScanJobs>(settings_, engine, actions_, *journal_, clock_);
+    }
+    std::vector<Event> ends() const {
+        std::vector<Event> all = journal_->query({.kinds = {EventKind::SCAN}}, 0, 99).events;
+        std::erase_if(all, [](const Event& event) { return event.record.empty(); });
+        return all;
+    }
+    bool settled() {
+        EXPECT_TRUE(journal_->flush(PATIENCE));
+        jobs_->cleanUp();
+        for (const auto& file : fs::directory_iterator(settings_.historyFolder))
+            if (file.path().extension() == ".json") return false;
+        return true;
     }
     std::string begin() {
         const ScanStart start = jobs_->start(request_);
@@ -103,9 +117,11 @@ protected:
     Quarantine quarantine_{(dir_ / "store").string(), (dir_ / "trusted").string()};
     Actions actions_{quarantine_};
     TestClock clock_;
+    fs::path events_ = dir_ / "events";
     ScanJobsSettings settings_;
     ScanRequest request_;
     GatedEngine gated_;
+    std::unique_ptr<EventJournal> journal_;
     std::unique_ptr<ScanJobs> jobs_;
 };
 
@@ -246,6 +262,7 @@ TEST_F(ScanJobsTest, ResultsSurviveARestart) {
     put("virus", testVirus());
     request_.act = false;
     const ScanStatus before = run();
+    EXPECT_TRUE(settled()) << "the journal alone tells of it";
     restart(shippedEngine());
     const std::optional<ScanStatus> after = jobs_->status(before.id);
     ASSERT_TRUE(after);
@@ -264,14 +281,40 @@ TEST_F(ScanJobsTest, ScanCutShortByAKillIsNotShownAsRunning) {
     put("file", "x");
     const std::string id = begin();
     waitForScans(gated_, 1);
-    // The history as a kill leaves it.
+    // What a kill leaves.
     fs::copy(dir_ / "history", dir_ / "killed");
+    fs::copy(events_, dir_ / "killed-events");
     settings_.historyFolder = dir_ / "killed";
+    events_ = dir_ / "killed-events";
     restart(shippedEngine());
     EXPECT_EQ(jobs_->status(id)->state, ScanState::STOPPED);
     EXPECT_EQ(jobs_->status(id)->message, SCAN_INTERRUPTED);
     EXPECT_EQ(scanOutcome(*jobs_->status(id)), "interrupted");
     EXPECT_GE(jobs_->status(id)->ended, jobs_->status(id)->started);
+    EXPECT_EQ(ends().at(0).action, "interrupted");
+}
+
+TEST_F(ScanJobsTest, ScansThatTheJournalDoesNotHaveAreTakenOverOnce) {
+    const std::string first = R"({"id":"900_1","kind":"scheduled","state":3,"total":9,"scanned":8,"found":1,)"
+                              R"("notFullyScanned":0,"skipped":1,"bytes":70,"started":900,"ended":950,)"
+                              R"("message":"The scan is complete."})";
+    ::writeFile(dir_ / "history/900_1.json", first);
+    ::writeFile(dir_ / "history/900_1.finds", R"({"path":"/srv/a","infected":true,"signature":"S"})");
+    ::writeFile(dir_ / "history/800_1.json", R"({"id":"800_1","kind":"path","state":2,"started":800,"ended":801})");
+    ::writeFile(dir_ / "history/700_1.finds", "of a scan that nobody knows");
+    for (const char* const when : {"at first", "later"}) {
+        restart(shippedEngine());
+        EXPECT_TRUE(settled()) << when;
+        const auto scans = jobs_->history();
+        ASSERT_EQ(scans.size(), 2U) << when;
+        EXPECT_EQ(std::tuple(scans[0].id, scans[0].scanned, scans[0].skipped, scans[0].ended, scans[1].id),
+                  std::tuple("900_1", 8U, 1U, 950, "800_1"))
+            << when;
+        EXPECT_EQ(jobs_->finds("900_1", 0).size(), 1U) << when;
+        ASSERT_EQ(ends().size(), 2U) << when;
+        EXPECT_EQ(ends().front().time, 950) << when;
+        EXPECT_FALSE(fs::exists(dir_ / "history/700_1.finds"));
+    }
 }
 
 TEST_F(ScanJobsTest, ShutdownStopsScansAndSaysSo) {
@@ -382,7 +425,7 @@ TEST_F(ScanJobsTest, OldResultsAreForgottenByNumberButNotTheLastOfItsKindNorByAC
         ids.push_back(run().id);
     }
     clock_.seconds += int64_t{100} * 86400;
-    jobs_->cleanUp();
+    EXPECT_TRUE(settled());
     ASSERT_EQ(jobs_->history().size(), 3U);
     EXPECT_EQ(jobs_->history()[1].id, ids[2]);
     EXPECT_EQ(jobs_->history()[2].id, nightly);
