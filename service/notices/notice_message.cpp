@@ -1,5 +1,6 @@
 #include "service/notices/notice_message.h"
 
+#include "norv/counted.h"
 #include "norv/json_text.h"
 #include "norv/time_text.h"
 
@@ -55,9 +56,9 @@ std::string sumOf(const NoticeBundle& bundle) {
     std::string sum;
     for (const auto& [kind, number] : numbers) {
         const auto& [one, many] = NAMES.at(kind);
-        sum += (sum.empty() ? "" : ", ") + std::to_string(number) + " " + (number == 1 ? one : many);
+        sum += (sum.empty() ? "" : ", ") + counted(number, one, many);
     }
-    if (bundle.further > 0) sum += (sum.empty() ? "" : ", ") + std::to_string(bundle.further) + " more events";
+    if (bundle.further > 0) sum += (sum.empty() ? "" : ", ") + counted(bundle.further, "more event", "more events");
     return sum;
 }
 

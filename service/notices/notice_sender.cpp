@@ -128,8 +128,19 @@ std::string sendBySmtp(const NoticeSettings& settings, const std::vector<std::st
     return transfer.perform();
 }
 
-/// Waits for a child, at most as long as a message may take.
-std::string awaitChild(pid_t child, const std::string& program, const std::atomic<bool>& ending) {
+/// What a program said, in one line.
+std::string saidIn(int file) {
+    constexpr std::size_t MOST = 400;  // bytes
+    std::array<char, MOST> said{};
+    const ssize_t count = ::pread(file, said.data(), said.size(), 0);
+    std::string text(said.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return readable(text);
+}
+
+/// Waits for a child, at most as long as a message may take. `errors`: file that holds what it complains of.
+std::string awaitChild(pid_t child, const std::string& program, int errors, const std::atomic<bool>& ending) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(NOTICE_TIME);
     int status = 0;
     while (::waitpid(child, &status, WNOHANG) == 0) {
@@ -141,7 +152,9 @@ std::string awaitChild(pid_t child, const std::string& program, const std::atomi
         std::this_thread::sleep_for(POLL);
     }
     const bool good = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    return good ? "" : program + " refused the mail.";
+    if (good) return "";
+    const std::string why = saidIn(errors);
+    return program + " refused the mail" + (why.empty() ? "." : ": " + why);
 }
 
 /// The mail goes by a file without a name, which the program can read at its leisure.
@@ -149,7 +162,8 @@ std::string sendByProgram(const std::string& program, const std::string& from, c
                           std::string mail, const std::atomic<bool>& ending) {
     std::erase(mail, '\r');
     const FileDescriptor file(::memfd_create("mail", MFD_CLOEXEC));
-    if (!file || !writeAll(file.get(), mail) || ::lseek(file.get(), 0, SEEK_SET) != 0)
+    const FileDescriptor errors(::memfd_create("errors", MFD_CLOEXEC));
+    if (!file || !errors || !writeAll(file.get(), mail) || ::lseek(file.get(), 0, SEEK_SET) != 0)
         return "The mail cannot be prepared: " + errorText(errno) + ".";
     std::vector<std::string> words{program, "-i", "-f", from, "--"};
     words.insert(words.end(), to.begin(), to.end());
@@ -163,11 +177,11 @@ std::string sendByProgram(const std::string& program, const std::string& from, c
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, file.get(), STDIN_FILENO);
     ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    ::posix_spawn_file_actions_adddup2(&actions, errors.get(), STDERR_FILENO);
     pid_t child = -1;
     const int error = ::posix_spawn(&child, program.c_str(), &actions, nullptr, arguments.data(), environment.data());
     ::posix_spawn_file_actions_destroy(&actions);
-    return error == 0 ? awaitChild(child, program, ending) : program + ": " + errorText(error) + ".";
+    return error == 0 ? awaitChild(child, program, errors.get(), ending) : program + ": " + errorText(error) + ".";
 }
 
 }  // namespace
