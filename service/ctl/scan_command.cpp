@@ -1,3 +1,4 @@
+#include "norv/counted.h"
 #include "norv/path_list.h"
 #include "norv/protocol/scans.h"
 #include "service/ctl/command_line.h"
@@ -73,8 +74,8 @@ void showScan(ProgressBar& bar, const protocol::ScanProgress& scan) {
     std::string remark = sizeText(scan.bytesDone) + " of " + sizeText(scan.bytesTotal) + ", ";
     if (!scan.paused.empty()) remark = "paused, " + remark;
     if (scan.secondsLeft >= 0) remark += durationText(scan.secondsLeft) + " left, ";
-    remark += std::to_string(scan.scanned) + " of " + std::to_string(scan.total) + " files, " +
-              std::to_string(scan.found) + " infected, " + printable(scan.currentFile);
+    remark += std::to_string(scan.scanned) + " of " + counted(static_cast<uint64_t>(scan.total), "file", "files") +
+              ", " + std::to_string(scan.found) + " infected, " + printable(scan.currentFile);
     bar.show(scan.bytesDone, scan.counting ? 0 : scan.bytesTotal, remark);
 }
 

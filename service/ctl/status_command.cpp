@@ -1,3 +1,4 @@
+#include "norv/counted.h"
 #include "norv/protocol/status.h"
 #include "service/ctl/command_line.h"
 #include "service/ctl/control_client.h"
@@ -18,7 +19,7 @@ struct StatusOptions {
 std::string databaseLine(const protocol::ServiceStatus& status) {
     const std::string message = status.engineMessage.empty() ? "" : " (" + status.engineMessage + ")";
     if (status.database != protocol::DATABASE_LOADED) return status.database + message;
-    return std::to_string(status.signatures) + " signatures, version " + status.databaseVersion + " of " +
+    return counted(status.signatures, "signature", "signatures") + ", version " + status.databaseVersion + " of " +
            timeText(status.databaseTime, "unknown date") + message;
 }
 
@@ -39,7 +40,7 @@ std::string scansLine(const protocol::ServiceStatus& status) {
 }
 
 std::string quarantineLine(const protocol::ServiceStatus& status) {
-    std::string line = std::to_string(status.quarantined) + " files, " + sizeText(status.quarantineBytes);
+    std::string line = counted(status.quarantined, "file", "files") + ", " + sizeText(status.quarantineBytes);
     if (status.quarantineLimit != 0) line += " of " + sizeText(status.quarantineLimit);
     if (status.quarantineRoom) line += ", room for " + sizeText(*status.quarantineRoom);
     return status.quarantined == 0 ? line : line + ", the oldest of " + timeText(status.quarantineOldest);
@@ -52,13 +53,23 @@ int statusOf(const std::string& verdict) {
     return verdict == protocol::VERDICT_UNPROTECTED ? 2 : STATUS_UNKNOWN;
 }
 
+std::string countText(const protocol::VerdictReason& reason) {
+    const std::string& unit = reason.unit;
+    if (unit == "days") return counted(reason.count, "day", "days");
+    if (unit == "files") return counted(reason.count, "file", "files");
+    if (unit == "folders") return counted(reason.count, "folder", "folders");
+    if (unit == "mib" || unit == "mib_free") return sizeText(reason.count << 20U) + (unit == "mib" ? "" : " free");
+    return reason.count == 0 ? "" : std::to_string(reason.count);
+}
+
 void printVerdict(const protocol::ServiceStatus& status) {
     const int verdict = statusOf(status.verdict);
     print(std::string("This server ") + (verdict == 0   ? "is protected."
                                          : verdict == 1 ? "is protected, but something wants attention:"
                                                         : "is NOT protected:"));
     for (const protocol::VerdictReason& reason : status.reasons) {
-        const std::string count = reason.count == 0 ? "" : " [" + std::to_string(reason.count) + "]";
+        const std::string told = countText(reason);
+        const std::string count = told.empty() ? "" : " [" + told + "]";
         const std::string detail = reason.detail.empty() ? "" : " (" + printable(reason.detail) + ")";
         std::string line = reason.severity == protocol::VERDICT_UNPROTECTED ? "  !! " : "  -  ";
         print(line.append(reason.text).append(count).append(detail));

@@ -51,7 +51,7 @@ void addVerdict(const Protection& verdict, protocol::ServiceStatus& status) {
     status.verdict = protectionLevelName(verdict.level);
     for (const ProtectionReason& reason : verdict.reasons)
         status.reasons.push_back(
-            {reason.code, protectionLevelName(reason.severity), reason.text, reason.detail, reason.count});
+            {reason.code, protectionLevelName(reason.severity), reason.text, reason.detail, reason.count, reason.unit});
 }
 
 void addQuarantine(const QuarantineUse& use, const SlowFacts& disks, std::int64_t now,

@@ -25,15 +25,22 @@ constexpr std::uint64_t ROOM_NEEDED = 64 * MIB;
 struct Finding {
     std::string detail{};
     std::uint64_t count = 0;
+    const char* unit = "";
 };
 using Found = std::optional<Finding>;
 
-Found found(bool is, std::string detail = {}, std::uint64_t count = 0) {
-    return is ? Found({std::move(detail), count}) : std::nullopt;
+constexpr const char* DAYS = "days";
+constexpr const char* FILES = "files";
+constexpr const char* FOLDERS = "folders";
+constexpr const char* MEBIBYTES = "mib";
+constexpr const char* MEBIBYTES_FREE = "mib_free";
+
+Found found(bool is, std::string detail = {}, std::uint64_t count = 0, const char* unit = "") {
+    return is ? Found({std::move(detail), count, unit}) : std::nullopt;
 }
 
 Found found(const std::vector<std::string>& paths) {
-    return paths.empty() ? std::nullopt : Found({paths.front(), paths.size()});
+    return paths.empty() ? std::nullopt : Found({paths.front(), paths.size(), FOLDERS});
 }
 
 std::uint64_t daysSince(const Facts& facts, std::int64_t time) {
@@ -57,7 +64,7 @@ Found signaturesUnusable(const Facts& facts) {
 Found signaturesOlder(const Facts& facts, std::int64_t from, std::int64_t to) {
     const std::int64_t age = facts.now - facts.officialTime;
     const bool older = signaturesUsed(facts) && facts.officialTime != 0 && age > from && age <= to;
-    return found(older, {}, daysSince(facts, facts.officialTime));
+    return found(older, {}, daysSince(facts, facts.officialTime), DAYS);
 }
 
 Found scanCutShort(const Facts& facts) {
@@ -70,7 +77,7 @@ Found diskFull(const Facts& facts, bool wholly) {
     const std::uint64_t wanted = std::min(ROOM_WANTED, facts.stateSize / 20);
     const bool isWholly = facts.stateFree < ROOM_NEEDED && facts.stateFree < facts.stateSize / 4;
     const bool nearly = facts.stateFree < wanted;
-    return found(wholly ? isWholly : nearly && !isWholly, {}, facts.stateFree / MIB);
+    return found(wholly ? isWholly : nearly && !isWholly, {}, facts.stateFree / MIB, MEBIBYTES_FREE);
 }
 
 bool nineTenths(std::uint64_t used, std::uint64_t limit) { return limit != 0 && used >= limit / 10 * 9; }
@@ -111,7 +118,7 @@ constexpr std::array ROWS{
     Row{"signatures_outdated", UNPROTECTED, "The virus signatures are more than 30 days old.",
         [](const Facts& f) { return signaturesOlder(f, SIGNATURES_OUTDATED, INT64_MAX); }},
     Row{"untreated", ATTENTION, "Infected files still lie where they were found.",
-        [](const Facts& f) { return found(f.untreated > 0, f.untreatedExample, f.untreated); }},
+        [](const Facts& f) { return found(f.untreated > 0, f.untreatedExample, f.untreated, FILES); }},
     Row{"signatures_loading", ATTENTION, "The virus signatures are still being loaded.",
         [](const Facts& f) { return found(f.signatures == Facts::Signatures::LOADING); }},
     Row{"signatures_not_renewed", ATTENTION, "New virus signatures cannot be loaded; older ones are in use.",
@@ -131,7 +138,7 @@ constexpr std::array ROWS{
     Row{"realtime_off", ATTENTION, "The real-time scan is switched off.",
         [](const Facts& f) { return found(!f.realtimeWanted && !nothingSwitchedOn(f)); }},
     Row{"realtime_hanging", ATTENTION, "Files do not answer the real-time scan; they were left unscanned.",
-        [](const Facts& f) { return found(f.realtimeHanging > 0, f.realtimeMessage, f.realtimeHanging); }},
+        [](const Facts& f) { return found(f.realtimeHanging > 0, f.realtimeMessage, f.realtimeHanging, FILES); }},
     Row{"share_hanging", ATTENTION, "A folder to guard does not answer.",
         [](const Facts& f) { return found(!f.hangingRoot.empty(), f.hangingRoot); }},
     Row{"share_missing", ATTENTION, "A folder to guard is not there.",
@@ -145,10 +152,11 @@ constexpr std::array ROWS{
         [](const Facts& f) { return found(f.lastScanned != 0 && f.scannedFiles == 0); }},
     Row{"scan_overdue", ATTENTION, "The last scan of the folders is more than 35 days ago.",
         [](const Facts& f) {
-            return found(f.lastScanned != 0 && f.now - f.lastScanned > SCAN_OVERDUE, {}, daysSince(f, f.lastScanned));
+            return found(f.lastScanned != 0 && f.now - f.lastScanned > SCAN_OVERDUE, {}, daysSince(f, f.lastScanned),
+                         DAYS);
         }},
     Row{"files_not_scanned", ATTENTION, "Files could not be scanned, or not wholly, in the last scan.",
-        [](const Facts& f) { return found(f.filesNotScanned > 0, {}, f.filesNotScanned); }},
+        [](const Facts& f) { return found(f.filesNotScanned > 0, {}, f.filesNotScanned, FILES); }},
     Row{"disk_full", ATTENTION, "The disk of the service is full: nothing more can be stored or put into quarantine.",
         [](const Facts& f) { return diskFull(f, true); }},
     Row{"not_saved", ATTENTION, "The service cannot write what it has to remember.",
@@ -156,16 +164,16 @@ constexpr std::array ROWS{
     Row{"disk_nearly_full", ATTENTION, "The disk of the service is nearly full.",
         [](const Facts& f) { return diskFull(f, false); }},
     Row{"quarantine_full", ATTENTION, "The quarantine is full: finds cannot be put away.",
-        [](const Facts& f) { return found(f.quarantineRefuses, {}, f.quarantineUsed / MIB); }},
+        [](const Facts& f) { return found(f.quarantineRefuses, {}, f.quarantineUsed / MIB, MEBIBYTES); }},
     Row{"quarantine_nearly_full", ATTENTION, "The quarantine is nearly full.",
         [](const Facts& f) {
             const bool nearly =
                 nineTenths(f.quarantineUsed, f.quarantineLimit) || nineTenths(f.quarantineFiles, f.quarantineMostFiles);
-            return found(nearly && !f.quarantineRefuses, {}, f.quarantineUsed / MIB);
+            return found(nearly && !f.quarantineRefuses, {}, f.quarantineUsed / MIB, MEBIBYTES);
         }},
     Row{"quarantine_removal", ATTENTION, "Files in quarantine are going to be removed for good.",
         [](const Facts& f) {
-            return found(f.quarantineAnnounced > 0, dayText(f.quarantineRemoval), f.quarantineAnnounced);
+            return found(f.quarantineAnnounced > 0, dayText(f.quarantineRemoval), f.quarantineAnnounced, FILES);
         }},
     Row{"configuration_unusable", ATTENTION, "The configuration cannot be read; the last good settings are in use.",
         [](const Facts& f) { return found(!f.configurationUsable, f.configurationError); }},
@@ -184,7 +192,8 @@ Protection judgeProtection(const ProtectionFacts& facts) {
         Found finding = row.find(facts);
         if (!finding) continue;
         verdict.level = std::max(verdict.level, row.severity);
-        verdict.reasons.push_back({row.code, row.severity, row.text, std::move(finding->detail), finding->count});
+        verdict.reasons.push_back(
+            {row.code, row.severity, row.text, std::move(finding->detail), finding->count, finding->unit});
     }
     return verdict;
 }

@@ -78,6 +78,7 @@ struct ProtectionReason {
     std::string text;    ///< an English sentence, one of `protectionTexts`
     std::string detail;  ///< a path, a message or the like; may be empty
     std::uint64_t count = 0;
+    std::string unit;  ///< of the count: "days", "files", "folders", "mib" or "mib_free"; empty without one
 };
 
 /// The one answer to whether this server is protected, for every place that shows it.

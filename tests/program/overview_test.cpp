@@ -26,7 +26,7 @@ protected:
                               {"UntreatedScan", "17_1"},
                               {"Verdict", "attention"},
                               {"Reasons", R"([{"reason":"share_missing","severity":"attention","text":"A folder",)"
-                                          R"("detail":"/srv/\"a\"","count":2}])"}}));
+                                          R"("detail":"/srv/\"a\"","count":2,"unit":"folders"}])"}}));
         service.on(M::GET, M::UPDATE_STATUS,
                    Answer::reply(1, {{"Running", "1"}, {"Progress", "4"}, {"RequestID", "9"}}));
         service.on(M::GET, M::SCAN_HISTORY,
@@ -49,7 +49,7 @@ TEST_F(Overview, OneAnswerHoldsAllThatThePageShows) {
     EXPECT_EQ(response.bytes.substr(0, JSON_HEAD.size()), JSON_HEAD);
     for (const char* part :
          {R"("verdict":"attention","reasons":[{"reason":"share_missing","severity":"attention","text":"A folder",)"
-          R"("detail":"/srv/\"a\"","count":2}])",
+          R"("detail":"/srv/\"a\"","count":2,"unit":"folders"}])",
           R"("realtime":{"wanted":false,"running":true,"possible":true})", R"("loaded":true,"unloaded":true)",
           R"("update":{"running":true,"id":"9","progress":40,)", R"("running":[{"id":"18_1","kind":"manual","state":4)",
           R"("lastScans":[{"id":"17_1","kind":"path")", R"("nextScan":1700009999,"quarantined":3,"untreated":2)",

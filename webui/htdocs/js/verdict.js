@@ -1,6 +1,6 @@
 // The service's one verdict on this server: what it says, why, and where each reason can be dealt with.
 import { byId } from './form.js';
-import { fill, shortened, visible } from './wording.js';
+import { daysText, fill, shortened, sizeText, visible } from './wording.js';
 
 const UPDATE = './showpage.cgi?page=update_manual.html';
 const REALTIME = './scanoption.cgi?id=realtime_scan';
@@ -44,10 +44,21 @@ const LOOKS = { protected: 'success', attention: 'warning', unprotected: 'danger
 const remedyOf = (reason, { untreatedScan }) =>
   (reason === 'untreated' && untreatedScan ? `${HISTORY}#${encodeURIComponent(untreatedScan)}` : REMEDIES[reason]);
 
-function makeReason({ reason, severity, text, detail, count }, report) {
+const MIB = 2 ** 20;
+
+/** Of how much or how many a reason tells; a single one of its kind is said by its sentence. */
+function countText({ count, unit }) {
+  const texts = byId('verdict').dataset;
+  if (unit === 'days') return daysText(count);
+  if (unit === 'mib') return sizeText(count * MIB);
+  if (unit === 'mib_free') return fill(texts.free, { size: sizeText(count * MIB) });
+  return count > 1 ? fill(texts[unit] ?? '{count}', { count }) : '';
+}
+
+function makeReason({ reason, severity, text, detail, count, unit }, report) {
   const entry = document.createElement('li');
   entry.className = severity === 'unprotected' ? 'grave' : '';
-  const details = [count > 1 ? fill('{count}', { count }) : '', detail ? shortened(visible(detail), 100) : ''].filter(Boolean);
+  const details = [countText({ count, unit }), detail ? shortened(visible(detail), 100) : ''].filter(Boolean);
   entry.append(details.length ? `${text} (${details.join(', ')})` : text);
   const remedy = remedyOf(reason, report);
   if (!remedy) return entry;

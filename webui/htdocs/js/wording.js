@@ -44,6 +44,9 @@ export function sizeText(bytes) {
   return unitText(UNITS[power], bytes / 1000 ** power, power ? 'short' : 'long');
 }
 
+/** A number of whole days: "3 days". */
+export const daysText = (days) => unitText('day', days, 'long');
+
 /** A length of time by its two largest units. */
 export function durationText(seconds) {
   const found = DURATIONS.findIndex(([, length]) => seconds >= length);

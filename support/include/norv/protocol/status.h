@@ -27,6 +27,7 @@ struct VerdictReason {
     std::string text;      ///< an English sentence
     std::string detail;    ///< a path or the like; may be empty
     uint64_t count = 0;
+    std::string unit;  ///< of the count: "days", "files", "folders", "mib" or "mib_free"; empty without one
 
     static void visit(auto& record, auto&& field) {
         field("reason", record.reason);
@@ -34,6 +35,7 @@ struct VerdictReason {
         field("text", record.text);
         field("detail", record.detail);
         field("count", record.count);
+        field("unit", record.unit);
     }
 };
 
