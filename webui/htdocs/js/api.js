@@ -3,10 +3,10 @@
 import { csrfToken } from './csrf.js';
 import { sessionEnded } from './draft.js';
 
-async function read(request) {
+async function read(request, changes = false) {
   const answer = await request.catch(() => { throw new Error(''); });
   if (answer.redirected) {
-    sessionEnded();
+    sessionEnded(changes);
     return new Promise(() => {});
   }
   const content = await answer.json().catch(() => { throw new Error(''); });
@@ -34,4 +34,4 @@ export const postJson = (url, fields) => read(fetch(url, {
   body: new URLSearchParams({ ...fields, CsrfToken: csrfToken() }),
   credentials: 'same-origin',
   signal: AbortSignal.timeout(PATIENT),
-}));
+}), true);

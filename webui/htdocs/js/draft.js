@@ -53,10 +53,11 @@ function keepDraft(more = {}) {
   sessionStorage.setItem(DRAFT, JSON.stringify({ page, title, content, ...more }));
 }
 
-/** The session has ended while this page was open: over to the log-on page, with what was typed. */
-export function sessionEnded() {
+/** The session has ended while this page was open: over to the log-on page, with what was typed. `undone`: something was asked for. */
+export function sessionEnded(undone = false) {
   leaving = true;
   sessionStorage.setItem('keldra-ended', '1');
+  if (undone) sessionStorage.setItem('keldra-undone', '1');
   if (parts.some(changed)) keepDraft();
   location.assign('/');
 }

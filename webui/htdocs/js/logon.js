@@ -22,17 +22,23 @@ const left = takeFlag('keldra-left');
 const ended = takeFlag('keldra-ended') || (sentHere() && takeFlag('keldra-on'));
 byId('left').hidden = !left;
 byId('ended').hidden = !ended;
-byId('kept').hidden = !ended || sessionStorage.getItem('keldra-draft') === null;
+const kept = ended && sessionStorage.getItem('keldra-draft') !== null;
+const undone = takeFlag('keldra-undone') && !kept;
+byId('kept').hidden = !kept;
+byId('undone').hidden = !ended || !undone;
 
 const user = byId('user');
 user.value ||= sessionStorage.getItem('keldra-user') ?? '';
 if (user.value) byId('password').focus();
 byId('logon').addEventListener('submit', () => sessionStorage.setItem('keldra-user', user.value));
 
-// While the service does not answer, nobody can log on, however right the password. Nobody is logged on here, so an
-// answer is a redirection to this page.
+// While the service does not answer, nobody can log on, however right the password. To whom nobody is logged on it answers
+// with a redirection to this page. A session that goes on all the same has not ended: the request came without its token.
 const answer = await fetch('/NorvLinux/overview.cgi', { redirect: 'manual', cache: 'no-store' }).catch(() => null);
 if (answer?.status === 503) {
   byId('down').hidden = false;
+  byId('ended').hidden = true;
+} else if (ended && answer?.ok) {
+  byId('refused').hidden = false;
   byId('ended').hidden = true;
 }

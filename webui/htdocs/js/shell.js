@@ -25,7 +25,19 @@ opener?.addEventListener('click', () => {
   opener.setAttribute('aria-expanded', String(open));
 });
 
+/** Milliseconds between two signs of use. */
+const SIGN_EVERY = 5000;
+let signed = Date.now();
+
+/** Who types or clicks uses the session, also while nothing of it is sent. Any page that asks for nothing else tells so. */
+function signOfUse({ isTrusted }) {
+  if (!isTrusted || Date.now() - signed < SIGN_EVERY) return;
+  signed = Date.now();
+  fetch('./account.cgi', { redirect: 'manual', cache: 'no-store' }).catch(() => {});
+}
+
 if (byId('logoff')) {
+  for (const name of ['keydown', 'pointerdown']) document.addEventListener(name, signOfUse, { capture: true, passive: true });
   sessionStorage.setItem('keldra-on', '1');
   byId('logoff').addEventListener('submit', () => {
     sessionStorage.clear();
