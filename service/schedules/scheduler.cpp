@@ -230,7 +230,9 @@ void Scheduler::load() {
         track->anchor = timeOf(member->value, "planned");
         track->before = timeOf(member->value, "before");
         track->started = timeOf(member->value, "started");
-        track->underWay = track->cut = flagOf(member->value, "underWay");
+        const bool noted = member->value.HasMember("underWay");
+        track->underWay = track->cut =
+            noted ? flagOf(member->value, "underWay") : track == &scan_ && hooks_.scanWasCut && hooks_.scanWasCut();
         track->tries = timeOf(member->value, "tries");
     }
     show();

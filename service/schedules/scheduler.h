@@ -37,6 +37,9 @@ public:
         /// Whether the run that was started last is over, however it ended. Empty: it is over at once.
         std::function<bool()> scanEnded;
         std::function<bool()> updateEnded;
+        /// Whether the end of the service cut off the last scheduled scan. Asked once, and only where the file was
+        /// written by a version that did not note it. Empty: it did not.
+        std::function<bool()> scanWasCut{};
     };
 
     /// `stateFile`: where the last runs are kept (schedule.json), replaced as a whole at each change.

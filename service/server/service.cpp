@@ -205,6 +205,12 @@ SlowQuestions Service::slowQuestions() {
     return questions;
 }
 
+bool Service::lastScheduledScanWasCut() const {
+    const std::vector<ScanStatus> scans = scans_->history();
+    const auto last = std::ranges::find(scans, ScanKind::SCHEDULED, &ScanStatus::kind);
+    return last != scans.end() && scanOutcome(*last) == "interrupted";
+}
+
 void Service::makeParts() {
     makeJournal();
     engine_ = std::make_unique<MeasuredEngine>(
@@ -244,7 +250,8 @@ void Service::makeParts() {
                              [this] {
                                  const UpdateStatus status = updater_->status();
                                  return !status.running || !status.scheduled;
-                             }});
+                             },
+                         .scanWasCut = [this] { return lastScheduledScanWasCut(); }});
     realtime_ = std::make_unique<RealtimeScan>(*engine_, actions_, ownFolders(), [this](const RealtimeReport& report) {
         if (report.result.verdict == Verdict::INFECTED)
             happenings_->foundByRealtime(report.path, report.result.signature, report.outcome);

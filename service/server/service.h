@@ -86,6 +86,7 @@ private:
     SlowQuestions slowQuestions();
     ClientHooks clientHooks();
     void loadSignatures();
+    bool lastScheduledScanWasCut() const;
     bool startScheduledScan();
     bool startScheduledUpdate();
     void signaturesChanged();

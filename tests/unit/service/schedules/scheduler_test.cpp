@@ -1,5 +1,6 @@
 #include "service/schedules/scheduler.h"
 
+#include "service/base/files.h"
 #include "tests/harness/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -54,7 +55,8 @@ protected:
                                                                       return random_;
                                                                   },
                                                                   [this] { return ended_; },
-                                                                  {}});
+                                                                  {},
+                                                                  [this] { return cut_; }});
         scheduler_->configure(settings_);
     }
 
@@ -69,6 +71,7 @@ protected:
     bool accept_ = true;
     bool fail_ = false;
     bool ended_ = true;
+    bool cut_ = false;
     uint32_t random_ = 0;
     int scans_ = 0;
     int updates_ = 0;
@@ -211,6 +214,24 @@ TEST_F(SchedulerTest, AScanThatTheEndOfTheServiceCutOffIsMadeUpAtTheNextStart) {
     boot();
     scheduler_->tick();
     EXPECT_EQ(scans_, 4) << "it came to its end";
+}
+
+TEST_F(SchedulerTest, SoIsOneThatTheUpgradeOfAVersionThatDidNotNoteItCutOff) {
+    for (const bool cut : {false, true}) {
+        ASSERT_TRUE(writeFileAtomically(folder_ / "schedule.json",
+                                        R"({"scan":{"schedule":"scan 2 03:00:00 0 1","considered":1830308400,)"
+                                        R"("planned":1830308400,"started":1830308400}})",
+                                        0600));
+        clock_.time = MIDNIGHT + 4 * HOUR;
+        cut_ = cut;
+        boot();
+        scheduler_->tick();
+        scheduler_->tick();
+        cut_ = true;  // not asked again: what follows is noted
+        boot();
+        scheduler_->tick();
+        EXPECT_EQ(scans_, cut ? 1 : 0);
+    }
 }
 
 TEST_F(SchedulerTest, ARandomizedUpdateStartsWithinTheHourAndKeepsItsInterval) {
