@@ -13,6 +13,9 @@ namespace {
 
 /// The kernel gives a user no more than 128; beyond this many the remote file systems share the one of the local ones.
 constexpr std::size_t MOST_GROUPS = 48;
+constexpr std::chrono::seconds HANGING{5};
+/// On this machine whoever holds a lease may take his time: 45 seconds, unless the administrator chose otherwise.
+constexpr std::chrono::seconds HANGING_LOCALLY{60};
 
 }  // namespace
 
@@ -82,6 +85,14 @@ bool AccessGroups::pressed(SteadyTime now) const {
     for (const Group& each : all())
         if (each.readers->pressed(now)) return true;
     return false;
+}
+
+unsigned AccessGroups::hanging(SteadyTime now) const {
+    const std::lock_guard lock(mutex_);
+    unsigned count = 0;
+    for (const auto& [device, group] : groups_)
+        count += group.readers->heldUp(now, device.empty() ? HANGING_LOCALLY : HANGING);
+    return count;
 }
 
 void AccessGroups::forgetClean() {

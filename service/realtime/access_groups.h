@@ -41,6 +41,8 @@ public:
     /// To be called every few milliseconds while `pressed`, else ten times a second.
     void watch(SteadyTime now);
     bool pressed(SteadyTime now) const;
+    /// Files that the kernel has been opening for longer than a file system that works would take.
+    unsigned hanging(SteadyTime now) const;
     /// Asks again about everything that was remembered as clean.
     void forgetClean();
     /// The same about one open file.

@@ -37,7 +37,7 @@ public:
 
     bool running() const { return alive_ && follower_->watching() && !workers_->exhausted(); }
     bool exhausted() const { return workers_->exhausted(); }
-    unsigned hanging() const { return workers_->hanging(); }
+    unsigned hanging() const { return workers_->hanging() + groups_.hanging(std::chrono::steady_clock::now()); }
     /// Accesses that wait for their scan, by lane.
     std::array<std::size_t, 3> waiting() const {
         return {queue_.waiting(Lane::QUICK), queue_.waiting(Lane::SLOW), queue_.waiting(Lane::BACKGROUND)};

@@ -80,8 +80,7 @@ void AccessReaders::watch(SteadyTime now) {
     const std::lock_guard lock(mutex_);
     if (ended_) return;
     const milliseconds limit = now < pressedUntil_ ? HELD_UP_PRESSED : HELD_UP;
-    const auto heldUp = static_cast<std::size_t>(
-        std::count_if(readers_.begin(), readers_.end(), [&](const auto& each) { return each->heldUp(now, limit); }));
+    const std::size_t heldUp = countHeldUp(now, limit);
     if (heldUp > 0) pressedUntil_ = now + PRESSED;
     const std::size_t wanted = heldUp + (now < pressedUntil_ ? FREE_PRESSED : FREE);
     while (readers_.size() < std::min(wanted, MOST))
@@ -100,6 +99,17 @@ void AccessReaders::interrupt(std::size_t count, SteadyTime now) {
     for (const Reader* reader : heldUp) pthread_kill(reader->thread, interruption());
     if (!ended_ && !heldUp.empty())
         hooks_.note("Too many files are held by leases of other programs; accesses to some of them were refused");
+}
+
+unsigned AccessReaders::heldUp(SteadyTime now, milliseconds time) const {
+    const std::lock_guard lock(mutex_);
+    return static_cast<unsigned>(countHeldUp(now, time));
+}
+
+/// Under the lock.
+std::size_t AccessReaders::countHeldUp(SteadyTime now, milliseconds time) const {
+    return static_cast<std::size_t>(
+        std::count_if(readers_.begin(), readers_.end(), [&](const auto& each) { return each->heldUp(now, time); }));
 }
 
 bool AccessReaders::pressed(SteadyTime now) const {

@@ -38,6 +38,8 @@ public:
     void watch(SteadyTime now);
     /// Readers have been held up in the last seconds.
     bool pressed(SteadyTime now) const;
+    /// How many have been held up for that long.
+    unsigned heldUp(SteadyTime now, std::chrono::milliseconds time) const;
     /// Asks all to end, and wakes those that are held up; to be called again until they have.
     void end();
 
@@ -45,6 +47,7 @@ private:
     struct Reader;
 
     bool add();
+    std::size_t countHeldUp(SteadyTime now, std::chrono::milliseconds time) const;
     void read(Reader& reader);
     bool readOne(Reader& reader, int group);
     void takeFailure(int error);

@@ -133,6 +133,7 @@ void RealtimeScan::act(int fd, const std::string& path, const OnAccessAnswer& an
 RealtimeState RealtimeScan::state() const {
     using enum RealtimeState::Trouble;
     RealtimeState state;
+    state.hanging = engine_.state().hanging;
     std::string refusal;
     state.kernelAllows = OnAccess::kernelAllows(&refusal);
     state.wanted = policy()->settings.scanDirection != 0;
@@ -148,14 +149,14 @@ RealtimeState RealtimeScan::state() const {
 
 void RealtimeScan::lookAtListener(RealtimeState& state) const {
     const OnAccessStatus status = listener_.status();
-    state.hanging = status.hanging;
+    state.hanging += status.hanging;
     state.waiting = status.waiting;
     if (!status.running) state.trouble = RealtimeState::Trouble::LISTENER;
     if (status.exhausted) state.trouble = RealtimeState::Trouble::HANGING;
     state.message = status.problem;
-    if (status.running && state.message.empty() && status.hanging > 0)
+    if (status.running && state.message.empty() && state.hanging > 0)
         state.message =
-            "Some files were left aside, their file system does not answer: " + std::to_string(status.hanging) + '.';
+            "Some files were left aside, their file system does not answer: " + std::to_string(state.hanging) + '.';
 }
 
 /// Without signatures every file is answered as one whose scan takes too long.

@@ -137,7 +137,7 @@ constexpr std::array ROWS{
         [](const Facts& f) { return found(!f.updatesScheduled); }},
     Row{"realtime_off", ATTENTION, "The real-time scan is switched off.",
         [](const Facts& f) { return found(!f.realtimeWanted && !nothingSwitchedOn(f)); }},
-    Row{"realtime_hanging", ATTENTION, "Files do not answer the real-time scan; they were left unscanned.",
+    Row{"realtime_hanging", ATTENTION, "Files do not answer; they were left unscanned.",
         [](const Facts& f) { return found(f.realtimeHanging > 0, f.realtimeMessage, f.realtimeHanging, FILES); }},
     Row{"share_hanging", ATTENTION, "A folder to guard does not answer.",
         [](const Facts& f) { return found(!f.hangingRoot.empty(), f.hangingRoot); }},
