@@ -10,6 +10,7 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -398,19 +399,26 @@ void Service::run() {
 namespace {
 
 /// For threads that hang in the kernel, and that would meet what is being destroyed should they come back.
-[[noreturn]] void endAtOnce() {
+/// A thread that hangs in the kernel keeps all descriptors of this process open, whatever its end. So the others learn
+/// of it here: the state folder is free for the next service, and whoever is connected, such as the scanners, goes.
+[[noreturn]] void endAtOnce(int stateLock) {
     NORV_LOG(NORV_LOG_WARNING, "Ending although some work hangs in file systems that do not answer");
     std::fflush(nullptr);
+    constexpr long MOST_DESCRIPTORS = 1L << 20U;
+    const auto most = static_cast<int>(std::min(::sysconf(_SC_OPEN_MAX), MOST_DESCRIPTORS));
+    // Nothing is asked of a file: it may be the one that hangs.
+    for (int fd = STDERR_FILENO + 1; fd < most; ++fd) ::shutdown(fd, SHUT_RDWR);
+    StateFolder::unlock(stateLock);
     std::_Exit(EXIT_SUCCESS);
 }
 
 }  // namespace
 
 /// What a thread that does not come back keeps waiting is not worth waiting for: all that was acknowledged is stored.
-void Service::endInAnyCase() {
-    std::thread([] {
+void Service::endInAnyCase() const {
+    std::thread([stateLock = state_.lockDescriptor()] {
         std::this_thread::sleep_for(ENDING_PATIENCE);
-        endAtOnce();
+        endAtOnce(stateLock);
     }).detach();
 }
 
@@ -443,10 +451,10 @@ void Service::stop() {
     if (scheduler_) scheduler_->stop();
     const bool realtimeEnded = !realtime_ || realtime_->stop();
     if (updater_) updater_->stop();
-    if (!lanesEnded) endAtOnce();
+    if (!lanesEnded) endAtOnce(state_.lockDescriptor());
     scans_.reset();
     if (engine_) engine_->stopReloads();
-    if (!realtimeEnded) endAtOnce();
+    if (!realtimeEnded) endAtOnce(state_.lockDescriptor());
     engine_.reset();
     if (chronicle_) chronicle_->settle(true);
     if (events_) events_->add({.kind = EventKind::SERVICE, .detail = "The service ended."});

@@ -96,7 +96,7 @@ private:
     void awaitSignal();
     void reload();
     void cleanUpLater();
-    static void endInAnyCase();
+    void endInAnyCase() const;
     bool stopLanes();
     void stop();
 

@@ -37,6 +37,12 @@ bool StateFolder::lock(std::string& error) {
     return error.empty();
 }
 
+void StateFolder::unlock(int lockDescriptor) {
+    struct flock whole {};
+    whole.l_type = F_UNLCK;
+    ::fcntl(lockDescriptor, F_SETLK, &whole);
+}
+
 void StateFolder::removeLeftovers() const {
     for (const auto& folder : {path_, history(), events()}) removeUnfinishedWrites(folder);
     std::error_code error;

@@ -19,6 +19,10 @@ public:
     /// Makes what is missing of it and takes it for this process. False, with one sentence in `error`, when that fails,
     /// for instance because another service has it.
     bool take(std::string& error);
+    /// What the folder is held by; -1 when it is not.
+    int lockDescriptor() const { return lock_.get(); }
+    /// Lets go of a folder by that descriptor: for an end at which it may stay open.
+    static void unlock(int lockDescriptor);
     /// Removes what a kill left in the middle of a write or of unpacking an archive.
     void removeLeftovers() const;
 

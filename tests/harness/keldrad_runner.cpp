@@ -55,6 +55,11 @@ std::optional<int> KeldradRunner::stop(std::chrono::milliseconds timeout) {
     return status;
 }
 
+void KeldradRunner::leave() {
+    process_->sendSignal(SIGTERM);
+    left_ = std::move(process_);
+}
+
 void KeldradRunner::crash() {
     if (!process_) return;
     process_->sendSignal(SIGKILL);

@@ -30,6 +30,8 @@ public:
     bool start(std::chrono::milliseconds timeout = std::chrono::seconds(20));
     /// Ends it with SIGTERM. Its exit status, nothing when it had to be killed.
     std::optional<int> stop(std::chrono::milliseconds timeout = std::chrono::seconds(10));
+    /// Asks it to end with SIGTERM and waits for it no longer, as where its process cannot go.
+    void leave();
     /// Ends it with SIGKILL, as a power cut would.
     void crash();
     bool running() { return process_ && process_->running(); }
@@ -59,4 +61,5 @@ private:
     std::filesystem::path keldrad_;
     std::filesystem::path keldractl_;
     std::unique_ptr<BackgroundProcess> process_;
+    std::unique_ptr<BackgroundProcess> left_;
 };

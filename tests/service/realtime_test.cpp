@@ -1,4 +1,5 @@
 #include "norv/scan_config.h"
+#include "tests/harness/hanging_mount.h"
 #include "tests/service/service_test.h"
 
 #include <fcntl.h>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <thread>
 
 namespace {
@@ -157,6 +159,29 @@ TEST_F(RealtimeTest, ArchivesThatGrowWithoutEndKeepNobodyElseWaitingAndNoVirusGo
         EXPECT_EQ(openElsewhere(share / ("eicar" + std::to_string(i))), EPERM);
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
     }
+}
+
+TEST_F(RealtimeTest, AFileSystemThatDoesNotAnswerIsToldDelaysNobodyAndKeepsNoServiceFromStarting) {
+    const std::filesystem::path share = service_.file("samples");
+    std::filesystem::create_directory(share / "mounted");
+    std::optional<HangingMount> mount(std::in_place, share / "mounted");
+    if (!mount->works()) GTEST_SKIP() << "The kernel lets nobody mount a file system of a program's own.";
+    writeFile(share / "bad.com", testFile());
+    ASSERT_NO_FATAL_FAILURE(watch(NORVRealtimeScanConfig::INCOMING));
+    std::thread opener([&] { openElsewhere(share / "mounted" / "hangs"); });
+    EXPECT_TRUE(waitFor([this] { return get(SERVICE_STATUS).value<int>("RealtimeHanging") == 1; }));
+    EXPECT_NE(get(SERVICE_STATUS).value<std::string>("Reasons").find("realtime_hanging"), std::string::npos);
+    EXPECT_EQ(openElsewhere(share / "bad.com"), EPERM);
+
+    const pid_t left = service_.pid();
+    service_.leave();
+    EXPECT_TRUE(
+        waitFor([&] { return readFile("/proc/" + std::to_string(left) + "/stat").find(") Z") != std::string::npos; }));
+    EXPECT_EQ(openElsewhere(share / "mounted"), 0);
+    EXPECT_TRUE(service_.start()) << service_.printed();
+    EXPECT_TRUE(waitFor([this] { return running(); }));
+    mount.reset();
+    opener.join();
 }
 
 TEST_F(RealtimeTest, AKilledServiceFreezesNobody) {
