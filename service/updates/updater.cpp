@@ -2,6 +2,7 @@
 
 #include "norv/log.h"
 #include "service/base/files.h"
+#include "service/updates/fetch_folder.h"
 #include "service/updates/freshclam_plan.h"
 #include "service/updates/freshclam_progress.h"
 #include "service/updates/update_messages.h"
@@ -34,23 +35,6 @@ void guarded(const Body& body) noexcept {
             return;  // not even that can be said
         }
     }
-}
-
-/// New databases and their names are on disk before anybody is told that they are there.
-bool syncFolder(const std::filesystem::path& folder) {
-    std::error_code error;
-    bool synced = true;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
-         entry.increment(error)) {
-        std::error_code ignored;
-        if (!entry->is_regular_file(ignored) || entry->is_symlink(ignored)) continue;
-        const FileDescriptor file(::open(entry->path().c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-        synced = synced && file && ::fsync(file.get()) == 0;
-    }
-    const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!error && synced && opened && ::fsync(opened.get()) == 0) return true;
-    NORV_LOG(NORV_LOG_ERROR, "%s cannot be synced: %s", folder.c_str(), errorText(errno).c_str());
-    return false;
 }
 
 std::string ownUserName() {
@@ -182,15 +166,16 @@ Updater::Outcome Updater::update(const Request& request) {
     if (!makeFolder(settings_.signatures, 0755)) return {false, false, NOT_STORED};
     if (!lookAtFiles()) return {false, false, NOT_READABLE};
     const std::string owner = settings_.databaseOwner.empty() ? ownUserName() : settings_.databaseOwner;
+    FetchFolder folder(settings_.signatures);
     const FreshclamPlan plan =
         planFreshclam(hooks_.configuration(), request.components,
-                      {.signatures = settings_.signatures, .log = settings_.state / "freshclam.log", .owner = owner});
+                      {.signatures = folder.path(), .log = settings_.state / "freshclam.log", .owner = owner});
     if (plan.problem == FreshclamPlan::Problem::NO_SOURCE) return {false, false, NO_SOURCE};
     if (plan.problem == FreshclamPlan::Problem::BAD_SETTING) return {false, false, BAD_SETTINGS};
-    return fetch(request, plan);
+    return fetch(request, plan, folder);
 }
 
-Updater::Outcome Updater::fetch(const Request& request, const FreshclamPlan& plan) {
+Updater::Outcome Updater::fetch(const Request& request, const FreshclamPlan& plan, FetchFolder& folder) {
     const std::filesystem::path configuration = settings_.state / "freshclam.conf";
     // 0600: it may hold the proxy's password.
     if (!writeFileAtomically(configuration, plan.configuration, 0600)) return {false, false, NOT_STORED};
@@ -202,6 +187,7 @@ Updater::Outcome Updater::fetch(const Request& request, const FreshclamPlan& pla
             return {false, false, NOT_STORED};
         }
     }
+    if (!folder.make(run.identity ? &*run.identity : nullptr)) return notStored(folder.path());
     run.arguments = {settings_.freshclam, "--config-file=" + configuration.string(), "--stdout", "--show-progress"};
     for (const std::string& database : plan.databases) run.arguments.push_back("--update-db=" + database);
     run.timeLimit = settings_.timeLimit;
@@ -220,8 +206,13 @@ Updater::Outcome Updater::fetch(const Request& request, const FreshclamPlan& pla
     const ChildResult result = runChild(run);
     std::error_code ignored;
     std::filesystem::remove(configuration, ignored);
-    removeLeftovers();
+    if (!folder.adopt()) return notStored(settings_.signatures);
     return afterFetch(result, failure);
+}
+
+Updater::Outcome Updater::notStored(const std::filesystem::path& folder) {
+    NORV_LOG(NORV_LOG_ERROR, "%s cannot be written: %s", folder.c_str(), errorText(errno).c_str());
+    return {false, false, NOT_STORED};
 }
 
 /// Gives the user whom freshclam becomes what it works on.
@@ -238,7 +229,6 @@ Updater::Outcome Updater::afterFetch(const ChildResult& result, const FailureWat
     if (result.stopped) return {false, false, INTERRUPTED};
     if (!readable) return {false, false, NOT_READABLE};
     const bool changed = reloadDue_;
-    if (changed && !syncFolder(settings_.signatures)) return {false, false, NOT_STORED};
     if (changed && hooks_.reload && !hooks_.reload()) return {false, false, NOT_LOADED};
     reloadDue_ = false;
     if (result.timedOut) return {false, changed, TOO_LONG};
@@ -255,14 +245,15 @@ void Updater::showProgress(const Request& request, int tenths) {
     if (!request.id.empty()) progress_.write(request.id, std::to_string(tenths));
 }
 
-/// Folders that freshclam unpacks in and leaves behind when it is ended.
+/// Folders of an update that was cut off.
 void Updater::removeLeftovers() const {
     std::error_code error;
     for (std::filesystem::directory_iterator entry(settings_.signatures, error), end; !error && entry != end;
          entry.increment(error)) {
         const std::string name = entry->path().filename();
         std::error_code ignored;
-        if (name.starts_with("tmp.") && entry->is_directory(ignored) && !entry->is_symlink(ignored))
+        if ((name.starts_with("tmp.") || name == FetchFolder::NAME) && entry->is_directory(ignored) &&
+            !entry->is_symlink(ignored))
             std::filesystem::remove_all(entry->path(), ignored);
     }
 }

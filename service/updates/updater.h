@@ -44,6 +44,7 @@ struct UpdaterHooks {
 };
 
 class FailureWatch;
+class FetchFolder;
 struct FreshclamPlan;
 
 /// All texts that an update may end with, for the message catalogue.
@@ -94,7 +95,8 @@ private:
     bool lookAtFiles();
     void execute(const Request& request) noexcept;
     Outcome update(const Request& request);
-    Outcome fetch(const Request& request, const FreshclamPlan& plan);
+    Outcome fetch(const Request& request, const FreshclamPlan& plan, FetchFolder& folder);
+    static Outcome notStored(const std::filesystem::path& folder);
     bool handOver(const std::filesystem::path& configuration, const Identity& owner) const;
     Outcome afterFetch(const ChildResult& result, const FailureWatch& failure);
     void showProgress(const Request& request, int tenths);
