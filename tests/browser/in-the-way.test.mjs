@@ -66,13 +66,18 @@ test('whoever leaves unsaved changes is asked, and nobody else is', async () => 
   }
 });
 
-test('a cookie that another program on this host planted locks nobody out', async () => {
-  const page = await open(addresses.manual);
-  const { hostname } = new URL(console_.base);
-  await page.context().addCookies([{ name: 'CsrfToken', value: 'planted', domain: hostname, path: '/NorvLinux' }]);
-  await page.goto(addresses.manual);
-  await page.locator('#save').click();
-  await page.locator('.notice.success').waitFor();
+test('cookies that another program on this host planted lock nobody out', async () => {
+  const named = new URL(console_.base);
+  named.hostname = 'nas.localhost';
+  for (const [base, cookie] of [[new URL(console_.base), { path: '/NorvLinux' }], [named, { path: '/', domain: '.nas.localhost' }]]) {
+    const page = await newPage(browser, { ...console_, base: base.origin }, audited);
+    await logOn(page, console_);
+    for (const name of ['CsrfToken', 'hvssn'])
+      await page.context().addCookies([{ name, value: 'planted', domain: base.hostname, ...cookie }]);
+    for (let visit = 0; visit < 2; ++visit) await page.goto(new URL(addresses.manual, base).href).catch(() => null);
+    await page.locator('#save').click();
+    await page.locator('.notice.success').waitFor();
+  }
 });
 
 inEveryView('while the service is away the log-on page says so, and not that a password is wrong', async (page, view) => {
