@@ -19,7 +19,8 @@ struct LogonBlock {
 };
 
 /// Slows down guessing of the password. After a few failures an address must wait, each time twice as long; all
-/// addresses that nobody ever logged on from share a number of attempts, so that having many addresses does not help.
+/// addresses that nobody ever logged on from share a number of attempts, so that having many addresses does not help:
+/// those of the local network one number, all others another, so that nobody outside can use up the owner's.
 /// An attempt counts as a failure from the moment it is admitted, so that attempts at the same time gain nothing.
 /// Bounded: when a table is full the address heard of longest ago is forgotten. May be used from several threads.
 class LogonGuard {
@@ -41,7 +42,8 @@ public:
 
     /// The addresses that must wait, longest first.
     std::vector<LogonBlock> blocks() const;
-    /// Forgets the failures of an address, written as `blocks` does or as any address in it. False when there are none.
+    /// Forgets the failures of an address, written as `blocks` does or as any address in it; where others used up what
+    /// it shares with them, it need not share any more. False when nothing held it up.
     bool lift(const std::string& address);
 
 private:
@@ -50,10 +52,15 @@ private:
         std::int64_t last = 0;  ///< milliseconds of the steady clock
     };
     using Entries = std::map<std::string, Entry>;
+    struct Shared {
+        std::int64_t left = SHARED_ATTEMPTS;
+        std::int64_t refilled = 0;  ///< milliseconds of the steady clock up to which attempts were given back
+    };
 
     static std::int64_t waitAfter(unsigned failures);
     std::int64_t waitOf(const Entry& entry, std::int64_t now) const;
-    bool takeShared(std::int64_t now);
+    void refill(Shared& shared) const;
+    Shared& sharedBy(const std::string& key);
     Entry& entryOf(Entries& entries, const std::string& key) const;
 
     const Clock& clock_;
@@ -61,8 +68,8 @@ private:
     mutable std::mutex mutex_;
     Entries failing_;
     Entries known_;
-    std::int64_t shared_ = SHARED_ATTEMPTS;
-    std::int64_t refilled_;  ///< milliseconds of the steady clock up to which attempts were given back
+    Shared local_;
+    Shared others_;
 };
 
 }  // namespace keldra

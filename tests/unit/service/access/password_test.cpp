@@ -93,12 +93,16 @@ TEST(LogonGuardTest, ARightPasswordForgivesWhatWasTypedWrongBefore) {
 TEST(LogonGuardTest, ManyAddressesShareFewAttemptsAndLockNoKnownOneOut) {
     TestClock clock;
     LogonGuard guard(clock, 64);
-    guard.know("192.0.2.7");
+    guard.know("10.9.9.9");
     std::int64_t looked = 0;
     for (int i = 0; i < 2000; ++i)
         looked += guard.admit("10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250)).empty();
     EXPECT_EQ(looked, LogonGuard::SHARED_ATTEMPTS);
-    EXPECT_EQ(guard.admit("192.0.2.7"), "");
+    EXPECT_EQ(guard.admit("10.9.9.9"), "");
+    EXPECT_EQ(guard.admit("203.0.113.7"), "") << "other networks do not share with these";
+    EXPECT_NE(guard.admit("192.168.1.7"), "");
+    EXPECT_TRUE(guard.lift("192.168.1.7")) << "the owner vouches for it";
+    EXPECT_EQ(guard.admit("192.168.1.7"), "");
     clock.pass(10);
     for (int i = 0; i < 100; ++i) looked += guard.admit("10.1.0." + std::to_string(i)).empty();
     EXPECT_EQ(looked, LogonGuard::SHARED_ATTEMPTS + 10'000 / LogonGuard::SHARED_REFILL);
@@ -111,10 +115,12 @@ TEST(LogonGuardTest, WhoHasANetworkHasOneAddress) {
         EXPECT_EQ(guard.admit(address), "");
     EXPECT_NE(guard.admit("2001:db8:1:2::99"), "");
     EXPECT_EQ(guard.admit("2001:db8:1:3::99"), "");
-    for (const char* const address : {"203.0.113.9", "::ffff:203.0.113.9", "203.0.113.9"})
+    for (const char* const address :
+         {"203.0.113.9", "::ffff:203.0.113.9", "203.0.113.9", "::1", "127.0.0.1", "::ffff:127.9.9.9"})
         EXPECT_EQ(guard.admit(address), "");
-    ASSERT_EQ(guard.blocks().size(), 2U);
-    EXPECT_EQ(guard.blocks()[0].address, "2001:db8:1:2::/64");
+    EXPECT_NE(guard.admit("127.1.2.3"), "");
+    ASSERT_EQ(guard.blocks().size(), 3U);
+    EXPECT_EQ(guard.blocks()[1].address, "2001:db8:1:2::/64");
     EXPECT_TRUE(guard.lift("2001:db8:1:2::/64"));
     EXPECT_EQ(guard.admit("2001:db8:1:2::99"), "");
     EXPECT_TRUE(guard.lift("203.0.113.9"));
