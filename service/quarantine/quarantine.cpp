@@ -16,6 +16,19 @@ constexpr int64_t NOTICE_INTERVAL = int64_t{15} * 60 * 1000;  // milliseconds
 /// Counted at most for one interval, in which the machine may have slept.
 constexpr int64_t MOST_SECONDS = 3600;
 
+/// Does something at the end of a scope, however that is left.
+template <typename Work>
+class AtEnd {
+public:
+    explicit AtEnd(Work work) : work_(std::move(work)) {}
+    ~AtEnd() { work_(); }
+    AtEnd(const AtEnd&) = delete;
+    AtEnd& operator=(const AtEnd&) = delete;
+
+private:
+    Work work_;
+};
+
 }  // namespace
 
 Quarantine::Quarantine(const std::string& folder, std::string trustFile, const Clock& clock)
@@ -25,20 +38,27 @@ bool Quarantine::open() {
     trusted_.read();
     if (!store_.open()) return false;
     std::vector<QuarantineRecord> records = store_.repair();
-    for (QuarantineRecord& record : records) keep(std::move(record));
+    for (QuarantineRecord& record : records) keep(readyToKeep(std::move(record)));
     const std::lock_guard lock(mutex_);
     notice_.read();
     usable_ = true;
     return true;
 }
 
-/// The attributes stay on disk only: users of a share choose how large they are.
-void Quarantine::keep(QuarantineRecord record) {
+/// What `keep` lists, so that a file which was put away is never without its record for want of memory. The attributes
+/// stay on disk only: users of a share choose how large they are.
+Quarantine::Records Quarantine::readyToKeep(QuarantineRecord record) {
     record.extended.reset();
-    const std::lock_guard lock(mutex_);
-    bytes_ += record.item.size;
+    Records ready;
     const std::string id = record.item.id;
-    records_[id] = std::move(record);
+    ready.emplace(id, std::move(record));
+    return ready;
+}
+
+void Quarantine::keep(Records ready) {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [id, record] : ready) bytes_ += record.item.size;
+    records_.merge(ready);
 }
 
 QuarantineResult Quarantine::take(const ScannedFile& file, const QuarantineReason& reason) {
@@ -61,10 +81,21 @@ std::optional<QuarantineRecord> Quarantine::newRecord(const ScannedFile& file, c
     QuarantineRecord record = recordOf(file, reason);
     record.item.id = randomName();
     record.item.sha256 = sha256Of(file.file.get());
-    record.item.when = clock_.now();
+    record.item.when = timeOfDay();
     if (!record.item.id.empty() && !record.item.sha256.empty()) return record;
     refusal.message = "the file cannot be read: " + errorText(errno);
     return std::nullopt;
+}
+
+/// Not before what is known to have been earlier: a clock that is behind, as on a machine that has just started, must
+/// not make a new item an old one, whose time is over.
+int64_t Quarantine::timeOfDay() const {
+    int64_t newest = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        for (const auto& [id, record] : records_) newest = std::max(newest, record.item.when);
+    }
+    return std::max(clock_.now(), std::min(newest, store_.lastChange()));
 }
 
 QuarantineResult Quarantine::put(const ScannedFile& file, const QuarantineReason& reason, bool backup) {
@@ -76,11 +107,12 @@ QuarantineResult Quarantine::put(const ScannedFile& file, const QuarantineReason
     const std::string kept = backup ? backupLike(record->item) : takenAlready(file, *record);
     if (!kept.empty()) return {true, "", kept, false};
     if (!reserve(record->item.size)) return {false, "the quarantine is full", "", true};
-    QuarantineResult result = store(file, *record);
-    const std::lock_guard lock(mutex_);
-    reserved_ -= record->item.size;
-    --arriving_;
-    return result;
+    const AtEnd arrived([this, size = record->item.size] {
+        const std::lock_guard lock(mutex_);
+        reserved_ -= size;
+        --arriving_;
+    });
+    return store(file, *record);
 }
 
 QuarantineResult Quarantine::store(const ScannedFile& file, QuarantineRecord record) {
@@ -89,11 +121,12 @@ QuarantineResult Quarantine::store(const ScannedFile& file, QuarantineRecord rec
         const std::lock_guard lock(mutex_);
         limits = limits_;
     }
-    const StoreResult result = store_.put(file, record, roomToKeep(limits, store_.path()));
+    QuarantineResult stored{true, "", record.item.id, false};
+    Records ready = readyToKeep(record);
+    const StoreResult result = store_.put(file, std::move(record), roomToKeep(limits, store_.path()));
     if (!result.done) return {false, result.message, "", result.error == ENOSPC};
-    const std::string id = record.item.id;
-    keep(std::move(record));
-    return {true, "", id, false};
+    keep(std::move(ready));
+    return stored;
 }
 
 QuarantineResult Quarantine::destroy(const ScannedFile& file, const QuarantineReason& reason) {
@@ -244,11 +277,12 @@ std::optional<QuarantineRecord> Quarantine::claim(const std::string& id, Quarant
         refusal = {false, "There is no such file in quarantine.", id, false};
         return std::nullopt;
     }
+    std::optional<QuarantineRecord> record = found->second;
     if (!busy_.insert(id).second) {
         refusal = {false, "The file is being worked on.", id, false};
         return std::nullopt;
     }
-    return found->second;
+    return record;
 }
 
 void Quarantine::release(const std::string& id, bool gone) {
@@ -266,8 +300,10 @@ QuarantineResult Quarantine::restore(const std::string& id) {
     QuarantineResult refusal;
     const std::optional<QuarantineRecord> record = claim(id, refusal);
     if (!record) return refusal;
+    bool gone = false;
+    const AtEnd released([&] { release(id, gone); });
     const StoreResult result = store_.giveBack(id);
-    release(id, result.done);
+    gone = result.done;
     if (result.done) NORV_LOG(NORV_LOG_INFO, "restored %s from quarantine", record->item.path.c_str());
     return {result.done, result.message, id, false};
 }
@@ -276,8 +312,10 @@ QuarantineResult Quarantine::remove(const std::string& id) {
     QuarantineResult refusal;
     const std::optional<QuarantineRecord> record = claim(id, refusal);
     if (!record) return refusal;
+    bool gone = false;
+    const AtEnd released([&] { release(id, gone); });
     const StoreResult result = store_.erase(id);
-    release(id, result.done);
+    gone = result.done;
     if (result.done) NORV_LOG(NORV_LOG_INFO, "deleted %s from quarantine", record->item.path.c_str());
     return {result.done, result.message, id, false};
 }

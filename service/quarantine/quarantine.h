@@ -111,9 +111,12 @@ private:
     /// The id of an item that is this very file, put away already; empty when there is none.
     std::string takenAlready(const ScannedFile& file, const QuarantineRecord& record) const;
     bool reserve(uint64_t bytes);
-    void keep(QuarantineRecord record);
+    using Records = std::map<std::string, QuarantineRecord>;
+    static Records readyToKeep(QuarantineRecord record);
+    void keep(Records ready);
     void announceAndRemove();
     void removeAnnounced(const std::vector<std::string>& ids);
+    int64_t timeOfDay() const;
     /// The id of a backup of the same content from the same path; empty when there is none.
     std::string backupLike(const QuarantineItem& item) const;
     /// Marks an item as worked on, so that nothing else touches it; its record, or nothing when it is unknown or taken.
@@ -126,7 +129,7 @@ private:
     InodeClaims claims_;
     bool usable_ = false;
     mutable std::mutex mutex_;
-    std::map<std::string, QuarantineRecord> records_;
+    Records records_;
     std::set<std::string> busy_;  ///< items that an operation is working on
     QuarantineLimits limits_;
     RemovalNotice notice_;

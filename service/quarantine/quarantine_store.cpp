@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 
 namespace keldra {
 
@@ -44,6 +45,16 @@ bool hasRoomFor(int folder, uint64_t size, uint64_t keepFree) {
     return free >= keepFree && free - keepFree >= size;
 }
 
+/// What can be left to the next start when there is no memory for it.
+template <typename Work>
+void atBest(Work work) {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        NORV_LOG(NORV_LOG_WARNING, "the quarantine is put in order at the next start: out of memory");
+    }
+}
+
 void syncOrigin(const ScannedFile& file) {
     if (syncFolder(file.folder->get())) return;
     NORV_LOG(NORV_LOG_WARNING, "the folder of %s cannot be synced: %s", file.path.c_str(), errorText(errno).c_str());
@@ -70,13 +81,19 @@ StoreResult QuarantineStore::put(const ScannedFile& file, QuarantineRecord recor
     if (!record.extended) return failure("the attributes of the file cannot be read", errno);
     record.phase = backup ? QuarantinePhase::BACKING_UP : QuarantinePhase::MOVING;
     if (!folder_.write(record, record.phase)) return failure("the quarantine cannot be written", errno);
-    StoreResult result = backup ? copyIn(file, record, keepFree) : moveIn(file, record, keepFree);
+    StoreResult result;
+    try {
+        result = backup ? copyIn(file, record, keepFree) : moveIn(file, record, keepFree);
+    } catch (const std::bad_alloc&) {
+        discard(record);
+        throw;
+    }
     if (!result.done) {
         discard(record);
         return result;
     }
     // A record that cannot be written now is mended at the next start; the file is safe either way.
-    folder_.write(record, QuarantinePhase::KEPT);
+    atBest([&] { folder_.write(record, QuarantinePhase::KEPT); });
     return result;
 }
 
@@ -133,7 +150,7 @@ StoreResult QuarantineStore::destroy(const ScannedFile& file, const QuarantineRe
     const bool removed = removeExactly(file, StoreFolder::passingName(record.item.id));
     const int error = errno;
     if (removed) syncOrigin(file);
-    if (recorded) folder_.eraseRecord(record.item.id);
+    if (recorded) atBest([&] { folder_.eraseRecord(record.item.id); });
     if (removed) return success();
     return failure(explainChange(error, file.file.get(), file.folder->get()), error);
 }
@@ -147,12 +164,14 @@ StoreResult QuarantineStore::giveBack(const std::string& id) const {
     if (statusOf(origin.folder.get(), origin.name, status)) return cannotPlace(EEXIST, -1);
     if (!folder_.write(*record, QuarantinePhase::RESTORING)) return failure("The quarantine cannot be written", errno);
     StoreResult result = place(*record, origin);
-    if (result.done) {
-        folder_.erase(id);
-    } else {
-        folder_.seal(id);
-        folder_.write(*record, QuarantinePhase::KEPT);
-    }
+    atBest([&] {
+        if (result.done) {
+            folder_.erase(id);
+        } else {
+            folder_.seal(id);
+            folder_.write(*record, QuarantinePhase::KEPT);
+        }
+    });
     return result;
 }
 
@@ -178,6 +197,7 @@ StoreResult QuarantineStore::placeByRename(const QuarantineRecord& record, const
     const AttributeResult applied = applyAttributes(file.get(), attributesOf(record));
     if (!applied.done) return failure("Owner, mode and times cannot be restored", applied.error);
     if (::fsync(file.get()) != 0) return failure("The quarantined file cannot be opened", errno);
+    StoreResult placed = success(remarkOn(record, applied.lost));
     if (!renameNoReplace(folder_.get(), data, origin.folder.get(), origin.name)) {
         return errno == EXDEV ? failure("", EXDEV) : cannotPlace(errno, origin.folder.get());
     }
@@ -185,13 +205,23 @@ StoreResult QuarantineStore::placeByRename(const QuarantineRecord& record, const
         NORV_LOG(NORV_LOG_WARNING, "the folder of %s cannot be synced: %s", record.item.path.c_str(),
                  errorText(errno).c_str());
     }
-    return success(remarkOn(record, applied.lost));
+    return placed;
 }
 
 /// Whatever fails, no copy is left in the folder.
 StoreResult QuarantineStore::placeByCopy(const QuarantineRecord& record, const Origin& origin) const {
-    const int folder = origin.folder.get();
     const std::string passing = StoreFolder::passingName(record.item.id);
+    try {
+        return placeByCopy(record, origin, passing);
+    } catch (const std::bad_alloc&) {
+        ::unlinkat(origin.folder.get(), passing.c_str(), 0);
+        throw;
+    }
+}
+
+StoreResult QuarantineStore::placeByCopy(const QuarantineRecord& record, const Origin& origin,
+                                         const std::string& passing) const {
+    const int folder = origin.folder.get();
     const FileDescriptor data = openExisting(folder_.get(), StoreFolder::dataName(record.item.id));
     if (!data) return failure("The quarantined file cannot be opened", errno);
     ::unlinkat(folder, passing.c_str(), 0);  // what an earlier try may have left
@@ -206,6 +236,7 @@ StoreResult QuarantineStore::placeByCopy(const QuarantineRecord& record, const O
     if (hash != record.item.sha256) return undone(damaged(), passing);
     const AttributeResult applied = applyAttributes(copy.get(), attributesOf(record));
     if (!applied.done) return undone(failure("Owner, mode and times cannot be restored", applied.error), passing);
+    StoreResult placed = success(remarkOn(record, applied.lost));
     if (::fsync(copy.get()) != 0 || !renameNoReplace(folder, passing, folder, origin.name)) {
         return undone(cannotPlace(errno, folder), passing);
     }
@@ -216,7 +247,7 @@ StoreResult QuarantineStore::placeByCopy(const QuarantineRecord& record, const O
         const bool ours = ::fstat(copy.get(), &status) == 0 && hasInode(folder, origin.name, status.st_ino);
         return ours ? undone(result, origin.name) : result;
     }
-    return success(remarkOn(record, applied.lost));
+    return placed;
 }
 
 }  // namespace keldra

@@ -23,6 +23,7 @@ public:
     /// Completes or undoes whatever was interrupted; the records of all items that are there then.
     std::vector<QuarantineRecord> repair() const;
     const std::string& path() const { return folder_.path(); }
+    int64_t lastChange() const { return folder_.lastChange(); }
 
     /// Moves the file in, or copies it when `record.item.backup` is set. The record's id and hash must be filled.
     /// `keepFree`: bytes that a copy leaves free on the disk.
@@ -42,6 +43,7 @@ private:
     StoreResult place(const QuarantineRecord& record, const Origin& origin) const;
     StoreResult placeByRename(const QuarantineRecord& record, const Origin& origin) const;
     StoreResult placeByCopy(const QuarantineRecord& record, const Origin& origin) const;
+    StoreResult placeByCopy(const QuarantineRecord& record, const Origin& origin, const std::string& passing) const;
 
     StoreFolder folder_;
 };

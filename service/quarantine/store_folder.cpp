@@ -29,6 +29,11 @@ bool StoreFolder::open() {
     return static_cast<bool>(folder_);
 }
 
+int64_t StoreFolder::lastChange() const {
+    struct stat status {};
+    return ::fstat(folder_.get(), &status) == 0 ? status.st_mtim.tv_sec : 0;
+}
+
 bool StoreFolder::write(const QuarantineRecord& record, QuarantinePhase phase) const {
     QuarantineRecord current = record;
     current.phase = phase;

@@ -28,6 +28,8 @@ public:
     bool open();
     const std::string& path() const { return path_; }
     int get() const { return folder_.get(); }
+    /// When something was put in or taken out last, in seconds since the epoch; 0 where that is unknown.
+    int64_t lastChange() const;
     static std::string dataName(const std::string& id) { return id + ".data"; }
     /// The name a file bears in its own folder for the moment in which it is taken away or put back.
     static std::string passingName(const std::string& id) { return ".keldra-" + id; }

@@ -335,17 +335,22 @@ TEST_F(QuarantineLimitsTest, OldestGoOnlyAfterTheyWereAnnouncedForDays) {
 
 TEST_F(QuarantineLimitsTest, WrongClockRemovesNothingAndAnnouncesNothingForLong) {
     ASSERT_TRUE(takeSized(10).done);
+    clock_.seconds -= 400 * DAY;
+    ASSERT_TRUE(takeSized(10).done);
     clock_.seconds += 400 * DAY;
     pass(3600);
-    EXPECT_EQ(limited_.use().announced, 1U);
+    EXPECT_EQ(limited_.use().announced, 0U) << "what came while it was behind is not old";
+    clock_.seconds += 400 * DAY;
+    pass(3600);
+    EXPECT_EQ(limited_.use().announced, 2U);
     clock_.seconds -= 400 * DAY;
     pass(3600);
     EXPECT_EQ(limited_.use().announced, 0U);
     pass(29 * DAY);
     EXPECT_EQ(limited_.use().announced, 0U);
     pass(2 * DAY);
-    EXPECT_EQ(limited_.use().announced, 1U);
-    EXPECT_EQ(limited_.size(), 1U);
+    EXPECT_EQ(limited_.use().announced, 2U);
+    EXPECT_EQ(limited_.size(), 2U);
     pass(8 * DAY);
     EXPECT_EQ(limited_.size(), 0U);
 }
