@@ -78,9 +78,14 @@ bool ScannerHost::start() {
 }
 
 void ScannerHost::listen() {
-    wire::HostNews news;
-    std::vector<FileDescriptor> none;
-    while (wire::receive(channel_.get(), news, none) == 1 && none.empty() && hear(news)) {
+    try {
+        wire::HostNews news;
+        std::vector<FileDescriptor> none;
+        while (wire::receive(channel_.get(), news, none) == 1 && none.empty() && hear(news)) {
+        }
+    } catch (const std::bad_alloc&) {
+        // What was not heard would be missed for ever; another host takes its place.
+        NORV_LOG(NORV_LOG_ERROR, "The scanner is given up: out of memory");
     }
     end();
     bury();

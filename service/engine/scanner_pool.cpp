@@ -85,6 +85,15 @@ EngineSettings complete(EngineSettings settings) {
 }
 
 /// What is to be blamed on the file.
+/// What threads of the pool do now and then is done the next time where there was no memory or thread for it.
+void guarded(const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "The scanner cannot be looked after: %s", error.what());
+    }
+}
+
 ScanResult lastingFailure(std::string reason) {
     return {.verdict = Verdict::FAILED, .signature = {}, .detail = std::move(reason), .lasting = true};
 }
@@ -256,17 +265,16 @@ ScanResult ScannerPool::scanWith(const Current& generation, int fd, const struct
     Attempt attempt;
     try {
         attempt = exchange(*worker, fd, order, std::chrono::milliseconds(order.milliseconds) + grace, stop);
+        hostGone = attempt.kind == Attempt::Kind::ENDED && !generation->host->alive();
+        if (attempt.result.lasting && !hostGone) badFiles_.add(status, attempt.result.detail);
     } catch (const std::bad_alloc&) {
         team_.discard(options.lane, worker);
         throw;
     }
-    if (attempt.kind == Attempt::Kind::ANSWERED) {
+    if (attempt.kind == Attempt::Kind::ANSWERED)
         team_.giveBack(options.lane, std::move(worker));
-    } else {
-        hostGone = attempt.kind == Attempt::Kind::ENDED && !generation->host->alive();
-        if (attempt.result.lasting && !hostGone) badFiles_.add(status, attempt.result.detail);
+    else
         team_.discard(options.lane, worker);
-    }
     if (attempt.result.verdict == Verdict::INFECTED && settings_.trusted && settings_.trusted(fd))
         return {Verdict::CLEAN, "", ""};
     struct stat after {};
@@ -550,8 +558,8 @@ void ScannerPool::reload(std::function<void(bool)> done) {
 }
 
 void ScannerPool::request(std::function<void(bool)> done) {
-    reloads_.push_back(std::move(done));
     if (!reloader_.joinable()) reloader_ = std::jthread([this](const std::stop_token& stop) { reloadLoop(stop); });
+    reloads_.push_back(std::move(done));
     changed_.notify_all();
 }
 
@@ -569,7 +577,7 @@ void ScannerPool::stopReloads() {
 
 void ScannerPool::reloadLoop(const std::stop_token& stop) {
     while (true) {
-        std::deque<std::function<void(bool)>> waiting;
+        std::vector<std::function<void(bool)>> waiting;
         {
             std::unique_lock lock(mutex_);
             if (!changed_.wait(lock, stop, [this] { return !reloads_.empty(); })) return;
@@ -582,7 +590,9 @@ void ScannerPool::reloadLoop(const std::stop_token& stop) {
             --loading_;
         }
         for (const auto& done : waiting) {
-            if (done && !stop.stop_requested()) done(loaded);
+            guarded([&] {
+                if (done && !stop.stop_requested()) done(loaded);
+            });
         }
     }
 }
@@ -595,11 +605,11 @@ void ScannerPool::watch(const std::stop_token& stop) {
             const bool busy = team_.busy();
             std::unique_lock lock(mutex_);
             changed_.wait_for(lock, stop, busy ? BUSY_TICK : IDLE_TICK, [&stop] { return stop.stop_requested(); });
-            restartWhenDead();
+            guarded([this] { restartWhenDead(); });
         }
-        if (team_.busy()) team_.watchRoom();
+        if (team_.busy()) guarded([this] { team_.watchRoom(); });
         if (Steady::now() - saved < SAVE_EVERY) continue;
-        cleanFiles_.save();
+        guarded([this] { cleanFiles_.save(); });
         saved = Steady::now();
     }
 }
@@ -621,8 +631,8 @@ void ScannerPool::restartWhenDead() {
         planRestart();
     }
     if (!restarting_ || Steady::now() < restart_ || ending_) return;
-    restarting_ = false;
     if (loading_ == 0 && reloads_.empty()) request({});
+    restarting_ = false;
 }
 
 std::unique_ptr<ScanEngine> makeScanEngine(EngineSettings settings) {

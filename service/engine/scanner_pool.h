@@ -10,7 +10,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -97,7 +96,7 @@ private:
     std::chrono::steady_clock::time_point restart_;  ///< not before this, the next one
     std::chrono::milliseconds pause_{0};
     mutable std::vector<std::pair<std::weak_ptr<ScannerHost>, uint32_t>> hanging_;
-    std::deque<std::function<void(bool)>> reloads_;
+    std::vector<std::function<void(bool)>> reloads_;
     mutable std::mutex hostsMutex_;  ///< for `ownsProcess` alone, which must not wait
     std::vector<std::weak_ptr<ScannerHost>> hosts_;
     std::mutex loadMutex_;

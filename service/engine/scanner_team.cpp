@@ -69,14 +69,26 @@ void ScannerTeam::keepSpare(const std::shared_ptr<ScannerHost>& host) {
         if (!realtime_.idle.empty() || realtime_.count >= realtime_.limit) return;
         ++realtime_.count;
     }
-    std::string fault;
-    Worker worker = make(ScanLane::REALTIME, host, fault);
+    Worker worker;
+    try {
+        std::string fault;
+        worker = make(ScanLane::REALTIME, host, fault);
+    } catch (const std::bad_alloc&) {
+        NORV_LOG(NORV_LOG_WARNING, "No scanner is kept ready: %s", NO_MEMORY);
+    }
     const std::lock_guard lock(mutex_);
-    if (worker)
-        realtime_.idle.push_back(std::move(worker));
-    else
-        --realtime_.count;
+    keepIdle(realtime_, std::move(worker));
     wakeFirst(realtime_);
+}
+
+/// Or, when there is none or no memory to note it, makes its place free.
+void ScannerTeam::keepIdle(Group& group, Worker worker) noexcept try {
+    if (worker)
+        group.idle.push_back(std::move(worker));
+    else
+        --group.count;
+} catch (const std::bad_alloc&) {
+    --group.count;
 }
 
 ScannerTeam::Worker ScannerTeam::take(ScanLane lane, const std::shared_ptr<ScannerHost>& host,
@@ -123,10 +135,7 @@ void ScannerTeam::giveBack(ScanLane lane, Worker worker) {
     const std::lock_guard lock(mutex_);
     std::erase(busy_, worker);
     --group.running[indexOf(lane)];
-    if (worker->host == current_)
-        group.idle.push_back(std::move(worker));
-    else
-        --group.count;
+    keepIdle(group, worker->host == current_ ? std::move(worker) : nullptr);
     wakeFirst(group);
 }
 

@@ -78,6 +78,7 @@ private:
     Group& groupOf(ScanLane lane) { return lane == ScanLane::REALTIME ? realtime_ : background_; }
     static bool isDue(const Group& group, ScanLane lane);
     static void wakeFirst(const Group& group);
+    static void keepIdle(Group& group, Worker worker) noexcept;
     Worker idleOf(Group& group, const std::shared_ptr<ScannerHost>& host);
     Worker make(ScanLane lane, const std::shared_ptr<ScannerHost>& host, std::string& fault);
     void keepSpare(const std::shared_ptr<ScannerHost>& host);

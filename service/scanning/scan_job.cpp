@@ -134,7 +134,7 @@ unsigned int ScanJob::workers() const {
 
 void ScanJob::begin() try {
     thread_ = std::jthread([this] { run(); });
-} catch (const std::system_error& error) {
+} catch (const std::exception& error) {
     NORV_LOG(NORV_LOG_ERROR, "The scan has no thread to run on: %s", error.what());
     abandon();
 }
@@ -165,7 +165,7 @@ std::jthread ScanJob::helper(std::function<void(const std::stop_token&)> body) {
     try {
         return std::jthread(
             [this, body = std::move(body)](const std::stop_token& own) { guarded([&body, &own] { body(own); }); });
-    } catch (const std::system_error& error) {
+    } catch (const std::exception& error) {
         NORV_LOG(NORV_LOG_WARNING, "A scan has fewer threads than wanted: %s", error.what());
         return {};
     }

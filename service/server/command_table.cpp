@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <new>
+#include <system_error>
 #include <type_traits>
 
 namespace keldra {
@@ -155,6 +157,17 @@ void keepMessageOnly(IPCMessage& reply) {
     std::erase_if(reply.params, [](const auto& parameter) { return parameter.first != protocol::MESSAGE; });
 }
 
+/// Tells of what failed for want of memory or threads; for want of memory it may have to go unsaid.
+void tellWant(const std::exception& error, IPCMessage& reply) noexcept try {
+    const auto* const failure = dynamic_cast<const std::system_error*>(&error);
+    const bool noThread = failure && failure->code() == std::errc::resource_unavailable_try_again;
+    if (!noThread && !dynamic_cast<const std::bad_alloc*>(&error)) return;
+    reply.params.clear();
+    reply.addParam(protocol::MESSAGE, TOO_MUCH);
+} catch (const std::bad_alloc&) {
+    return;
+}
+
 IPCMessage replyTo(const IPCMessage& request) {
     IPCMessage reply;
     reply.operation = request.operation;
@@ -187,6 +200,7 @@ IPCMessage answerWith(Handler handler, const Parts& parts, const Command& comman
         done = ready(parts, command, reply) && handler(parts, caller, request, reply);
     } catch (const std::exception& error) {
         NORV_LOG(NORV_LOG_ERROR, "Command %d failed: %s", request.commandID, error.what());
+        tellWant(error, reply);
     }
     reply.result = done ? IPCMessage::RESULT_OK : IPCMessage::RESULT_ERROR;
     if (!done) keepMessageOnly(reply);

@@ -51,6 +51,9 @@ bool mayUse(const Parts& parts, const Command& command, const Caller& caller);
 IPCMessage answerWith(Handler handler, const Parts& parts, const Command& command, const Caller& caller,
                       const IPCMessage& request);
 
+/// Why something is refused that may well be done a moment later.
+inline constexpr const char* TOO_MUCH = "Too much is being done already. Try again in a moment.";
+
 /// A reply with result 2. `why`: an English sentence, may be empty.
 IPCMessage refusal(const IPCMessage& request, const char* why);
 

@@ -17,7 +17,6 @@ namespace {
 
 constexpr std::chrono::milliseconds SWEEP_INTERVAL{100};
 constexpr const char* TOO_LATE = "This takes too long: a file system does not answer.";
-constexpr const char* TOO_MUCH = "Too much is being done already. Try again in a moment.";
 
 /// A reply that two may want to give: who does the work, and who tells that it takes too long. The first one does. When
 /// neither could, for want of memory for instance, the client is refused all the same.
@@ -111,7 +110,7 @@ void Dispatcher::postTo(WorkLane& lane, const Command& command, IPCMessage reque
 }
 
 void Dispatcher::sweepLater() {
-    if (std::exchange(swept_, true)) return;
+    if (swept_) return;
     sweeping_.expires_after(SWEEP_INTERVAL);
     sweeping_.async_wait([this](const asio::error_code& stopped) {
         swept_ = false;
@@ -120,6 +119,7 @@ void Dispatcher::sweepLater() {
         for (WorkLane* const lane : lanes) lane->sweep();
         if (std::any_of(lanes.begin(), lanes.end(), [](const WorkLane* lane) { return lane->busy(); })) sweepLater();
     });
+    swept_ = true;
 }
 
 }  // namespace keldra

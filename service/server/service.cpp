@@ -38,6 +38,7 @@ constexpr const char* TEST_VIRUS = "Test_Virus";
 constexpr std::chrono::seconds APPLYING_PATIENCE{3};
 constexpr std::chrono::seconds LANES_PATIENCE{2};
 constexpr std::chrono::seconds ENDING_PATIENCE{6};
+constexpr std::chrono::milliseconds MEMORY_PATIENCE{50};
 constexpr rlim_t WANTED_DESCRIPTORS = 65536;
 
 /// A connection or a file under scan takes a descriptor each; the usual soft limit is low.
@@ -53,6 +54,18 @@ NORV_LOG_SEVERITY logLevel(const NORVConfig& config) {
     const bool named = std::getenv("KELDRA_CONFIGURATION_USERDEBUGLEVEL") ||
                        configValueOr(config, "Configuration", "UserDebugLevel", int32_t{-1}) != -1;
     return named ? config.UserDebugLevel(NORV_LOG_INFO) : NORV_LOG_INFO;
+}
+
+/// For what must not be left undone when there is no memory for a moment.
+template <typename Work>
+void inAnyCase(Work work) {
+    for (;; std::this_thread::sleep_for(MEMORY_PATIENCE)) {
+        try {
+            return work();
+        } catch (const std::bad_alloc&) {
+            continue;
+        }
+    }
 }
 
 std::vector<std::string> signatureFolders(const ServiceOptions& options) {
@@ -340,15 +353,17 @@ void Service::putInForce(const NORVConfig& config) {
 }
 
 void Service::awaitSignal() {
-    signals_.async_wait([this](const asio::error_code& error, int signal) {
-        if (error) return;
-        if (signal != SIGHUP) {
-            NORV_LOG(NORV_LOG_INFO, "Ending");
-            notifyManager("STOPPING=1");
-            return stop();
-        }
-        reload();
-        awaitSignal();
+    inAnyCase([this] {
+        signals_.async_wait([this](const asio::error_code& error, int signal) {
+            if (error) return;
+            if (signal != SIGHUP) {
+                NORV_LOG(NORV_LOG_INFO, "Ending");
+                notifyManager("STOPPING=1");
+                return stop();
+            }
+            awaitSignal();
+            reload();
+        });
     });
 }
 
@@ -360,22 +375,29 @@ void Service::reload() {
 
 void Service::cleanUpLater() {
     cleaning_.expires_after(CLEANING_INTERVAL);
-    cleaning_.async_wait([this](const asio::error_code& error) {
-        if (error) return;
-        configuration_.refresh();
-        // One at a time: the last one may still wait for a disk.
-        if (!cleaningUp_.exchange(true) && !lanes_.general.post([this] { cleanUp(); })) cleaningUp_ = false;
-        cleanUpLater();
+    inAnyCase([this] {
+        cleaning_.async_wait([this](const asio::error_code& error) {
+            if (error) return;
+            cleanUpLater();
+            configuration_.refresh();
+            if (!cleaningUp_) lanes_.general.post([this] { cleanUp(); });
+        });
     });
 }
 
 void Service::cleanUp() {
-    sessions_.cleanUp(password_.mark());
-    scans_->cleanUp();
-    updater_->cleanUp();
-    quarantine_.tidy();
-    chronicle_->settle();
-    clientFinds_->tellRest();
+    // One at a time: the last one may still wait for a disk.
+    if (cleaningUp_.exchange(true)) return;
+    try {
+        sessions_.cleanUp(password_.mark());
+        scans_->cleanUp();
+        updater_->cleanUp();
+        quarantine_.tidy();
+        chronicle_->settle();
+        clientFinds_->tellRest();
+    } catch (const std::exception& error) {
+        NORV_LOG(NORV_LOG_ERROR, "Not all is in order: %s", error.what());
+    }
     cleaningUp_ = false;
 }
 

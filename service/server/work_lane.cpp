@@ -109,8 +109,8 @@ void WorkLane::sweep() {
         const auto now = std::chrono::steady_clock::now();
         for (const JobPtr& job : state_->running) {
             if (job->givenUp || !state_->overdue(*job, now)) continue;
-            job->givenUp = true;
             late.push_back(job->late);
+            job->givenUp = true;
             --state_->threads;
             if (++state_->hanging <= state_->limits.hanging) replaceThread(state_);
         }
