@@ -3,6 +3,8 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -138,6 +140,16 @@ int fsetxattr(int fd, const char* name, const void* value, size_t size, int flag
 }
 
 DIR* opendir(const char* path) { return faults::fails(Call::LIST) ? nullptr : NEXT(opendir)(path); }
+
+DIR* fdopendir(int folder) { return faults::fails(Call::LIST) ? nullptr : NEXT(fdopendir)(folder); }
+
+void* mmap(void* at, size_t size, int protection, int flags, int fd, off_t offset) noexcept {
+    return faults::fails(Call::MAP) ? MAP_FAILED : NEXT(mmap)(at, size, protection, flags, fd, offset);
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument) noexcept {
+    return faults::fails(Call::THREAD) ? EAGAIN : NEXT(pthread_create)(thread, attributes, body, argument);
+}
 
 int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
     return faults::fails(Call::ACCEPT) ? -1 : NEXT(accept4)(fd, address, length, flags);

@@ -10,12 +10,28 @@
 /// is driven in place; preloaded into the service through a file that both map (KELDRA_FAULT_CONTROL names it).
 namespace faults {
 
-enum class Call : uint32_t { OPEN, READ, WRITE, FSYNC, RENAME, LINK, UNLINK, ATTRIBUTE, LIST, MEMORY, ACCEPT };
+enum class Call : uint32_t {
+    OPEN,
+    READ,
+    WRITE,
+    FSYNC,
+    RENAME,
+    LINK,
+    UNLINK,
+    ATTRIBUTE,
+    LIST,
+    MEMORY,
+    MAP,
+    THREAD,
+    ACCEPT
+};
 
 constexpr uint32_t bit(Call call) { return 1U << static_cast<uint32_t>(call); }
 /// All but what only reads, which changes nothing.
 constexpr uint32_t CHANGES = bit(Call::OPEN) | bit(Call::WRITE) | bit(Call::FSYNC) | bit(Call::RENAME) |
                              bit(Call::LINK) | bit(Call::UNLINK) | bit(Call::ATTRIBUTE);
+/// What gives something that there may be no more of.
+constexpr uint32_t GETS = bit(Call::OPEN) | bit(Call::LIST) | bit(Call::MAP) | bit(Call::THREAD) | bit(Call::ACCEPT);
 constexpr uint32_t FILES = CHANGES | bit(Call::READ) | bit(Call::LIST);
 
 /// Ends the process instead of failing.

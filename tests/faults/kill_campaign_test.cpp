@@ -2,19 +2,26 @@
 #include "norv/json_value.h"
 #include "norv/scan_config.h"
 #include "service/base/sha256.h"
+#include "tests/faults/own_disk.h"
 #include "tests/service/service_test.h"
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <random>
 #include <thread>
 #include <vector>
 
-// The service is killed again and again at random moments while clients do all that it can do. What it acknowledged
-// must be there afterwards, and nothing half may be listed. In short a few kills; KELDRA_KILLS says how many else.
+// The service is killed, or its disk's power cut, again and again at random moments while clients do all that it can
+// do. What it acknowledged must be there afterwards, and nothing half may be listed. In short a few times; KELDRA_KILLS
+// says how many else.
 
 namespace {
 
@@ -36,8 +43,9 @@ class KillCampaign : public ServiceTest {
 protected:
     KillCampaign() {
         const fs::path program = service_.file("freshclam");
-        writeFile(program, "#!/bin/sh\nprintf 'Keldra.%s:0:*:6b656c64726120\\n' $$ > " +
-                               (service_.file("state") / "signatures/x.ndb").string() + "\n");
+        writeFile(program,
+                  "#!/bin/sh\ncd $(sed -n 's/^DatabaseDirectory //p' \"${1#*=}\")\n"
+                  "printf 'Keldra.%s:0:*:6b656c647261%08x\\n' $$ $$ > x && mv x $$-$(date +%N).ndb\n");
         fs::permissions(program, fs::perms::owner_all);
         service_.arguments.insert(service_.arguments.end(), {"--freshclam", program});
         EXPECT_TRUE(service_.setPassword(PASSWORD));
@@ -48,10 +56,13 @@ protected:
                   1);
     }
 
-    static int wantedKills() {
+    static int wantedKills(int usual, int many) {
         if (const char* const wanted = std::getenv("KELDRA_KILLS")) return std::atoi(wanted);
-        return std::getenv("KELDRA_LONG_FAULTS") ? 200 : 6;
+        return std::getenv("KELDRA_LONG_FAULTS") ? many : usual;
     }
+    virtual void cut() { service_.crash(); }
+    /// Puts something that the service did not write on the disk for good.
+    virtual void settle(const fs::path&) {}
     int random(int below) {
         const std::lock_guard lock(mutex_);
         return std::uniform_int_distribution<int>(0, below - 1)(random_);
@@ -143,11 +154,47 @@ protected:
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
     }
+    static std::string hashOf(const std::string& content) {
+        keldra::Sha256 hash;
+        hash.add(content);
+        return hash.hex();
+    }
+    void trustFor(int file, const std::string& id) {
+        std::optional<bool>& trusted = trusted_.at(static_cast<std::size_t>(file));
+        for (const bool wanted : {true, false}) {
+            const int result = wanted ? asked(IPCMessage::START, QUARANTINE_TRUST, "Id", id)
+                                      : asked(IPCMessage::STOP, QUARANTINE_TRUST, "Sha256", hashOf(contentOf(file)));
+            trusted = result == 1 ? std::optional(wanted) : std::nullopt;
+            if (result != 1) return;
+            ++done_;
+        }
+    }
+    void checkTrusted() {
+        IPCMessage list;
+        ASSERT_EQ(asked(IPCMessage(IPCMessage::GET, QUARANTINE_TRUST), list), 1);
+        for (int file = 0; file < FILES; ++file) {
+            const std::string hash = hashOf(contentOf(file));
+            const bool listed = list.value<std::string>("Trusted").find(hash) != std::string::npos;
+            auto& trusted = trusted_.at(static_cast<std::size_t>(file));
+            EXPECT_EQ(trusted.value_or(listed), listed) << "what was acknowledged of trust is not so";
+            if (listed) {
+                EXPECT_EQ(asked(IPCMessage::STOP, QUARANTINE_TRUST, "Sha256", hash), 1);
+            }
+            trusted.reset();
+        }
+    }
+    /// Beside the scans of single files, so that two tasks meet.
+    void scanAll() {
+        IPCMessage reply;
+        asked(IPCMessage(IPCMessage::START, MANUAL_SCAN), reply);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
     void useFile(int file) {
         Known& known = files_.at(static_cast<std::size_t>(file));
         const std::string path = nameOf(file);
         if (known.state == Known::NONE) {
             writeFile(path, contentOf(file));
+            settle(path);
             known = {Known::IN_PLACE, false};
         }
         if (known.state == Known::IN_PLACE) {
@@ -158,6 +205,7 @@ protected:
         }
         const std::string id = idOf(path);
         if (id.empty()) return;
+        trustFor(file, id);
         const bool restore = random(2) == 0;
         known.unsure = true;
         const int result = asked(restore ? IPCMessage::START : IPCMessage::STOP, QUARANTINE_ITEM, "Id", id);
@@ -174,9 +222,7 @@ protected:
             ++listed[item["path"].GetString()];
             const std::string content = readFile(store / (std::string(item["id"].GetString()) + ".data"));
             EXPECT_EQ(content.size(), item["size"].GetUint64()) << "half a file is listed";
-            keldra::Sha256 hash;
-            hash.add(content);
-            EXPECT_EQ(hash.hex(), item["sha256"].GetString());
+            EXPECT_EQ(hashOf(content), item["sha256"].GetString());
         }
         std::size_t inStore = 0;
         for (const auto& entry : fs::directory_iterator(store))
@@ -194,7 +240,7 @@ protected:
             if (there) {
                 EXPECT_EQ(readFile(nameOf(file)), contentOf(file));
             }
-            if (!known.unsure) {
+            if (!known.unsure && !(known.state == Known::IN_PLACE && found == Known::PUT_AWAY)) {
                 EXPECT_EQ(found, known.state) << "what was acknowledged is not so";
             }
             if (known.state == Known::IN_PLACE) {
@@ -212,8 +258,18 @@ protected:
         request.addParam("RequestID", std::to_string(++updates_));
         request.addParam("ManualAUConfig", R"({"NORVManualAUConfig":{"components":33}})");
         IPCMessage reply;
-        if (asked(request, reply) == 1) ++done_;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        if (asked(request, reply) != 1) return;
+        do {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            if (asked(IPCMessage(IPCMessage::GET, UPDATE_STATUS), reply) != 1) return;
+        } while (reply.value<int>("Running") != 0);
+        if (reply.value<int>("Succeeded") == 1 && reply.value<int>("Installed") == 1) ++installed_, ++done_;
+    }
+    void checkSignatures() {
+        const IPCMessage status = get(SERVICE_STATUS);
+        EXPECT_EQ(status.value<std::string>("Database"), "loaded");
+        EXPECT_GT(status.value<int>("Signatures"), installed_)
+            << "an update that was told of is lost: " << status.value<std::string>("EngineMessage");
     }
 
     template <typename Work>
@@ -226,14 +282,34 @@ protected:
     void killOnce() {
         dead_ = false;
         std::vector<std::jthread> clients;
-        clients.reserve(FILES + 3);
+        clients.reserve(FILES + 4);
         clients.push_back(client([this] { save(); }));
         clients.push_back(client([this] { logOnAndOff(); }));
         clients.push_back(client([this] { update(); }));
+        clients.push_back(client([this] { scanAll(); }));
         for (int file = 0; file < FILES; ++file) clients.push_back(client([this, file] { useFile(file); }));
         std::this_thread::sleep_for(std::chrono::milliseconds(random(LONGEST_LIFE)));
-        service_.crash();
+        cut();
         dead_ = true;
+    }
+    void campaign(int cuts) {
+        auto slowest = std::chrono::milliseconds(0);
+        for (int cut = 1; cut <= cuts; ++cut) {
+            SCOPED_TRACE("cut " + std::to_string(cut));
+            killOnce();
+            const auto begin = std::chrono::steady_clock::now();
+            ASSERT_TRUE(service_.start()) << service_.printed();
+            slowest = std::max(slowest,
+                               std::chrono::ceil<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin));
+            checkSaves();
+            checkSessions();
+            checkTrusted();
+            checkFiles();
+            checkSignatures();
+            if (HasFailure()) return;
+        }
+        std::cout << cuts << " cuts, " << done_ << " acknowledged actions, slowest start " << slowest.count()
+                  << " ms\n";
     }
 
     std::mutex mutex_;
@@ -243,27 +319,48 @@ protected:
     int tried_ = 0;
     int saved_ = 0;
     int updates_ = 0;
+    int installed_ = 0;
     std::map<std::string, bool> sessions_;
     std::array<Known, FILES> files_{};
+    std::array<std::optional<bool>, FILES> trusted_{};  ///< nothing: nobody knows
 };
 
-TEST_F(KillCampaign, WhatWasAcknowledgedIsThereAndNothingHalfIsListed) {
-    const int kills = wantedKills();
-    auto slowest = std::chrono::milliseconds(0);
-    for (int kill = 1; kill <= kills; ++kill) {
-        SCOPED_TRACE("kill " + std::to_string(kill));
-        killOnce();
-        const auto begin = std::chrono::steady_clock::now();
-        ASSERT_TRUE(service_.start()) << service_.printed();
-        slowest = std::max(
-            slowest, std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin));
-        checkSaves();
-        checkSessions();
-        checkFiles();
-        EXPECT_EQ(get(SERVICE_STATUS).value<std::string>("Database"), "loaded");
-        if (HasFailure()) return;
+TEST_F(KillCampaign, WhatWasAcknowledgedIsThereAndNothingHalfIsListed) { campaign(wantedKills(6, 200)); }
+
+/// All that the service has lies on a disk of its own; `GetParam`: what it scans on another one.
+class PowerCampaign : public OwnDisk, public KillCampaign, public testing::WithParamInterface<bool> {
+protected:
+    void SetUp() override {
+        if (!mounted()) GTEST_SKIP() << "only root can mount a disk";
+        service_.stop();
+        if (GetParam()) samples_.emplace(service_.file("samples"));
+        sync();
+        ASSERT_TRUE(service_.start());
     }
-    std::cout << kills << " kills, " << done_ << " acknowledged actions, slowest start " << slowest.count() << " ms\n";
-}
+    ~PowerCampaign() override { service_.stop(); }
+    void cut() override {
+        ::kill(service_.pid(), SIGSTOP);
+        cutPower();
+        if (samples_) samples_->cutPower();
+        service_.crash();
+        EXPECT_TRUE(!samples_ || samples_->unmount());
+        EXPECT_TRUE(unmount() && mount());
+        EXPECT_TRUE(!samples_ || samples_->mount());
+    }
+    void settle(const fs::path& path) override {
+        for (const fs::path& one : {path, path.parent_path()}) {
+            const int fd = ::open(one.c_str(), O_RDONLY | O_CLOEXEC);
+            ::fsync(fd);
+            ::close(fd);
+        }
+    }
+
+    std::optional<OwnDisk> samples_;
+};
+
+TEST_P(PowerCampaign, WhatWasAcknowledgedIsThereWhenThePowerComesBack) { campaign(wantedKills(3, 100)); }
+
+INSTANTIATE_TEST_SUITE_P(On, PowerCampaign, testing::Bool(),
+                         [](const auto& info) { return info.param ? "TwoDisks" : "OneDisk"; });
 
 }  // namespace
