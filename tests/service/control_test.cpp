@@ -51,6 +51,16 @@ TEST_F(ControlTest, AScanTellsCleanFromFoundFromFailedByItsStatus) {
     EXPECT_NE(down.errors.find("does not answer"), std::string::npos) << down.errors;
 }
 
+TEST_F(ControlTest, AScanTakesTheWorkersThatWereAskedForAndNoMoreThanThereMayBe) {
+    ScriptedService scripted(service_.socket());
+    service_.control({"scan", "--workers", "3", "/srv"});
+    const std::vector<IPCMessage> asked = scripted.takeRequests();
+    ASSERT_EQ(asked.size(), 1U);
+    EXPECT_EQ(asked[0].value<int>("Workers"), 3);
+    EXPECT_EQ(service_.control({"scan", "--workers", "33", "/srv"}).status, 2);
+    EXPECT_TRUE(scripted.takeRequests().empty());
+}
+
 TEST_F(ControlTest, AFileNameCannotDriveTheTerminal) {
     writeFile(service_.file("samples") / "a\x1b[2J\n.com", testFile());
     ASSERT_TRUE(service_.start());
