@@ -1,6 +1,8 @@
 #include "norv/scan_config.h"
 #include "tests/service/service_test.h"
 
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +10,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <iomanip>
 #include <sstream>
@@ -174,6 +177,31 @@ TEST_F(UpdateKillTest, LeavesSignaturesInUseAndTheNextUpdateGoesThrough) {
         for (const auto& entry : fs::directory_iterator(service_.file("state") / "signatures"))
             EXPECT_FALSE(entry.is_directory()) << entry.path();
     }
+}
+
+/// What lies on a disk is what its image holds; what was not synced is still in memory only.
+TEST_F(UpdateKillTest, ThatWasToldAsDoneIsThereAfterAPowerCutAtThatMoment) {
+    const fs::path disk = service_.file("disk");
+    const fs::path later = service_.file("later");
+    const fs::path signatures = service_.file("state") / "signatures";
+    for (const fs::path& folder : {signatures, later}) fs::create_directories(folder);
+    const auto mount = [](const fs::path& image, const fs::path& folder) {
+        return std::system(("mount -o loop " + image.string() + " " + folder.string() + " 2>&1").c_str()) == 0;
+    };
+    writeFile(disk, "");
+    fs::resize_file(disk, 16U << 20U);
+    if (::access("/usr/bin/freshclam", X_OK) != 0 || ::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        std::system(("mkfs.ext4 -q -F " + disk.string()).c_str()) != 0 || !mount(disk, signatures))
+        GTEST_SKIP() << "It needs freshclam and a disk of its own";
+    fs::remove(signatures / "lost+found");
+    ASSERT_TRUE(service_.start());
+    EXPECT_EQ(update("1"), "10");
+    fs::copy_file(disk, service_.file("copy"));
+    ASSERT_TRUE(mount(service_.file("copy"), later));
+    EXPECT_EQ(readFile(later / "local.ndb"), readFile(source()));
+    service_.stop();
+    for (const fs::path& folder : {signatures, later}) ::umount2(folder.c_str(), MNT_DETACH);
 }
 
 TEST_F(UpdateKillTest, EndsWhatItStarted) {
