@@ -66,6 +66,16 @@ protected:
                              std::move(stop));
     }
 
+    /// An archive of one file of so many MiB.
+    std::filesystem::path zipOfZeros(uint64_t size) const {
+        const std::filesystem::path zip = dir_ / "zeros.zip";
+        const std::filesystem::path member = dir_ / "zeros";
+        writeFile(member, "begin");
+        std::filesystem::resize_file(member, size << 20U);
+        EXPECT_EQ(std::system(("zip -q -1 -j " + zip.string() + " " + member.string()).c_str()), 0);
+        return zip;
+    }
+
     TempDir dir_;
     std::unique_ptr<ScanEngine> engine_;
     std::atomic<int> files_ = 0;
@@ -215,13 +225,26 @@ TEST_F(ScannerFaultsTest, WithoutAFolderToUnpackInNothingIsCalledClean) {
     EXPECT_EQ(scan("harmless as well").verdict, Verdict::FAILED);
 }
 
+TEST_F(ScannerFaultsTest, TheDiskIsNotFilledByWhatAFileHolds) {
+    EngineSettings settings = engineSettings({SOURCE_DIR "/deploy/signatures"});
+    settings.temporaryFolder = dir_ / "small";
+    settings.room = uint64_t{16} << 20U;
+    engine_ = makeScanEngine(settings);
+    ASSERT_TRUE(engine_->load());
+    const ScannedFile file = opened(zipOfZeros(320));
+    const ScanResult result = engine_->scan(file.file.get(), file.path, {}, {});
+    EXPECT_EQ(result.verdict, Verdict::NOT_FULLY_SCANNED);
+    EXPECT_EQ(result.detail, "what it holds takes too much room unpacked");
+    const auto left = [&] {
+        const std::filesystem::recursive_directory_iterator all(settings.temporaryFolder);
+        return std::count_if(begin(all), end(all), [](const auto& entry) { return !entry.is_directory(); });
+    };
+    EXPECT_TRUE(waitFor([&] { return left() == 0; }));
+    EXPECT_EQ(scan("harmless").verdict, Verdict::CLEAN);
+}
+
 TEST_F(ScannerFaultsTest, WhatIsCutOffAtALimitIsNotCalledClean) {
-    const std::filesystem::path zip = dir_ / "bomb.zip";
-    const std::filesystem::path member = dir_ / "zeros";
-    writeFile(member, "begin");
-    std::filesystem::resize_file(member, uint64_t{24} << 20U);
-    ASSERT_EQ(std::system(("zip -q -j " + zip.string() + " " + member.string()).c_str()), 0);
-    const ScannedFile file = opened(zip);
+    const ScannedFile file = opened(zipOfZeros(24));
     const ScanOptions limited{.lane = ScanLane::REALTIME, .limits = {.unpacked = uint64_t{16} << 20U}};
     EXPECT_EQ(engine_->scan(file.file.get(), file.path, limited, {}).verdict, Verdict::NOT_FULLY_SCANNED);
     EXPECT_EQ(engine_->scan(file.file.get(), file.path, {}, {}).verdict, Verdict::CLEAN);
