@@ -1,6 +1,6 @@
 // When something is in the way of what somebody does: nothing typed is lost, and what is said is true.
 import assert from 'node:assert/strict';
-import { renameSync } from 'node:fs';
+import { existsSync, renameSync } from 'node:fs';
 import { join } from 'node:path';
 import test from 'node:test';
 import { addresses, logOn, newPage } from './support/console.mjs';
@@ -36,6 +36,7 @@ inEveryView('a session that ends in a form costs nothing that was typed', async 
   await view.suits(page);
   if (view.plain) await fitsAndIsAccessible(page, 'overview-unsaved');
   await page.locator('#unsaved-page').click();
+  await page.locator('#kept-use').waitFor();
   assert.equal((await readControls(page)).layers, before, 'nothing was saved');
   await view.suits(page);
   if (view.plain) await fitsAndIsAccessible(page, 'settings-kept');
@@ -80,16 +81,55 @@ test('cookies that another program on this host planted lock nobody out', async 
   }
 });
 
-inEveryView('while the service is away the log-on page says so, and not that a password is wrong', async (page, view) => {
-  const socket = join(console_.folder, 'keldrad.sock');
-  renameSync(socket, `${socket}.away`);
-  await page.goto('/');
-  await page.locator('#down').waitFor();
+inEveryView('a request without its token is told apart from an ended session, and nothing of it is lost or done', async (page, view) => {
+  await page.goto(addresses.scheduled);
+  await page.locator('#chosen li').first().waitFor();
+  const { layers: saved } = await readControls(page);
+  const layers = saved === '9' ? '8' : '9';
+  await setControls(page, { layers });
+  await page.context().clearCookies({ name: 'CsrfToken' });
+  await page.locator('#save').click();
+  await page.locator('#refused').waitFor();
+  assert.deepEqual([await page.locator('#kept').isVisible(), await page.locator('#ended').isVisible()], [true, false]);
   await view.suits(page);
-  if (view.plain) await fitsAndIsAccessible(page, 'logon-down');
-  renameSync(`${socket}.away`, socket);
+  if (view.plain) await fitsAndIsAccessible(page, 'logon-token');
+  await logOn(page, console_);
+  await page.locator('#unsaved-page').click();
+  await page.locator('#kept-use').waitFor();
+  assert.equal((await readControls(page)).layers, saved, 'nothing was saved');
+  await page.locator('#kept-use').click();
+  assert.equal((await readControls(page)).layers, layers);
+  await page.locator('#save').click();
+  await page.locator('.notice.success').waitFor();
+});
+
+inEveryView('while the service is away that is what is said: on the overview, at a save and at the log-on', async (page, view) => {
+  const socket = join(console_.folder, 'keldrad.sock');
+  await page.goto(addresses.scheduled);
+  await page.locator('#chosen li').first().waitFor();
+  const { layers: saved } = await readControls(page);
+  await setControls(page, { layers: saved === '9' ? '8' : '9' });
+  const overview = await page.context().newPage();
+  await overview.goto(addresses.overview);
+  renameSync(socket, `${socket}.away`);
+  try {
+    const down = view.text('VERDICT_DOWN');
+    await overview.locator('#verdict.danger', { hasText: down }).waitFor();
+    assert.match(overview.url(), /norv_main/, 'whoever looks on is not sent away');
+    await view.suits(overview);
+    if (view.plain) await fitsAndIsAccessible(overview, 'overview-down');
+    await page.locator('#save').click();
+    await page.locator('#down').waitFor();
+    assert.equal(await page.locator('#kept').isVisible(), true, 'what was typed is kept');
+    await view.suits(page);
+    if (view.plain) await fitsAndIsAccessible(page, 'logon-down');
+    renameSync(`${socket}.away`, socket);
+    if (view.plain) await overview.locator('#verdict', { hasNotText: down }).waitFor();
+  } finally {
+    if (!existsSync(socket)) renameSync(`${socket}.away`, socket);
+  }
   await page.reload();
   await page.waitForLoadState('networkidle');
   assert.equal(await page.locator('#down').isVisible(), false);
   page.errors.length = 0;
-}, { guest: true });
+});

@@ -1,7 +1,5 @@
 // The overview: is the server protected, and what is to be done next.
 import assert from 'node:assert/strict';
-import { renameSync } from 'node:fs';
-import { join } from 'node:path';
 import test from 'node:test';
 import { addresses, logOn, newPage } from './support/console.mjs';
 import { fitsAndIsAccessible } from './support/looks.mjs';
@@ -99,17 +97,6 @@ test('nothing is asked while the page is hidden', async () => {
   });
   await page.waitForRequest('**/overview.cgi*');
   assert.equal(whileHidden, 0);
-});
-
-test('an open overview says so when the service is away, and when it is back', async () => {
-  const page = await open();
-  const socket = join(console_.folder, 'keldrad.sock');
-  renameSync(socket, `${socket}.away`);
-  await page.locator('#verdict.danger', { hasText: 'does not answer' }).waitFor({ timeout: 15000 });
-  assert.match(page.url(), /norv_main/, 'whoever looks on is not sent away');
-  await fitsAndIsAccessible(page, 'overview-down');
-  renameSync(`${socket}.away`, socket);
-  await page.locator('#verdict', { hasNotText: 'does not answer' }).waitFor({ timeout: 15000 });
 });
 
 test('an open overview says so when its questions are lost on the way', async () => {

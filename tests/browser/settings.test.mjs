@@ -121,56 +121,6 @@ test('the extensions of the default list can be looked up', async () => {
   assert.ok(await page.locator('.extensions td').count() > 20);
 });
 
-/** Two people open the same page; the second one saves first. */
-async function bothSave(name, mine, theirs) {
-  const other = await newPage(browser, console_);
-  await logOn(other, console_);
-  await page.goto(addresses[name]);
-  await other.goto(addresses[name]);
-  await setControls(other, theirs);
-  await other.locator('#save').click();
-  await other.locator('.notice.success').waitFor();
-  await other.context().close();
-  await setControls(page, mine);
-  await page.locator('#save').click();
-  await page.locator('#overwrite-question').waitFor();
-}
-
-for (const name of ['realtime', 'scheduled']) {
-  test(`${name}: who saves second is asked, and may save over the first`, async () => {
-    await bothSave(name, { 'files-all': true, backup: false }, { 'files-custom': true, extensions: `${name};exe` });
-    assert.equal((await readControls(page)).backup, false, 'what was chosen is still shown');
-    assert.match(await page.locator('#overwrite-differences tbody').textContent(), new RegExp(`${name};exe`), 'the other’s value is shown');
-    await page.locator('#overwrite-edit').click();
-    await page.locator('#save').click();
-    await page.locator('#overwrite-question').waitFor();
-    await page.locator('#overwrite-yes').click();
-    await page.locator('.notice.success').waitFor();
-    await page.goto(addresses[name]);
-    assert.equal((await readControls(page))['files-all'], true);
-  });
-}
-
-test('who saves second may look at what the first saved instead', async () => {
-  await bothSave('manual', { 'files-all': true }, { 'files-smart': true, layers: '9' });
-  await Promise.all([page.waitForEvent('load'), page.locator('#overwrite-no').click()]);
-  assert.equal((await readControls(page))['files-smart'], true);
-});
-
-test('what somebody else saved on another page raises no question, and is kept', async () => {
-  const other = await newPage(browser, console_);
-  await logOn(other, console_);
-  await page.goto(addresses.realtime);
-  await other.goto(addresses.scheduled);
-  await setControls(other, { 'files-all': true, layers: '11' });
-  await save(other);
-  await setControls(page, { 'files-all': true, layers: '12' });
-  await save();
-  await other.goto(addresses.scheduled);
-  assert.equal((await readControls(other)).layers, '11');
-  await other.context().close();
-});
-
 /** Where the kernel lets no file be watched, a sentence says what that means; a service run by root may watch. */
 async function explainsWhatKeepsItFromRunning(own, view) {
   const refused = (await own.locator('#realtime-state').textContent()).trim() === view.text('REALTIME_IMPOSSIBLE');
@@ -192,23 +142,49 @@ inEveryView('every settings page is set, saved and shows what was saved', async 
   }
 });
 
-inEveryView('wrong entries and somebody else’s changes are told where one stands', async (own, view) => {
+inEveryView('wrong entries are told where one stands', async (own, view) => {
   await own.goto(addresses.manual);
-  const other = await own.context().newPage();
-  await other.goto(addresses.manual);
-  await setControls(other, { 'files-smart': true, layers: String(3 + (Date.now() % 9)) });
-  await save(other);
-  await other.close();
   await setControls(own, { 'files-custom': true, 'default-list': false, extensions: '', 'scan-archives': true, 'size-limit': '0' });
   await own.locator('#save').click();
   assert.equal(await own.locator('#extensions-empty').textContent(), view.text('FILES_LIST_EMPTY'));
   assert.equal(await own.locator('#size-limit-wrong').textContent(), view.text('SIZE_LIMIT_WRONG'));
   await view.suits(own);
-  await setControls(own, { extensions: 'exe', 'size-limit': '' });
-  await own.locator('#save').click();
-  await own.locator('#overwrite-question').waitFor();
+});
+
+inEveryView('of two administrators who save the second is asked, and neither loses anything unasked', async (own, view) => {
+  const other = await newPage(browser, console_, { locale: view.locale });
+  await logOn(other, console_);
+  /** Both open a page, the other one saves first, then this one. */
+  const bothSave = async (name, mine, theirs, elsewhere = name) => {
+    await own.goto(addresses[name]);
+    await other.goto(addresses[elsewhere]);
+    await setControls(other, theirs);
+    await save(other);
+    await setControls(own, mine);
+    await own.locator('#save').click();
+  };
+  const asked = () => own.locator('#overwrite-question').waitFor();
+  await bothSave('realtime', { 'files-all': true, layers: '12' }, { 'files-all': true, layers: '11' }, 'scheduled');
+  await own.locator('.notice.success').waitFor();
+
+  await bothSave('scheduled', { 'files-all': true, backup: false }, { 'files-custom': true, extensions: 'abc;exe' });
+  await asked();
   assert.equal(await own.locator('#overwrite-text').textContent(), view.text('OVERWRITE_TEXT'));
+  assert.match(await own.locator('#overwrite-differences tbody').textContent(), /abc;exe/, 'the other’s value is shown');
   await view.suits(own);
+  await own.locator('#overwrite-edit').click();
+  assert.equal((await readControls(own)).backup, false, 'what was chosen is still there');
+  await own.locator('#save').click();
+  await asked();
+  await Promise.all([own.waitForEvent('load'), own.locator('#overwrite-no').click()]);
+  assertKept(await readControls(own), { 'files-custom': true, extensions: 'abc;exe', layers: '11' });
+
+  await bothSave('manual', { 'files-all': true, 'size-limit': '' }, { 'files-smart': true, 'scan-archives': true, layers: '9' });
+  await asked();
   await own.locator('#overwrite-yes').click();
   await own.locator('.notice.success').waitFor();
+  await other.goto(addresses.manual);
+  assertKept(await readControls(other), { 'files-all': true });
+  assert.deepEqual(other.errors, []);
+  await other.context().close();
 });

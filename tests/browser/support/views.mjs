@@ -18,7 +18,7 @@ const tables = new Map(languages.map((language) =>
 function foreignTexts(locale) {
   const own = new Set([...tables.get(locale).values(), ...catalogue(locale).values()].map((text) => text.trim()));
   const english = [...tables.get('en-US').values(), ...catalogue(locale).keys()].map((text) => text.trim());
-  return english.filter((text) => !own.has(text) && !/[<%[\n]/.test(text) && /[A-Za-z]{3}/.test(text));
+  return english.filter((text) => !own.has(text) && !/[<%[\n]/.test(text) && /[A-Za-z]{3}/.test(text.replace(/\{[^}]*\}/g, '')));
 }
 
 /** Runs in the page. What is wrong with it: `width` of the screen in pixels, `foreign`: texts of another language. */

@@ -1,11 +1,12 @@
 // Talking JSON with the console's programs. What goes wrong is thrown as an Error whose message is meant for the user;
 // it is empty when there was no usable answer.
 import { csrfToken } from './csrf.js';
-import { sessionEnded } from './draft.js';
+import { serviceAway, sessionEnded } from './draft.js';
 
 async function read(request, changes = false) {
   const answer = await request.catch(() => { throw new Error(''); });
   if (answer.redirected) {
+    if (await serviceAway()) throw new Error('');
     sessionEnded(changes);
     return new Promise(() => {});
   }

@@ -53,6 +53,10 @@ function keepDraft(more = {}) {
   sessionStorage.setItem(DRAFT, JSON.stringify({ page, title, content, ...more }));
 }
 
+/** Whether the service does not answer. Then nobody knows of any session, and a redirection to the log-on page ends none. */
+export const serviceAway = async () =>
+  (await fetch('/NorvLinux/overview.cgi', { redirect: 'manual', cache: 'no-store' }).catch(() => null))?.status === 503;
+
 /** The session has ended while this page was open: over to the log-on page, with what was typed. `undone`: something was asked for. */
 export function sessionEnded(undone = false) {
   leaving = true;

@@ -1,6 +1,6 @@
 // Following work that goes on in the service: asks for the page's own address again and again and reads the answer.
 import { BY_PAGE } from './api.js';
-import { sessionEnded } from './draft.js';
+import { serviceAway, sessionEnded } from './draft.js';
 
 const INTERVAL = 1000;
 const LONGEST = 8000;
@@ -14,7 +14,7 @@ export async function fetchPage(url, headers = {}) {
     const answer = await fetch(url,
       { headers, credentials: 'same-origin', cache: 'no-store', signal: AbortSignal.timeout(PATIENCE) });
     if (answer.redirected) {
-      sessionEnded();
+      if (!await serviceAway()) sessionEnded();
       return null;
     }
     return answer.ok ? new DOMParser().parseFromString(await answer.text(), 'text/html') : null;
