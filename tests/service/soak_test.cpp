@@ -1,4 +1,5 @@
 #include "norv/scan_config.h"
+#include "norv/time_text.h"
 #include "tests/harness/clamd_client.h"
 #include "tests/service/service_test.h"
 
@@ -118,6 +119,15 @@ protected:
         EXPECT_EQ(get(IPCMessage::CONFIG_FILE_STATE).result, 1);
         EXPECT_EQ(get(IPCMessage::SERVICE_STATUS).result, 1);
     }
+    /// Has the shares scanned on schedule, in two seconds.
+    void scanOnSchedule() const {
+        auto record = read<NORVScheduledScanConfig>(IPCMessage::SCHEDULED_SCAN_CONFIG, "ScheduledScanConfig");
+        record.frequency = NORVScheduledScanConfig::DAILY;
+        record.time = timeText(std::time(nullptr) + 2, "%H:%M:%S");
+        record.universeAction = "0-0";
+        record.scanPaths = service_.file("samples");
+        EXPECT_EQ(store(IPCMessage::SCHEDULED_SCAN_CONFIG, "ScheduledScanConfig", record).result, 1);
+    }
     /// Writes a file that is new to the service and opens it, which waits for its scan.
     void openNew() {
         const std::filesystem::path file = service_.file("samples") / ("new" + std::to_string(++files_ % 50));
@@ -212,6 +222,10 @@ TEST_F(ManyClientsTest, MemoryAndDescriptorsStayAsTheyAreUnderAllThatIsAskedAtOn
             openNew();
             std::this_thread::sleep_for(5ms);
         });
+    keepDoing([&](unsigned turn) {
+        if (turn % 30 == 0) scanOnSchedule();
+        std::this_thread::sleep_for(1s);
+    });
     if (wanted) keepDoing([&](unsigned) { throughSamba(); });
     std::this_thread::sleep_for(length / 3);
     const Use before = useOf(service_.pid());
@@ -226,6 +240,7 @@ TEST_F(ManyClientsTest, MemoryAndDescriptorsStayAsTheyAreUnderAllThatIsAskedAtOn
     std::cout << done_ << " done; before " << before.mebibytes << " MiB, " << before.descriptors
               << " descriptors; after " << after.mebibytes << " MiB, " << after.descriptors << " descriptors\n";
     EXPECT_GT(done_, 100U);
+    EXPECT_NE(get(IPCMessage::SCAN_HISTORY).value<std::string>("Scans").find("scheduled"), std::string::npos);
     EXPECT_LE(after.mebibytes, before.mebibytes + 16);
     EXPECT_LE(after.descriptors, before.descriptors);
 }
