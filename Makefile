@@ -56,7 +56,7 @@ sanitize:
 	@scripts/setup run test
 	@cmake --preset sanitize >/dev/null
 	@cmake --build $(BUILD)/sanitize -j $(JOBS)
-	@ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	@ASAN_OPTIONS=detect_leaks=1:verify_asan_link_order=0 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest --test-dir $(BUILD)/sanitize -j $(JOBS) --output-on-failure --no-tests=error
 
 faults:
