@@ -23,10 +23,12 @@ struct ShareUser {
 /// thread.
 class ShareUsers {
 public:
-    /// Of several with one process and share the last one counts. Beyond some thousands the oldest is forgotten.
+    /// Beyond some thousands the oldest is forgotten.
     void connected(ShareUser user);
-    void disconnected(pid_t process, const std::string& share);
-    /// For whom this process asks about this file; nothing when that is not known.
+    /// `user`: empty for whoever has the share open.
+    void disconnected(pid_t process, const std::string& share, const std::string& user);
+    /// For whom this process asks about this file; nothing when that is not known. When several have the share open
+    /// over one connection, any of them may be meant, and all are named, with commas between.
     std::optional<ShareUser> of(pid_t process, const std::string& file) const;
 
 private:

@@ -30,7 +30,7 @@ bool noteShareUser(ShareUsers& users, const IPCMessage& request, IPCMessage& rep
 
 bool forgetShareUser(ShareUsers& users, const IPCMessage& request) {
     const auto told = protocol::read<protocol::ForgetShareUser>(request);
-    users.disconnected(told.process, told.share);
+    users.disconnected(told.process, told.share, told.user);
     return true;
 }
 

@@ -34,10 +34,12 @@ struct ForgetShareUser {
     using Reply = Nothing;
     int32_t process = 0;
     std::string share;
+    std::string user;  ///< empty: whoever had it open
 
     static void visit(auto& record, auto&& field) {
         field("Process", record.process);
         field("Share", record.share);
+        field("User", record.user);
     }
 };
 

@@ -60,13 +60,19 @@ TEST_F(ClientFindsTest, AFileServersFindNamesWhoeverHasTheShareOpen) {
     users_.connected({8, "docs", "/srv/docs", "cleo", "192.0.2.3"});
     finds_.add(find("/srv/docs/x", "root"));
     finds_.add(find("/srv/docs2/x", "root"));
-    users_.disconnected(7, "all");
+    users_.connected({7, "all", "/srv", "dora", "192.0.2.1"});
+    finds_.add(find("/srv/z", "root"));
+    users_.disconnected(7, "all", "anna");
+    finds_.add(find("/srv/w", "root"));
+    users_.disconnected(7, "all", "");
     finds_.add(find("/srv/y", "root"));
     const auto told = events();
-    ASSERT_EQ(told.size(), 3U);
-    EXPECT_EQ(told[2].who.user + told[2].who.address, "ben192.0.2.2");
-    EXPECT_NE(told[2].detail.find("share docs"), std::string::npos);
-    EXPECT_EQ(told[1].who.user, "anna");
+    ASSERT_EQ(told.size(), 5U);
+    EXPECT_EQ(told[4].who.user + told[4].who.address, "ben192.0.2.2");
+    EXPECT_NE(told[4].detail.find("share docs"), std::string::npos);
+    EXPECT_EQ(told[3].who.user, "anna");
+    EXPECT_EQ(told[2].who.user, "anna, dora") << "either of them";
+    EXPECT_EQ(told[1].who.user, "dora");
     EXPECT_EQ(told[0].who.user, "root");
 }
 
