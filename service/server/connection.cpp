@@ -89,7 +89,7 @@ void Connection::fail(const char* what) noexcept {
 }
 
 void Connection::forgetBody() {
-    std::string().swap(body_);
+    decltype(body_)().swap(body_);
     held_.giveBack();
 }
 
@@ -166,7 +166,10 @@ void Connection::deliver(Answered answered) noexcept try {
 void Connection::send(const std::string& payload) {
     if (payload.empty() || !held_.take(payload.size())) return refuse("a reply cannot be sent, bytes", payload.size());
     limitTime(hub_->limits.frameTime);
-    body_ = frameHeader(payload.size()) + payload;
+    const std::string header = frameHeader(payload.size());
+    body_.reserve(header.size() + payload.size());
+    body_.assign(header.begin(), header.end());
+    body_.insert(body_.end(), payload.begin(), payload.end());
     asio::async_write(socket_, asio::buffer(body_), then([](Connection& self, std::size_t) {
                           self.forgetBody();
                           self.readRequest();

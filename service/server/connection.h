@@ -5,6 +5,7 @@
 #include "service/server/caller.h"
 #include "service/server/complaints.h"
 #include "service/server/message_server.h"
+#include "service/server/page_allocator.h"
 
 #include <array>
 #include <asio/io_context.hpp>
@@ -16,6 +17,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace keldra {
 
@@ -78,7 +80,7 @@ private:
     std::array<char, FIRST_BLOCK> first_{};  ///< what came from the start of a frame on
     std::size_t have_ = 0;                   ///< bytes of it
     std::size_t length_ = 0;
-    std::string body_;
+    std::vector<char, PageAllocator<char>> body_;
     ByteShare held_;
     bool handling_ = false;
     bool closed_ = false;

@@ -63,6 +63,7 @@ private:
     asio::steady_timer sweep_;
     const std::chrono::milliseconds sweepInterval_;
     bool sweeping_ = false;
+    std::size_t closedBefore_ = 0;  ///< connections, at the last sweep
     const ServerAccess access_;
     const std::shared_ptr<ConnectionHub> hub_;
     std::filesystem::path path_;
@@ -187,11 +188,13 @@ void MessageServer::Impl::sweep() {
     const auto connections = hub_->connections;
     for (const auto& connection : connections)
         if (connection->expired(now)) connection->close();
-    if (hub_->closed >= MANY_CLOSED && hub_->connections.size() < MANY_CLOSED) {
-        hub_->closed = 0;
+    // Not before the last of many has gone: what is freed behind this would be kept.
+    const bool quiet = std::exchange(closedBefore_, hub_->closed) == hub_->closed;
+    if (quiet && hub_->closed >= MANY_CLOSED) {
+        hub_->closed = closedBefore_ = 0;
         ::malloc_trim(0);
     }
-    if (!hub_->connections.empty()) sweepLater();
+    if (!hub_->connections.empty() || hub_->closed >= MANY_CLOSED) sweepLater();
 }
 
 void MessageServer::Impl::stop() {

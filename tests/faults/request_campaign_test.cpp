@@ -23,7 +23,7 @@ constexpr int ON_ONE_CONNECTION = 20;
 constexpr std::size_t HALF_FRAMES = 2000;
 constexpr std::size_t ANNOUNCED = 65536;
 constexpr std::size_t SENT = 8192;
-constexpr long MOST_GROWTH = 8L * 1024;  // KiB
+constexpr long MOST_GROWTH = 3L * 1024;  // KiB
 
 class RequestCampaign : public ServiceTest {
 protected:
