@@ -1,5 +1,6 @@
 #pragma once
 
+#include "norv/printable.h"
 #include "norv/protocol/call.h"
 
 #include <cstdint>
@@ -23,8 +24,7 @@ std::string faultOf(const protocol::Answer<Reply>& answer) {
     return faultOf(answer.reached, answer.done ? "What the service answered cannot be read." : answer.message);
 }
 
-/// A text from outside made fit for a terminal: control characters are shown as \xNN.
-std::string printable(const std::string& text);
+using ::printable;
 
 /// A time (seconds since the epoch) as people write it, local; `never` for 0.
 std::string timeText(std::int64_t time, const char* never = "never");

@@ -2,6 +2,7 @@
 
 #include "utf8.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -26,11 +27,27 @@ void appendEscaped(std::string& out, char c) {
     out += hex.data();
 }
 
-/// Control characters of one byte, and those of two (U+0080 to U+009F), which some terminals obey.
-bool isControl(std::string_view sequence) {
+struct Range {
+    std::string_view first;
+    std::string_view last;
+};
+
+/// Beyond ASCII: control characters, which some terminals obey, and signs that turn the order of letters round, end
+/// lines or are not seen.
+constexpr std::array<Range, 6> UNSEEN{{{"\u0080", "\u009F"},
+                                       {"\u061C", "\u061C"},
+                                       {"\u200B", "\u200F"},
+                                       {"\u2028", "\u202E"},
+                                       {"\u2060", "\u2069"},
+                                       {"\uFEFF", "\uFEFF"}}};
+
+/// Whether a sequence of UTF-8 is obeyed or misleads instead of being seen.
+bool isUnseen(std::string_view sequence) {
     const auto first = static_cast<unsigned char>(sequence[0]);
     if (sequence.size() == 1) return first < 0x20 || first == 0x7f;
-    return first == 0xc2 && static_cast<unsigned char>(sequence[1]) < 0xa0;
+    return std::any_of(UNSEEN.begin(), UNSEEN.end(), [sequence](const Range& range) {
+        return sequence.size() == range.first.size() && sequence >= range.first && sequence <= range.last;
+    });
 }
 
 }  // namespace
@@ -41,7 +58,7 @@ std::string printable(std::string_view text) {
     while (!text.empty()) {
         const std::size_t length = utf8SequenceLength(text);
         const std::string_view sequence = text.substr(0, length == 0 ? 1 : length);
-        if (length == 0 || isControl(sequence)) {
+        if (length == 0 || isUnseen(sequence)) {
             for (const char c : sequence) appendEscaped(out, c);
         } else {
             out += sequence;

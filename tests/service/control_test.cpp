@@ -66,7 +66,7 @@ TEST_F(ControlTest, AFileNameCannotDriveTheTerminal) {
     ASSERT_TRUE(service_.start());
     const ProcessResult found = service_.control({"scan", service_.file("samples")});
     EXPECT_EQ(found.output.find('\x1b'), std::string::npos);
-    EXPECT_NE(found.output.find("\\x1b[2J\\x0a"), std::string::npos) << found.output;
+    EXPECT_NE(found.output.find("\\x1b[2J\\n"), std::string::npos) << found.output;
 }
 
 TEST_F(ControlTest, AnInterruptedPasswordPromptLeavesATerminalThatShowsWhatIsTyped) {
