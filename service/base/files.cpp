@@ -1,6 +1,8 @@
 #include "service/base/files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <ftw.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +10,8 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstdio>
+#include <memory>
 #include <system_error>
 
 namespace keldra {
@@ -85,6 +89,28 @@ void removeUnfinishedWrites(const std::filesystem::path& folder, std::string_vie
         const bool plain = std::filesystem::is_regular_file(entry->symlink_status(unknown));
         if (plain && entry->last_write_time(unknown) < oldest && !unknown) ::unlink(entry->path().c_str());
     }
+}
+
+std::optional<std::vector<std::string>> namesIn(const std::filesystem::path& folder) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.c_str()), ::closedir);
+    if (!entries) return std::nullopt;
+    std::vector<std::string> names;
+    errno = 0;
+    while (const dirent* const entry = ::readdir(entries.get())) {
+        const std::string_view name = &entry->d_name[0];
+        if (name != "." && name != "..") names.emplace_back(name);
+        errno = 0;
+    }
+    return errno == 0 ? std::optional(std::move(names)) : std::nullopt;
+}
+
+void removeTree(const std::filesystem::path& path) {
+    constexpr int DESCRIPTORS = 16;
+    const auto remove = [](const char* one, const struct stat*, int, FTW*) {
+        ::remove(one);
+        return 0;
+    };
+    ::nftw(path.c_str(), remove, DESCRIPTORS, FTW_DEPTH | FTW_PHYS);
 }
 
 std::optional<std::string> readFile(const std::filesystem::path& path, std::size_t limit, int& error) {

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace keldra {
 
@@ -32,6 +33,13 @@ WriteResult writeFileAtomically(const std::filesystem::path& path, std::string_v
 /// Removes what crashes left of `writeFileAtomically` in a folder: its temporary files that are older than an hour, so
 /// that nothing that is just being written is touched. `prefix`: only files whose names begin so.
 void removeUnfinishedWrites(const std::filesystem::path& folder, std::string_view prefix = {});
+
+/// The names in a folder, in no order. Nothing, with errno set, when not all of it can be read. To be used wherever the
+/// service runs: an iterator of std::filesystem ends the process when there is no memory for it.
+std::optional<std::vector<std::string>> namesIn(const std::filesystem::path& folder);
+
+/// Removes a file, or a folder with all that is in it, as far as that goes.
+void removeTree(const std::filesystem::path& path);
 
 /// Reads a whole regular file of at most `limit` bytes. Nothing when it cannot be opened, is not a regular file or is
 /// longer; `error` then holds an errno (EFBIG when longer).

@@ -86,7 +86,8 @@ EngineSettings complete(EngineSettings settings) {
 
 /// What is to be blamed on the file.
 /// What threads of the pool do now and then is done the next time where there was no memory or thread for it.
-void guarded(const std::function<void()>& work) {
+template <typename Work>
+void guarded(const Work& work) {
     try {
         work();
     } catch (const std::exception& error) {

@@ -1,12 +1,12 @@
 #include "service/metrics/process_metrics.h"
 
+#include "service/base/files.h"
+
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -42,10 +42,8 @@ std::optional<std::uint64_t> groupMemory() {
 }
 
 std::optional<double> openDescriptors() {
-    std::error_code error;
-    const std::filesystem::directory_iterator folder("/proc/self/fd", error);
-    if (error) return std::nullopt;
-    return static_cast<double>(std::distance(begin(folder), end(folder)));
+    const auto descriptors = namesIn("/proc/self/fd");
+    return descriptors ? std::optional(static_cast<double>(descriptors->size())) : std::nullopt;
 }
 
 double processorSeconds() {

@@ -34,10 +34,11 @@ bool isOfficial(const std::string& name) {
 }
 
 /// Whether a file of the database folder is a database at all and not the fetching program's own.
-bool isDatabase(const std::filesystem::directory_entry& entry) {
-    const std::string name = entry.path().filename();
+bool isDatabase(const std::filesystem::path& file) {
+    const std::string name = file.filename();
     std::error_code error;
-    return entry.is_regular_file(error) && !name.starts_with('.') && !name.ends_with(".dat") && !name.ends_with(".tmp");
+    return std::filesystem::is_regular_file(file, error) && !name.starts_with('.') && !name.ends_with(".dat") &&
+           !name.ends_with(".tmp");
 }
 
 /// The version in the header of an official database, "ClamAV-VDB:time:version:…"; empty without such a header.
@@ -68,22 +69,21 @@ Components::Components(std::filesystem::path stateFile, std::filesystem::path si
 FolderLook Components::noteFiles() {
     const std::lock_guard changing(changing_);
     Files found;
-    std::error_code error;
-    bool whole = true;
-    for (std::filesystem::directory_iterator entry(signatures_, error), end; !error && entry != end;
-         entry.increment(error)) {
-        if (!isDatabase(*entry)) continue;
-        FileRecord record = inspect(entry->path());
+    const auto names = namesIn(signatures_);
+    if (!names && errno == ENOENT) return FolderLook::SAME;
+    bool whole = names.has_value();
+    const int error = errno;
+    for (const std::string& name : names.value_or(std::vector<std::string>())) {
+        if (!isDatabase(signatures_ / name)) continue;
+        FileRecord record = inspect(signatures_ / name);
         whole = whole && !record.identity.empty();
-        const std::string name = entry->path().filename();
         const auto known = files_.find(name);
         if (known != files_.end() && known->second.identity == record.identity) record = known->second;
         found.emplace(name, std::move(record));
     }
-    if (error == std::errc::no_such_file_or_directory) return FolderLook::SAME;
-    if (error || !whole) {
+    if (!whole) {
         NORV_LOG(NORV_LOG_ERROR, "Cannot read all of %s: %s", signatures_.c_str(),
-                 error ? error.message().c_str() : "a file cannot be read");
+                 names ? "a file cannot be read" : errorText(error).c_str());
         return FolderLook::FAILED;
     }
     if (found == files_) return FolderLook::SAME;

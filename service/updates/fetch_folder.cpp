@@ -13,9 +13,9 @@ namespace keldra {
 
 namespace {
 
-bool isPlain(const std::filesystem::directory_entry& entry) {
-    std::error_code error;
-    return std::filesystem::is_regular_file(entry.symlink_status(error));
+bool isPlain(const std::filesystem::path& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool syncPath(const std::filesystem::path& path, int flags) {
@@ -27,39 +27,33 @@ bool syncPath(const std::filesystem::path& path, int flags) {
 
 FetchFolder::FetchFolder(const std::filesystem::path& databases) : databases_(databases), path_(databases / NAME) {}
 
-FetchFolder::~FetchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
+FetchFolder::~FetchFolder() { removeTree(path_); }
 
 bool FetchFolder::make(const Identity* owner) {
-    std::error_code error;
-    std::filesystem::remove_all(path_, error);
+    removeTree(path_);
     if (!makeFolder(path_, 0755)) return false;
     if (owner && ::lchown(path_.c_str(), owner->user, owner->group) != 0) return false;
-    for (std::filesystem::directory_iterator entry(databases_, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const std::string name = entry->path().filename();
-        if (!isPlain(*entry)) continue;
+    const auto names = namesIn(databases_);
+    if (!names) return false;
+    for (const std::string& name : *names) {
+        if (!isPlain(databases_ / name)) continue;
         if (::symlink(("../" + name).c_str(), (path_ / name).c_str()) != 0) return false;
         linked_.insert(name);
     }
-    if (error) errno = error.value();
-    return !error;
+    return true;
 }
 
 bool FetchFolder::adopt() const {
+    const auto names = namesIn(path_);
+    if (!names) return false;
     std::set<std::string> gone = linked_;
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(path_, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename();
+    for (const std::string& name : *names) {
         gone.erase(name);
-        if (!isPlain(*entry)) continue;
-        if (!syncPath(entry->path(), 0) || ::rename(entry->path().c_str(), (databases_ / name).c_str()) != 0)
-            return false;
+        const auto fetched = path_ / name;
+        if (!isPlain(fetched)) continue;
+        if (!syncPath(fetched, 0) || ::rename(fetched.c_str(), (databases_ / name).c_str()) != 0) return false;
     }
-    if (error) errno = error.value();
-    if (error || !syncPath(databases_, O_DIRECTORY)) return false;
+    if (!syncPath(databases_, O_DIRECTORY)) return false;
     for (const std::string& name : gone)
         if (::unlink((databases_ / name).c_str()) != 0 && errno != ENOENT) return false;
     return gone.empty() || syncPath(databases_, O_DIRECTORY);

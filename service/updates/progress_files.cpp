@@ -36,14 +36,12 @@ std::string temporaryOf(const std::string& id) { return "." + std::string(PREFIX
 /// All progress files and what a crash left of their writing. Links are looked at themselves, not what they lead to.
 std::vector<Found> listFiles(const std::filesystem::path& folder) {
     std::vector<Found> found;
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const std::string name = entry->path().filename();
+    for (const std::string& name : namesIn(folder).value_or(std::vector<std::string>())) {
+        const std::filesystem::path path = folder / name;
         struct stat status {};
         if (!name.starts_with(PREFIX) && !name.starts_with("." + std::string(PREFIX))) continue;
-        if (lstat(entry->path().c_str(), &status) != 0 || S_ISDIR(status.st_mode)) continue;
-        found.push_back({status.st_mtim.tv_sec, entry->path()});
+        if (lstat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode)) continue;
+        found.push_back({status.st_mtim.tv_sec, path});
     }
     return found;
 }

@@ -247,14 +247,11 @@ void Updater::showProgress(const Request& request, int tenths) {
 
 /// Folders of an update that was cut off.
 void Updater::removeLeftovers() const {
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(settings_.signatures, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const std::string name = entry->path().filename();
-        std::error_code ignored;
-        if ((name.starts_with("tmp.") || name == FetchFolder::NAME) && entry->is_directory(ignored) &&
-            !entry->is_symlink(ignored))
-            std::filesystem::remove_all(entry->path(), ignored);
+    for (const std::string& name : namesIn(settings_.signatures).value_or(std::vector<std::string>())) {
+        const auto path = settings_.signatures / name;
+        std::error_code error;
+        const bool folder = std::filesystem::is_directory(std::filesystem::symlink_status(path, error));
+        if (folder && (name.starts_with("tmp.") || name == FetchFolder::NAME)) removeTree(path);
     }
 }
 

@@ -135,7 +135,13 @@ TEST_F(ServiceFaults, ALogOffThatWasAcknowledgedHoldsForGood) {
               ASSERT_NE(id, "");
           });
     EXPECT_GT(ended.size(), 2U);
+    // And on a full disk.
+    constexpr int EVERY = 100000;
+    control_->arm(faults::bit(faults::Call::WRITE) | faults::bit(faults::Call::FSYNC), 1, ENOSPC, EVERY);
+    EXPECT_EQ(session(SESSION_LOGOFF, id), 1);
+    ended.push_back(id);
     service_.crash();
+    control_->disarm();
     ASSERT_TRUE(service_.start());
     for (const std::string& one : ended) EXPECT_EQ(session(SESSION_CHECK, one), 2);
 }
