@@ -14,27 +14,29 @@ using keldra::fail;
 using keldra::STATUS_ERROR;
 using keldra::STATUS_UNKNOWN;
 
-/// A word where a command should stand; empty when there is none.
-std::string unknownCommand(const CLI::App& app, int argc, char** argv) {
+/// What is wrong with the words, in one sentence.
+std::string wrongUse(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv) {
     const CLI::App* current = &app;
     for (int i = 1; i < argc && !current->get_subcommands([](const CLI::App*) { return true; }).empty(); ++i) {
         std::string word = argv[i];
         if (word == "--socket") ++i;
         if (word.starts_with('-')) continue;
         const auto named = current->get_subcommands([&word](const CLI::App* one) { return one->check_name(word); });
-        if (named.empty()) return word;
+        if (named.empty()) return "unknown command \"" + word + "\"; keldractl --help lists them";
         current = named.front();
     }
-    return {};
+    std::string commands;
+    for (const CLI::App* const one : current->get_subcommands([](const CLI::App*) { return true; }))
+        commands.append(commands.empty() ? "" : ", ").append(one->get_name());
+    if (!commands.empty() && error.get_name() == "RequiredError") return "one of these must follow: " + commands;
+    return std::string(error.what()) + "; --help says more";
 }
 
 /// Its status is never one that `status` has for a verdict.
 int refuse(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv) {
     const bool isStatus = argc > 1 && std::string_view(argv[1]) == "status";
-    const std::string unknown = error.get_exit_code() == 0 ? "" : unknownCommand(app, argc, argv);
-    if (!unknown.empty()) return fail("unknown command \"" + unknown + "\"; keldractl --help lists them");
-    if (app.exit(error) == 0) return EXIT_SUCCESS;
-    return isStatus ? STATUS_UNKNOWN : STATUS_ERROR;
+    if (error.get_exit_code() == 0) return app.exit(error);
+    return fail(wrongUse(app, error, argc, argv), isStatus ? STATUS_UNKNOWN : STATUS_ERROR);
 }
 
 }  // namespace

@@ -8,9 +8,12 @@
 #include "service/ctl/output.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string_view>
+#include <system_error>
 
 namespace keldra {
 
@@ -108,33 +111,52 @@ const std::vector<SettingsGroup>& settingsGroups() {
 
 namespace {
 
+using Table = std::map<std::string, protocol::ServiceSetting>;
+
 /// The settings that belong to no scan, by their whole names; `secrets`: with the secrets that are set.
-std::string fetchTable(std::map<std::string, std::string>& table, bool secrets) {
+std::string fetchTable(Table& table, bool secrets) {
     const auto answer = ask(protocol::GetServiceSettings{secrets});
     if (!answer) return faultOf(answer);
     for (const protocol::ServiceSetting& setting : answer.reply.settings)
-        if (setting.kind != "secret" || secrets) table[setting.name] = setting.value;
+        if (setting.kind != "secret" || secrets) table[setting.name] = setting;
     return {};
 }
 
+/// As a number, true or false, or a text.
+JsonValue typed(const protocol::ServiceSetting& setting, Allocator& allocator) {
+    if (setting.kind == "switch") return JsonValue(setting.value == "1");
+    int64_t number = 0;
+    const char* const end = setting.value.data() + setting.value.size();
+    const auto [rest, error] = std::from_chars(setting.value.data(), end, number);
+    if (setting.kind == "number" && error == std::errc() && rest == end) return JsonValue(number);
+    return nameOf(setting.value, allocator);
+}
+
+/// The other way round; nothing for what is none of these.
+std::optional<std::string> untyped(const JsonValue& value) {
+    if (value.IsBool()) return value.GetBool() ? "1" : "0";
+    if (value.IsInt64()) return std::to_string(value.GetInt64());
+    if (!value.IsString()) return std::nullopt;
+    return std::string(value.GetString(), value.GetStringLength());
+}
+
 std::string addTable(JsonDocument& settings, bool secrets) {
-    std::map<std::string, std::string> table;
+    Table table;
     if (std::string fault = fetchTable(table, secrets); !fault.empty()) return fault;
     Allocator& allocator = settings.GetAllocator();
-    for (const auto& [name, value] : table) {
+    for (const auto& [name, setting] : table) {
         std::string group;
         std::string field;
         if (!splitSettingName(name, group, field)) continue;
         if (!settings.HasMember(group.c_str()))
             settings.AddMember(nameOf(group, allocator), JsonValue(rapidjson::kObjectType), allocator);
-        settings[group.c_str()].AddMember(nameOf(field, allocator), nameOf(value, allocator), allocator);
+        settings[group.c_str()].AddMember(nameOf(field, allocator), typed(setting, allocator), allocator);
     }
     return {};
 }
 
 /// Checks the fields of a group of the table and adds them to what is to be stored. Returns what is wrong.
-std::string takeTableGroup(const std::string& group, const JsonValue& fields,
-                           const std::map<std::string, std::string>& known,
+std::string takeTableGroup(const std::string& group, const JsonValue& fields, const Table& known,
                            std::map<std::string, std::string>& wanted) {
     const auto belongs = [&group](const auto& entry) { return entry.first.starts_with(group + "."); };
     if (std::none_of(known.begin(), known.end(), belongs)) return "There is no group of settings " + group + ".";
@@ -142,8 +164,9 @@ std::string takeTableGroup(const std::string& group, const JsonValue& fields,
     for (const auto& field : fields.GetObject()) {
         const std::string name = group + "." + field.name.GetString();
         if (known.count(name) == 0) return "There is no setting " + name + ".";
-        if (!field.value.IsString()) return name + " must be a text, such as \"" + known.at(name) + "\".";
-        wanted[name] = {field.value.GetString(), field.value.GetStringLength()};
+        const std::optional<std::string> value = untyped(field.value);
+        if (!value) return name + " must be a text, a number, true or false, such as " + known.at(name).value + ".";
+        wanted[name] = *value;
     }
     return {};
 }
@@ -183,7 +206,7 @@ std::string fetchSettings(JsonDocument& settings, bool secrets) {
 
 StoreResult storeSettings(const JsonValue& settings) {
     if (!settings.IsObject()) return {"This is no object of settings.", {}};
-    std::map<std::string, std::string> known;
+    Table known;
     std::map<std::string, std::string> wanted;
     if (std::string fault = fetchTable(known, true); !fault.empty()) return {fault, {}};
     std::optional<protocol::SetNotices> notices;

@@ -74,6 +74,19 @@ ScanFind findFromText(const std::string& line) {
 
 std::string toLine(const ScanFind& find) { return jsonText(find) + "\n"; }
 
+/// What came of it: "why; files scanned: 7; infected: 0". That it was completed its action says.
+std::string storyOf(const ScanStatus& status) {
+    std::string story = status.state == ScanState::COMPLETED ? "" : status.message;
+    const auto say = [&story](const char* what, uint64_t number) {
+        story.append(story.empty() ? "" : "; ").append(what).append(": ").append(std::to_string(number));
+    };
+    say("files scanned", status.scanned);
+    say("infected", status.found);
+    if (status.notFullyScanned > 0) say("not fully scanned", status.notFullyScanned);
+    if (status.skipped > 0) say("skipped", status.skipped);
+    return story;
+}
+
 Event endOf(const ScanStatus& status) {
     const bool good = status.state == ScanState::COMPLETED && status.found == 0;
     return {.time = status.ended,
@@ -82,8 +95,7 @@ Event endOf(const ScanStatus& status) {
             .task = scanKindName(status.kind),
             .path = status.lastFile,
             .action = scanOutcome(status),
-            .detail = status.message,
-            .count = status.scanned,
+            .detail = storyOf(status),
             .record = toText(status)};
 }
 

@@ -82,6 +82,7 @@ inEveryView('what happened is listed, filtered and saved to a file', async (own,
   await own.goto('/NorvLinux/events.cgi');
   await own.locator('#events tbody tr').first().waitFor();
   await view.suits(own);
+  assert.doesNotMatch(await own.locator('#events').textContent(), /[a-zA-Z]+\.[a-z_]+[:：] ?"/, 'settings are called as on their pages');
   if (view.plain) await fitsAndIsAccessible(own, 'events');
   await own.locator('#kind').selectOption('service');
   await own.waitForFunction((word) => [...document.querySelectorAll('#events .tag')].every((tag) => tag.textContent === word),

@@ -238,6 +238,10 @@ TEST_F(ControlTest, SettingsAreReadChangedAndCarriedFromOneServerToAnother) {
     for (const auto& [name, value] :
          {std::pair{"manual_scan.bogus", "1"}, {"bogus", "1"}, {"manual_scan.scan_workers", "x"}})
         EXPECT_EQ(service_.control({"settings", "set", name, value}).status, 2) << name;
+    EXPECT_EQ(service_.control({"settings", "set", "quarantine.days", "90"}).status, 0);
+    EXPECT_EQ(service_.control({"settings", "set", "clients.every_user", "true"}).status, 0);
+    EXPECT_EQ(service_.control({"settings", "get", "--json", "quarantine.days"}).output, "90\n");
+    EXPECT_EQ(service_.control({"settings", "get", "--json", "clients.every_user"}).output, "true\n");
     EXPECT_NE(service_.control({"settings", "export"}).output, before);
     EXPECT_EQ(service_.control({"settings", "import"}, R"({"manual_scan":{"scan_workers":9},"bogus":{}})").status, 2);
     EXPECT_EQ(service_.control({"settings", "get", "manual_scan.scan_workers"}).output, "3\n") << "all or nothing";

@@ -31,6 +31,22 @@ function filters() {
 
 const paragraph = (className, text) => textElement('p', className, text);
 
+const wordFor = (list, name, value) => byId(list).querySelector(`[data-${name}="${CSS.escape(value)}"]`);
+
+/** A changed setting in the words of its page; a value that is a code is left out. */
+function changeText(whole, name, colon, change = '', after = '') {
+  const known = wordFor('setting-names', 'setting', name);
+  if (known) return `${known.textContent}${colon}${change}`;
+  const [group, key] = name.split('.');
+  const [place, label] = [wordFor('setting-groups', 'group', group), wordFor('setting-keys', 'key', key)];
+  if (!place || !label) return whole;
+  const { on, off } = byId('setting-keys').dataset;
+  const values = { name: '', switch: `${colon}${after === '1' ? on : off}` }[label.dataset.look] ?? `${colon}${change}`;
+  return `${place.textContent}, ${label.textContent}${values}`;
+}
+
+const settingsText = (detail) => detail.replace(/([A-Za-z]+\.\w+)([:：]\s?)("[^"]*" -> "([^"]*)")?/g, changeText);
+
 /** The words of an event: the file, what was found, what was done. */
 function story(event) {
   const parts = [];
@@ -41,7 +57,8 @@ function story(event) {
   }
   const scan = /^\d+_\d+$/.test(event.task) ? '' : event.task && scanKindText(event.task);
   const times = event.count > 1 ? fill(byId('event-words').dataset.times, { count: event.count }) : '';
-  const facts = [scan, event.signature, event.action, event.detail, times].filter(Boolean).map(visible);
+  const detail = event.kind === 'settings' ? settingsText(event.detail) : event.detail;
+  const facts = [scan, event.signature, event.action, detail, times].filter(Boolean).map(visible);
   if (facts.length) parts.push(paragraph(event.path ? 'hint' : 'name', facts.join(' · ')));
   return parts;
 }
@@ -56,7 +73,7 @@ const kindText = (kind) => byId('kind').querySelector(`option[value="${CSS.escap
 
 function makeRow(event) {
   const tag = textElement('span', `tag ${LOOKS[event.severity] ?? ''}`, kindText(event.kind));
-  return [cell('when', timeText(event.time)), cell('', tag), cell('', ...story(event)), cell('', who(event))];
+  return [cell('when', timeText(event.time)), cell('', tag), cell('', ...story(event)), cell('who', who(event))];
 }
 
 const list = makeList(byId('events'), {

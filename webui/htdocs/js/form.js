@@ -39,6 +39,8 @@ export function check(field, errorId, right) {
     .filter((id) => byId(id)?.classList.contains('error') && !byId(id).hidden);
   if (errors.length || !right) field.setAttribute('aria-invalid', 'true');
   else field.removeAttribute('aria-invalid');
+  // Who corrects an entry need not read on that it is wrong.
+  if (!right) field.addEventListener('input', () => check(field, errorId, true), { once: true });
   return right;
 }
 

@@ -71,7 +71,9 @@ function showRealtime({ realtime }) {
 
 function showSignatures({ signatures, update, now, reasons = [] }) {
   const texts = byId('signature-card').dataset;
-  const days = Math.floor((now - signatures.time) / DAY);
+  // What is old is told by the service, which knows of parts that are older than the newest.
+  const aged = reasons.find(({ reason }) => ['signatures_aging', 'signatures_outdated'].includes(reason));
+  const days = aged?.count ?? Math.floor((now - signatures.time) / DAY);
   // What ships for trying out scanners is loaded too, and counts as none.
   const real = signatures.loaded && !reasons.some(({ reason }) => reason === 'no_signatures');
   state('signatures-now', real ? fill(texts.age, { ago: ago.format(-days, 'day') }) : texts.none,

@@ -11,6 +11,7 @@ const group = new URLSearchParams(location.search).get('page') ?? 'shares';
 const LISTS = ['folders', 'sources'];
 
 const wordsFor = (list, key, value) => document.querySelector(`#${list} [data-${key}="${CSS.escape(value)}"]`);
+if (!wordsFor('groups', 'group', group)) location.replace(PROGRAM);
 const templateOf = ({ kind }) => (LISTS.includes(kind) ? 'lines' : kind === 'time' ? 'time-of-day' : kind);
 
 /** How a control's value is read as the setting's text, and the other way round. */
@@ -56,6 +57,10 @@ function describeNumber(entry, control, { least, most, unit, fallback }) {
   error.textContent = fill(error.dataset.text, { least, most });
   control.setAttribute('aria-describedby', `${control.id}-hint ${error.id}`);
   Object.assign(control, { min: least, max: most, required: fallback !== '' });
+  control.addEventListener('input', () => {
+    error.hidden = true;
+    control.removeAttribute('aria-invalid');
+  });
   entry.querySelector('.unit').textContent = unit || `${numberText(least)} – ${numberText(most)}`;
 }
 
