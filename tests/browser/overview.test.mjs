@@ -57,11 +57,11 @@ inEveryView('the service’s verdict is told as it is, and each of its reasons l
   await show(page, report({ verdict: 'attention', reasons: verdicts[1][3] }));
   assert.match(await page.locator('#reasons').textContent(), /x \(\/a⟨U\+202E⟩b\)/, 'a name does not turn its letters round');
   await view.suits(page);
-  const running = { id: '17_1', kind: 'scheduled', state: 4, total: 200, scanned: 50, found: 1, started: 0, ended: 0 };
+  const running = { id: '17_1', kind: 'scheduled', state: 4, total: 200, scanned: 50, skipped: 0, found: 1, bytesDone: 6, bytesTotal: 10, started: 0, ended: 0 };
   const ended = { ...running, state: 3, scanned: 1, ended: 1_799_990_000, notFullyScanned: 1, skipped: 2 };
   await show(page, report({ running: [running], lastScans: [ended] }));
   assert.equal(await page.locator('#scan-now').textContent(),
-    view.text('SCAN_RUNNING', { kind: view.text('SCHEDULED'), percent: 25, found: 1 }));
+    view.text('SCAN_RUNNING', { kind: view.text('SCHEDULED'), percent: 60, found: 1 }));
   assert.match(await page.locator('#scan-go').getAttribute('href'), /scan_progress_query&RequestID=17_1$/);
   const [before, after] = view.text('LAST_SCAN_UNSURE', { kind: view.text('SCHEDULED'), found: 1, scanned: 1, unsure: 3 }).split('{time}');
   const last = await page.locator('#last-scans li').textContent();

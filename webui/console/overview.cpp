@@ -85,12 +85,13 @@ void writeUpdate(JsonText& json, const Report& report) {
     });
 }
 
-void writeScan(JsonText& json, const protocol::ScanSummary& scan) {
+void writeScan(JsonText& json, const protocol::ScanSummary& scan, const protocol::ScanProgress& progress = {}) {
     json.object([&] {
         json.member("id", scan.id).member("kind", scan.kind).member("state", scan.state).member("total", scan.total);
         json.member("scanned", scan.scanned).member("found", scan.found);
         json.member("notFullyScanned", scan.notFullyScanned).member("skipped", scan.skipped);
         json.member("started", scan.started).member("ended", scan.ended);
+        json.member("bytesDone", progress.bytesDone).member("bytesTotal", progress.bytesTotal);
     });
 }
 
@@ -112,7 +113,7 @@ void writeScans(JsonText& json, const std::vector<protocol::ScanSummary>& scans)
     const auto isRunning = [](const auto& scan) { return scan.state == protocol::ScanState::RUNNING; };
     json.name("running").array([&] {
         for (const auto& scan : scans)
-            if (isRunning(scan)) writeScan(json, scan);
+            if (isRunning(scan)) writeScan(json, scan, askIfPossible(protocol::GetScanProgress{scan.id}));
     });
     json.name("lastScans").array([&] {
         for (const auto& scan : lastScans(scans)) writeScan(json, scan);

@@ -5,7 +5,7 @@ import { byId } from './form.js';
 import { showLastDays } from './last-days.js';
 import { showVerdict } from './verdict.js';
 import { watch } from './watch.js';
-import { fill, numberText, scanKindText, timeText } from './wording.js';
+import { fill, numberText, percentOf, scanKindText, timeText } from './wording.js';
 
 const DAY = 24 * 3600;
 const OLD = 7;
@@ -26,7 +26,7 @@ function state(id, text, look) {
 
 function runningText(scan) {
   const texts = byId('scan-card').dataset;
-  const percent = scan.total ? Math.floor((scan.scanned * 100) / scan.total) : 0;
+  const percent = percentOf(scan);
   return fill(scan.total ? texts.running : texts.counting,
     { kind: scanKindText(scan.kind), percent: String(percent), found: scan.found });
 }
@@ -118,6 +118,7 @@ watch(async () => {
     report = await getJson('./overview.cgi');
   } catch {
     showVerdict(null, true);
+    byId('setup').hidden = true;
     return;
   }
   offerFirstSteps(report);

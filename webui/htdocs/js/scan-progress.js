@@ -5,7 +5,7 @@ import { byId } from './form.js';
 import { readPageVariables } from './page-variables.js';
 import { makeClock, showFigures, showFinds } from './scan-details.js';
 import { watch } from './watch.js';
-import { fill } from './wording.js';
+import { fill, percentOf } from './wording.js';
 
 const RUNNING = 4;
 const AT_A_TIME = 200;
@@ -23,13 +23,6 @@ function announce(values) {
   if (step === spoken) return;
   spoken = step;
   byId('announcement').textContent = fill(byId('announcement').dataset.text, values);
-}
-
-/** How much is done: by bytes as far as they are known, as large files take long; else by files. */
-function percentOf({ scanned, skipped, total, bytesDone, bytesTotal }) {
-  if (total === 0) return 0;
-  const done = bytesTotal > 0 ? bytesDone / bytesTotal : (scanned + skipped) / total;
-  return Math.min(99, Math.floor(done * 100));
 }
 
 function showProgress(values, counting) {

@@ -44,6 +44,13 @@ export function sizeText(bytes) {
   return unitText(UNITS[power], bytes / 1000 ** power, power ? 'short' : 'long');
 }
 
+/** How much is done: by bytes as far as they are known, as large files take long; else by files. */
+export function percentOf({ scanned, skipped, total, bytesDone, bytesTotal }) {
+  if (total === 0) return 0;
+  const done = bytesTotal > 0 ? bytesDone / bytesTotal : (scanned + skipped) / total;
+  return Math.min(99, Math.floor(done * 100));
+}
+
 /** A number of whole days: "3 days". */
 export const daysText = (days) => unitText('day', days, 'long');
 
