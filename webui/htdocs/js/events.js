@@ -47,6 +47,9 @@ function changeText(whole, name, colon, change = '', after = '') {
 
 const settingsText = (detail) => detail.replace(/([A-Za-z]+\.\w+)([:：]\s?)("[^"]*" -> "([^"]*)")?/g, changeText);
 
+/** Only words of ours begin with a capital: names of files and malware stay as they are. */
+const capital = (text) => text.charAt(0).toLocaleUpperCase() + text.slice(1);
+
 /** The words of an event: the file, what was found, what was done. */
 function story(event) {
   const parts = [];
@@ -55,10 +58,11 @@ function story(event) {
     showName(path, event.path);
     parts.push(path);
   }
-  const scan = /^\d+_\d+$/.test(event.task) ? '' : event.task && scanKindText(event.task);
+  const scan = event.kind === 'update' || /^\d+_\d+$/.test(event.task) ? '' : event.task && scanKindText(event.task);
   const times = event.count > 1 ? fill(byId('event-words').dataset.times, { count: event.count }) : '';
   const detail = event.kind === 'settings' ? settingsText(event.detail) : event.detail;
-  const facts = [scan, event.signature, event.action, detail, times].filter(Boolean).map(visible);
+  const action = scan || event.signature || event.path ? event.action : capital(event.action);
+  const facts = [scan, event.signature, action, detail, times].filter(Boolean).map(visible);
   if (facts.length) parts.push(paragraph(event.path ? 'hint' : 'name', facts.join(' · ')));
   return parts;
 }
