@@ -61,8 +61,14 @@ protected:
         return std::getenv("KELDRA_LONG_FAULTS") ? many : usual;
     }
     virtual void cut() { service_.crash(); }
-    /// Puts something that the service did not write on the disk for good.
-    virtual void settle(const fs::path&) {}
+    /// Puts something that the service did not write on the disk for good. False when it may not be there.
+    virtual bool settle(const fs::path&) { return true; }
+    bool make(int file) try {
+        writeFile(nameOf(file), contentOf(file));
+        return settle(nameOf(file));
+    } catch (const std::runtime_error&) {
+        return false;
+    }
     int random(int below) {
         const std::lock_guard lock(mutex_);
         return std::uniform_int_distribution<int>(0, below - 1)(random_);
@@ -193,8 +199,8 @@ protected:
         Known& known = files_.at(static_cast<std::size_t>(file));
         const std::string path = nameOf(file);
         if (known.state == Known::NONE) {
-            writeFile(path, contentOf(file));
-            settle(path);
+            known.unsure = true;
+            if (!make(file)) return;
             known = {Known::IN_PLACE, false};
         }
         if (known.state == Known::IN_PLACE) {
@@ -232,6 +238,8 @@ protected:
         for (int file = 0; file < FILES; ++file) {
             SCOPED_TRACE(nameOf(file));
             Known& known = files_.at(static_cast<std::size_t>(file));
+            if (known.state == Known::NONE && known.unsure && readFile(nameOf(file)) != contentOf(file))
+                fs::remove(nameOf(file));
             const bool there = fs::exists(nameOf(file));
             inPlace += there ? 1 : 0;
             const int places = (there ? 1 : 0) + listed[nameOf(file)];
@@ -347,12 +355,14 @@ protected:
         EXPECT_TRUE(unmount() && mount());
         EXPECT_TRUE(!samples_ || samples_->mount());
     }
-    void settle(const fs::path& path) override {
+    bool settle(const fs::path& path) override {
+        bool settled = true;
         for (const fs::path& one : {path, path.parent_path()}) {
             const int fd = ::open(one.c_str(), O_RDONLY | O_CLOEXEC);
-            ::fsync(fd);
+            settled = ::fsync(fd) == 0 && settled;
             ::close(fd);
         }
+        return settled;
     }
 
     std::optional<OwnDisk> samples_;
