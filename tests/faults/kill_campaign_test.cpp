@@ -61,6 +61,8 @@ protected:
         return std::getenv("KELDRA_LONG_FAULTS") ? many : usual;
     }
     virtual void cut() { service_.crash(); }
+    /// Once no client does anything any more.
+    virtual void comeBack() {}
     /// Puts something that the service did not write on the disk for good. False when it may not be there.
     virtual bool settle(const fs::path&) { return true; }
     bool make(int file) try {
@@ -305,6 +307,7 @@ protected:
         for (int cut = 1; cut <= cuts; ++cut) {
             SCOPED_TRACE("cut " + std::to_string(cut));
             killOnce();
+            comeBack();
             const auto begin = std::chrono::steady_clock::now();
             ASSERT_TRUE(service_.start()) << service_.printed();
             slowest = std::max(slowest,
@@ -351,6 +354,8 @@ protected:
         cutPower();
         if (samples_) samples_->cutPower();
         service_.crash();
+    }
+    void comeBack() override {
         EXPECT_TRUE(!samples_ || samples_->unmount());
         EXPECT_TRUE(unmount() && mount());
         EXPECT_TRUE(!samples_ || samples_->mount());
