@@ -68,7 +68,7 @@ protected:
 
     /// An archive of one file of so many MiB.
     std::filesystem::path zipOfZeros(uint64_t size) const {
-        const std::filesystem::path zip = dir_ / "zeros.zip";
+        std::filesystem::path zip = dir_ / "zeros.zip";
         const std::filesystem::path member = dir_ / "zeros";
         writeFile(member, "begin");
         std::filesystem::resize_file(member, size << 20U);
