@@ -25,6 +25,8 @@ KeldradRunner::KeldradRunner(std::filesystem::path keldrad, std::filesystem::pat
 
 std::map<std::string, std::string> KeldradRunner::fullEnvironment() const {
     std::map<std::string, std::string> result = environment;
+    for (const char* const sanitizer : {"ASAN_OPTIONS", "UBSAN_OPTIONS"})
+        if (const char* const value = std::getenv(sanitizer)) result.emplace(sanitizer, value);
     result.emplace("PATH", "/usr/sbin:/usr/bin:/sbin:/bin");
     result.emplace("KELDRA_SOCKET", socket());
     result.emplace("KELDRA_KEY_FILE", file("key"));
