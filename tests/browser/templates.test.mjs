@@ -212,7 +212,8 @@ test('no text holds its own marker, which would make a page grow without end', (
 test('texts are safe in an attribute and keep the blanks to fill', () => {
   const blanks = (text) => [...new Set(text.match(/\{\w+(?=[}|])/g) ?? [])].sort();
   for (const language of languages) {
-    for (const line of read(join(templates, `texts/${language}/pages.txt`)).split('\n')) {
+    const texts = ['pages.txt', 'console.txt'].map((name) => read(join(templates, 'texts', language, name)));
+    for (const line of texts.join('').split('\n')) {
       const [, key, text] = /^([A-Z0-9_]+)=(.*)$/.exec(line) ?? [];
       if (!key) continue;
       assert.doesNotMatch(text, /[<>"\r]/, `${key} in ${language}: ${letters(text)}`);

@@ -82,9 +82,12 @@ std::string translated(const std::string& text) {
 }  // namespace
 
 CPageWrapper::CPageWrapper(ContentType type) : contentType_(type) {
-    const std::string locale = get_norv_locale();
-    addDStringItem("__LOCALE__", locale);
-    strings_.Initialize("../templates/" + locale + "/string.mui");
+    addDStringItem("__LOCALE__", get_norv_locale());
+    addTexts("string.mui");
+}
+
+void CPageWrapper::addTexts(const std::string& table) {
+    strings_.Initialize("../templates/" + get_norv_locale() + "/" + table);
 }
 
 void CPageWrapper::addHeader(const std::string& name, const std::string& value) {

@@ -16,6 +16,8 @@ public:
 
     /// An empty page that knows the console's language (item "__LOCALE__") and its string table.
     explicit CPageWrapper(ContentType type);
+    /// Looks markers up in a further table of that language as well; what it names goes before what was known.
+    void addTexts(const std::string& table);
 
     /// Each replaces an earlier entry of that name. Neither names nor values are escaped or checked.
     void addHeader(const std::string& name, const std::string& value);

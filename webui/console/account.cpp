@@ -2,6 +2,7 @@
 #include "webui/cgi/page_wrapper.h"
 #include "webui/cgi/utils/cookies.h"
 #include "webui/cgi/utils/encryption.h"
+#include "webui/console/console_page.h"
 #include "webui/console/json_response.h"
 
 #include <string>
@@ -91,8 +92,7 @@ int act(const ConsoleRequest& request) {
 int handle(const ConsoleRequest& request) {
     if (request.has("list")) return listAccount();
     if (request.has("action")) return requirePost(request) ? act(request) : 1;
-    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-    return page.outputPage("account.html") ? 0 : 1;
+    return showConsolePage("account.html");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "norv/protocol/events.h"
 #include "webui/cgi/page_wrapper.h"
+#include "webui/console/console_page.h"
 #include "webui/console/csv.h"
 #include "webui/console/json_response.h"
 #include "webui/console/service_text.h"
@@ -73,10 +74,7 @@ int exportEvents(const ConsoleRequest& request) {
     return answerDownload("text/csv; charset=utf-8", "keldra-events.csv", csv);
 }
 
-int showPage() {
-    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-    return page.outputPage("events.html") ? 0 : 1;
-}
+int showPage() { return showConsolePage("events.html"); }
 
 int handle(const ConsoleRequest& request) {
     if (request.has("csv")) return exportEvents(request);

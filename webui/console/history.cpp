@@ -1,5 +1,6 @@
 #include "norv/protocol/scans.h"
 #include "webui/cgi/page_wrapper.h"
+#include "webui/console/console_page.h"
 #include "webui/console/csv.h"
 #include "webui/console/json_response.h"
 #include "webui/console/service_text.h"
@@ -101,10 +102,7 @@ int exportFinds(const std::string& requestID) {
     return answerDownload(std::string(CSV_TYPE), "keldra-scan-" + requestID + ".csv", csv);
 }
 
-int showPage() {
-    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-    return page.outputPage("history.html") ? 0 : 1;
-}
+int showPage() { return showConsolePage("history.html"); }
 
 int handle(const ConsoleRequest& request) {
     if (request.has("csv")) return request.has("RequestID") ? exportFinds(request.text("RequestID")) : exportScans();

@@ -1,6 +1,7 @@
 #include "norv/protocol/notices.h"
 #include "norv/json_value.h"
 #include "webui/cgi/page_wrapper.h"
+#include "webui/console/console_page.h"
 #include "webui/console/json_response.h"
 #include "webui/console/service_text.h"
 
@@ -61,8 +62,7 @@ int test(const ConsoleRequest& request) {
 int handle(const ConsoleRequest& request) {
     if (request.has("list")) return listSettings();
     if (!request.has("action")) {
-        CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-        return page.outputPage("notices.html") ? 0 : 1;
+        return showConsolePage("notices.html");
     }
     if (!requirePost(request)) return 1;
     return request.text("action") == "test" ? test(request) : save(request);

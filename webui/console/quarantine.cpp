@@ -1,5 +1,6 @@
 #include "norv/protocol/quarantine.h"
 #include "webui/cgi/page_wrapper.h"
+#include "webui/console/console_page.h"
 #include "webui/console/json_response.h"
 #include "webui/console/service_text.h"
 
@@ -93,10 +94,7 @@ int list(const ConsoleRequest& request) {
     return answerJson(json.text());
 }
 
-int showPage() {
-    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-    return page.outputPage("quarantine.html") ? 0 : 1;
-}
+int showPage() { return showConsolePage("quarantine.html"); }
 
 int handle(const ConsoleRequest& request) {
     if (request.isPost() || request.has("action")) return act(request);

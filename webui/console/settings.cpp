@@ -1,5 +1,6 @@
 #include "norv/protocol/service_settings.h"
 #include "webui/cgi/page_wrapper.h"
+#include "webui/console/console_page.h"
 #include "webui/console/json_response.h"
 #include "webui/console/service_text.h"
 
@@ -31,10 +32,7 @@ int save(const ConsoleRequest& request) {
     return answerJson(json.text());
 }
 
-int showPage() {
-    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-    return page.outputPage("settings.html") ? 0 : 1;
-}
+int showPage() { return showConsolePage("settings.html"); }
 
 int handle(const ConsoleRequest& request) {
     if (request.isPost() || request.has("settings")) return save(request);

@@ -3,6 +3,7 @@
 #include "norv/protocol/settings.h"
 #include "norv/protocol/status.h"
 #include "webui/cgi/page_wrapper.h"
+#include "webui/console/console_page.h"
 #include "webui/console/json_response.h"
 #include "webui/console/service_text.h"
 
@@ -85,8 +86,7 @@ int apply(const ConsoleRequest& request) {
 int handle(const ConsoleRequest& request) {
     if (request.has("list")) return listState();
     if (request.has("action")) return apply(request);
-    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-    return page.outputPage("setup.html") ? 0 : 1;
+    return showConsolePage("setup.html");
 }
 
 }  // namespace

@@ -3,21 +3,19 @@
 #include "webui/cgi/au_config.h"
 #include "webui/cgi/page_wrapper.h"
 #include "webui/cgi/utils/response_pages.h"
+#include "webui/console/console_page.h"
 #include "webui/console/json_response.h"
 
 #include <string>
 
 namespace {
 
-void showMainPage() {
-    CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
-    page.outputPage("norv_main.html");
-}
+void showMainPage() { showConsolePage("norv_main.html"); }
 
 void showManualUpdate(const NORVConfig& config) {
     CPageWrapper page(CPageWrapper::CONTENT_TYPE_HTML);
     FillUpdateInformation(page, NORVAUConfig(config), UPDATE_MANUAL);
-    page.outputPage("update_manual.html");
+    showConsolePage("update_manual.html", page);
 }
 
 void showConfigurationError() {

@@ -27,9 +27,9 @@ export const template = (name) => execFileSync(join(root, 'scripts/make-page'),
 /** A language's table, marker to text. */
 export function stringTable(language) {
   const script = join(root, 'scripts/make-string-table');
-  const table = execFileSync(script, [join(templates, 'layout.html'), join(templates, `texts/${language}/pages.txt`)],
-    { encoding: 'latin1' });
-  return new Map(table.trimEnd().split('\n').map((line) => {
+  const tables = [[join(templates, 'layout.html'), 'pages.txt'], ['/dev/null', 'console.txt']]
+    .map(([layout, texts]) => execFileSync(script, [layout, join(templates, 'texts', language, texts)], { encoding: 'latin1' }));
+  return new Map(tables.join('').trimEnd().split('\n').map((line) => {
     const at = line.indexOf('=');
     return [line.slice(0, at), line.slice(at + 1)];
   }));
