@@ -145,6 +145,7 @@ void Updater::execute(const Request& request) noexcept {
     });
     std::string message;
     guarded([&] { message = outcome.message; });
+    UpdateStatus ended;
     {
         const std::lock_guard lock(mutex_);
         status_.running = false;
@@ -153,9 +154,11 @@ void Updater::execute(const Request& request) noexcept {
         status_.succeeded = outcome.succeeded;
         status_.installed = outcome.installed;
         status_.message = std::move(message);
+        guarded([&] { ended = status_; });
     }
+    // Without the lock, under which whoever starts the next one waits for this thread.
     guarded([&] {
-        if (hooks_.ended) hooks_.ended(status());
+        if (hooks_.ended) hooks_.ended(ended);
     });
 }
 
