@@ -21,9 +21,9 @@ namespace keldra {
 
 namespace {
 
-constexpr int BACKGROUND_NICE = 5;
-constexpr uint64_t BACKGROUND_SLICE = 100'000;  // nanoseconds, the least that the kernel takes
-constexpr int LOW_IO_PRIORITY = (2 << 13) | 7;  // best effort, the lowest level
+constexpr int BACKGROUND_NICE = 10;
+constexpr uint64_t BACKGROUND_SLICE = 100'000'000;  // nanoseconds, the most that the kernel takes
+constexpr int LOW_IO_PRIORITY = (2 << 13) | 7;      // best effort, the lowest level
 constexpr rlim_t MOST_DESCRIPTORS = 256;
 
 bool dropCapabilities() {
@@ -230,7 +230,8 @@ struct SchedulingAttributes {
     uint64_t period = 0;
 };
 
-/// Whoever asks for a page waits for the end of the slice that a scanner has just begun.
+/// Whoever has a shorter slice than what runs, as all others have, need not wait for its end: a page asked for does
+/// not.
 void lowerPriority() {
     const SchedulingAttributes attributes;
     if (::syscall(SYS_sched_setattr, 0, &attributes, 0) != 0) ::setpriority(PRIO_PROCESS, 0, BACKGROUND_NICE);
