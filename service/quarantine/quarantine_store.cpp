@@ -204,6 +204,7 @@ StoreResult QuarantineStore::placeByRename(const QuarantineRecord& record, const
     if (::fsync(origin.folder.get()) != 0) {
         NORV_LOG(NORV_LOG_WARNING, "the folder of %s cannot be synced: %s", record.item.path.c_str(),
                  errorText(errno).c_str());
+        placed.message += (placed.message.empty() ? "" : "; ") + std::string(NOT_ON_DISK);
     }
     return placed;
 }

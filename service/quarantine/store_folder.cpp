@@ -100,7 +100,7 @@ StoreResult StoreFolder::eraseRecord(const std::string& id) const {
     if (::unlinkat(get(), recordName(id).c_str(), 0) != 0 && errno != ENOENT) {
         return failure("The record of the file cannot be deleted");
     }
-    ::fsync(get());
+    if (::fsync(get()) != 0) return {true, NOT_ON_DISK, errno};
     return {true, "", 0};
 }
 

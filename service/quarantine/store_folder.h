@@ -19,6 +19,9 @@ struct StoreResult {
     int error = 0;        ///< errno of what failed
 };
 
+/// Told of what was done and what a disk refused to make last.
+inline constexpr const char* NOT_ON_DISK = "the disk did not take it yet, so a power cut could undo it";
+
 /// The quarantine's folder: for each item a record "<id>.json" and the content "<id>.data".
 class StoreFolder {
 public:

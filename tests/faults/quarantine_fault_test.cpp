@@ -230,6 +230,30 @@ TEST_P(QuarantineFaults, WhateverCallFailsTheFileIsInOnePlaceAndItCanBeDoneAgain
     EXPECT_EQ(filesIn(dir_ / "store"), 0U) << "a start leaves nothing of what failed";
 }
 
+TEST_P(QuarantineFaults, WhatTheDiskHasNotTakenYetIsTold) {
+    int told = 0;
+    bool fired = true;
+    for (int at = 1; fired; ++at) {
+        makeBad();
+        ASSERT_TRUE(take().done);
+        QuarantineResult result;
+        control().arm(faults::bit(faults::Call::FSYNC), at, EIO);
+        result = restore();
+        fired = control().disarm();
+        if (result.done && result.message.find("power cut") != std::string::npos) ++told;
+        EXPECT_TRUE(result.done || restore().done);
+        fs::remove(path_);
+    }
+    EXPECT_EQ(told, GetParam().renames == faults::Renames::NOT_BETWEEN_FOLDERS ? 0 : 1) << "or it is not done then";
+    makeBad();
+    ASSERT_TRUE(take().done);
+    control().arm(faults::bit(faults::Call::FSYNC), 1, EIO);
+    const QuarantineResult deleted = quarantine_->remove(quarantine_->list().front().id);
+    EXPECT_TRUE(control().disarm());
+    EXPECT_TRUE(deleted.done);
+    EXPECT_NE(deleted.message.find("power cut"), std::string::npos) << deleted.message;
+}
+
 /// Notes what was changed and is not on disk yet.
 class Unsynced {
 public:
