@@ -37,7 +37,7 @@ struct Range {
 constexpr std::array<Range, 6> UNSEEN{{{"\u0080", "\u009F"},
                                        {"\u061C", "\u061C"},
                                        {"\u200B", "\u200F"},
-                                       {"\u2028", "\u202E"},
+                                       {"\u2028", "\u202E"},  // NOLINT(misc-misleading-bidirectional)
                                        {"\u2060", "\u2069"},
                                        {"\uFEFF", "\uFEFF"}}};
 

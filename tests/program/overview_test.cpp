@@ -48,7 +48,7 @@ TEST_F(Overview, OneAnswerHoldsAllThatThePageShows) {
     const CgiResponse response = ask("overview.cgi");
     EXPECT_EQ(response.bytes.substr(0, JSON_HEAD.size()), JSON_HEAD);
     for (const char* part :
-         {R"("verdict":"attention","reasons":[{"reason":"share_missing","severity":"attention","text":"A folder",)"
+         {R"("verdict":"attention","reasons":[{"reason":"share_missing","severity":"attention","text":"A folder",)",
           R"("detail":"/srv/\"a\"","count":2,"unit":"folders"}])",
           R"("realtime":{"wanted":false,"running":true,"possible":true})", R"("loaded":true,"unloaded":true)",
           R"("update":{"running":true,"id":"9","progress":40,)", R"("running":[{"id":"18_1","kind":"manual","state":4)",

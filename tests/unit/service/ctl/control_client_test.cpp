@@ -9,6 +9,7 @@ TEST(Printable, AFileNameCannotCommandTheTerminal) {
     EXPECT_EQ(printable("a\xc2\x9b"
                         "2J\xc2\x85\xc2\xc2\x80"),
               "a\\xc2\\x9b2J\\xc2\\x85\\xc2\\xc2\\x80");
+    // NOLINTNEXTLINE(misc-misleading-bidirectional): what it is about
     EXPECT_EQ(printable("inv\u202Efdp\u200B\uFEFF.exe\u061C\u2069\u2028"),
               "inv\\xe2\\x80\\xaefdp\\xe2\\x80\\x8b\\xef\\xbb\\xbf.exe\\xd8\\x9c\\xe2\\x81\\xa9\\xe2\\x80\\xa8");
     EXPECT_EQ(printable("größe \xc2\xa0 雛 é"), "größe \xc2\xa0 雛 é");

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -76,7 +77,7 @@ private:
         char block[65536];
         if (!readable(connection, 2000)) return {};
         const ssize_t count = ::recv(connection, block, sizeof block, 0);
-        const std::string bytes(block, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        std::string bytes(block, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
         const std::lock_guard lock(mutex_);
         taken_ += bytes;
         return bytes;
@@ -160,8 +161,8 @@ protected:
         return settings;
     }
     static std::vector<Event> finds(int count) {
-        std::vector<Event> all;
-        for (int i = 0; i < count; ++i) all.push_back(find(i));
+        std::vector<Event> all(static_cast<std::size_t>(count));
+        std::generate(all.begin(), all.end(), [i = 0]() mutable { return find(i++); });
         return all;
     }
 

@@ -326,7 +326,7 @@ TEST_F(QuarantineLimitsTest, OldestGoOnlyAfterTheyWereAnnouncedForDays) {
     pass(limits_.announced - 3600);
     EXPECT_TRUE(limited_.find(oldest));
     EXPECT_TRUE(removed.empty());
-    pass(2 * 3600);
+    pass(int64_t{2} * 3600);
     EXPECT_FALSE(limited_.find(oldest));
     EXPECT_EQ(removed, std::vector<std::string>{oldest}) << "never silently";
     EXPECT_TRUE(limited_.find(newest));

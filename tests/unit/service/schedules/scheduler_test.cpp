@@ -82,7 +82,7 @@ TEST_F(SchedulerTest, AScanRunsOnceAtItsTimeEachDay) {
     boot();
     at(MIDNIGHT + 3 * HOUR - 1);
     EXPECT_EQ(scans_, 0);
-    for (int i = 0; i < 5; ++i) at(MIDNIGHT + 3 * HOUR + i * 30);
+    for (int64_t i = 0; i < 5; ++i) at(MIDNIGHT + 3 * HOUR + i * 30);
     EXPECT_EQ(scans_, 1);
     EXPECT_EQ(scheduler_->lastScan(), MIDNIGHT + 3 * HOUR);
     EXPECT_EQ(scheduler_->nextScan(), MIDNIGHT + DAY + 3 * HOUR);
