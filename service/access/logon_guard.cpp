@@ -13,6 +13,9 @@ namespace {
 /// Longer than any real address.
 constexpr std::size_t MAX_KEY = 128;
 constexpr std::size_t NETWORK_BYTES = 8;
+constexpr std::size_t SITE_BYTES = 6;
+constexpr const char* TOO_MANY = "Too many failed attempts from this address. Wait a while.";
+constexpr const char* TOO_MANY_IN_ALL = "Too many failed attempts from many addresses. Wait a while.";
 constexpr const char* NETWORK_SUFFIX = "/64";
 /// This machine's own: any of its users has sixteen million of them.
 constexpr const char* LOOPBACK = "127.0.0.1";
@@ -48,6 +51,17 @@ std::string keyOf(std::string address) {
     return std::string(text.data()) + NETWORK_SUFFIX;
 }
 
+/// All that one tenant is likely to have: the /24, of IPv6 the /48. Of text that is no address, itself.
+std::string neighbourhoodOf(const std::string& key) {
+    in_addr four{};
+    if (::inet_pton(AF_INET, key.c_str(), &four) == 1) return key.substr(0, key.rfind('.'));
+    in6_addr six{};
+    if (::inet_pton(AF_INET6, key.substr(0, key.find('/')).c_str(), &six) != 1) return key;
+    std::fill(std::begin(six.s6_addr) + SITE_BYTES, std::end(six.s6_addr), std::uint8_t{0});
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    return ::inet_ntop(AF_INET6, &six, text.data(), text.size());
+}
+
 /// Whether nobody outside of the local network can have such an address.
 bool isLocal(const std::string& key) {
     in_addr four{};
@@ -76,11 +90,18 @@ std::int64_t LogonGuard::waitOf(const Entry& entry, std::int64_t now) const {
     return std::max<std::int64_t>(entry.last + waitAfter(entry.failures) - now, 0);
 }
 
+/// When there is no room, an eighth of the others goes, so that not each new address costs a look at all.
 LogonGuard::Entry& LogonGuard::entryOf(Entries& entries, const std::string& key) const {
     if (const auto found = entries.find(key); found != entries.end()) return found->second;
     if (entries.size() >= capacity_) {
-        entries.erase(std::min_element(entries.begin(), entries.end(),
-                                       [](const auto& a, const auto& b) { return a.second.last < b.second.last; }));
+        std::vector<std::int64_t> times;
+        times.reserve(entries.size());
+        for (const auto& [address, entry] : entries) times.push_back(entry.last);
+        const auto newest = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 8);
+        std::nth_element(times.begin(), newest, times.end());
+        std::erase_if(entries, [last = *newest, room = times.size() / 8 + 1](const auto& entry) mutable {
+            return entry.second.last <= last && room > 0 && room-- > 0;
+        });
     }
     return entries[key];
 }
@@ -98,23 +119,55 @@ LogonGuard::Shared& LogonGuard::sharedBy(const std::string& key) {
     return shared;
 }
 
-std::string LogonGuard::admit(const std::string& address) {
-    const std::string key = keyOf(address);
-    const std::lock_guard lock(mutex_);
-    const std::int64_t now = clock_.steadyMilliseconds();
+bool LogonGuard::mustWait(const std::string& key) const {
     const auto found = failing_.find(key);
-    if (found != failing_.end() && waitOf(found->second, now) > 0)
-        return "Too many failed attempts from this address. Wait a while.";
-    if (!known_.contains(key)) {
-        Shared& shared = sharedBy(key);
-        if (shared.left == 0) return "Too many failed attempts from many addresses. Wait a while.";
-        --shared.left;
-    }
+    return found != failing_.end() && waitOf(found->second, clock_.steadyMilliseconds()) > 0;
+}
+
+void LogonGuard::count(const std::string& key) {
+    const std::int64_t now = clock_.steadyMilliseconds();
     Entry& entry = entryOf(failing_, key);
     if (now - entry.last > FORGET_AFTER * 1000) entry.failures = 0;
     ++entry.failures;
     entry.last = now;
+}
+
+std::string LogonGuard::admit(const std::string& address) {
+    const std::string key = keyOf(address);
+    const std::lock_guard lock(mutex_);
+    if (mustWait(key)) return TOO_MANY;
+    count(key);
     return {};
+}
+
+std::string LogonGuard::admitCode(const std::string& address) {
+    const std::string key = keyOf(address);
+    const std::lock_guard lock(mutex_);
+    if (mustWait(key)) return TOO_MANY;
+    if (!known_.contains(key)) {
+        Shared& shared = sharedBy(key);
+        if (shared.left == 0) return TOO_MANY_IN_ALL;
+        --shared.left;
+    }
+    count(key);
+    return {};
+}
+
+void LogonGuard::withdraw(const std::string& address) {
+    const std::lock_guard lock(mutex_);
+    const auto found = failing_.find(keyOf(address));
+    if (found == failing_.end()) return;
+    if (found->second.failures <= 1)
+        failing_.erase(found);
+    else
+        --found->second.failures;
+}
+
+LogonPlace LogonGuard::placeOf(const std::string& address) const {
+    const std::string key = keyOf(address);
+    const std::lock_guard lock(mutex_);
+    const auto found = failing_.find(key);
+    return {neighbourhoodOf(key), found == failing_.end() ? 0 : found->second.failures, known_.contains(key)};
 }
 
 void LogonGuard::succeeded(const std::string& address) {

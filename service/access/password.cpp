@@ -23,6 +23,7 @@ namespace {
 constexpr std::size_t MAX_HASH_FILE = 1024;
 /// The line behind the hash of a password that must be changed.
 constexpr const char* MUST_CHANGE = "must change";
+constexpr const char* NO_KEY = "The key that passwords are enciphered with cannot be read";
 constexpr unsigned long SALT_BYTES = 32;
 /// Cost parameter of yescrypt; 5 is the recommended one (about 20 ms and 16 MiB).
 constexpr unsigned long COST = 5;
@@ -104,6 +105,14 @@ PasswordCheck PasswordFile::check(const std::string& password) const {
     if (hash.empty() && errno == ENOMEM) return {.trouble = "There is not enough memory to check the password."};
     if (hash.empty()) return {};
     return {.fits = constantTimeEqual(hash, stored), .mustChange = saysMustChange(*content), .mark = markOf(*content)};
+}
+
+PasswordCheck PasswordFile::checkEnciphered(const std::string& enciphered) const {
+    std::string password;
+    int error = 0;
+    if (dm_decryptString(enciphered, password, &error)) return check(password);
+    if (error == 0) return {};
+    return {.trouble = std::string(NO_KEY) + (error == EINVAL ? "." : ": " + errorText(error))};
 }
 
 /// Called with the lock held.

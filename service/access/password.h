@@ -34,6 +34,10 @@ public:
     /// Whether `password` is the one whose hash the file holds. Takes some 20 ms; one at a time.
     PasswordCheck check(const std::string& password) const;
 
+    /// The same for a password as it travels to the service. One that cannot be deciphered is wrong, unless there is no
+    /// key for it.
+    PasswordCheck checkEnciphered(const std::string& enciphered) const;
+
     /// Tells one password set from the next, also when the same one was set again; empty when there is none. What it
     /// says is as new as the file; the file is read only when it is another one.
     std::string mark();

@@ -63,7 +63,8 @@ std::optional<SecondFactor::Record> SecondFactor::read(std::string& trouble) con
             readJson(list->value, record.recovery);
     }
     if (record.secret.size() == SECRET_BYTES) return record;
-    trouble = "The second step of the log-on cannot be read. Whoever administers this server can switch it off.";
+    trouble = text ? "The second step of the log-on cannot be read. Whoever administers this server can switch it off."
+                   : "The second step of the log-on cannot be read: " + errorText(error);
     NORV_LOG(NORV_LOG_ERROR, "%s cannot be used: %s", file_.c_str(), text ? "malformed" : errorText(error).c_str());
     return std::nullopt;
 }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -145,6 +146,15 @@ FileDescriptor openPlainFolder(const std::string& path) {
     if (!folder || descriptorPath(folder.get()) == path) return folder;
     errno = ELOOP;
     return {};
+}
+
+bool canOpenMore(std::size_t count) {
+    std::array<FileDescriptor, 64> files;
+    return std::all_of(files.begin(), files.begin() + static_cast<std::ptrdiff_t>(std::min(count, files.size())),
+                       [](FileDescriptor& file) {
+                           file.reset(::open("/", O_PATH | O_CLOEXEC));
+                           return static_cast<bool>(file);
+                       });
 }
 
 std::string errorText(int error) { return std::generic_category().message(error); }

@@ -53,6 +53,9 @@ std::string descriptorPath(int fd);
 /// otherwise. `path`: absolute, without "." and "..".
 FileDescriptor openPlainFolder(const std::string& path);
 
+/// Whether so many files more can be opened at this moment; 64 at most.
+bool canOpenMore(std::size_t count);
+
 /// The system's text for an errno.
 std::string errorText(int error);
 

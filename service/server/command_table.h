@@ -17,8 +17,8 @@ enum class Right : std::uint8_t { EVERYBODY, FIRST, LOGGED_ON, OWNER };
 
 /// Where a command's handler runs. What is answered from memory, but for a rare look at a file, is done AT_ONCE, on the
 /// thread that received it: a page of the console asks several such questions, and each change of threads would cost as
-/// much as the answer.
-enum class Runs : std::uint8_t { AT_ONCE, GENERAL, SAVING, FOLDERS, LOG_ON };
+/// much as the answer. IN_TURN: like LOG_ON, but of those who wait the ones first that asked least.
+enum class Runs : std::uint8_t { AT_ONCE, GENERAL, SAVING, FOLDERS, LOG_ON, IN_TURN };
 
 /// What a command that was done proves about its connection. THIS_SESSION: that it has the session the request names;
 /// NEW_SESSION: the one that the reply names.
@@ -53,6 +53,8 @@ IPCMessage answerWith(Handler handler, const Parts& parts, const Command& comman
 
 /// Why something is refused that may well be done a moment later.
 inline constexpr const char* TOO_MUCH = "Too much is being done already. Try again in a moment.";
+
+inline constexpr const char* TOO_MANY_LOGONS = "Too many are trying to log on. Try again in a minute.";
 
 /// A reply with result 2. `why`: an English sentence, may be empty.
 IPCMessage refusal(const IPCMessage& request, const char* why);

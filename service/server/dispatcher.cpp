@@ -49,6 +49,7 @@ WorkLane& laneOf(Lanes& lanes, Runs runs) {
         case Runs::FOLDERS:
             return lanes.folders;
         case Runs::LOG_ON:
+        case Runs::IN_TURN:
             return lanes.logOns;
         case Runs::AT_ONCE:
         case Runs::GENERAL:
@@ -60,7 +61,11 @@ WorkLane& laneOf(Lanes& lanes, Runs runs) {
 }  // namespace
 
 Dispatcher::Dispatcher(asio::io_context& io, Parts parts, Lanes& lanes, Chronicle& chronicle)
-    : parts_(std::move(parts)), lanes_(lanes), chronicle_(chronicle), sweeping_(io) {}
+    : parts_(std::move(parts)),
+      lanes_(lanes),
+      chronicle_(chronicle),
+      logonTurns_(io, std::get<LogonGuard&>(parts_), lanes.logOns, std::get<const Running&>(parts_).clock),
+      sweeping_(io) {}
 
 /// Answers and tells the journal of it; of a gate only what it refuses.
 IPCMessage Dispatcher::told(Handler handler, const Command& command, const Caller& caller, const IPCMessage& request,
@@ -95,7 +100,17 @@ void Dispatcher::answer(IPCMessage request, const Caller& caller, Reply reply) {
         if (refused.result != IPCMessage::RESULT_OK) return reply({std::move(refused)});
     }
     if (command->runs == Runs::AT_ONCE) return reply(done(*command, caller, request));
+    if (command->runs == Runs::IN_TURN) return putInTurn(*command, std::move(request), caller, std::move(reply));
     postTo(laneOf(lanes_, command->runs), *command, std::move(request), caller, std::move(reply));
+}
+
+void Dispatcher::putInTurn(const Command& command, IPCMessage request, const Caller& caller, Reply reply) {
+    const auto once = std::make_shared<OneReply>(std::move(reply));
+    const auto asked = std::make_shared<const IPCMessage>(std::move(request));
+    logonTurns_.put(
+        asked->value<std::string>("RemoteAddr"),
+        [this, once, asked, &command, caller] { once->give(done(command, caller, *asked)); },
+        [once, asked] { once->give({refusal(*asked, TOO_MANY_LOGONS)}); });
 }
 
 void Dispatcher::postTo(WorkLane& lane, const Command& command, IPCMessage request, const Caller& caller, Reply reply) {
@@ -107,6 +122,11 @@ void Dispatcher::postTo(WorkLane& lane, const Command& command, IPCMessage reque
     if (command.runs == Runs::FOLDERS) late = [once, asked] { once->give({refusal(*asked, TOO_LATE)}); };
     if (!lane.post(work, late)) return once->give({refusal(*asked, TOO_MUCH)});
     sweepLater();
+}
+
+void Dispatcher::stop() {
+    sweeping_.cancel();
+    logonTurns_.stop();
 }
 
 void Dispatcher::sweepLater() {

@@ -4,6 +4,7 @@
 #include "service/server/chronicle.h"
 #include "service/server/command_table.h"
 #include "service/server/lanes.h"
+#include "service/server/logon_turns.h"
 #include "service/server/parts.h"
 
 #include <asio/io_context.hpp>
@@ -19,9 +20,10 @@ public:
 
     /// Calls `reply` once, at once or later.
     void answer(IPCMessage request, const Caller& caller, Reply reply);
-    void stop() { sweeping_.cancel(); }
+    void stop();
 
 private:
+    void putInTurn(const Command& command, IPCMessage request, const Caller& caller, Reply reply);
     void postTo(WorkLane& lane, const Command& command, IPCMessage request, const Caller& caller, Reply reply);
     IPCMessage told(Handler handler, const Command& command, const Caller& caller, const IPCMessage& request,
                     bool isGate) const;
@@ -31,6 +33,7 @@ private:
     const Parts parts_;
     Lanes& lanes_;
     Chronicle& chronicle_;
+    LogonTurns logonTurns_;
     asio::steady_timer sweeping_;
     bool swept_ = false;
 };

@@ -69,6 +69,7 @@ bool listShareProposals(IPCMessage& reply);
 // handlers_session.cpp
 /// Counts an attempt to log on; refuses it when there were too many.
 bool admitLogOn(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply);
+bool admitCode(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply);
 bool logOn(ConfigurationStore& configuration, PasswordFile& password, LogonGuard& guard, SessionStore& sessions,
            SecondFactor& factor, PendingLogons& pending, const IPCMessage& request, IPCMessage& reply);
 /// The end of a log-on that was right in every respect; not a handler.

@@ -1,4 +1,3 @@
-#include "norv/crypto.h"
 #include "norv/log.h"
 #include "norv/protocol/session.h"
 #include "service/access/logon_guard.h"
@@ -17,8 +16,7 @@ namespace {
 /// Whoever asks shows once more who it is. False, with `Message`, when the password does not fit.
 bool knowsPassword(PasswordFile& file, LogonGuard& guard, const Caller& caller, const std::string& enciphered,
                    IPCMessage& reply) {
-    std::string password;
-    const PasswordCheck check = dm_decryptString(enciphered, password) ? file.check(password) : PasswordCheck();
+    const PasswordCheck check = file.checkEnciphered(enciphered);
     if (!check.trouble.empty()) return refuse(check.trouble, reply);
     if (!check.fits) return refuse("The present password is wrong.", reply);
     if (!caller.owner) guard.succeeded(caller.address);

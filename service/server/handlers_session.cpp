@@ -19,16 +19,9 @@ bool knownUser(const NORVConfig& config, const std::string& user) {
     return expected.empty() || constantTimeEqual(user, expected);
 }
 
-/// Looks at an enciphered password. One that cannot be read is wrong.
-PasswordCheck lookAt(const PasswordFile& file, const std::string& enciphered) {
-    std::string password;
-    return dm_decryptString(enciphered, password) ? file.check(password) : PasswordCheck();
-}
-
-bool admit(LogonGuard& guard, const std::string& address, IPCMessage& reply) {
-    const std::string why = guard.admit(address);
+bool admitted(const std::string& why, const std::string& address, IPCMessage& reply) {
     if (why.empty()) return true;
-    NORV_LOG(NORV_LOG_REFUSED, "Password from %s not looked at: %s", address.c_str(), why.c_str());
+    NORV_LOG(NORV_LOG_REFUSED, "Attempt from %s not looked at: %s", address.c_str(), why.c_str());
     return refuse(why, reply);
 }
 
@@ -46,7 +39,13 @@ bool ended(const SessionStore& sessions, IPCMessage& reply) {
 }  // namespace
 
 bool admitLogOn(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply) {
-    return admit(guard, protocol::read<protocol::LogOn>(request).remoteAddress, reply);
+    const std::string address = protocol::read<protocol::LogOn>(request).remoteAddress;
+    return admitted(guard.admit(address), address, reply);
+}
+
+bool admitCode(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply) {
+    const std::string address = protocol::read<protocol::SecondStep>(request).remoteAddress;
+    return admitted(guard.admitCode(address), address, reply);
 }
 
 bool logOn(ConfigurationStore& configuration, PasswordFile& password, LogonGuard& guard, SessionStore& sessions,
@@ -54,7 +53,7 @@ bool logOn(ConfigurationStore& configuration, PasswordFile& password, LogonGuard
     const auto wanted = protocol::read<protocol::LogOn>(request);
     const std::string& address = wanted.remoteAddress;
     // The password is looked at whoever asks, so the time taken does not tell which names exist.
-    const PasswordCheck check = lookAt(password, wanted.password);
+    const PasswordCheck check = password.checkEnciphered(wanted.password);
     if (!check.fits || !knownUser(*configuration.snapshot(), wanted.user)) {
         NORV_LOG(NORV_LOG_REFUSED, "Log-on from %s refused", address.c_str());
         return check.trouble.empty() ? false : refuse(check.trouble, reply);
@@ -115,13 +114,13 @@ bool liftBlock(LogonGuard& guard, const IPCMessage& request, IPCMessage& reply) 
 }
 
 bool admitPasswordChange(LogonGuard& guard, const Caller& caller, IPCMessage& reply) {
-    return caller.owner || admit(guard, caller.address, reply);
+    return caller.owner || admitted(guard.admit(caller.address), caller.address, reply);
 }
 
 bool changePassword(PasswordFile& password, LogonGuard& guard, SessionStore& sessions, const Caller& caller,
                     const IPCMessage& request, IPCMessage& reply) {
     const auto change = protocol::read<protocol::ChangePassword>(request);
-    const PasswordCheck check = lookAt(password, change.password);
+    const PasswordCheck check = password.checkEnciphered(change.password);
     if (!check.trouble.empty()) return refuse(check.trouble, reply);
     if (!check.fits) return refuse("The present password is wrong.", reply);
     if (!caller.owner) guard.succeeded(caller.address);

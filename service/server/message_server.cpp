@@ -53,8 +53,9 @@ private:
     void accepted(const asio::error_code& error, stream_protocol::socket socket) noexcept;
     void take(stream_protocol::socket socket);
     void acceptLater(int error) noexcept;
+    void acceptNext() noexcept;
     std::optional<Caller> callerAt(stream_protocol::socket& socket);
-    bool closeOldest();
+    bool closeOldest(std::chrono::milliseconds idle = std::chrono::milliseconds(0));
     void sweepLater();
     void sweep();
 
@@ -134,19 +135,29 @@ void MessageServer::Impl::take(stream_protocol::socket socket) {
     sweepLater();
 }
 
-/// No descriptor or memory for another connection: an idle one makes room, and the next try comes a little later.
+/// No descriptor or memory for another connection: an idle one makes room, and the next try comes a little later. The
+/// kernel says so before anybody has come, so one that has just been taken stays: its request is on its way.
 void MessageServer::Impl::acceptLater(int error) noexcept {
     hub_->complaints.note("no connection can be accepted, error", static_cast<std::size_t>(error));
-    closeOldest();
+    closeOldest(ACCEPT_PAUSE);
     try {
         pause_.expires_after(ACCEPT_PAUSE);
         pause_.async_wait([self = shared_from_this()](const asio::error_code& stopped) {
-            if (!stopped) self->accept();
+            if (!stopped) self->acceptNext();
         });
     } catch (const std::exception&) {
         std::this_thread::sleep_for(ACCEPT_PAUSE);
         accept();
     }
+}
+
+/// Tries again once somebody has come.
+void MessageServer::Impl::acceptNext() noexcept try {
+    acceptor_.async_wait(stream_protocol::acceptor::wait_read, [self = shared_from_this()](const asio::error_code&) {
+        if (self->acceptor_.is_open()) self->accept();
+    });
+} catch (const std::exception&) {
+    accept();
 }
 
 /// Who has connected; nothing when that is nobody who may.
@@ -161,10 +172,12 @@ std::optional<Caller> MessageServer::Impl::callerAt(stream_protocol::socket& soc
     return {};
 }
 
-bool MessageServer::Impl::closeOldest() {
+/// Of those that have waited for so long at least.
+bool MessageServer::Impl::closeOldest(std::chrono::milliseconds idle) {
+    const auto latest = std::chrono::steady_clock::now() - idle;
     std::shared_ptr<Connection> oldest;  // held, since closing takes it out of the set
     for (const auto& connection : hub_->connections) {
-        if (!connection->expendable()) continue;
+        if (!connection->expendable() || connection->since() > latest) continue;
         if (oldest == nullptr || connection->since() < oldest->since()) oldest = connection;
     }
     if (oldest == nullptr) return false;

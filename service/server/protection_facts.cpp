@@ -4,6 +4,7 @@
 #include "norv/scan_config.h"
 #include "service/access/session_store.h"
 #include "service/base/clock.h"
+#include "service/base/files.h"
 #include "service/events/event_journal.h"
 #include "service/quarantine/quarantine.h"
 #include "service/scanning/scan_jobs.h"
@@ -17,6 +18,9 @@ namespace keldra {
 namespace {
 
 using Facts = ProtectionFacts;
+
+/// A scan takes some, a save two.
+constexpr std::size_t FILES_WANTED = 16;
 
 Facts::Signatures signaturesOf(const EngineState& state) {
     if (state.database == EngineState::Database::LOADED) return Facts::Signatures::LOADED;
@@ -115,6 +119,7 @@ Protection protectionOf(const Witnesses& witnesses, const Testimony& heard) {
     addRealtime(heard.realtime, facts);
     addDisks(heard.disks, facts);
     addQuarantine(witnesses.quarantine.use(), facts);
+    facts.openFilesShort = !canOpenMore(FILES_WANTED);
     return judgeProtection(facts);
 }
 

@@ -159,6 +159,8 @@ constexpr std::array ROWS{
         [](const Facts& f) { return found(f.filesNotScanned > 0, {}, f.filesNotScanned, FILES); }},
     Row{"disk_full", ATTENTION, "The disk of the service is full: nothing more can be stored or put into quarantine.",
         [](const Facts& f) { return diskFull(f, true); }},
+    Row{"open_files", ATTENTION, "Too many files are open: not everything can be scanned or stored.",
+        [](const Facts& f) { return found(f.openFilesShort); }},
     Row{"not_saved", ATTENTION, "The service cannot write what it has to remember.",
         [](const Facts& f) { return found(f.unsaved); }},
     Row{"disk_nearly_full", ATTENTION, "The disk of the service is nearly full.",

@@ -62,6 +62,7 @@ struct ProtectionFacts {
     std::string hangingRoot{};             ///< one that does not answer
     std::uint64_t stateFree = UINT64_MAX;  ///< bytes
     std::uint64_t stateSize = UINT64_MAX;  ///< bytes
+    bool openFilesShort = false;           ///< hardly a file more can be opened
     std::uint64_t quarantineUsed = 0;      ///< bytes
     std::uint64_t quarantineLimit = 0;     ///< bytes; 0: none
     std::uint64_t quarantineFiles = 0;

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -59,11 +60,13 @@ bool parseKey(std::string_view text, Key& key) {
            base16_decode_final(&decoder) == 1 && length == key.size();
 }
 
-bool readKey(Key& key) {
+bool readKey(Key& key, int* error = nullptr) {
     const FileDescriptor file(::open(keyFile(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     std::array<char, 2 * SIV_CMAC_AES128_KEY_SIZE + 2> text{};
     const ssize_t count = file ? ::read(file.get(), text.data(), text.size()) : -1;
+    const int failure = count < 0 ? errno : EINVAL;
     const bool good = count > 0 && parseKey({text.data(), static_cast<std::size_t>(count)}, key);
+    if (error) *error = good ? 0 : failure;
     explicit_bzero(text.data(), text.size());
     if (!good) NORV_LOG(NORV_LOG_REFUSED, "No key of 64 hexadecimal digits in %s", keyFile());
     return good;
@@ -110,10 +113,11 @@ int dm_encryptString(const char* text, char* out, std::size_t size) {
     return static_cast<int>(encoded.size());
 }
 
-bool dm_decryptString(std::string_view encrypted, std::string& text) {
+bool dm_decryptString(std::string_view encrypted, std::string& text, int* keyError) {
+    if (keyError) *keyError = 0;
     const auto decoded = base64Decode(encrypted);
     Key key{};
-    if (!decoded || decoded->size() < OVERHEAD || !readKey(key)) return false;
+    if (!decoded || decoded->size() < OVERHEAD || !readKey(key, keyError)) return false;
     const auto* const bytes = reinterpret_cast<const uint8_t*>(decoded->data());
     const Cipher cipher(key);
     explicit_bzero(key.data(), key.size());

@@ -1,6 +1,9 @@
 #include "norv/crypto.h"
 #include "norv/json_value.h"
+#include "norv/scan_config.h"
 #include "tests/service/service_test.h"
+
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <array>
@@ -76,19 +79,54 @@ TEST_F(SessionTest, GuessingIsSlowedDownForTheGuesserOnlyUntilTheBlockIsLifted) 
     EXPECT_NE(logOn(PASSWORD, "admin", "203.0.113.9"), "");
 }
 
-TEST_F(SessionTest, AFloodOfGuessesHoldsUpNeitherOtherCommandsNorTheOwner) {
+TEST_F(SessionTest, AFloodOfGuessesHoldsUpNeitherOtherCommandsNorARightPasswordFromANewAddress) {
     ASSERT_TRUE(service_.start());
     std::atomic<bool> stop = false;
     std::vector<std::jthread> attackers;
-    for (int i = 0; i < 40; ++i)
+    for (int i = 0; i < 64; ++i)
         attackers.emplace_back([this, i, &stop] {
-            for (int n = 0; !stop; ++n) logOn("guess", "admin", "10.0." + std::to_string(i) + "." + std::to_string(n));
+            for (int n = 0; !stop; ++n)
+                logOn("guess", "admin", "198.18." + std::to_string(i) + "." + std::to_string(n));
         });
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    // By then those have used up what is looked at without waiting.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(get(SERVICE_STATUS).result, 1);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
+    EXPECT_EQ(logOn("mistyped"), "");
+    EXPECT_NE(logOn(PASSWORD), "");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(9)) << "one turn of each, at 0.1 s";
+    EXPECT_NE(logOn(PASSWORD, "admin", "2001:db8::7"), "");
     stop = true;
+    service_.crash();
+}
+
+TEST_F(SessionTest, ThatTooManyFilesAreOpenIsSaidWhereverItIsTheReason) {
+    ASSERT_TRUE(service_.start());
+    IPCMessage logOn(IPCMessage::SESSION, PASSWORD_LOGON);
+    logOn.addParam("Password", enciphered(PASSWORD));
+    logOn.addParam("User", "admin");
+    logOn.addParam("RemoteAddr", "192.0.2.7");
+    // One is left, for the connection, once those of the start have gone.
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    rlimit limit{};
+    ASSERT_EQ(::prlimit(service_.pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+    rlimit low = limit;
+    low.rlim_cur = 1;
+    const std::string files = "/proc/" + std::to_string(service_.pid()) + "/fd/";
+    for (bool free = false; !free; free = !std::filesystem::is_symlink(files + std::to_string(low.rlim_cur - 1)))
+        ++low.rlim_cur;
+    ASSERT_EQ(::prlimit(service_.pid(), RLIMIT_NOFILE, &low, nullptr), 0);
+    const auto said = [](const IPCMessage& reply) { return reply.value<std::string>("Message"); };
+    EXPECT_EQ(said(service_.ask(logOn).value_or(IPCMessage())),
+              "The key that passwords are enciphered with cannot be read: Too many open files");
+    const NORVManualScanConfig record;
+    EXPECT_EQ(said(store(MANUAL_SCAN_CONFIG, "ManualScanConfig", record)),
+              "The settings could not be saved: Too many open files");
+    EXPECT_NE(get(SERVICE_STATUS).value<std::string>("Reasons").find("\"open_files\""), std::string::npos);
+    ASSERT_EQ(::prlimit(service_.pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    EXPECT_EQ(service_.ask(logOn).value_or(IPCMessage()).result, 1);
+    EXPECT_EQ(get(SERVICE_STATUS).value<std::string>("Reasons").find("\"open_files\""), std::string::npos);
 }
 
 TEST_F(SessionTest, AWrongNameOrAnUndecipherablePasswordIsRefused) {

@@ -15,6 +15,8 @@
 namespace {
 
 constexpr unsigned long CSRF_TOKEN_BYTES = 32;
+/// Seconds; while others guess, a log-on waits for its turn, but shorter than that and than web servers wait.
+constexpr unsigned int LOGON_TIMEOUT = 50;
 
 constexpr const char* WRONG =
     "The user name or the password is wrong. After several failed attempts there is a short wait.";
@@ -46,8 +48,8 @@ LogOn openSession(const CQSControl& qs) {
         NORV_LOG(NORV_LOG_REFUSED, "encrypt_string() failed.");
         return {.reason = NO_KEY};
     }
-    const auto answer =
-        askService(protocol::LogOn{.user = qs.getEnv("tfUserName"), .password = password, .remoteAddress = address});
+    const protocol::LogOn wanted{.user = qs.getEnv("tfUserName"), .password = password, .remoteAddress = address};
+    const auto answer = askService(wanted, LOGON_TIMEOUT);
     if (!answer.reached) return {.reason = NO_ANSWER};
     return answer ? LogOn{answer.reply.id, answer.reply.ticket.value_or("")} : LogOn{.reason = answer.message};
 }

@@ -10,8 +10,8 @@ inline constexpr unsigned int SERVICE_TIMEOUT = 10;
 
 /// Asks the service for what `request` names.
 template <typename Request>
-auto askService(const Request& request) {
-    return protocol::ask(request, SERVICE_TIMEOUT);
+auto askService(const Request& request, unsigned int timeout = SERVICE_TIMEOUT) {
+    return protocol::ask(request, timeout);
 }
 
 /// Asks the service for a settings record. False, with the record untouched, when it does not answer, refuses, or sends

@@ -23,8 +23,9 @@ std::optional<std::string> base64Decode(std::string_view text);
 /// value below 1 when the key is missing or malformed or the text does not fit.
 int dm_encryptString(const char* text, char* out, std::size_t size);
 
-/// The way back, for the service. False when the text was not made by `dm_encryptString` under the same key.
-bool dm_decryptString(std::string_view encrypted, std::string& text);
+/// The way back, for the service. False when the text was not made by `dm_encryptString` under the same key, or when
+/// there is no key: `keyError` is then an errno, EINVAL for a malformed one, and 0 otherwise.
+bool dm_decryptString(std::string_view encrypted, std::string& text, int* keyError = nullptr);
 
 /// Whether two texts are equal, in a time that depends on their lengths only.
 bool constantTimeEqual(std::string_view a, std::string_view b);

@@ -90,21 +90,22 @@ TEST(LogonGuardTest, ARightPasswordForgivesWhatWasTypedWrongBefore) {
     }
 }
 
-TEST(LogonGuardTest, ManyAddressesShareFewAttemptsAndLockNoKnownOneOut) {
+TEST(LogonGuardTest, ManyAddressesShareFewCodesAndLockNoPasswordOut) {
     TestClock clock;
     LogonGuard guard(clock, 64);
     guard.know("10.9.9.9");
     std::int64_t looked = 0;
     for (int i = 0; i < 2000; ++i)
-        looked += guard.admit("10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250)).empty();
+        looked += guard.admitCode("10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250)).empty();
     EXPECT_EQ(looked, LogonGuard::SHARED_ATTEMPTS);
-    EXPECT_EQ(guard.admit("10.9.9.9"), "");
-    EXPECT_EQ(guard.admit("203.0.113.7"), "") << "other networks do not share with these";
-    EXPECT_NE(guard.admit("192.168.1.7"), "");
+    EXPECT_EQ(guard.admitCode("10.9.9.9"), "");
+    EXPECT_EQ(guard.admitCode("203.0.113.7"), "") << "other networks do not share with these";
+    EXPECT_EQ(guard.admit("192.168.1.7"), "") << "a password is not a code";
+    EXPECT_NE(guard.admitCode("192.168.1.7"), "");
     EXPECT_TRUE(guard.lift("192.168.1.7")) << "the owner vouches for it";
-    EXPECT_EQ(guard.admit("192.168.1.7"), "");
+    EXPECT_EQ(guard.admitCode("192.168.1.7"), "");
     clock.pass(10);
-    for (int i = 0; i < 100; ++i) looked += guard.admit("10.1.0." + std::to_string(i)).empty();
+    for (int i = 0; i < 100; ++i) looked += guard.admitCode("10.1.0." + std::to_string(i)).empty();
     EXPECT_EQ(looked, LogonGuard::SHARED_ATTEMPTS + 10'000 / LogonGuard::SHARED_REFILL);
 }
 

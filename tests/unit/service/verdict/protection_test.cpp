@@ -78,6 +78,7 @@ TEST(ProtectionTest, EachThingThatSpeaksAgainstItIsTheOnlyReasonAndStandsInTheHa
         {"scan_overdue", ATTENTION, [](F& f) { f.lastScanned = NOW - 36 * DAY; }, "", 36},
         {"files_not_scanned", ATTENTION, [](F& f) { f.filesNotScanned = 4; }, "", 4},
         {"disk_full", ATTENTION, [](F& f) { f.stateFree = 0; }, ""},
+        {"open_files", ATTENTION, [](F& f) { f.openFilesShort = true; }, ""},
         {"not_saved", ATTENTION, [](F& f) { f.unsaved = {"no room"}; }, "no room", 1},
         {"disk_nearly_full", ATTENTION, [](F& f) { f.stateFree = std::uint64_t{300} << 20U; }, "", 300},
         {"quarantine_full", ATTENTION,
