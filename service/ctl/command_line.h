@@ -1,5 +1,8 @@
 #pragma once
 
+#include "service/ctl/fault.h"
+#include "service/ctl/output.h"
+
 #include <CLI/CLI.hpp>
 
 #include <functional>
@@ -31,19 +34,22 @@ void describeUpdate(CLI::App& app, Run& run);      // update
 void describeSettings(CLI::App& app, Run& run);    // settings …
 void describeSessions(CLI::App& app, Run& run);    // sessions …
 
-/// Adds a command whose options are kept as long as the parser; `run` gets the options.
+/// Adds a command whose options are kept as long as the parser; `run` gets the options. Every command knows --json.
 template <typename Options>
 CLI::App* addCommand(CLI::App& parent, Run& run, const char* name, const char* help, Options*& options,
                      int (*action)(const Options&)) {
     CLI::App* const command = parent.add_subcommand(name, help);
     const auto kept = std::make_shared<Options>();
     options = kept.get();
+    command->add_flag("--json", jsonWanted(), "What it says as JSON, its errors too");
     command->callback([kept, &run, action] { run = [kept, action] { return action(*kept); }; });
     return command;
 }
 
-/// Says on standard error what went wrong; returns `status`.
-int fail(const std::string& sentence, int status = STATUS_ERROR);
+/// Says on standard error what went wrong, and as an object on standard output where JSON is wanted; returns `status`.
+int fail(const Fault& fault, int status = STATUS_ERROR);
 void print(const std::string& line);
+/// Says that a command is done, with what there is to say of it. Returns its status.
+int done(const std::string& message = {});
 
 }  // namespace keldra

@@ -6,9 +6,10 @@
 
 namespace keldra {
 
-std::string faultOf(bool reached, const std::string& message) {
-    if (!reached) return "The service does not answer. Is keldrad running, and may this user talk to it?";
-    return message.empty() ? "The service refused." : message;
+Fault faultOf(bool reached, const std::string& message) {
+    if (!reached)
+        return {FAULT_NO_ANSWER, "The service does not answer. Is keldrad running, and may this user talk to it?"};
+    return {FAULT_REFUSED, message.empty() ? "The service refused." : message};
 }
 
 std::string timeText(std::int64_t time, const char* never) {

@@ -2,6 +2,7 @@
 
 #include "norv/printable.h"
 #include "norv/protocol/call.h"
+#include "service/ctl/fault.h"
 
 #include <cstdint>
 #include <string>
@@ -17,11 +18,12 @@ auto ask(const Request& request) {
     return protocol::ask(request, CONTROL_TIMEOUT);
 }
 
-/// Why a request is not done, in one sentence. `reached` and `message`: as in its answer.
-std::string faultOf(bool reached, const std::string& message);
+/// Why a request is not done. `reached` and `message`: as in its answer.
+Fault faultOf(bool reached, const std::string& message);
 template <typename Reply>
-std::string faultOf(const protocol::Answer<Reply>& answer) {
-    return faultOf(answer.reached, answer.done ? "What the service answered cannot be read." : answer.message);
+Fault faultOf(const protocol::Answer<Reply>& answer) {
+    if (answer.done) return {FAULT_UNREADABLE, "What the service answered cannot be read."};
+    return faultOf(answer.reached, answer.message);
 }
 
 using ::printable;

@@ -1,4 +1,5 @@
 #include "norv/protocol/events.h"
+#include "norv/service_text.h"
 #include "service/ctl/command_line.h"
 #include "service/ctl/control_client.h"
 #include "service/ctl/output.h"
@@ -24,7 +25,6 @@ struct EventsOptions {
     std::int64_t days = 0;
     std::uint64_t limit = 100;
     bool csv = false;
-    bool json = false;
 };
 
 protocol::ListEvents questionOf(const EventsOptions& options) {
@@ -38,9 +38,10 @@ protocol::ListEvents questionOf(const EventsOptions& options) {
 
 void printEvent(const protocol::Event& event) {
     std::string line = timeText(event.time) + "  " + event.severity + "  " + event.kind;
-    for (const std::string& part : {event.task, event.path, event.signature, event.action, event.detail})
+    for (const std::string& part :
+         {event.task, event.path, event.signature, event.action, eventDetailText(Words(), event.kind, event.detail)})
         if (!part.empty()) line += "  " + printable(part);
-    if (event.count != 1) line += "  (" + std::to_string(event.count) + ")";
+    if (event.count != 1) line += "  (" + std::to_string(event.count) + " times)";
     if (!event.user.empty() || !event.address.empty())
         line += "  by " + printable(event.user) + (event.address.empty() ? "" : " from " + printable(event.address));
     print(line);
@@ -52,7 +53,8 @@ std::string shown(T number) {
     return std::to_string(number);
 }
 
-void printCsv(const protocol::Event& event) {
+void printCsv(protocol::Event event) {
+    event.detail = eventDetailText(Words(), event.kind, event.detail);
     std::string line;
     protocol::Event::visit(
         event, [&line](const char*, const auto& field) { line += (line.empty() ? "" : ",") + shown(field); });
@@ -62,7 +64,7 @@ void printCsv(const protocol::Event& event) {
 int runEvents(const EventsOptions& options) {
     protocol::ListEvents question = questionOf(options);
     LowerJson json;
-    std::string fault;
+    Fault fault;
     if (options.csv) print("id,time,kind,severity,task,path,signature,action,detail,user,address,count");
     json.array([&] {
         for (std::uint64_t left = options.limit; left > 0 && fault.empty();) {
@@ -72,13 +74,13 @@ int runEvents(const EventsOptions& options) {
             const auto& events = answer.reply.events;
             if (events.empty()) break;
             for (const protocol::Event& event : events)
-                options.json ? void(json.value(event)) : options.csv ? printCsv(event) : printEvent(event);
+                jsonWanted() ? void(json.value(event)) : options.csv ? printCsv(event) : printEvent(event);
             question.before = events.back().id;
             left -= std::min<std::uint64_t>(left, events.size());
         }
     });
     if (!fault.empty()) return fail(fault);
-    if (options.json) print(json.text());
+    if (jsonWanted()) print(json.text());
     return STATUS_DONE;
 }
 
@@ -95,7 +97,7 @@ void describeEvents(CLI::App& app, Run& run) {
     events->add_option("--days", options->days, "Only of so many days")->check(CLI::PositiveNumber);
     events->add_option("--limit", options->limit, "At most so many")->check(CLI::PositiveNumber)->capture_default_str();
     CLI::Option* const csv = events->add_flag("--csv", options->csv, "As lines of CSV");
-    events->add_flag("--json", options->json, "As a JSON list")->excludes(csv);
+    events->get_option("--json")->excludes(csv);
 }
 
 }  // namespace keldra

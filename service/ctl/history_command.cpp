@@ -11,7 +11,6 @@ namespace {
 
 struct HistoryOptions {
     std::string kind;
-    bool json = false;
 };
 
 int runHistory(const HistoryOptions& options) {
@@ -20,7 +19,7 @@ int runHistory(const HistoryOptions& options) {
     auto& scans = answer.reply.scans;
     if (!options.kind.empty())
         std::erase_if(scans, [&options](const protocol::ScanSummary& scan) { return scan.kind != options.kind; });
-    if (options.json) return print(lowerJson(scans)), STATUS_DONE;
+    if (jsonWanted()) return print(lowerJson(scans)), STATUS_DONE;
     for (const protocol::ScanSummary& scan : scans)
         print(scan.id + "  " + timeText(scan.started) + "  " + scan.kind + "  " + scan.outcome + "  " +
               std::to_string(scan.scanned) + " scanned, " + std::to_string(scan.found) + " infected, " +
@@ -36,7 +35,6 @@ void describeHistory(CLI::App& app, Run& run) {
     CLI::App* const history = addCommand(app, run, "history", "List the scans, newest first", options, runHistory);
     history->add_option("--kind", options->kind, "Only those of a kind")
         ->check(CLI::IsMember({protocol::KIND_MANUAL, protocol::KIND_SCHEDULED, protocol::KIND_PATH}));
-    history->add_flag("--json", options->json, "As a JSON list");
 }
 
 }  // namespace keldra

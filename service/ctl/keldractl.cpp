@@ -1,12 +1,14 @@
+#include "norv/printable.h"
 #include "service/base/version.h"
 #include "service/ctl/command_line.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <string>
-#include <string_view>
+#include <vector>
 
 namespace {
 
@@ -14,29 +16,52 @@ using keldra::fail;
 using keldra::STATUS_ERROR;
 using keldra::STATUS_UNKNOWN;
 
-/// What is wrong with the words, in one sentence.
-std::string wrongUse(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv) {
-    const CLI::App* current = &app;
-    for (int i = 1; i < argc && !current->get_subcommands([](const CLI::App*) { return true; }).empty(); ++i) {
-        std::string word = argv[i];
-        if (word == "--socket") ++i;
-        if (word.starts_with('-')) continue;
+using keldra::Fault;
+
+bool isEveryCommand(const CLI::App*) { return true; }
+
+/// The first word that is no command or option of ours; nothing when all are.
+Fault unknownWord(const CLI::App*& current, const std::vector<std::string>& words) {
+    for (std::size_t i = 0; i < words.size() && words[i] != "--"; ++i) {
+        const std::string& word = words[i];
+        if (word.size() > 1 && word[0] == '-') {
+            const std::string name = word.substr(0, word.find('='));
+            const CLI::Option* const option = current->get_option_no_throw(name);
+            if (!option)
+                return {keldra::FAULT_UNKNOWN_OPTION, "unknown option \"" + printable(name) + "\"; --help says more"};
+            if (option->get_items_expected_max() > 0 && name == word) ++i;
+            continue;
+        }
+        if (current->get_subcommands(isEveryCommand).empty()) continue;
         const auto named = current->get_subcommands([&word](const CLI::App* one) { return one->check_name(word); });
-        if (named.empty()) return "unknown command \"" + word + "\"; keldractl --help lists them";
+        if (named.empty())
+            return {keldra::FAULT_UNKNOWN_COMMAND,
+                    "unknown command \"" + printable(word) + "\"; keldractl --help lists them"};
         current = named.front();
     }
+    return {};
+}
+
+/// What is wrong with the words.
+Fault wrongUse(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& words) {
+    const CLI::App* current = &app;
+    if (Fault unknown = unknownWord(current, words); !unknown.empty()) return unknown;
     std::string commands;
-    for (const CLI::App* const one : current->get_subcommands([](const CLI::App*) { return true; }))
+    for (const CLI::App* const one : current->get_subcommands(isEveryCommand))
         commands.append(commands.empty() ? "" : ", ").append(one->get_name());
-    if (!commands.empty() && error.get_name() == "RequiredError") return "one of these must follow: " + commands;
-    return std::string(error.what()) + "; --help says more";
+    if (!commands.empty() && error.get_name() == "RequiredError")
+        return {keldra::FAULT_ARGUMENTS, "one of these must follow: " + commands};
+    return {keldra::FAULT_ARGUMENTS, printable(error.what()) + "; --help says more"};
 }
 
 /// Its status is never one that `status` has for a verdict.
-int refuse(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv) {
-    const bool isStatus = argc > 1 && std::string_view(argv[1]) == "status";
+int refuse(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& words) {
+    const bool isStatus = !words.empty() && words[0] == "status";
     if (error.get_exit_code() == 0) return app.exit(error);
-    return fail(wrongUse(app, error, argc, argv), isStatus ? STATUS_UNKNOWN : STATUS_ERROR);
+    // The parser stopped before it knew.
+    const auto end = std::find(words.begin(), words.end(), "--");
+    keldra::jsonWanted() = std::find(words.begin(), end, "--json") != end;
+    return fail(wrongUse(app, error, words), isStatus ? STATUS_UNKNOWN : STATUS_ERROR);
 }
 
 }  // namespace
@@ -56,11 +81,11 @@ int main(int argc, char** argv) try {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return refuse(app, error, argc, argv);
+        return refuse(app, error, {argv + std::min(argc, 1), argv + argc});
     }
     if (!socket.empty()) ::setenv("KELDRA_SOCKET", socket.c_str(), 1);
     // What goes wrong is told on standard error; the log is the service's.
     return run();
 } catch (const std::exception& error) {
-    return fail(error.what());
+    return fail({keldra::FAULT_FAILED, error.what()});
 }

@@ -17,6 +17,7 @@ int runMetrics(const MetricsOptions& options) {
     const auto answer = ask(protocol::GetMetrics{options.format});
     if (!answer) return fail(faultOf(answer));
     const std::string& text = answer.reply.text;
+    if (jsonWanted()) return print(lowerJson(answer.reply)), STATUS_DONE;
     return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() ? STATUS_DONE : STATUS_ERROR;
 }
 

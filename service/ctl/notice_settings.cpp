@@ -36,7 +36,7 @@ bool take(const JsonValue& json, auto& member) {
 
 }  // namespace
 
-std::string addNotices(JsonDocument& settings, bool secrets) {
+Fault addNotices(JsonDocument& settings, bool secrets) {
     const auto answer = ask(protocol::GetNotices{secrets});
     if (!answer) return faultOf(answer);
     JsonText json;
@@ -50,8 +50,8 @@ std::string addNotices(JsonDocument& settings, bool secrets) {
     return {};
 }
 
-std::string takeNotices(const JsonValue& fields, protocol::SetNotices& wanted) {
-    if (!fields.IsObject()) return std::string(NOTICES_GROUP) + " is no object.";
+Fault takeNotices(const JsonValue& fields, protocol::SetNotices& wanted) {
+    if (!fields.IsObject()) return {FAULT_VALUE, std::string(NOTICES_GROUP) + " is no object."};
     const auto stored = ask(protocol::GetNotices());
     if (!stored) return faultOf(stored);
     static_cast<protocol::NoticeSettings&>(wanted) = static_cast<const protocol::NoticeSettings&>(stored.reply);
@@ -64,15 +64,19 @@ std::string takeNotices(const JsonValue& fields, protocol::SetNotices& wanted) {
             known = true;
             fits = take(field.value, member);
         });
-        if (!known) return std::string("There is no setting ") + NOTICES_GROUP + "." + name + ".";
-        if (!fits) return std::string(NOTICES_GROUP) + "." + name + " is of another type; see settings get.";
+        if (!known) return {FAULT_NOT_FOUND, std::string("There is no setting ") + NOTICES_GROUP + "." + name + "."};
+        if (!fits)
+            return {FAULT_VALUE, std::string(NOTICES_GROUP) + "." + name + " is of another type; see settings get."};
     }
     return {};
 }
 
-std::string storeNotices(const protocol::SetNotices& wanted) {
+Fault storeNotices(const protocol::SetNotices& wanted) {
     const auto answer = ask(wanted);
-    return answer ? "" : std::string(NOTICES_GROUP) + ": " + faultOf(answer);
+    if (answer) return {};
+    Fault fault = faultOf(answer);
+    fault.message.insert(0, std::string(NOTICES_GROUP) + ": ");
+    return fault;
 }
 
 }  // namespace keldra

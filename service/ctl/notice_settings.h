@@ -2,6 +2,7 @@
 
 #include "norv/json_types.h"
 #include "norv/protocol/notices.h"
+#include "service/ctl/fault.h"
 
 #include <string>
 
@@ -11,10 +12,10 @@ namespace keldra {
 inline constexpr const char* NOTICES_GROUP = "notices";
 
 /// Adds the notices' settings to an object of groups; `secrets`: with the secrets. Returns why not, or nothing.
-std::string addNotices(JsonDocument& settings, bool secrets);
+Fault addNotices(JsonDocument& settings, bool secrets);
 /// Lays fields of that form over the stored settings. Returns what is wrong with them, or nothing.
-std::string takeNotices(const JsonValue& fields, protocol::SetNotices& wanted);
+Fault takeNotices(const JsonValue& fields, protocol::SetNotices& wanted);
 /// Stores them. Returns what is wrong, or nothing.
-std::string storeNotices(const protocol::SetNotices& wanted);
+Fault storeNotices(const protocol::SetNotices& wanted);
 
 }  // namespace keldra

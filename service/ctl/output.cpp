@@ -8,9 +8,32 @@
 
 namespace keldra {
 
-int fail(const std::string& sentence, int status) {
-    std::fprintf(stderr, "keldractl: %s\n", sentence.c_str());
+bool& jsonWanted() {
+    static bool wanted = false;
+    return wanted;
+}
+
+int fail(const Fault& fault, int status) {
+    if (jsonWanted()) {
+        JsonText json;
+        json.object([&] {
+            json.name("error").object([&] { json.member("code", fault.code).member("message", fault.message); });
+        });
+        print(json.text());
+    }
+    std::fprintf(stderr, "keldractl: %s\n", fault.message.c_str());
     return status;
+}
+
+int done(const std::string& message) {
+    if (jsonWanted()) {
+        JsonText json;
+        json.object([&] { json.member("message", message); });
+        print(json.text());
+    } else if (!message.empty()) {
+        print(message);
+    }
+    return STATUS_DONE;
 }
 
 void print(const std::string& line) { std::printf("%s\n", line.c_str()); }

@@ -11,6 +11,9 @@
 
 namespace keldra {
 
+/// Whether JSON was asked for; set by the parser.
+bool& jsonWanted();
+
 /// A name of the protocol as keldractl prints it: "RequestID" and "requestId" give "request_id".
 std::string lowerName(std::string_view name);
 

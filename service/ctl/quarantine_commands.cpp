@@ -14,7 +14,6 @@ namespace {
 
 struct QuarantineOptions {
     std::string id;
-    bool json = false;
 };
 
 void printItem(const protocol::QuarantinedFile& item) {
@@ -24,7 +23,7 @@ void printItem(const protocol::QuarantinedFile& item) {
 
 /// Calls `each` for all items, newest first. Returns why not, or nothing. What is put away meanwhile moves the others
 /// on, so some come twice.
-std::string forEachItem(const std::function<void(const protocol::QuarantinedFile&)>& each) {
+Fault forEachItem(const std::function<void(const protocol::QuarantinedFile&)>& each) {
     std::set<std::string> seen;
     for (std::size_t from = 0, before = 1; seen.size() != before;) {
         before = seen.size();
@@ -37,19 +36,19 @@ std::string forEachItem(const std::function<void(const protocol::QuarantinedFile
     return {};
 }
 
-int runQuarantineList(const QuarantineOptions& line) {
-    std::string fault;
+int runQuarantineList(const QuarantineOptions&) {
+    Fault fault;
     LowerJson json;
     json.array([&] {
         fault = forEachItem([&](const protocol::QuarantinedFile& item) {
-            if (line.json)
+            if (jsonWanted())
                 json.value(item);
             else
                 printItem(item);
         });
     });
     if (!fault.empty()) return fail(fault);
-    if (line.json) print(json.text());
+    if (jsonWanted()) print(json.text());
     return STATUS_DONE;
 }
 
@@ -62,7 +61,7 @@ int runQuarantineShow(const QuarantineOptions& line) {
     const auto answer = ask(protocol::GetQuarantined{line.id});
     if (!answer) return fail(faultOf(answer));
     const protocol::QuarantinedFile& item = answer.reply.item;
-    if (line.json) return print(lowerJson(item)), STATUS_DONE;
+    if (jsonWanted()) return print(lowerJson(item)), STATUS_DONE;
     protocol::QuarantinedFile::visit(
         item, [](const char* name, const auto& field) { print(lowerName(name) + ": " + shown(field)); });
     return STATUS_DONE;
@@ -72,14 +71,13 @@ template <typename Request>
 int runQuarantineChange(const QuarantineOptions& line) {
     const auto answer = ask(Request{line.id});
     if (!answer) return fail(faultOf(answer));
-    if (!answer.reply.message.empty()) print(printable(answer.reply.message));
-    return STATUS_DONE;
+    return done(printable(answer.reply.message));
 }
 
-int runTrusted(const QuarantineOptions& line) {
+int runTrusted(const QuarantineOptions&) {
     const auto answer = ask(protocol::GetTrusted());
     if (!answer) return fail(faultOf(answer));
-    if (line.json) return print(lowerJson(answer.reply.trusted)), STATUS_DONE;
+    if (jsonWanted()) return print(lowerJson(answer.reply.trusted)), STATUS_DONE;
     for (const auto& entry : answer.reply.trusted) print(entry.sha256 + "  " + printable(entry.name));
     return STATUS_DONE;
 }
@@ -98,19 +96,16 @@ void describeQuarantine(CLI::App& app, Run& run) {
     CLI::App* const quarantine = app.add_subcommand("quarantine", "Look after the files put away");
     quarantine->require_subcommand(1);
     QuarantineOptions* options = nullptr;
-    addCommand(*quarantine, run, "list", "List them, newest first", options, runQuarantineList)
-        ->add_flag("--json", options->json, "As a JSON list");
+    addCommand(*quarantine, run, "list", "List them, newest first", options, runQuarantineList);
     CLI::App* const show =
         addCommand(*quarantine, run, "show", "Show all that is known about one", options, runQuarantineShow);
     show->add_option("id", options->id)->required();
-    show->add_flag("--json", options->json, "As a JSON object");
     using namespace protocol;
     describeChange<RestoreQuarantined>(*quarantine, run, "restore", "Put one back where it was; never overwrites");
     describeChange<DeleteQuarantined>(*quarantine, run, "delete", "Delete one for good");
     describeChange<TrustQuarantined>(*quarantine, run, "trust", "Never again report files of its content");
     describeChange<Distrust>(*quarantine, run, "distrust", "Take a SHA-256 off the trusted ones", "sha256");
-    addCommand(*quarantine, run, "trusted", "List what is trusted", options, runTrusted)
-        ->add_flag("--json", options->json, "As a JSON list");
+    addCommand(*quarantine, run, "trusted", "List what is trusted", options, runTrusted);
 }
 
 }  // namespace keldra

@@ -29,7 +29,6 @@ struct ScanOptions {
     std::vector<std::string> paths;
     bool act = false;
     unsigned int workers = 0;
-    bool json = false;
 };
 
 std::atomic<bool> interrupted{false};
@@ -43,12 +42,12 @@ void printFind(const protocol::ScanFind& find) {
 }
 
 /// Prints the finds from number `from` on; returns the number after the last one.
-std::size_t printFinds(const std::string& id, std::size_t from, bool json) {
+std::size_t printFinds(const std::string& id, std::size_t from) {
     for (;;) {
         const auto answer = ask(protocol::GetScanFinds{id, from});
         const auto& finds = answer.reply.finds;
         if (!answer || finds.empty()) return from;
-        if (json)
+        if (jsonWanted())
             print(lowerJson(finds));
         else
             std::for_each(finds.begin(), finds.end(), printFind);
@@ -56,15 +55,35 @@ std::size_t printFinds(const std::string& id, std::size_t from, bool json) {
     }
 }
 
-int printSummary(const protocol::ScanProgress& scan, bool json) {
-    if (json) {
-        print(lowerJson(scan));
+/// As the history lists it.
+protocol::ScanSummary summaryOf(const std::string& id, const protocol::ScanProgress& scan) {
+    return {.id = id,
+            .kind = scan.kind,
+            .state = scan.state,
+            .total = static_cast<uint64_t>(scan.total),
+            .scanned = static_cast<uint64_t>(scan.scanned),
+            .found = static_cast<uint64_t>(scan.found),
+            .notFullyScanned = scan.notFullyScanned,
+            .skipped = scan.skipped,
+            .bytes = scan.bytes,
+            .started = scan.started,
+            .ended = scan.ended,
+            .message = scan.message,
+            .outcome = scan.outcome,
+            .lastFile = scan.lastFile,
+            .saved = scan.saved};
+}
+
+int printSummary(const std::string& id, const protocol::ScanProgress& scan) {
+    if (jsonWanted()) {
+        print(lowerJson(summaryOf(id, scan)));
     } else {
         print("Scanned " + std::to_string(scan.scanned) + ", infected " + std::to_string(scan.found) +
               ", not fully scanned " + std::to_string(scan.notFullyScanned) + ", skipped " +
               std::to_string(scan.skipped));
     }
-    if (scan.state != ScanState::COMPLETED) return fail("The scan did not run to its end. " + scan.message);
+    if (scan.state != ScanState::COMPLETED)
+        return fail({FAULT_INCOMPLETE, "The scan did not run to its end. " + scan.message});
     if (scan.found > 0) return STATUS_FOUND;
     return scan.notFullyScanned + scan.skipped > 0 ? STATUS_ERROR : STATUS_DONE;
 }
@@ -79,7 +98,7 @@ void showScan(ProgressBar& bar, const protocol::ScanProgress& scan) {
     bar.show(scan.bytesDone, scan.counting ? 0 : scan.bytesTotal, remark);
 }
 
-int follow(const std::string& id, bool json) {
+int follow(const std::string& id) {
     ProgressBar bar;
     std::size_t printed = 0;
     bool stopped = false;
@@ -88,8 +107,8 @@ int follow(const std::string& id, bool json) {
         const auto answer = ask(protocol::GetScanProgress{id});
         if (!answer) return fail(faultOf(answer));
         bar.clear();
-        printed = printFinds(id, printed, json);
-        if (answer.reply.state != ScanState::RUNNING) return printSummary(answer.reply, json);
+        printed = printFinds(id, printed);
+        if (answer.reply.state != ScanState::RUNNING) return printSummary(id, answer.reply);
         showScan(bar, answer.reply);
         std::this_thread::sleep_for(POLL_INTERVAL);
     }
@@ -102,7 +121,7 @@ int runScan(const ScanOptions& line) {
         ask(protocol::StartPathScan{.paths = joinPathList(paths), .act = line.act, .workers = line.workers});
     if (!answer) return fail(faultOf(answer));
     std::signal(SIGINT, [](int) { interrupted = true; });
-    return follow(answer.reply.requestId, line.json);
+    return follow(answer.reply.requestId);
 }
 
 }  // namespace
@@ -120,7 +139,6 @@ void describeScan(CLI::App& app, Run& run) {
     scan->add_option("--workers", options->workers, "Files scanned at a time; 0: the service decides")
         ->check(CLI::Range(0U, protocol::MAX_WORKERS))
         ->capture_default_str();
-    scan->add_flag("--json", options->json, "As JSON, one text per line: lists of finds, then the counts");
 }
 
 }  // namespace keldra

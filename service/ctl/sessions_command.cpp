@@ -1,3 +1,4 @@
+#include "norv/counted.h"
 #include "norv/protocol/session.h"
 #include "service/ctl/command_line.h"
 #include "service/ctl/control_client.h"
@@ -19,19 +20,19 @@ struct SessionsOptions {
     std::string id;
     std::string address;
     bool all = false;
-    bool json = false;
 };
 
-int runList(const SessionsOptions& options) {
+int runList(const SessionsOptions&) {
     const auto answer = ask(protocol::GetSessions());
     if (!answer) return fail(faultOf(answer));
-    if (options.json) return print(lowerJson(answer.reply)), STATUS_DONE;
+    if (jsonWanted()) return print(lowerJson(answer.reply)), STATUS_DONE;
     for (const protocol::OpenSession& session : answer.reply.sessions)
         print(session.id.substr(0, SHOWN_ID) + "  " + printable(session.user) + "  " + printable(session.address) +
               "  since " + timeText(session.begun) + ", last used " + timeText(session.lastUse));
     for (const protocol::BlockedAddress& blocked : answer.reply.blocked)
-        print("blocked: " + printable(blocked.address) + "  " + std::to_string(blocked.failures) +
-              " failed attempts, for " + durationText(blocked.seconds));
+        print("blocked: " + printable(blocked.address) + "  " +
+              counted(static_cast<uint64_t>(blocked.failures), "failed attempt", "failed attempts") + ", for " +
+              durationText(blocked.seconds));
     if (answer.reply.sessions.empty() && answer.reply.blocked.empty()) print("Nobody is logged on.");
     return STATUS_DONE;
 }
@@ -45,14 +46,14 @@ std::vector<std::string> idsOf(const std::vector<protocol::OpenSession>& session
 }
 
 int runEnd(const SessionsOptions& options) {
-    if (options.all != options.id.empty()) return fail("name one session, or --all");
+    if (options.all != options.id.empty()) return fail({FAULT_ARGUMENTS, "name one session, or --all"});
     const auto answer = ask(protocol::GetSessions());
     if (!answer) return fail(faultOf(answer));
     const std::vector<std::string> ids = idsOf(answer.reply.sessions, options.id);
-    if (!options.all && ids.empty()) return fail("There is no such session.");
-    if (!options.all && ids.size() > 1) return fail("Several sessions begin like that.");
+    if (!options.all && ids.empty()) return fail({FAULT_NOT_FOUND, "There is no such session."});
+    if (!options.all && ids.size() > 1) return fail({FAULT_ARGUMENTS, "Several sessions begin like that."});
     std::size_t ended = 0;
-    std::string fault;
+    Fault fault;
     std::string notStored;
     for (const std::string& id : ids) {
         const auto done = ask(protocol::EndSession{id});
@@ -63,13 +64,13 @@ int runEnd(const SessionsOptions& options) {
         if (done && !done.reply.message.empty()) notStored = done.reply.message;
     }
     if (!fault.empty()) return fail(fault);
-    print("Sessions ended: " + std::to_string(ended));
-    return notStored.empty() ? STATUS_DONE : fail(printable(notStored));
+    done("Sessions ended: " + std::to_string(ended));
+    return notStored.empty() ? STATUS_DONE : fail({FAULT_FAILED, printable(notStored)});
 }
 
 int runUnblock(const SessionsOptions& options) {
     const auto answer = ask(protocol::LiftBlock{options.address});
-    return answer ? STATUS_DONE : fail(faultOf(answer));
+    return answer ? done() : fail(faultOf(answer));
 }
 
 }  // namespace
@@ -78,8 +79,7 @@ void describeSessions(CLI::App& app, Run& run) {
     CLI::App* const sessions = app.add_subcommand("sessions", "Look after who is logged on to the console");
     sessions->require_subcommand(1);
     SessionsOptions* options = nullptr;
-    addCommand(*sessions, run, "list", "List the sessions, and the addresses that must wait", options, runList)
-        ->add_flag("--json", options->json, "As a JSON object");
+    addCommand(*sessions, run, "list", "List the sessions, and the addresses that must wait", options, runList);
     CLI::App* const end = addCommand(*sessions, run, "end", "End one session, or all of them", options, runEnd);
     end->add_option("id", options->id, "The session, or the beginning of its id");
     end->add_flag("--all", options->all, "End all sessions");

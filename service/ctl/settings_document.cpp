@@ -37,7 +37,7 @@ bool isState(const SettingsGroup& group, std::string_view field) {
 }
 
 /// The fields of a group under the service's own names.
-std::string fetchRecord(const SettingsGroup& group, JsonDocument& record) {
+Fault fetchRecord(const SettingsGroup& group, JsonDocument& record) {
     IPCMessage reply;
     const IPCMessage request(IPCMessage::GET, static_cast<IPCMessage::CommandID>(group.command));
     const bool reached = sendMessage(request, reply, CONTROL_TIMEOUT);
@@ -47,10 +47,11 @@ std::string fetchRecord(const SettingsGroup& group, JsonDocument& record) {
     record.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
     const bool whole = !record.HasParseError() && record.IsObject() && record.HasMember(group.record) &&
                        record[group.record].IsObject();
-    return whole ? "" : std::string("What the service answered about ") + group.name + " cannot be read.";
+    if (whole) return {};
+    return {FAULT_UNREADABLE, std::string("What the service answered about ") + group.name + " cannot be read."};
 }
 
-std::string storeRecord(const SettingsGroup& group, const JsonValue& record) {
+Fault storeRecord(const SettingsGroup& group, const JsonValue& record) {
     JsonDocument whole(rapidjson::kObjectType);
     JsonValue fields(record, whole.GetAllocator());
     whole.AddMember(rapidjson::StringRef(group.record), fields, whole.GetAllocator());
@@ -59,7 +60,9 @@ std::string storeRecord(const SettingsGroup& group, const JsonValue& record) {
     IPCMessage reply;
     const bool reached = sendMessage(request, reply, CONTROL_TIMEOUT);
     if (reached && reply.result == IPCMessage::RESULT_OK) return {};
-    return std::string(group.name) + ": " + faultOf(reached, reply.value<std::string>("Message"));
+    Fault fault = faultOf(reached, reply.value<std::string>("Message"));
+    fault.message.insert(0, std::string(group.name) + ": ");
+    return fault;
 }
 
 const SettingsGroup* findGroup(std::string_view name) {
@@ -72,11 +75,15 @@ bool sameType(const JsonValue& a, const JsonValue& b) {
     return a.GetType() == b.GetType() || (a.IsBool() && b.IsBool());
 }
 
+Fault noSetting(const std::string& group, const std::string& name) {
+    return {FAULT_NOT_FOUND, "There is no setting " + group + "." + name + "."};
+}
+
 /// Translates the fields into the service's own names. Returns what is wrong.
-std::string translate(const SettingsGroup& group, const JsonValue& fields, JsonDocument& record) {
-    if (!fields.IsObject()) return std::string(group.name) + " is no object.";
+Fault translate(const SettingsGroup& group, const JsonValue& fields, JsonDocument& record) {
+    if (!fields.IsObject()) return {FAULT_VALUE, std::string(group.name) + " is no object."};
     JsonDocument known;
-    if (std::string fault = fetchRecord(group, known); !fault.empty()) return fault;
+    if (Fault fault = fetchRecord(group, known); !fault.empty()) return fault;
     record.SetObject();
     for (const auto& field : fields.GetObject()) {
         const std::string name = field.name.GetString();
@@ -84,9 +91,9 @@ std::string translate(const SettingsGroup& group, const JsonValue& fields, JsonD
         const auto match = std::find_if(own.MemberBegin(), own.MemberEnd(), [&](const auto& member) {
             return lowerName(member.name.GetString()) == name && !isState(group, member.name.GetString());
         });
-        if (match == own.MemberEnd()) return std::string("There is no setting ") + group.name + "." + name + ".";
+        if (match == own.MemberEnd()) return noSetting(group.name, name);
         if (!sameType(match->value, field.value))
-            return std::string(group.name) + "." + name + " must be like " + toText(match->value) + ".";
+            return {FAULT_VALUE, std::string(group.name) + "." + name + " must be like " + toText(match->value) + "."};
         record.AddMember(JsonValue(match->name, record.GetAllocator()), JsonValue(field.value, record.GetAllocator()),
                          record.GetAllocator());
     }
@@ -114,7 +121,7 @@ namespace {
 using Table = std::map<std::string, protocol::ServiceSetting>;
 
 /// The settings that belong to no scan, by their whole names; `secrets`: with the secrets that are set.
-std::string fetchTable(Table& table, bool secrets) {
+Fault fetchTable(Table& table, bool secrets) {
     const auto answer = ask(protocol::GetServiceSettings{secrets});
     if (!answer) return faultOf(answer);
     for (const protocol::ServiceSetting& setting : answer.reply.settings)
@@ -140,9 +147,9 @@ std::optional<std::string> untyped(const JsonValue& value) {
     return std::string(value.GetString(), value.GetStringLength());
 }
 
-std::string addTable(JsonDocument& settings, bool secrets) {
+Fault addTable(JsonDocument& settings, bool secrets) {
     Table table;
-    if (std::string fault = fetchTable(table, secrets); !fault.empty()) return fault;
+    if (Fault fault = fetchTable(table, secrets); !fault.empty()) return fault;
     Allocator& allocator = settings.GetAllocator();
     for (const auto& [name, setting] : table) {
         std::string group;
@@ -156,22 +163,25 @@ std::string addTable(JsonDocument& settings, bool secrets) {
 }
 
 /// Checks the fields of a group of the table and adds them to what is to be stored. Returns what is wrong.
-std::string takeTableGroup(const std::string& group, const JsonValue& fields, const Table& known,
-                           std::map<std::string, std::string>& wanted) {
+Fault takeTableGroup(const std::string& group, const JsonValue& fields, const Table& known,
+                     std::map<std::string, std::string>& wanted) {
     const auto belongs = [&group](const auto& entry) { return entry.first.starts_with(group + "."); };
-    if (std::none_of(known.begin(), known.end(), belongs)) return "There is no group of settings " + group + ".";
-    if (!fields.IsObject()) return group + " is no object.";
+    if (std::none_of(known.begin(), known.end(), belongs))
+        return {FAULT_NOT_FOUND, "There is no group of settings " + group + "."};
+    if (!fields.IsObject()) return {FAULT_VALUE, group + " is no object."};
     for (const auto& field : fields.GetObject()) {
         const std::string name = group + "." + field.name.GetString();
-        if (known.count(name) == 0) return "There is no setting " + name + ".";
+        if (known.count(name) == 0) return noSetting(group, field.name.GetString());
         const std::optional<std::string> value = untyped(field.value);
-        if (!value) return name + " must be a text, a number, true or false, such as " + known.at(name).value + ".";
+        if (!value)
+            return {FAULT_VALUE,
+                    name + " must be a text, a number, true or false, such as " + known.at(name).value + "."};
         wanted[name] = *value;
     }
     return {};
 }
 
-std::string storeTable(const std::map<std::string, std::string>& wanted) {
+Fault storeTable(const std::map<std::string, std::string>& wanted) {
     JsonText json;
     json.object([&] {
         for (const auto& [name, value] : wanted) json.member(name, value);
@@ -180,17 +190,17 @@ std::string storeTable(const std::map<std::string, std::string>& wanted) {
     request.settings = json.text();
     request.expected = "{}";
     const auto answer = ask(request);
-    return answer ? "" : faultOf(answer);
+    return answer ? Fault() : faultOf(answer);
 }
 
 }  // namespace
 
-std::string fetchSettings(JsonDocument& settings, bool secrets) {
+Fault fetchSettings(JsonDocument& settings, bool secrets) {
     settings.SetObject();
     Allocator& allocator = settings.GetAllocator();
     for (const SettingsGroup& group : settingsGroups()) {
         JsonDocument record;
-        if (std::string fault = fetchRecord(group, record); !fault.empty()) return fault;
+        if (Fault fault = fetchRecord(group, record); !fault.empty()) return fault;
         JsonValue fields(rapidjson::kObjectType);
         const JsonValue& held = record[group.record];
         for (auto field = held.MemberBegin(); field != held.MemberEnd(); ++field) {
@@ -200,27 +210,27 @@ std::string fetchSettings(JsonDocument& settings, bool secrets) {
         }
         settings.AddMember(rapidjson::StringRef(group.name), fields, allocator);
     }
-    if (std::string fault = addTable(settings, secrets); !fault.empty()) return fault;
+    if (Fault fault = addTable(settings, secrets); !fault.empty()) return fault;
     return addNotices(settings, secrets);
 }
 
 StoreResult storeSettings(const JsonValue& settings) {
-    if (!settings.IsObject()) return {"This is no object of settings.", {}};
+    if (!settings.IsObject()) return {{FAULT_VALUE, "This is no object of settings."}, {}};
     Table known;
     std::map<std::string, std::string> wanted;
-    if (std::string fault = fetchTable(known, true); !fault.empty()) return {fault, {}};
+    if (Fault fault = fetchTable(known, true); !fault.empty()) return {fault, {}};
     std::optional<protocol::SetNotices> notices;
     std::vector<std::pair<const SettingsGroup*, JsonDocument>> records;
     for (const auto& entry : settings.GetObject()) {
         if (std::string_view(entry.name.GetString()) == NOTICES_GROUP) {
-            const std::string fault = takeNotices(entry.value, notices.emplace());
+            const Fault fault = takeNotices(entry.value, notices.emplace());
             if (!fault.empty()) return {fault, {}};
             continue;
         }
         const SettingsGroup* const group = findGroup(entry.name.GetString());
         JsonDocument record;
-        const std::string fault = group ? translate(*group, entry.value, record)
-                                        : takeTableGroup(entry.name.GetString(), entry.value, known, wanted);
+        const Fault fault = group ? translate(*group, entry.value, record)
+                                  : takeTableGroup(entry.name.GetString(), entry.value, known, wanted);
         if (!fault.empty()) return {fault, {}};
         if (group) records.emplace_back(group, std::move(record));
     }

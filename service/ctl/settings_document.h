@@ -1,6 +1,7 @@
 #pragma once
 
 #include "norv/json_types.h"
+#include "service/ctl/fault.h"
 
 #include <string>
 #include <vector>
@@ -21,11 +22,11 @@ const std::vector<SettingsGroup>& settingsGroups();
 
 /// Fetches all settings as one object of groups with lower-case names; `secrets`: also passwords and tokens. Returns
 /// why not, or nothing.
-std::string fetchSettings(JsonDocument& settings, bool secrets = false);
+Fault fetchSettings(JsonDocument& settings, bool secrets = false);
 
 /// What became of settings to store.
 struct StoreResult {
-    std::string fault;              ///< of the first group that was refused; what comes after it is not stored
+    Fault fault;                    ///< of the first group that was refused; what comes after it is not stored
     std::vector<std::string> done;  ///< names of the groups that are stored
 };
 

@@ -41,8 +41,11 @@ int runInit(const FreshSetup& given) {
     for (std::string& path : setup.scanPaths) path = std::filesystem::absolute(path).lexically_normal();
     std::vector<std::string> report;
     const std::string fault = makeFreshSetup(setup, report);
-    for (const std::string& entry : report) print(entry);
-    return fault.empty() ? STATUS_DONE : fail(fault);
+    std::string told;
+    for (const std::string& entry : report) told += (told.empty() ? "" : "\n") + entry;
+    const bool failed = !fault.empty();
+    if (!failed || !jsonWanted()) done(told);
+    return failed ? fail({FAULT_FAILED, fault}) : STATUS_DONE;
 }
 
 termios shownTerminal{};
@@ -80,22 +83,21 @@ std::string readPassword(bool fromStdin, std::string& password) {
 
 int runPasswd(const PasswdOptions& options) {
     std::string password;
-    if (const std::string fault = readPassword(options.fromStdin, password); !fault.empty()) return fail(fault);
+    if (const std::string fault = readPassword(options.fromStdin, password); !fault.empty())
+        return fail({FAULT_FAILED, fault});
     const std::string fault =
         PasswordFile(std::filesystem::path(options.state) / "password").store(password, options.once);
-    if (!fault.empty()) return fail(fault);
+    if (!fault.empty()) return fail({FAULT_FAILED, fault});
     // Only for the record; there need not be a service.
     protocol::ask(protocol::NotePassword{std::filesystem::absolute(options.state).string()}, NOTE_TIMEOUT);
-    print("The console password is set. Sessions begun with the old one end.");
-    return STATUS_DONE;
+    return done("The console password is set. Sessions begun with the old one end.");
 }
 
 int runSecondStepOff(const SecondStepOptions& options) {
     std::error_code error;
     const bool removed = std::filesystem::remove(std::filesystem::path(options.state) / SECOND_FACTOR_FILE, error);
-    if (error) return fail(error.message());
-    print(removed ? "The console asks for no code any more." : "The console asks for no code.");
-    return STATUS_DONE;
+    if (error) return fail({FAULT_FAILED, error.message()});
+    return done(removed ? "The console asks for no code any more." : "The console asks for no code.");
 }
 
 }  // namespace

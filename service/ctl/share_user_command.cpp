@@ -16,7 +16,7 @@ struct ShareUserOptions {
 int runShareUser(const ShareUserOptions& options) {
     const protocol::NoteShareUser& told = options.told;
     const auto answer = options.gone ? ask(protocol::ForgetShareUser{told.process, told.share, told.user}) : ask(told);
-    return answer.done ? STATUS_DONE : fail(faultOf(answer));
+    return answer.done ? done() : fail(faultOf(answer));
 }
 
 }  // namespace

@@ -12,9 +12,7 @@ namespace keldra {
 
 namespace {
 
-struct StatusOptions {
-    bool json = false;
-};
+struct StatusOptions {};
 
 std::string databaseLine(const protocol::ServiceStatus& status) {
     const std::string message = status.engineMessage.empty() ? "" : " (" + status.engineMessage + ")";
@@ -59,7 +57,7 @@ std::string countText(const protocol::VerdictReason& reason) {
     if (unit == "files") return counted(reason.count, "file", "files");
     if (unit == "folders") return counted(reason.count, "folder", "folders");
     if (unit == "mib" || unit == "mib_free") return sizeText(reason.count << 20U) + (unit == "mib" ? "" : " free");
-    return reason.count == 0 ? "" : std::to_string(reason.count);
+    return "";
 }
 
 void printVerdict(const protocol::ServiceStatus& status) {
@@ -103,10 +101,10 @@ void printDetails(const protocol::ServiceStatus& status) {
     print("Log-on sessions: " + std::to_string(status.sessions));
 }
 
-int runStatus(const StatusOptions& options) {
+int runStatus(const StatusOptions&) {
     const auto answer = ask(protocol::GetServiceStatus());
     if (!answer) return fail(faultOf(answer), STATUS_UNKNOWN);
-    if (options.json) {
+    if (jsonWanted()) {
         print(lowerJson(answer.reply));
     } else {
         printVerdict(answer.reply);
@@ -122,8 +120,7 @@ void describeStatus(CLI::App& app, Run& run) {
     addCommand(app, run, "status",
                "Say whether this server is protected, and how the service is doing. Status 0: protected, 1: something "
                "wants attention, 2: not protected, 3: no answer",
-               options, runStatus)
-        ->add_flag("--json", options->json, "As a JSON object");
+               options, runStatus);
 }
 
 }  // namespace keldra

@@ -18,11 +18,9 @@ namespace {
 
 constexpr std::chrono::milliseconds POLL_INTERVAL{100};
 
-struct UpdateOptions {
-    bool json = false;
-};
+struct UpdateOptions {};
 
-int followUpdate(const std::string& id, bool json) {
+int followUpdate(const std::string& id) {
     ProgressBar bar;
     for (;;) {
         const auto answer = ask(protocol::GetUpdateProgress());
@@ -30,7 +28,7 @@ int followUpdate(const std::string& id, bool json) {
         const protocol::UpdateProgress& update = answer.reply;
         if (update.requestId != id || !update.running) {
             bar.clear();
-            if (json)
+            if (jsonWanted())
                 print(lowerJson(update));
             else
                 print(printable(update.message));
@@ -41,20 +39,19 @@ int followUpdate(const std::string& id, bool json) {
     }
 }
 
-int runUpdate(const UpdateOptions& line) {
+int runUpdate(const UpdateOptions&) {
     const std::string id = std::to_string(std::time(nullptr)) + "_" + std::to_string(::getpid());
     protocol::StartManualUpdate request{.requestId = id, .settings = {}};
     request.settings.components = UPDATE_VIRUS_PATTERN | UPDATE_SCAN_ENGINE | UPDATE_SPYWARE_PATTERN;
     const auto answer = ask(request);
-    return answer ? followUpdate(id, line.json) : fail(faultOf(answer));
+    return answer ? followUpdate(id) : fail(faultOf(answer));
 }
 
 }  // namespace
 
 void describeUpdate(CLI::App& app, Run& run) {
     UpdateOptions* options = nullptr;
-    addCommand(app, run, "update", "Update signatures now and wait for it", options, runUpdate)
-        ->add_flag("--json", options->json, "As a JSON object");
+    addCommand(app, run, "update", "Update signatures now and wait for it", options, runUpdate);
 }
 
 }  // namespace keldra

@@ -1,7 +1,7 @@
 #include "service/notices/notice_message.h"
 
-#include "norv/counted.h"
 #include "norv/json_text.h"
+#include "norv/service_text.h"
 #include "norv/time_text.h"
 
 #include <nettle/base64.h>
@@ -31,41 +31,55 @@ std::size_t characterAt(const std::string& text, std::size_t at) {
     return std::all_of(begin + 1, begin + static_cast<std::ptrdiff_t>(length), continues) ? length : 0;
 }
 
-std::string lineOf(const Event& event) {
-    std::string line = timeText(event.time, "%F %T") + "  " + eventKindName(event.kind);
-    for (const std::string* part : {&event.task, &event.path, &event.signature, &event.action, &event.detail})
-        if (!part->empty()) line += "  " + readable(*part);
-    if (event.count != 1) line += "  (" + std::to_string(event.count) + ")";
+std::string lineOf(const Event& event, const Words& words) {
+    const std::string kind = eventKindName(event.kind);
+    std::string line = timeText(event.time, "%F %T") + "  " + eventKindText(words, kind);
+    for (const std::string& part : {eventTaskText(words, kind, event.task), event.path, event.signature,
+                                    serviceText(words, event.action), eventDetailText(words, kind, event.detail)})
+        if (!part.empty()) line += "  " + readable(part);
+    if (event.count != 1) line += "  (" + words.counted(event.count, "{n} time", "{n} times") + ")";
     return line + "\n";
 }
 
 /// How many of which kind: "3 finds, 1 update".
-std::string sumOf(const NoticeBundle& bundle) {
+std::string sumOf(const NoticeBundle& bundle, const Words& words) {
     static const std::map<EventKind, std::pair<const char*, const char*>> NAMES{
-        {EventKind::FIND, {"find", "finds"}},
-        {EventKind::NOT_SCANNED, {"file not scanned", "files not scanned"}},
-        {EventKind::SCAN, {"scan", "scans"}},
-        {EventKind::UPDATE, {"update", "updates"}},
-        {EventKind::SETTINGS, {"change of settings", "changes of settings"}},
-        {EventKind::LOGON, {"log-on event", "log-on events"}},
-        {EventKind::QUARANTINE, {"quarantine event", "quarantine events"}},
-        {EventKind::SERVICE, {"service event", "service events"}}};
+        {EventKind::FIND, {"{n} find", "{n} finds"}},
+        {EventKind::NOT_SCANNED, {"{n} file not scanned", "{n} files not scanned"}},
+        {EventKind::SCAN, {"{n} scan", "{n} scans"}},
+        {EventKind::UPDATE, {"{n} update", "{n} updates"}},
+        {EventKind::SETTINGS, {"{n} change of settings", "{n} changes of settings"}},
+        {EventKind::LOGON, {"{n} log-on event", "{n} log-on events"}},
+        {EventKind::QUARANTINE, {"{n} quarantine event", "{n} quarantine events"}},
+        {EventKind::SERVICE, {"{n} service event", "{n} service events"}}};
     std::map<EventKind, std::uint64_t> numbers;
     for (const Event& event : bundle.events)
         numbers[event.kind] += event.kind == EventKind::FIND || event.kind == EventKind::NOT_SCANNED ? event.count : 1;
     std::string sum;
-    for (const auto& [kind, number] : numbers) {
-        const auto& [one, many] = NAMES.at(kind);
-        sum += (sum.empty() ? "" : ", ") + counted(number, one, many);
-    }
-    if (bundle.further > 0) sum += (sum.empty() ? "" : ", ") + counted(bundle.further, "more event", "more events");
+    const auto add = [&](std::uint64_t number, const char* one, const char* many) {
+        sum += (sum.empty() ? "" : ", ") + words.counted(number, one, many);
+    };
+    for (const auto& [kind, number] : numbers) add(number, NAMES.at(kind).first, NAMES.at(kind).second);
+    if (bundle.further > 0) add(bundle.further, "{n} more event", "{n} more events");
     return sum;
 }
 
-std::string verdictLine(const std::string& verdict) {
-    if (verdict == "protected") return "This server is protected.\n";
-    return verdict == "attention" ? "This server is protected, but something wants attention:\n"
-                                  : "This server is NOT protected:\n";
+std::string verdictText(const NoticeTexts& said, const Words& words) {
+    std::string text = words.text(said.verdict == "protected"   ? "This server is protected."
+                                  : said.verdict == "attention" ? "Something on this server needs your attention."
+                                                                : "This server is not protected.");
+    for (const NoticeReason& reason : said.reasons) {
+        text += "\n- " + serviceText(words, reason.text);
+        for (const std::string& more : {countText(words, reason.count, reason.unit), readable(reason.detail)})
+            if (!more.empty()) text += " (" + more + ")";
+    }
+    return text + "\n";
+}
+
+std::string dayText(const DayFigures& day, const Words& words) {
+    std::string text = day.day + words.text(": ") + words.counted(day.scanned, "{n} file scanned", "{n} files scanned");
+    text += ", " + words.counted(day.found, "{n} find", "{n} finds");
+    return text + ", " + words.counted(day.failed, "{n} file not scanned", "{n} files not scanned") + "\n";
 }
 
 std::string base64(const std::string& text) {
@@ -74,10 +88,21 @@ std::string base64(const std::string& text) {
     return encoded;
 }
 
-/// A head line's text; what is not ASCII is encoded.
+/// A head line's text; what is not ASCII is encoded, in words of the length that mail allows.
 std::string headText(const std::string& text) {
-    const bool ascii = std::all_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x80; });
-    return ascii ? text : "=?UTF-8?B?" + base64(text) + "?=";
+    constexpr std::size_t BYTES_IN_A_WORD = 45;
+    if (std::all_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x80; })) return text;
+    std::string head;
+    std::string word;
+    const auto close = [&] { head += (head.empty() ? "=?UTF-8?B?" : "\r\n =?UTF-8?B?") + base64(word) + "?="; };
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = std::max<std::size_t>(1, characterAt(text, at));
+        if (word.size() + length > BYTES_IN_A_WORD) close(), word.clear();
+        word.append(text, at, length);
+        at += length;
+    }
+    close();
+    return head;
 }
 
 }  // namespace
@@ -105,17 +130,29 @@ void NoticeBundle::add(const Event& event) {
         further += event.count;
 }
 
-NoticeMessage messageOf(const NoticeBundle& bundle, const std::string& host, const std::string& verdict,
-                        const std::string& reasons) {
+NoticeMessage messageOf(const NoticeBundle& bundle, const std::string& host, const NoticeTexts& said,
+                        const Words& words) {
     NoticeMessage message;
     message.host = host;
-    message.verdict = verdict;
+    message.verdict = said.verdict;
     message.events = bundle.events;
     for (const Event& event : bundle.events) message.severity = std::max(message.severity, event.severity);
-    message.subject = "Keldra on " + readable(host) + ": " + sumOf(bundle);
-    for (const Event& event : bundle.events) message.text += lineOf(event);
-    if (bundle.further > 0) message.text += "and " + std::to_string(bundle.further) + " more\n";
-    message.text += "\n" + verdictLine(verdict) + reasons;
+    message.subject =
+        Words::filled(Words::filled(words.text("Keldra on {host}: {events}"), "events", sumOf(bundle, words)), "host",
+                      readable(host));
+    for (const Event& event : bundle.events) message.text += lineOf(event, words);
+    if (bundle.further > 0) message.text += words.counted(bundle.further, "{n} more event", "{n} more events") + "\n";
+    message.text += "\n" + verdictText(said, words);
+    return message;
+}
+
+NoticeMessage reportOf(const std::string& host, const NoticeTexts& said, const Words& words) {
+    NoticeMessage message;
+    message.host = host;
+    message.verdict = said.verdict;
+    message.subject = Words::filled(words.text("Keldra on {host}: report of the week"), "host", readable(host));
+    message.text = verdictText(said, words) + "\n";
+    for (const DayFigures& day : said.week) message.text += dayText(day, words);
     return message;
 }
 

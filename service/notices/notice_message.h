@@ -1,5 +1,7 @@
 #pragma once
 
+#include "norv/words.h"
+#include "service/events/daily_figures.h"
 #include "service/events/event.h"
 
 #include <cstdint>
@@ -7,6 +9,21 @@
 #include <vector>
 
 namespace keldra {
+
+/// Why a server is not protected.
+struct NoticeReason {
+    std::string text;  ///< an English sentence
+    std::string detail;
+    std::uint64_t count = 0;
+    std::string unit;  ///< of the count, as that of the verdict's reasons
+};
+
+/// What is said about the server beside the events.
+struct NoticeTexts {
+    std::string verdict;  ///< "protected", "attention" or "unprotected"
+    std::vector<NoticeReason> reasons;
+    std::vector<DayFigures> week;  ///< the last seven days
+};
 
 /// What is said to people and programs at one time.
 struct NoticeMessage {
@@ -28,9 +45,11 @@ struct NoticeBundle {
     void add(const Event& event);
 };
 
-/// One message about all of a bundle. `reasons`: why the server is not protected, a line each.
-NoticeMessage messageOf(const NoticeBundle& bundle, const std::string& host, const std::string& verdict,
-                        const std::string& reasons);
+/// One message about all of a bundle, its subject and text in the language of `words`.
+NoticeMessage messageOf(const NoticeBundle& bundle, const std::string& host, const NoticeTexts& said,
+                        const Words& words);
+/// The weekly report in that language.
+NoticeMessage reportOf(const std::string& host, const NoticeTexts& said, const Words& words);
 
 /// The message as a mail with its head, lines ended by CR LF.
 std::string mailText(const NoticeMessage& message, const std::string& from, const std::vector<std::string>& to,

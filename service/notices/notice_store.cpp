@@ -5,6 +5,7 @@
 #include "norv/log.h"
 #include "service/base/files.h"
 #include "service/events/event.h"
+#include "service/notices/catalogue.h"
 
 #include <algorithm>
 #include <sstream>
@@ -120,6 +121,10 @@ std::string checkChoice(const NoticeSettings& settings) {
     std::istringstream kinds(settings.kinds);
     for (std::string name; std::getline(kinds, name, ',');)
         if (!eventKindOf(name)) return "There is no such kind of event.";
+    const std::vector<std::string> languages = wordLanguages();
+    const bool known = settings.language.empty() ||
+                       std::find(languages.begin(), languages.end(), settings.language) != languages.end();
+    if (!known) return "There are no texts in that language.";
     return eventSeverityOf(settings.severity) ? "" : "There is no such severity.";
 }
 

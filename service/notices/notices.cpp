@@ -4,6 +4,7 @@
 #include "norv/json_value.h"
 #include "norv/log.h"
 #include "service/base/files.h"
+#include "service/notices/catalogue.h"
 #include "service/notices/notice_sender.h"
 
 #include <algorithm>
@@ -96,8 +97,7 @@ std::string Notices::test(const std::string& way) {
         return way.empty() ? "Neither mail nor a web hook is switched on." : "It is not switched on.";
     NoticeBundle bundle;
     bundle.add(testEvent(clock_.now()));
-    const NoticeTexts said = texts();
-    const NoticeMessage message = messageOf(bundle, settings_.host, said.verdict, said.reasons);
+    const NoticeMessage message = messageOf(bundle, settings_.host, texts(), wordsIn(settings.language));
     std::string faults;
     for (const Way one : {MAIL, HOOK}) {
         if (!wanted(settings, one)) continue;
@@ -146,8 +146,7 @@ void Notices::attend(std::unique_lock<std::mutex>& lock) {
 std::string Notices::tryToSend(Way way, const NoticeBundle& bundle) try {
     const NoticeSettings settings = store_.settings();
     if (!wanted(settings, way)) return "";
-    const NoticeTexts said = texts();
-    return send(way, settings, messageOf(bundle, settings_.host, said.verdict, said.reasons));
+    return send(way, settings, messageOf(bundle, settings_.host, texts(), wordsIn(settings.language)));
 } catch (const std::exception& error) {
     return error.what();
 }
@@ -179,10 +178,7 @@ void Notices::deliverReport(std::unique_lock<std::mutex>& lock) {
     if (reported_ == 0 || reported_ > now) reported_ = now, unsaved_ = true;
     if (now - reported_ < WEEK) return;
     lock.unlock();
-    const NoticeTexts said = texts();
-    NoticeMessage message = messageOf({}, settings_.host, said.verdict, said.reasons);
-    message.subject = "Keldra on " + readable(settings_.host) + ": report of the week";
-    message.text += "\n" + said.week;
+    const NoticeMessage message = reportOf(settings_.host, texts(), wordsIn(settings.language));
     std::string faults;
     for (const Way way : {MAIL, HOOK})
         if (wanted(settings, way)) faults += send(way, settings, message);

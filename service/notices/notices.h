@@ -19,16 +19,10 @@
 
 namespace keldra {
 
-/// What is said about the server beside the events, asked for from the notices' own thread.
-struct NoticeTexts {
-    std::string verdict;  ///< "protected", "attention" or "unprotected"
-    std::string reasons;  ///< a line each
-    std::string week;     ///< what the last seven days brought, lines
-};
-
 struct NoticesSettings {
     std::filesystem::path folder;  ///< settings and what waits; made when missing, 0700
     std::string host;
+    /// What is said about the server beside the events, asked for from the notices' own thread.
     std::function<NoticeTexts()> texts;
     std::string sendmail = "/usr/sbin/sendmail";
     int retry = 60000;  ///< milliseconds before the first further try; doubled after each, up to an hour

@@ -1,6 +1,5 @@
 #include "service/server/service.h"
 
-#include "norv/counted.h"
 #include "norv/log.h"
 #include "service/base/memory_budget.h"
 #include "service/metrics/measured_engine.h"
@@ -175,15 +174,9 @@ void Service::makeNotices() {
 
 NoticeTexts Service::noticeTexts() {
     const Protection verdict = protectionOf(*witnesses_, hear(*witnesses_));
-    NoticeTexts texts{protectionLevelName(verdict.level), "", ""};
-    for (const ProtectionReason& reason : verdict.reasons) {
-        texts.reasons += "- " + reason.text;
-        if (!reason.detail.empty()) texts.reasons += " (" + readable(reason.detail) + ")";
-        texts.reasons += "\n";
-    }
-    for (const DayFigures& day : events_->days(7))
-        texts.week += day.day + ": " + counted(day.scanned, "file", "files") + " scanned, " +
-                      std::to_string(day.found) + " found, " + std::to_string(day.failed) + " not scanned\n";
+    NoticeTexts texts{protectionLevelName(verdict.level), {}, events_->days(7)};
+    for (const ProtectionReason& reason : verdict.reasons)
+        texts.reasons.push_back({reason.text, reason.detail, reason.count, reason.unit});
     return texts;
 }
 

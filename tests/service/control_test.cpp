@@ -15,6 +15,9 @@
 #include <chrono>
 #include <csignal>
 #include <iomanip>
+#include <iterator>
+#include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -289,6 +292,100 @@ TEST(Keldractl, ItsOptionsReachTheServiceAndWrongOnesDoNot) {
     EXPECT_EQ(requests[0].value<std::string>("Paths"), "/srv/a\\;b;/srv/c");
     for (const char* wrong : {"33", "-1", "x"}) EXPECT_EQ(scan(wrong), 2);
     EXPECT_TRUE(service.takeRequests().empty());
+}
+
+TEST_F(ControlTest, WhatGoesWrongIsAnObjectForPrograms) {
+    const auto codeOf = [this](const std::vector<std::string>& words) {
+        const ProcessResult result = service_.control(words);
+        EXPECT_EQ(result.errors.find("keldractl: "), 0U) << "people are told as well";
+        EXPECT_NE(result.status, 0);
+        const std::size_t line = result.output.rfind('\n', result.output.size() - 2);
+        const JsonDocument told = parseJson(line == std::string::npos ? result.output : result.output.substr(line + 1));
+        return told.IsObject() && told.HasMember("error") ? textOf(told["error"], "code") : result.output;
+    };
+    EXPECT_EQ(codeOf({"status", "--json"}), "no_answer");
+    ASSERT_TRUE(service_.start());
+    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+        {{"--bogus", "--json"}, "unknown_option"},
+        {{"scan", "--workers", "2", "--bogus=1", "--json"}, "unknown_option"},
+        {{"bogus", "--json"}, "unknown_command"},
+        {{"quarantine", "--json"}, "unknown_option"},
+        {{"scan", "--json"}, "wrong_arguments"},
+        {{"sessions", "end", "--json"}, "wrong_arguments"},
+        {{"sessions", "end", "none", "--json"}, "not_found"},
+        {{"settings", "get", "bogus.name", "--json"}, "not_found"},
+        {{"settings", "set", "manual_scan.scan_workers", "x", "--json"}, "wrong_value"},
+        {{"quarantine", "restore", "none", "--json"}, "refused"},
+        {{"scan", service_.file("samples") / "missing", "--json"}, "not_completed"},
+        {{"passwd", "--stdin", "--state", service_.file("state"), "--json"}, "failed"}};
+    for (const auto& [words, code] : rows) EXPECT_EQ(codeOf(words), code) << words[0];
+    EXPECT_NE(service_.control({"--bogus"}).errors.find("unknown option \"--bogus\""), std::string::npos);
+}
+
+TEST_F(ControlTest, AScanAndTheHistorySayTheSameByTheSameNames) {
+    ASSERT_TRUE(service_.start());
+    std::istringstream lines(service_.control({"scan", service_.file("samples"), "--json"}).output);
+    std::string line;
+    while (lines.peek() != EOF) std::getline(lines, line);
+    const JsonDocument scan = parseJson(line);
+    const JsonDocument history = parseJson(service_.control({"history", "--json"}).output);
+    ASSERT_TRUE(scan.IsObject() && history.IsArray() && !history.Empty()) << line;
+    EXPECT_TRUE(static_cast<const JsonValue&>(scan) == history[0]) << line;
+    EXPECT_EQ(numberOf(scan, "found"), 1);
+    EXPECT_EQ(parseJson(service_.control({"settings", "get", "--json", "quarantine"}).output)["days"].GetInt(), 180);
+    EXPECT_EQ(service_.control({"settings", "set", "quarantine.days", "90", "--json"}).output, "{\"message\":\"\"}\n");
+}
+
+/// What follows the keldractl `words`, a blank between them, on a command line.
+std::set<std::string> completed(const std::string& words) {
+    const std::string script = std::string("cd /; source '") + SOURCE_DIR +
+                               "/deploy/completion/keldractl'; compopt() { :; }; COMP_WORDS=(keldractl " + words +
+                               " --); [ -n '" + words +
+                               "' ] || COMP_WORDS=(keldractl ''); "
+                               "COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _keldractl; printf '%s\n' \"${COMPREPLY[@]}\"";
+    std::istringstream out(
+        runProgram({.argv = {"/bin/bash", "-c", script}, .environment = {{"PATH", "/usr/bin:/bin"}}}).output);
+    return {std::istream_iterator<std::string>(out), {}};
+}
+
+/// Follows --help down through all commands.
+void compareHelp(const std::string& words, const std::string& manual) {
+    std::vector<std::string> argv{serviceProgram("keldractl")};
+    std::istringstream parts(words);
+    argv.insert(argv.end(), std::istream_iterator<std::string>(parts), {});
+    argv.emplace_back("--help");
+    const std::string help = runProgram({.argv = argv}).output;
+    const std::size_t commands = help.find("Subcommands:");
+    const std::set<std::string> offered = completed(words);
+    const std::regex option("^ +(?:-h,)?(--[a-z-]+)", std::regex::multiline);
+    for (std::sregex_iterator found(help.begin(), help.end(), option), end; found != end; ++found) {
+        const std::string name = (*found)[1];
+        EXPECT_NE(manual.find(name), std::string::npos) << words << ": the manual page lacks " << name;
+        const bool shown = offered.contains(name) || (!words.empty() && commands != std::string::npos);
+        EXPECT_TRUE(shown) << words << ": the completion lacks " << name;
+    }
+    if (commands == std::string::npos) return;
+    std::istringstream lines(help.substr(commands));
+    std::string line;
+    for (std::getline(lines, line); std::getline(lines, line);) {
+        if (line.size() < 3 || line[0] != ' ' || line[2] == ' ') continue;
+        const std::string next = words + (words.empty() ? "" : " ") + line.substr(2, line.find(' ', 2) - 2);
+        EXPECT_NE(manual.find("\n" + next), std::string::npos) << "the manual page lacks " << next;
+        compareHelp(next, manual);
+    }
+}
+
+TEST(Keldractl, CompletionAndManualPageKnowEveryCommandAndOption) {
+    std::string manual = readFile(std::string(SOURCE_DIR) + "/docs/man/keldractl.8");
+    for (const auto& [mark, sign] : {std::pair{"\\\\f[BRI]", ""}, {"\\\\-", "-"}})
+        manual = std::regex_replace(manual, std::regex(mark), sign);
+    compareHelp("", manual);
+    EXPECT_TRUE(completed("").contains("scan"));
+    const std::string page =
+        runProgram({.argv = {"/usr/bin/man", "--warnings", "-l", std::string(SOURCE_DIR) + "/docs/man/keldractl.8"},
+                    .environment = {{"LC_ALL", "C.UTF-8"}, {"PATH", "/usr/bin:/bin"}}})
+            .errors;
+    EXPECT_EQ(page, "");
 }
 
 TEST_F(ControlTest, InitNeverTouchesWhatIsThere) {

@@ -37,7 +37,7 @@ int listEvents(const ConsoleRequest& request) {
     if (!answer) return 1;
     for (auto& event : answer.reply.events) {
         event.action = translateServiceText(event.action);
-        event.detail = translateServiceText(event.detail);
+        event.detail = eventDetailText(consoleWords(), event.kind, event.detail);
     }
     JsonText json;
     json.object([&] { json.member("total", answer.reply.total).member("events", answer.reply.events); });
@@ -57,6 +57,7 @@ int listFigures() {
 int exportEvents(const ConsoleRequest& request) {
     std::string csv = headings({"Time (server time)", "Kind", "Severity", "Task", "File", "Malware", "What was done",
                                 "Remark", "User", "Address", "Count"});
+    const Words& words = consoleWords();
     auto question = questionOf(request, IN_A_PART);
     for (std::size_t count = 0; count < MOST_IN_FILE;) {
         const auto answer = askOrAnswer(question);
@@ -64,9 +65,11 @@ int exportEvents(const ConsoleRequest& request) {
         const auto& events = answer.reply.events;
         if (events.empty()) break;
         for (const auto& event : events) {
-            csv += csvLine({csvTime(event.time), event.kind, event.severity, event.task, event.path, event.signature,
-                            translateServiceText(event.action), translateServiceText(event.detail), event.user,
-                            event.address, std::to_string(event.count)});
+            csv += csvLine({csvTime(event.time), eventKindText(words, event.kind),
+                            eventSeverityText(words, event.severity), eventTaskText(words, event.kind, event.task),
+                            event.path, event.signature, serviceText(words, event.action),
+                            eventDetailText(words, event.kind, event.detail), event.user, event.address,
+                            std::to_string(event.count)});
         }
         count += events.size();
         question.before = events.back().id;

@@ -31,22 +31,6 @@ function filters() {
 
 const paragraph = (className, text) => textElement('p', className, text);
 
-const wordFor = (list, name, value) => byId(list).querySelector(`[data-${name}="${CSS.escape(value)}"]`);
-
-/** A changed setting in the words of its page; a value that is a code is left out. */
-function changeText(whole, name, colon, change = '', after = '') {
-  const known = wordFor('setting-names', 'setting', name);
-  if (known) return `${known.textContent}${colon}${change}`;
-  const [group, key] = name.split('.');
-  const [place, label] = [wordFor('setting-groups', 'group', group), wordFor('setting-keys', 'key', key)];
-  if (!place || !label) return whole;
-  const { on, off } = byId('setting-keys').dataset;
-  const values = { name: '', switch: `${colon}${after === '1' ? on : off}` }[label.dataset.look] ?? `${colon}${change}`;
-  return `${place.textContent}, ${label.textContent}${values}`;
-}
-
-const settingsText = (detail) => detail.replace(/([A-Za-z]+\.\w+)([:：]\s?)("[^"]*" -> "([^"]*)")?/g, changeText);
-
 /** Only words of ours begin with a capital: names of files and malware stay as they are. */
 const capital = (text) => text.charAt(0).toLocaleUpperCase() + text.slice(1);
 
@@ -60,9 +44,8 @@ function story(event) {
   }
   const scan = event.kind === 'update' || /^\d+_\d+$/.test(event.task) ? '' : event.task && scanKindText(event.task);
   const times = event.count > 1 ? fill(byId('event-words').dataset.times, { count: event.count }) : '';
-  const detail = event.kind === 'settings' ? settingsText(event.detail) : event.detail;
   const action = scan || event.signature || event.path ? event.action : capital(event.action);
-  const facts = [scan, event.signature, action, detail, times].filter(Boolean).map(visible);
+  const facts = [scan, event.signature, action, event.detail, times].filter(Boolean).map(visible);
   if (facts.length) parts.push(paragraph(event.path ? 'hint' : 'name', facts.join(' · ')));
   return parts;
 }

@@ -24,6 +24,7 @@ struct NoticeSettings {
     std::string severity = "warning";                ///< the least one
     uint32_t bundleSeconds = 60;                     ///< how long events are gathered for one message
     bool weeklyReport = false;
+    std::string language;  ///< of the messages, "de"; empty: this system's
 
     bool mail = false;
     std::string mailTo;  ///< addresses, joined by ","
@@ -48,6 +49,7 @@ struct NoticeSettings {
         field("Severity", record.severity);
         field("BundleSeconds", record.bundleSeconds);
         field("WeeklyReport", record.weeklyReport);
+        field("Language", record.language);
         field("Mail", record.mail);
         field("MailTo", record.mailTo);
         field("MailFrom", record.mailFrom);

@@ -1,5 +1,7 @@
 #include "service/notices/notices.h"
 
+#include "service/notices/catalogue.h"
+#include "tests/harness/process.h"
 #include "tests/harness/temp_dir.h"
 
 #include <arpa/inet.h>
@@ -130,7 +132,10 @@ protected:
         settings_.folder = dir_ / "notices";
         settings_.host = "nas";
         settings_.retry = 50;
-        settings_.texts = [] { return NoticeTexts{"attention", "The disk is nearly full.\n", ""}; };
+        ::unsetenv("LANG");
+        settings_.texts = [] {
+            return NoticeTexts{"attention", {{"The virus signatures are more than 7 days old.", "", 9, "days"}}, {}};
+        };
     }
     static Event find(int number) {
         return {.id = static_cast<std::uint64_t>(number + 1),
@@ -185,6 +190,57 @@ TEST_F(NoticesTest, AThousandFindsAreOneMail) {
     EXPECT_EQ(notices.state().waiting, 0U);
 }
 
+/// What the words of a mail's head line say, and its body.
+std::string decoded(const std::string& mail) {
+    const std::string program =
+        "import email, email.policy, sys\n"
+        "mail = email.message_from_bytes(sys.stdin.buffer.read(), policy=email.policy.default)\n"
+        "raw = [line for line in mail.as_bytes().split(b'\\n') if len(line) > 78]\n"
+        "print(mail['subject'], '|', mail.get_content(), '|', len(raw))\n";
+    return runProgram({.argv = {"/usr/bin/python3", "-c", program}, .input = mail}).output;
+}
+
+TEST_F(NoticesTest, AMailIsInTheLanguageThatWasChosen) {
+    const Event change{.time = 1700000000,
+                       .kind = EventKind::SETTINGS,
+                       .action = "saved",
+                       .detail = "limits.seconds: \"300\" -> \"1\"; ManualScan.scanCompressed: \"1\" -> \"0\""};
+    const std::vector<std::pair<const char*, std::vector<std::string>>> rows{
+        {"de",
+         {"Keldra auf nas: 1 Fund, 1 Änderung von Einstellungen |", "gespeichert",
+          "Längste Prüfung einer Datei: 300 Sekunden → 1 Sekunde; "
+          "Manuelle Prüfung, In Archive hineinsehen: Ein → Aus",
+          "Auf diesem Server braucht etwas Ihre Aufmerksamkeit.", "(9 Tage)", "| 0"}},
+        {"ja", {"nas の Keldra: 検出 1 件, 設定の変更 1 件 |", "300 秒 → 1 秒", "| 0"}},
+        {"en", {"Keldra on nas: 1 find, 1 change of settings |", "Longest scan of one file: 300 seconds → 1 second"}}};
+    for (const auto& [language, expected] : rows) {
+        Sink sink(true);
+        Notices notices(settings_);
+        NoticeSettings settings = mailTo(sink);
+        settings.language = language;
+        settings.kinds = "find,settings";
+        settings.severity = "info";
+        ASSERT_EQ(notices.store(settings), "");
+        notices.take({find(1), change});
+        const std::string taken = sink.await("\r\n.\r\n");
+        const std::string said = decoded(taken.substr(taken.find("Date: ")));
+        for (const std::string& text : expected) EXPECT_NE(said.find(text), std::string::npos) << text << "\n" << said;
+    }
+    NoticeSettings settings;
+    settings.language = "xx";
+    EXPECT_EQ(Notices(settings_).store(settings), "There are no texts in that language.");
+}
+
+TEST(CatalogueTest, ADamagedCatalogueLeavesItsTextsEnglish) {
+    const std::string whole(builtInCatalogues()[0].bytes);
+    EXPECT_EQ(Catalogue(whole).text("Off"), "Aus");
+    for (std::size_t length = 0; length < whole.size(); length += 997) {
+        const std::string cut = whole.substr(0, length);
+        EXPECT_EQ(Catalogue(cut).text("no such text"), "no such text");
+        EXPECT_NE(Catalogue(cut).counted(2, "{n} day", "{n} days").find('2'), std::string::npos);
+    }
+}
+
 TEST_F(NoticesTest, WhatTheOtherEndDoesNotTakeIsTriedAgainAlsoAfterARestart) {
     Sink sink(false);
     sink.refusing = true;
@@ -215,7 +271,9 @@ TEST_F(NoticesTest, WebHooksSpeakWhatTheOtherEndExpectsAndNamesOfFilesAddNoHeads
          {"POST /topic HTTP", "Authorization: Bearer geheim", R"("verdict":"attention")",
           R"(/srv/\\xff\\x0d\\x0aBcc)"}},
         {protocol::HOOK_NTFY,
-         {"Title: Keldra on nas: 1 find\r\n", "Priority: 5\r\n", "\n\nThis server is protected, but"}},
+         {"Title: Keldra on nas: 1 find\r\n", "Priority: 5\r\n",
+          "\n\nSomething on this server needs your attention.\n- The virus signatures are more than 7 days old. (9 "
+          "days)"}},
         {protocol::HOOK_GOTIFY, {"POST /topic/message HTTP", "X-Gotify-Key: geheim", R"("priority":8)"}}};
     for (const auto& [kind, expected] : rows) {
         Sink sink(false);
