@@ -70,7 +70,8 @@ std::string verdictText(const NoticeTexts& said, const Words& words) {
                                                                 : "This server is not protected.");
     for (const NoticeReason& reason : said.reasons) {
         text += "\n- " + serviceText(words, reason.text);
-        for (const std::string& more : {countText(words, reason.count, reason.unit), readable(reason.detail)})
+        for (const std::string& more : {countText(words, reason.count, reason.unit),
+                                        readable(reasonDetailText(words, reason.code, reason.detail))})
             if (!more.empty()) text += " (" + more + ")";
     }
     return text + "\n";

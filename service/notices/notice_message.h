@@ -12,6 +12,7 @@ namespace keldra {
 
 /// Why a server is not protected.
 struct NoticeReason {
+    std::string code;
     std::string text;  ///< an English sentence
     std::string detail;
     std::uint64_t count = 0;

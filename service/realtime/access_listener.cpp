@@ -60,7 +60,8 @@ bool AccessListener::start(std::string& problem) {
     if (settings_.folders.empty()) return problem = "There is no folder to watch.", false;
     alive_ = true;
     const auto self = shared_from_this();
-    if (!groups_.open(self)) return problem = "fanotify: " + errorText(errno), end(), false;
+    if (!groups_.open(self))
+        return problem = "The system does not let files be watched: " + errorText(errno), end(), false;
     if (!startThreads()) return problem = "There are not enough threads.", end(), false;
     return true;
 }

@@ -55,9 +55,10 @@ std::string FanotifyGroup::refusal() {
     const FileDescriptor group(fanotify_init(INIT_FLAGS, EVENT_FILE_FLAGS));
     if (group && fanotify_mark(group.get(), FAN_MARK_ADD, FAN_OPEN_PERM, AT_FDCWD, "/") == 0) return {};
     const int error = errno;
-    if (error == EPERM) return "The right to watch file accesses (CAP_SYS_ADMIN) is missing.";
-    if (error == EINVAL || error == ENOSYS) return "This kernel has no fanotify permission events.";
-    return "fanotify: " + errorText(error);
+    if (error == EPERM) return "The system does not allow Keldra to watch files.";
+    if (error == EINVAL || error == ENOSYS)
+        return "The kernel of this system cannot hold files back until they are scanned.";
+    return "The system does not let files be watched: " + errorText(error);
 }
 
 }  // namespace keldra

@@ -155,8 +155,7 @@ void RealtimeScan::lookAtListener(RealtimeState& state) const {
     if (status.exhausted) state.trouble = RealtimeState::Trouble::HANGING;
     state.message = status.problem;
     if (status.running && state.message.empty() && state.hanging > 0)
-        state.message =
-            "Some files were left aside, their file system does not answer: " + std::to_string(state.hanging) + '.';
+        state.message = "Some files were left aside, as their file system does not answer.";
 }
 
 /// Without signatures every file is answered as one whose scan takes too long.

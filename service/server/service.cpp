@@ -176,7 +176,7 @@ NoticeTexts Service::noticeTexts() {
     const Protection verdict = protectionOf(*witnesses_, hear(*witnesses_));
     NoticeTexts texts{protectionLevelName(verdict.level), {}, events_->days(7)};
     for (const ProtectionReason& reason : verdict.reasons)
-        texts.reasons.push_back({reason.text, reason.detail, reason.count, reason.unit});
+        texts.reasons.push_back({reason.code, reason.text, reason.detail, reason.count, reason.unit});
     return texts;
 }
 

@@ -108,6 +108,12 @@ std::string eventDetailText(const Words& words, const std::string& kind, const s
     return kind == "settings" ? settingsText(words, detail) : serviceText(words, detail);
 }
 
+std::string reasonDetailText(const Words& words, std::string_view reason, const std::string& detail) {
+    // Of all others a part could be that of a file's name.
+    const bool sentence = reason == "not_saved" || reason.starts_with("realtime_");
+    return sentence ? serviceText(words, detail) : words.text(detail);
+}
+
 std::string countText(const Words& words, std::uint64_t count, std::string_view unit) {
     if (unit == "days") return words.counted(count, "{n} day", "{n} days");
     if (unit == "files") return words.counted(count, "{n} file", "{n} files");

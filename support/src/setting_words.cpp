@@ -48,7 +48,7 @@ constexpr std::array GROUPS{Row{"ManualScan", "Manual scan"}, Row{"RealtimeScan"
 constexpr std::array IN_GROUPS{
     Row{"includeExtList", "These extensions as well"},
     Row{"includeHVExtList", "The extensions of the default list", SWITCH},
-    Row{"zelscan", "Zelscan: let Keldra choose", SWITCH},
+    Row{"zelscan", "Let Keldra choose (Zelscan)", SWITCH},
     Row{"customActions", "Different actions for each kind", ACTIONS},
     Row{"universeAction", "The same actions for everything", ACTION},
     Row{"scanCompressed", "Look inside archives", SWITCH},

@@ -125,8 +125,7 @@ void writeVerdict(JsonText& json, const protocol::ServiceStatus& status) {
     std::vector<protocol::VerdictReason> reasons = status.reasons;
     for (auto& reason : reasons) {
         reason.text = translateServiceText(reason.text);
-        // Details are paths and versions but here.
-        if (reason.reason == "not_saved") reason.detail = translateServiceText(reason.detail);
+        reason.detail = reasonDetailText(consoleWords(), reason.reason, reason.detail);
     }
     json.member("verdict", status.verdict).member("reasons", reasons);
 }

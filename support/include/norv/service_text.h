@@ -19,6 +19,8 @@ std::string eventTaskText(const Words& words, const std::string& kind, const std
 /// The remark of an event of that kind.
 std::string eventDetailText(const Words& words, const std::string& kind, const std::string& detail);
 
+/// What stands behind a reason of the verdict, such as a path or why something failed. `reason`: its code.
+std::string reasonDetailText(const Words& words, std::string_view reason, const std::string& detail);
 /// A number with a unit that reasons of the verdict have ("days", "files", "folders", "mib", "mib_free"); empty for a
 /// number without one.
 std::string countText(const Words& words, std::uint64_t count, std::string_view unit);

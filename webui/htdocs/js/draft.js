@@ -91,13 +91,23 @@ function offer(draft) {
   };
 }
 
+/** What is stored by now need not be kept: an answer that said so may have been left before its script ran. */
+function forget(draft, name) {
+  delete draft.content[name];
+  if (Object.keys(draft.content).length) sessionStorage.setItem(DRAFT, JSON.stringify(draft));
+  else dropDraft();
+}
+
 /** Watches over one more part of the page. What it holds now counts as saved until `markSaved` says so of something else. */
 export function guardPart(name, read, write) {
   if (!parts.length) window.addEventListener('beforeunload', warn);
   const part = { name, read, write, stored: JSON.stringify(read()) };
   parts.push(part);
   const draft = readDraft();
-  if (draft?.page === address() && draft.content[name]) offer(draft);
+  if (draft?.page === address() && draft.content[name]) {
+    if (JSON.stringify(draft.content[name]) === part.stored) forget(draft, name);
+    else offer(draft);
+  }
   return { markSaved: () => { part.stored = JSON.stringify(part.read()); } };
 }
 
