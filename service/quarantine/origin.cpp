@@ -78,10 +78,10 @@ FileDescriptor createNew(int folder, const std::string& name) {
     return FileDescriptor(::openat(folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
 }
 
-Content contentOf(int folder, const std::string& name, const std::string& sha256) {
+Content contentOf(int folder, const std::string& name, const std::string& sha256, uint64_t size) {
     const FileDescriptor file = openExisting(folder, name);
-    const std::string found = file ? sha256Of(file.get()) : std::string();
-    if (found.empty()) return Content::UNKNOWN;
+    const std::string found = file ? sha256Of(file.get(), size) : std::string();
+    if (found.empty()) return file && errno == EFBIG ? Content::OTHER : Content::UNKNOWN;
     return found == sha256 ? Content::SAME : Content::OTHER;
 }
 

@@ -33,7 +33,7 @@ FileDescriptor createNew(int folder, const std::string& name);
 
 /// How what lies under a name compares with a content.
 enum class Content { SAME, OTHER, UNKNOWN };
-Content contentOf(int folder, const std::string& name, const std::string& sha256);
+Content contentOf(int folder, const std::string& name, const std::string& sha256, uint64_t size);
 
 /// Why a file could not be changed in its place: that it or its folder is marked immutable where that is so, else the
 /// system's text for the error. `file` and `folder` may be -1.

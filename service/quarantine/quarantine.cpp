@@ -12,6 +12,8 @@ namespace keldra {
 
 namespace {
 
+/// Bytes by which a file may have grown since it was opened; a sparse one grows without end in no time.
+constexpr uint64_t MOST_GROWTH = uint64_t{1} << 30U;
 constexpr int64_t NOTICE_INTERVAL = int64_t{15} * 60 * 1000;  // milliseconds
 /// Counted at most for one interval, in which the machine may have slept.
 constexpr int64_t MOST_SECONDS = 3600;
@@ -80,7 +82,7 @@ std::optional<QuarantineRecord> Quarantine::newRecord(const ScannedFile& file, c
     }
     QuarantineRecord record = recordOf(file, reason);
     record.item.id = randomName();
-    record.item.sha256 = sha256Of(file.file.get());
+    record.item.sha256 = sha256Of(file.file.get(), record.item.size + MOST_GROWTH);
     record.item.when = timeOfDay();
     if (!record.item.id.empty() && !record.item.sha256.empty()) return record;
     refusal.message = "the file cannot be read: " + errorText(errno);
@@ -191,8 +193,25 @@ QuarantineUse Quarantine::use() const {
     return use;
 }
 
-void Quarantine::tidy() noexcept try { announceAndRemove(); } catch (const std::exception& error) {
+void Quarantine::tidy() noexcept try {
+    cutWhatGrew();
+    announceAndRemove();
+} catch (const std::exception& error) {
     NORV_LOG(NORV_LOG_ERROR, "the quarantine cannot be tidied for now: %s", error.what());
+}
+
+/// Who has a file open for writing when it is moved here can go on writing, and it counts for nobody's quota. Looked at
+/// when that begins to matter.
+void Quarantine::cutWhatGrew() {
+    std::vector<std::pair<std::string, uint64_t>> sizes;
+    {
+        const std::lock_guard lock(mutex_);
+        if (!usable_ || store_.hasRoom(roomToKeep(limits_, store_.path()))) return;
+        sizes.reserve(records_.size());
+        for (const auto& [id, record] : records_)
+            if (busy_.count(id) == 0) sizes.emplace_back(id, record.item.size);
+    }
+    for (const auto& [id, size] : sizes) store_.cutTo(id, size);
 }
 
 void Quarantine::announceAndRemove() {

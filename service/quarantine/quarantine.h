@@ -114,6 +114,7 @@ private:
     using Records = std::map<std::string, QuarantineRecord>;
     static Records readyToKeep(QuarantineRecord record);
     void keep(Records ready);
+    void cutWhatGrew();
     void announceAndRemove();
     void removeAnnounced(const std::vector<std::string>& ids);
     int64_t timeOfDay() const;

@@ -19,7 +19,7 @@ struct QuarantineLimits {
     uint64_t files = 100000;                 ///< items
     int64_t age = int64_t{180} * 86400;      ///< seconds after which an item is to go
     int64_t announced = int64_t{7} * 86400;  ///< seconds for which that is announced before it goes
-    /// Bytes that a copy leaves free on the disk; nothing: 1 GiB, on small disks a tenth.
+    /// Bytes that must be free on the disk, and stay so when a file is copied; nothing: 1 GiB, on small disks a tenth.
     std::optional<uint64_t> keepFree;
 
     bool operator==(const QuarantineLimits&) const = default;
@@ -29,7 +29,7 @@ struct QuarantineLimits {
 /// KeepFreeMegabytes.
 QuarantineLimits quarantineLimits(const NORVConfig& config);
 
-/// Bytes that a copy leaves free on a disk of this size, or on the one of a folder.
+/// Bytes that are to stay free on a disk of this size, or on the one of a folder.
 uint64_t roomToKeep(const QuarantineLimits& limits, uint64_t diskSize);
 uint64_t roomToKeep(const QuarantineLimits& limits, const std::string& folder);
 

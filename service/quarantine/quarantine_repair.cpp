@@ -31,7 +31,7 @@ private:
     Mend mendDeletion(const QuarantineRecord& record) const;
     bool isKeptElsewhere(const QuarantineRecord& record) const;
     Content dataOf(const QuarantineRecord& record) const {
-        return contentOf(store_.get(), StoreFolder::dataName(record.item.id), record.item.sha256);
+        return contentOf(store_.get(), StoreFolder::dataName(record.item.id), record.item.sha256, record.item.size);
     }
     static void log(const QuarantineRecord& record, Mend result);
 
@@ -125,7 +125,8 @@ Mend Repair::mendCopy(const QuarantineRecord& record, const struct stat& data) c
             }
             renameNoReplace(origin.folder.get(), passing, origin.folder.get(), origin.name);
         }
-        if (contentOf(origin.folder.get(), origin.name, record.item.sha256) == Content::SAME) return Mend::ERASE;
+        if (contentOf(origin.folder.get(), origin.name, record.item.sha256, record.item.size) == Content::SAME)
+            return Mend::ERASE;
     }
     const bool cut = content == Content::OTHER && static_cast<uint64_t>(data.st_size) < record.item.size;
     if (cut || isKeptElsewhere(record)) return Mend::ERASE;
@@ -150,7 +151,8 @@ Mend Repair::mendRestore(const QuarantineRecord& record) const {
     const Origin origin = originOf(record.item.path);
     if (origin.error == 0) {
         ::unlinkat(origin.folder.get(), StoreFolder::passingName(record.item.id).c_str(), 0);
-        if (contentOf(origin.folder.get(), origin.name, record.item.sha256) == Content::SAME) return Mend::ERASE;
+        if (contentOf(origin.folder.get(), origin.name, record.item.sha256, record.item.size) == Content::SAME)
+            return Mend::ERASE;
     }
     store_.seal(record.item.id);
     return Mend::KEEP;

@@ -97,6 +97,8 @@ StoreResult QuarantineStore::put(const ScannedFile& file, QuarantineRecord recor
     return result;
 }
 
+bool QuarantineStore::hasRoom(uint64_t bytes) const { return hasRoomFor(folder_.get(), 0, bytes); }
+
 /// After a failure: what was copied goes. What was renamed and is not ours (its old name was taken before it could go
 /// back) stays with its record, for the next start to put back.
 void QuarantineStore::discard(const QuarantineRecord& record) const {
@@ -108,6 +110,8 @@ void QuarantineStore::discard(const QuarantineRecord& record) const {
 StoreResult QuarantineStore::moveIn(const ScannedFile& file, QuarantineRecord& record, uint64_t keepFree) const {
     // Other names of the same file would be sealed with it: such a file is copied.
     if (file.status.st_nlink > 1) return copyInAndRemove(file, record, keepFree);
+    // A move takes no room, but what a user's quota gives back the user can fill again.
+    if (!hasRoomFor(folder_.get(), 0, keepFree)) return {false, DISK_ALMOST_FULL, ENOSPC};
     if (!renameExactly(file, folder_.get(), StoreFolder::dataName(record.item.id))) {
         if (errno == EXDEV) return copyInAndRemove(file, record, keepFree);
         return refused("the file cannot be moved", file, errno);
@@ -122,8 +126,8 @@ StoreResult QuarantineStore::copyIn(const ScannedFile& file, const QuarantineRec
     if (!hasRoomFor(folder_.get(), record.item.size, keepFree)) return {false, DISK_ALMOST_FULL, ENOSPC};
     const FileDescriptor data = createNew(folder_.get(), StoreFolder::dataName(record.item.id));
     if (!data) return failure("the quarantine cannot be written", errno);
-    const std::string hash = copyContent(file.file.get(), data.get());
-    if (hash.empty()) return failure("the file cannot be copied", errno);
+    const std::string hash = copyContent(file.file.get(), data.get(), record.item.size);
+    if (hash.empty() && errno != EFBIG) return failure("the file cannot be copied", errno);
     if (hash != record.item.sha256) return failure("the file changed while it was copied");
     return ::fsync(folder_.get()) == 0 ? success() : failure("the quarantine cannot be written", errno);
 }
@@ -184,8 +188,8 @@ StoreResult QuarantineStore::place(const QuarantineRecord& record, const Origin&
 StoreResult QuarantineStore::placeByRename(const QuarantineRecord& record, const Origin& origin) const {
     const std::string data = StoreFolder::dataName(record.item.id);
     const FileDescriptor file = openExisting(folder_.get(), data);
-    const std::string hash = file ? sha256Of(file.get()) : std::string();
-    if (hash.empty()) return failure("The quarantined file cannot be opened", errno);
+    const std::string hash = file ? sha256Of(file.get(), record.item.size) : std::string();
+    if (hash.empty() && (!file || errno != EFBIG)) return failure("The quarantined file cannot be opened", errno);
     // Who had it open for writing when it was put away could still change it.
     if (hash != record.item.sha256) return damaged();
     struct stat here {};
@@ -232,8 +236,9 @@ StoreResult QuarantineStore::placeByCopy(const QuarantineRecord& record, const O
         ::unlinkat(folder, name.c_str(), 0);
         return result;
     };
-    const std::string hash = dropInheritedAccess(copy.get()) ? copyContent(data.get(), copy.get()) : std::string();
-    if (hash.empty()) return undone(cannotPlace(errno, folder), passing);
+    const std::string hash =
+        dropInheritedAccess(copy.get()) ? copyContent(data.get(), copy.get(), record.item.size) : std::string();
+    if (hash.empty() && errno != EFBIG) return undone(cannotPlace(errno, folder), passing);
     if (hash != record.item.sha256) return undone(damaged(), passing);
     const AttributeResult applied = applyAttributes(copy.get(), attributesOf(record));
     if (!applied.done) return undone(failure("Owner, mode and times cannot be restored", applied.error), passing);

@@ -26,12 +26,16 @@ public:
     int64_t lastChange() const { return folder_.lastChange(); }
 
     /// Moves the file in, or copies it when `record.item.backup` is set. The record's id and hash must be filled.
-    /// `keepFree`: bytes that a copy leaves free on the disk.
+    /// `keepFree`: bytes that must be free on the disk, and that a copy leaves free.
     StoreResult put(const ScannedFile& file, QuarantineRecord record, uint64_t keepFree) const;
     /// Deletes a file where it is; the record tells a start what was under way.
     StoreResult destroy(const ScannedFile& file, const QuarantineRecord& record) const;
     /// Puts an item back where it came from and forgets it. May be tried again after any failure.
     StoreResult giveBack(const std::string& id) const;
+    /// Takes back the room that a content took after it was put away.
+    void cutTo(const std::string& id, uint64_t size) const { folder_.cutTo(id, size); }
+    /// Whether the disk has so many bytes free.
+    bool hasRoom(uint64_t bytes) const;
     /// Deletes an item's content and record.
     StoreResult erase(const std::string& id) const { return folder_.erase(id); }
 

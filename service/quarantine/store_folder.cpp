@@ -84,6 +84,16 @@ void StoreFolder::seal(int fd) const {
     ::fsync(fd);
 }
 
+void StoreFolder::cutTo(const std::string& id, uint64_t size) const {
+    struct stat status {};
+    if (dataStatus(id, status) != 0 || !S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) <= size)
+        return;
+    const FileDescriptor data(::openat(folder_.get(), dataName(id).c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+    const bool cut = data && ::ftruncate(data.get(), static_cast<off_t>(size)) == 0;
+    NORV_LOG(NORV_LOG_WARNING, "%s grew to %lld bytes in quarantine and %s", id.c_str(),
+             static_cast<long long>(status.st_size), cut ? "was cut" : "cannot be cut");
+}
+
 void StoreFolder::seal(const std::string& id) const {
     const FileDescriptor data = openExisting(get(), dataName(id));
     if (data) seal(data.get());

@@ -46,6 +46,8 @@ public:
 
     /// 0 when the content is there, else errno; only ENOENT says that it is not.
     int dataStatus(const std::string& id, struct stat& status) const;
+    /// Cuts off what somebody who had the file open before it came here has written behind its end.
+    void cutTo(const std::string& id, uint64_t size) const;
     /// Makes a content unusable for anybody but the service, as far as the service may.
     void seal(const std::string& id) const;
     void seal(int fd) const;

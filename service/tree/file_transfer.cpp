@@ -19,13 +19,17 @@ constexpr std::size_t BLOCK = std::size_t{256} * 1024;
 
 /// Reads the whole file, handing each block to `use`, which returns whether to go on.
 template <typename Use>
-bool readBlocks(int fd, const Use& use) {
+bool readBlocks(int fd, std::uint64_t most, const Use& use) {
     std::vector<char> block(BLOCK);
     off_t offset = 0;
     while (true) {
         const ssize_t length = ::pread(fd, block.data(), block.size(), offset);
         if (length < 0 && errno == EINTR) continue;
         if (length <= 0) return length == 0;
+        if (static_cast<std::uint64_t>(offset + length) > most) {
+            errno = EFBIG;
+            return false;
+        }
         if (!use(std::string_view(block.data(), static_cast<std::size_t>(length)))) return false;
         offset += length;
     }
@@ -39,18 +43,18 @@ bool isFile(int folder, const std::string& name, const struct stat& wanted) {
 
 }  // namespace
 
-std::string sha256Of(int fd) {
+std::string sha256Of(int fd, std::uint64_t most) {
     Sha256 hash;
-    const bool read = readBlocks(fd, [&hash](std::string_view bytes) {
+    const bool read = readBlocks(fd, most, [&hash](std::string_view bytes) {
         hash.add(bytes);
         return true;
     });
     return read ? hash.hex() : std::string();
 }
 
-std::string copyContent(int from, int to) {
+std::string copyContent(int from, int to, std::uint64_t most) {
     Sha256 hash;
-    const bool copied = readBlocks(from, [&hash, to](std::string_view bytes) {
+    const bool copied = readBlocks(from, most, [&hash, to](std::string_view bytes) {
         hash.add(bytes);
         return writeAll(to, bytes);
     });

@@ -2,16 +2,18 @@
 
 #include "service/tree/scanned_file.h"
 
+#include <cstdint>
 #include <string>
 
 namespace keldra {
 
 /// SHA-256 of an open file from its beginning, lower-case hexadecimal; empty, with errno set, when it cannot be read.
-std::string sha256Of(int fd);
+/// `most`: bytes; a file that has more, perhaps because somebody makes it longer meanwhile, is EFBIG.
+std::string sha256Of(int fd, std::uint64_t most = UINT64_MAX);
 
 /// Copies an open file from its beginning to the end of another and syncs that to disk. Returns the SHA-256 of what was
-/// copied; empty, with errno set, on failure.
-std::string copyContent(int from, int to);
+/// copied; empty, with errno set, on failure. `most`: as above.
+std::string copyContent(int from, int to, std::uint64_t most);
 
 /// Syncs a folder to disk, also one that was only opened as a place (O_PATH). False with errno set.
 bool syncFolder(int folder);

@@ -215,9 +215,8 @@ TEST_F(QuarantineTest, BackupLeavesTheFileInPlace) {
     expectRestored(dir_ / "share/virus");
 }
 
-TEST_F(QuarantineTest, CopyThatWouldFillTheDiskIsNotMade) {
-    fs::create_hard_link(bad(), dir_ / "other");  // so that quarantine copies it, too
-    const ScannedFile file = opened(dir_ / "share/virus");
+TEST_F(QuarantineTest, NothingIsPutAwayOrCopiedOnADiskThatIsAlmostFull) {
+    const ScannedFile file = opened(bad());
     QuarantineLimits limits;
     limits.keepFree = uint64_t{1} << 60U;
     quarantine_->setLimits(limits);
@@ -226,6 +225,32 @@ TEST_F(QuarantineTest, CopyThatWouldFillTheDiskIsNotMade) {
     }
     expectRestored(dir_ / "share/virus");
     EXPECT_EQ(filesInStore(), 0U);
+}
+
+TEST_F(QuarantineTest, WhoGoesOnWritingFillsNeitherTheDiskNorTheTimeOfAnybody) {
+    const FileDescriptor writer(::open(bad().c_str(), O_RDWR | O_CLOEXEC));
+    const std::string id = take(dir_ / "share/virus").id;
+    const fs::path data = dir_ / ("store/" + id + ".data");
+    ASSERT_EQ(::pwrite(writer.get(), "more", 4, 1 << 20), 4);
+    quarantine_->tidy();
+    EXPECT_GT(fs::file_size(data), 1U << 20U) << "there is room";
+    EXPECT_FALSE(quarantine_->restore(id).done);
+    QuarantineLimits limits;
+    limits.keepFree = uint64_t{1} << 60U;
+    quarantine_->setLimits(limits);
+    quarantine_->tidy();
+    EXPECT_EQ(fs::file_size(data), std::string_view(CONTENT).size());
+    quarantine_->setLimits({});
+    EXPECT_TRUE(quarantine_->restore(id).done);
+    expectRestored(dir_ / "share/virus");
+    // Made as long as can be when it is found: nobody reads that to its end.
+    ASSERT_EQ(::ftruncate(writer.get(), off_t{1} << 42U), 0);
+    ScannedFile grown = opened(dir_ / "share/virus");
+    grown.status.st_size = 11;
+    EXPECT_FALSE(quarantine_->take(grown, {}).done);
+    const FileDescriptor to(::open((dir_ / "copy").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    EXPECT_EQ(copyContent(writer.get(), to.get(), 11), "");
+    EXPECT_LE(fs::file_size(dir_ / "copy"), 11U);
 }
 
 TEST_F(QuarantineTest, CopyThatWouldTakeWhatIsToStayFreeIsNotMade) {
