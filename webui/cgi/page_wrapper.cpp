@@ -6,11 +6,12 @@
 
 #include <libintl.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <sstream>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -20,26 +21,60 @@ constexpr std::array<const char*, 3> CONTENT_TYPE_LINES = {"", "Content-type: te
                                                            "Content-type: text/plain\n"};
 
 /// Bytes of most pages of the console.
-constexpr std::size_t USUAL_PAGE = std::size_t{16} * 1024;
+constexpr std::size_t USUAL_PAGE = std::size_t{24} * 1024;
 
-/// `std::string::find`, which goes from one occurrence of the first character to the next, takes longer.
-std::size_t findFrom(const std::string& text, const std::string& name, std::size_t start) {
-    const void* const found = ::memmem(text.data() + start, text.size() - start, name.data(), name.size());
-    return found ? static_cast<std::size_t>(static_cast<const char*>(found) - text.data()) : std::string::npos;
+/// Bytes of the console's pages, the most frequent first.
+constexpr std::string_view FREQUENT = " eatis\"noldr<>=cphu/f-vmbgy.wkS1xT,O2C?qL4_PEAFDN0";
+
+/// Where in a name the byte stands that pages have least often.
+std::size_t rarestByte(std::string_view name) {
+    std::size_t rarest = 0;
+    std::size_t best = 0;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const std::size_t rank = std::min(FREQUENT.find(name[i]), FREQUENT.size());
+        if (rank > best) {
+            best = rank;
+            rarest = i;
+        }
+    }
+    return rarest;
 }
+
+/// A name that is looked for in a page from one of its rare bytes to the next: for each page some thirty names are
+/// looked for, most of them in vain or to be met once.
+class Needle {
+public:
+    explicit Needle(std::string_view name) : name_(name), rare_(rarestByte(name)) {}
+
+    /// Where the name stands next, from `start` on; npos when it does not. The name is not empty.
+    std::size_t findIn(std::string_view text, std::size_t start) const {
+        for (std::size_t at = start + rare_; at < text.size(); ++at) {
+            at = text.find(name_[rare_], at);
+            if (at == std::string_view::npos) break;
+            if (text.compare(at - rare_, name_.size(), name_) == 0) return at - rare_;
+        }
+        return std::string_view::npos;
+    }
+
+private:
+    std::string_view name_;
+    std::size_t rare_;
+};
 
 /// Left to right, never inside a value just inserted.
 void replaceAll(std::string& text, const std::string& name, const std::string& value) {
-    std::size_t found = name.empty() ? std::string::npos : findFrom(text, name, 0);
+    if (name.empty()) return;
+    const Needle needle(name);
+    std::size_t found = needle.findIn(text, 0);
     if (found == std::string::npos) return;
-    std::size_t next = findFrom(text, name, found + name.size());
+    std::size_t next = needle.findIn(text, found + name.size());
     if (next == std::string::npos) {
         text.replace(found, name.size(), value);
         return;
     }
     std::string result(text, 0, found);
     for (; found != std::string::npos; found = next) {
-        next = findFrom(text, name, found + name.size());
+        next = needle.findIn(text, found + name.size());
         result.append(value).append(text, found + name.size(), next - found - name.size());
     }
     text = std::move(result);
@@ -48,9 +83,12 @@ void replaceAll(std::string& text, const std::string& name, const std::string& v
 /// A text that is taken away from its front, where other text can be put back without moving all of it.
 class Rest {
 public:
-    explicit Rest(std::string text) : buffer_(std::move(text)) {}
+    explicit Rest(std::string_view text) : size_(USUAL_PAGE + text.size()), start_(USUAL_PAGE) {
+        buffer_ = std::make_unique_for_overwrite<char[]>(size_);
+        text.copy(buffer_.get() + start_, text.size());
+    }
 
-    std::string_view view() const { return std::string_view(buffer_).substr(start_); }
+    std::string_view view() const { return {buffer_.get() + start_, size_ - start_}; }
     /// Moves up to `count` bytes to the end of `out`.
     void moveTo(std::string& out, std::size_t count) {
         const std::string_view front = view().substr(0, count);
@@ -59,19 +97,40 @@ public:
     }
     void drop(std::size_t count) { start_ += count; }
     void putBack(std::string_view text) {
-        if (text.size() > start_) {
-            const std::size_t room = text.size() + buffer_.size();
-            buffer_.insert(0, room, '\0');
-            start_ += room;
-        }
+        if (text.size() > start_) makeRoom(text.size());
         start_ -= text.size();
-        text.copy(buffer_.data() + start_, text.size());
+        text.copy(buffer_.get() + start_, text.size());
     }
 
 private:
-    std::string buffer_;
-    std::size_t start_ = 0;
+    void makeRoom(std::size_t wanted) {
+        const std::size_t room = wanted + size_;
+        auto larger = std::make_unique_for_overwrite<char[]>(room + size_);
+        std::memcpy(larger.get() + room + start_, buffer_.get() + start_, size_ - start_);
+        buffer_ = std::move(larger);
+        size_ += room;
+        start_ += room;
+    }
+
+    /// What is left are the last bytes, from `start_`. Those before it are room, never read.
+    std::unique_ptr<char[]> buffer_;
+    std::size_t size_;
+    std::size_t start_;
 };
+
+/// The next word of a text, up to white space; empty at the text's end.
+std::string_view takeWord(std::string_view& text) {
+    constexpr std::string_view BLANKS = " \t\n\v\f\r";
+    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
+    const std::string_view word = text.substr(0, text.find_first_of(BLANKS));
+    text.remove_prefix(word.size());
+    return word;
+}
+
+void dropLine(std::string_view& text) {
+    const std::size_t end = text.find('\n');
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+}
 
 std::string translated(const std::string& text) {
     // The catalogue answers the empty text with its own header, and sees nothing behind a NUL byte.
@@ -110,11 +169,12 @@ bool CPageWrapper::setDString(const std::string& strDStringFile) {
         NORV_LOG(NORV_LOG_ERROR, "Failed to open %s", strDStringFile.c_str());
         return false;
     }
-    std::istringstream words(content);
-    std::string name;
-    std::string value;
-    for (std::string rest; words >> name; std::getline(words, rest)) {
-        if (name.front() == ';' || !(words >> value)) continue;
+    for (std::string_view rest = content; !rest.empty(); dropLine(rest)) {
+        const std::string name(takeWord(rest));
+        if (name.empty()) break;
+        if (name.front() == ';') continue;
+        const std::string value(takeWord(rest));
+        if (value.empty()) break;
         dstrings_.insert_or_assign(name, value);
         NORV_TRACE("DString added. name=%s value=%s", name.c_str(), value.c_str());
     }
@@ -149,21 +209,20 @@ int CPageWrapper::ReplaceWithMUIString(std::string& text) {
     const std::string_view closing = CStringMUI::end_tag;
     std::string done;
     done.reserve(USUAL_PAGE);
-    std::string value;
-    Rest rest(std::move(text));
+    Rest rest(text);
     for (;;) {
         const std::size_t start = rest.view().find(opening);
         if (start == std::string_view::npos) break;
         const std::size_t end = rest.view().find(closing, start + 1);
         if (end == std::string_view::npos) break;
         rest.moveTo(done, start);
-        const std::string marker(rest.view().substr(0, end + closing.size() - start));
-        if (strings_.GetValue(marker, value) == 0) {
-            rest.drop(marker.size());
-            rest.putBack(value);
+        const std::size_t length = end + closing.size() - start;
+        if (const std::string_view* const value = strings_.find(rest.view().substr(0, length))) {
+            rest.drop(length);
+            rest.putBack(*value);
         }
         // The marker's length, not the value's: texts of the string table rely on it.
-        rest.moveTo(done, marker.size());
+        rest.moveTo(done, length);
     }
     text = std::move(done.append(rest.view()));
     return 1;

@@ -1,7 +1,6 @@
 #include "webui/cgi/string_mui.h"
 
 #include "norv/log.h"
-#include "webui/cgi/text_file.h"
 
 #include <algorithm>
 #include <bit>
@@ -38,27 +37,23 @@ int CStringMUI::Initialize(const std::string& strPath) {
         NORV_LOG(NORV_LOG_REFUSED, "Invalid argument.");
         return 1;
     }
-    std::string text;
-    if (!readTextFile(strPath, text)) {
+    TextFile file;
+    if (!file.read(strPath)) {
         NORV_LOG(NORV_LOG_REFUSED, "Failed to open file.");
         return 3;
     }
-    const std::size_t start = text_.size();
-    text_ = start == 0 ? std::move(text) : text_ + text;
-    addEntries(start);
+    files_.push_back(std::move(file));
+    addEntries(files_.back().text());
     return 0;
 }
 
-void CStringMUI::addEntries(std::size_t start) {
-    entries_.reserve(entries_.size() + (text_.size() - start) / USUAL_LINE);
-    while (start < text_.size()) {
-        const std::size_t end = std::min(text_.find('\n', start), text_.size());
-        const std::size_t equals = std::string_view(text_).substr(start, end - start).find('=');
-        if (equals != std::string_view::npos) {
-            entries_.push_back(
-                {static_cast<uint32_t>(start), static_cast<uint32_t>(start + equals), static_cast<uint32_t>(end)});
-        }
-        start = end + 1;
+void CStringMUI::addEntries(std::string_view text) {
+    entries_.reserve(entries_.size() + text.size() / USUAL_LINE);
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        const std::size_t equals = line.find('=');
+        if (equals != std::string_view::npos) entries_.push_back({line.substr(0, equals), line.substr(equals + 1)});
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
     }
     index();
 }
@@ -66,26 +61,26 @@ void CStringMUI::addEntries(std::size_t start) {
 /// A later entry takes the place of an earlier one of its key.
 void CStringMUI::index() {
     slots_.assign(std::bit_ceil(2 * entries_.size() + 1), 0);
-    for (std::size_t i = 0; i < entries_.size(); ++i) slots_[slotOf(keyOf(entries_[i]))] = static_cast<uint32_t>(i + 1);
+    for (std::size_t i = 0; i < entries_.size(); ++i) slots_[slotOf(entries_[i].key)] = static_cast<uint32_t>(i + 1);
 }
 
 /// Where the key stands in the table, or would stand.
 std::size_t CStringMUI::slotOf(std::string_view key) const {
     const std::size_t mask = slots_.size() - 1;
     std::size_t slot = hashOf(key) & mask;
-    while (slots_[slot] != 0 && keyOf(entries_[slots_[slot] - 1]) != key) slot = (slot + 1) & mask;
+    while (slots_[slot] != 0 && entries_[slots_[slot] - 1].key != key) slot = (slot + 1) & mask;
     return slot;
 }
 
-std::string_view CStringMUI::keyOf(const Entry& entry) const {
-    return std::string_view(text_).substr(entry.start, entry.equals - entry.start);
+const std::string_view* CStringMUI::find(std::string_view key) const {
+    const uint32_t place = slots_.empty() ? 0 : slots_[slotOf(key)];
+    return place == 0 ? nullptr : &entries_[place - 1].value;
 }
 
 int CStringMUI::GetValue(const std::string& key, std::string& value) const {
     if (key.empty()) return 1;
-    const uint32_t place = slots_.empty() ? 0 : slots_[slotOf(key)];
-    if (place == 0) return 2;
-    const Entry& entry = entries_[place - 1];
-    value.assign(text_, entry.equals + 1, entry.end - entry.equals - 1);
+    const std::string_view* const found = find(key);
+    if (!found) return 2;
+    value = *found;
     return 0;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "webui/cgi/text_file.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -19,22 +21,21 @@ public:
 
     /// Looks a whole marker up. 0: found; 1: the key is empty; 2: no such key, and `value` is untouched.
     int GetValue(const std::string& key, std::string& value) const;
+    /// The same without a copy; null when there is no such key. What is returned holds until the next `Initialize`.
+    const std::string_view* find(std::string_view key) const;
 
 private:
-    /// Where an entry stands in the text: the key from `start`, the value behind the "=" at `equals` up to `end`.
     struct Entry {
-        uint32_t start;
-        uint32_t equals;
-        uint32_t end;
+        std::string_view key;
+        std::string_view value;
     };
 
-    std::string_view keyOf(const Entry& entry) const;
     std::size_t slotOf(std::string_view key) const;
-    void addEntries(std::size_t start);
+    void addEntries(std::string_view text);
     void index();
 
-    /// The files' texts, one behind the other. A page asks for few of their entries, so none is copied.
-    std::string text_;
+    /// A page asks for few of their entries, so none is copied.
+    std::vector<TextFile> files_;
     std::vector<Entry> entries_;
     /// A hash table of places in `entries_`, counted from 1; 0 is free. Its size is a power of two.
     std::vector<uint32_t> slots_;

@@ -1,10 +1,12 @@
 #include "webui/cgi/text_file.h"
 
+#include "norv/file_descriptor.h"
+
+#include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cstddef>
-#include <cstdio>
-#include <memory>
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -13,26 +15,44 @@ namespace {
 constexpr std::size_t SMALLEST_BLOCK = 4096;
 
 /// What a whole file takes, and one byte more, so that its end is met without asking for more room.
-std::size_t roomFor(std::FILE& file) {
+std::size_t roomFor(int file) {
     struct stat status {};
-    const bool known = ::fstat(::fileno(&file), &status) == 0 && status.st_size > 0;
+    const bool known = ::fstat(file, &status) == 0 && status.st_size > 0;
     return known ? static_cast<std::size_t>(status.st_size) + 1 : SMALLEST_BLOCK;
+}
+
+/// Bytes read; 0 at the end and where reading fails.
+std::size_t readSome(int file, char* bytes, std::size_t room) {
+    ssize_t got = ::read(file, bytes, room);
+    while (got < 0 && errno == EINTR) got = ::read(file, bytes, room);
+    return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 
 }  // namespace
 
-bool readTextFile(const std::string& path, std::string& text) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);
+bool TextFile::read(const std::string& path) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file) return false;
-    std::setvbuf(file.get(), nullptr, _IONBF, 0);
-    std::string content(roomFor(*file), '\0');
-    std::size_t length = 0;
-    while (const std::size_t got = std::fread(content.data() + length, 1, content.size() - length, file.get())) {
-        length += got;
-        if (length == content.size()) content.resize(2 * length);
+    std::size_t room = roomFor(file.get());
+    auto bytes = std::make_unique_for_overwrite<char[]>(room);
+    std::size_t size = 0;
+    while (const std::size_t got = readSome(file.get(), bytes.get() + size, room - size)) {
+        size += got;
+        if (size < room) continue;
+        room *= 2;
+        auto larger = std::make_unique_for_overwrite<char[]>(room);
+        std::memcpy(larger.get(), bytes.get(), size);
+        bytes = std::move(larger);
     }
-    content.resize(length);
-    text = std::move(content);
+    bytes_ = std::move(bytes);
+    size_ = size;
+    return true;
+}
+
+bool readTextFile(const std::string& path, std::string& text) {
+    TextFile file;
+    if (!file.read(path)) return false;
+    text = file.text();
     return true;
 }
 

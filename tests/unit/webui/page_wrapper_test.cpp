@@ -52,6 +52,8 @@ TEST_F(Page, ItemsAreAppliedInOrderOfTheirNames) {
     EXPECT_EQ(body("A-A", {{"A", "AA"}}), "AA-AA") << "a value with its own name ends";
     EXPECT_EQ(body("aaa", {{"aa", ""}}), "a");
     EXPECT_EQ(body("__LOCALE__ __OTHER__"), "en-US __OTHER__");
+    EXPECT_EQ(body("Zx aZ Zax ZaZaxZ", {{"aZ", "_"}}), "Zx _ Zax Z_axZ") << "wherever its rare byte stands";
+    EXPECT_EQ(body("Z a", {{"aZ", "_"}}), "Z a") << "its rare byte where the name would begin before the page";
 }
 
 TEST_F(Page, MarkersGiveWayToTheTextsOfTheLanguage) {
@@ -70,6 +72,9 @@ TEST_F(Page, MarkersGiveWayToTheTextsOfTheLanguage) {
         {"%[LONGER]%         %[S]%", "x         t"},  // and behind it
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(body(text), expected);
+    const std::string longest(100000, 'x');
+    console.write("templates/en-US/string.mui", "%[S]%=s\n%[LONG]%=" + longest + "%[S]%\n");
+    EXPECT_EQ(body("%[LONG]%    %[LONG]%"), longest + "s    " + longest + "s") << "texts longer than any page";
 }
 
 TEST_F(Page, AMarkerMayComeFromALongTextButNotFromAnItem) {
