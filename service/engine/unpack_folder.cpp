@@ -15,6 +15,8 @@ constexpr int FLAGS = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 /// What the library makes is nested by a few folders only; whatever is deeper is no work of its.
 constexpr int DEEPEST = 32;
 constexpr blkcnt_t BLOCK = 512;
+/// Seconds after which any further change of a folder gives it another time.
+constexpr time_t SETTLED = 1;
 
 using Entries = std::unique_ptr<DIR, int (*)(DIR*)>;
 
@@ -29,17 +31,22 @@ bool isOther(const dirent& entry) {
     return std::strcmp(&entry.d_name[0], ".") != 0 && std::strcmp(&entry.d_name[0], "..") != 0;
 }
 
-void removeAll(DIR* entries, int depth) {
+/// Whether there was nothing.
+bool removeAll(DIR* entries, int depth) {
     const int folder = ::dirfd(entries);
+    bool nothing = true;
     while (const dirent* entry = ::readdir(entries)) {
         const char* const name = &entry->d_name[0];
-        if (!isOther(*entry) || ::unlinkat(folder, name, 0) == 0 || depth == 0) continue;
+        if (!isOther(*entry)) continue;
+        nothing = false;
+        if (::unlinkat(folder, name, 0) == 0 || depth == 0) continue;
         {
             const FileDescriptor below(::openat(folder, name, FLAGS));
             if (const Entries inner = entriesOf(below.get())) removeAll(inner.get(), depth - 1);
         }
         ::unlinkat(folder, name, AT_REMOVEDIR);
     }
+    return nothing;
 }
 
 uint64_t sizeBelow(int folder, int depth) {
@@ -78,9 +85,19 @@ bool UnpackFolder::usable() const {
     return folder_ && ::fstat(folder_.get(), &status) == 0 && status.st_nlink > 0;
 }
 
+timespec UnpackFolder::lastChange() const {
+    struct stat status {};
+    return ::fstat(folder_.get(), &status) == 0 ? status.st_ctim : timespec{};
+}
+
+/// Most files leave nothing, and to read an empty folder costs more than to see that nothing changed it.
 void UnpackFolder::empty() {
+    const timespec change = lastChange();
+    const bool settled = change.tv_sec != 0 && ::time(nullptr) - change.tv_sec > SETTLED;
+    if (settled && change.tv_sec == emptySince_.tv_sec && change.tv_nsec == emptySince_.tv_nsec) return;
     ::rewinddir(entries_.get());
-    removeAll(entries_.get(), DEEPEST);
+    const bool nothing = removeAll(entries_.get(), DEEPEST);
+    emptySince_ = settled && nothing ? change : timespec{};
 }
 
 uint64_t UnpackFolder::size() const { return folder_ ? sizeBelow(folder_.get(), DEEPEST) : 0; }

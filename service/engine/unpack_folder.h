@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <string>
 
@@ -30,9 +31,13 @@ public:
     uint64_t size() const;
 
 private:
+    timespec lastChange() const;
+
     const std::string path_;
     FileDescriptor folder_;
     std::unique_ptr<DIR, int (*)(DIR*)> entries_{nullptr, ::closedir};
+    /// The folder's last change before it was found empty, if that was so long before that any later one shows; else 0.
+    timespec emptySince_{};
 };
 
 }  // namespace keldra

@@ -2,12 +2,14 @@
 
 #include "service/engine/scanner_wire.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -72,6 +74,19 @@ int mkdir(const char* path, mode_t mode) noexcept {
     }
     keldra::keepPromise(path);
     return keldra::makeNow(path, mode);
+}
+
+int chmod(const char* path, mode_t mode) noexcept {
+    static auto* const real = keldra::next<int(const char*, mode_t)>("chmod");
+    return keldra::isPromised(path) ? 0 : real(path, mode);
+}
+
+/// The library looks into its folder before it removes it.
+DIR* opendir(const char* path) {
+    static auto* const real = keldra::next<DIR*(const char*)>("opendir");
+    if (!keldra::isPromised(path)) return real(path);
+    errno = ENOENT;
+    return nullptr;
 }
 
 int rmdir(const char* path) noexcept {
