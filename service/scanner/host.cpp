@@ -18,7 +18,6 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -40,12 +39,14 @@ struct Size {
     uint64_t resident = 0;
 };
 
-Size ownSize() {
-    std::ifstream file("/proc/self/statm");
-    Size size;
-    file >> size.mapped >> size.resident;
+/// Of the process that opened `statm`.
+Size sizeOf(const FileDescriptor& statm) {
+    std::array<char, 128> text{};
+    if (::pread(statm.get(), text.data(), text.size() - 1, 0) <= 0) return {};
     const auto page = static_cast<uint64_t>(::sysconf(_SC_PAGESIZE));
-    return {size.mapped * page, size.resident * page};
+    char* rest = nullptr;
+    const uint64_t mapped = std::strtoull(text.data(), &rest, 10);
+    return {mapped * page, std::strtoull(rest, nullptr, 10) * page};
 }
 
 /// Ends the process when keldrad goes while the library works and nobody else listens.
@@ -97,6 +98,8 @@ private:
     void bury();
     bool obey();
 
+    /// Opened before the folder that it stands in is out of reach.
+    const FileDescriptor statm_{::open("/proc/self/statm", O_RDONLY | O_CLOEXEC)};
     std::unique_ptr<cl_engine, FreeEngine> engine_;
     FileDescriptor deaths_;
     std::map<pid_t, Worker> workers_;
@@ -147,7 +150,7 @@ void Host::load(std::vector<FileDescriptor> descriptors) {
         fault = loadFolders(news, descriptors);
     }
     news.good = fault.empty() ? 1 : 0;
-    news.memory = ownSize().resident;
+    news.memory = sizeOf(statm_).resident;
     wire::put(news.text, fault);
     wire::send(wire::CHANNEL, news);
 }
@@ -170,7 +173,7 @@ void Host::becomeWorker(const wire::HostOrder& order, const std::vector<FileDesc
 
 void Host::fork(const wire::HostOrder& order, const std::vector<FileDescriptor>& descriptors) {
     if (descriptors.size() != 2) return;
-    const Size size = ownSize();
+    const Size size = sizeOf(statm_);
     const pid_t pid = ::fork();
     if (pid == 0) becomeWorker(order, descriptors, size.mapped);
     wire::HostNews news;

@@ -6,10 +6,12 @@
 #include <grp.h>
 #include <linux/capability.h>
 #include <linux/landlock.h>
+#include <sched.h>
 #include <seccomp.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -26,10 +28,13 @@ constexpr uint64_t BACKGROUND_SLICE = 100'000'000;  // nanoseconds, the most tha
 constexpr int LOW_IO_PRIORITY = (2 << 13) | 7;      // best effort, the lowest level
 constexpr rlim_t MOST_DESCRIPTORS = 256;
 
+/// Needs CAP_SETPCAP, which ends with the change of the user; without it nothing is lost, since no new ones can be had.
+void boundCapabilities() {
+    for (unsigned long one = 0; one <= CAP_LAST_CAP; ++one) ::prctl(PR_CAPBSET_DROP, one, 0, 0, 0);
+}
+
 bool dropCapabilities() {
     ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
-    // Needs a capability of its own; without it nothing is lost, since no new ones can be had.
-    for (unsigned long one = 0; one <= CAP_LAST_CAP; ++one) ::prctl(PR_CAPBSET_DROP, one, 0, 0, 0);
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     std::array<__user_cap_data_struct, 2> none{};
     return ::syscall(SYS_capset, &header, none.data()) == 0;
@@ -65,8 +70,6 @@ constexpr int SCANNING[] = {SCMP_SYS(read),
                             SCMP_SYS(write),
                             SCMP_SYS(pwrite64),
                             SCMP_SYS(writev),
-                            SCMP_SYS(open),
-                            SCMP_SYS(openat),
                             SCMP_SYS(close),
                             SCMP_SYS(close_range),
                             SCMP_SYS(stat),
@@ -115,8 +118,6 @@ constexpr int SCANNING[] = {SCMP_SYS(read),
                             SCMP_SYS(faccessat2),
                             SCMP_SYS(readlink),
                             SCMP_SYS(readlinkat),
-                            SCMP_SYS(mkdir),
-                            SCMP_SYS(mkdirat),
                             SCMP_SYS(rmdir),
                             SCMP_SYS(unlink),
                             SCMP_SYS(unlinkat),
@@ -128,8 +129,6 @@ constexpr int SCANNING[] = {SCMP_SYS(read),
                             SCMP_SYS(dup),
                             SCMP_SYS(getdents64),
                             SCMP_SYS(umask),
-                            SCMP_SYS(getrlimit),
-                            SCMP_SYS(setrlimit),
                             SCMP_SYS(sched_yield),
                             SCMP_SYS(sched_getaffinity),
                             SCMP_SYS(statfs),
@@ -141,16 +140,45 @@ constexpr int SCANNING[] = {SCMP_SYS(read),
                             SCMP_SYS(readahead),
                             SCMP_SYS(membarrier)};
 
-constexpr int HOSTING[] = {SCMP_SYS(clone),      SCMP_SYS(fork),
-                           SCMP_SYS(wait4),      SCMP_SYS(waitid),
-                           SCMP_SYS(kill),       SCMP_SYS(tgkill),
-                           SCMP_SYS(prctl),      SCMP_SYS(seccomp),
-                           SCMP_SYS(signalfd4),  SCMP_SYS(setpriority),
-                           SCMP_SYS(ioprio_set), SCMP_SYS(landlock_create_ruleset),
-                           SCMP_SYS(dup2),       SCMP_SYS(landlock_add_rule),
-                           SCMP_SYS(dup3),       SCMP_SYS(landlock_restrict_self),
-                           SCMP_SYS(prlimit64),  SCMP_SYS(eventfd2),
-                           SCMP_SYS(fcntl),      SCMP_SYS(sched_setattr)};
+constexpr int HOSTING[] = {SCMP_SYS(fork),
+                           SCMP_SYS(wait4),
+                           SCMP_SYS(waitid),
+                           SCMP_SYS(kill),
+                           SCMP_SYS(tgkill),
+                           SCMP_SYS(prctl),
+                           SCMP_SYS(seccomp),
+                           SCMP_SYS(signalfd4),
+                           SCMP_SYS(setpriority),
+                           SCMP_SYS(ioprio_set),
+                           SCMP_SYS(landlock_create_ruleset),
+                           SCMP_SYS(dup2),
+                           SCMP_SYS(landlock_add_rule),
+                           SCMP_SYS(dup3),
+                           SCMP_SYS(landlock_restrict_self),
+                           SCMP_SYS(prlimit64),
+                           SCMP_SYS(eventfd2),
+                           SCMP_SYS(fcntl),
+                           SCMP_SYS(sched_setattr)};
+
+/// Allows `call` where none of `bits` is set in the argument of that number.
+bool allowWithout(const Filter& filter, int call, unsigned argument, scmp_datum_t bits) {
+    const scmp_arg_cmp none{argument, SCMP_CMP_MASKED_EQ, bits, 0};
+    return seccomp_rule_add_array(filter.get(), SCMP_ACT_ALLOW, call, 1, &none) == 0;
+}
+
+/// Files and folders, but none that gives its user or group to whoever runs it.
+bool allowMaking(const Filter& filter) {
+    constexpr scmp_datum_t GIVEN = S_ISUID | S_ISGID;
+    return allowWithout(filter, SCMP_SYS(open), 2, GIVEN) && allowWithout(filter, SCMP_SYS(openat), 3, GIVEN) &&
+           allowWithout(filter, SCMP_SYS(mkdir), 1, GIVEN) && allowWithout(filter, SCMP_SYS(mkdirat), 2, GIVEN);
+}
+
+/// Processes, but in no namespaces of their own.
+bool allowCloning(const Filter& filter) {
+    constexpr scmp_datum_t NEW =
+        CLONE_NEWNS | CLONE_NEWCGROUP | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNET;
+    return allowWithout(filter, SCMP_SYS(clone), 0, NEW);
+}
 
 bool allowMapping(const Filter& filter) {
     // Memory that was written to never becomes code.
@@ -159,8 +187,7 @@ bool allowMapping(const Filter& filter) {
         if (seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, SCMP_SYS(mmap), 1,
                              SCMP_A2(SCMP_CMP_MASKED_EQ, BOTH, protection)) != 0)
             return false;
-    return seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, SCMP_SYS(mprotect), 1,
-                            SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0)) == 0;
+    return allowWithout(filter, SCMP_SYS(mprotect), 2, PROT_EXEC);
 }
 
 bool allowOwn(const Filter& filter) {
@@ -181,6 +208,8 @@ void limit(int what, rlim_t most) {
 }  // namespace
 
 bool giveUpRights(uid_t user, gid_t group, std::string& fault) {
+    ::umask(S_IRWXG | S_IRWXO);
+    boundCapabilities();
     if (!changeUser(user, group)) {
         fault = "its user cannot be changed: " + errorText(errno);
     } else if (!dropCapabilities()) {
@@ -197,7 +226,7 @@ bool confineToFolders(std::span<const int> readable, int writable) {
     if (!rules || !allowBelow(rules.get(), writable, READING | WRITING)) return false;
     for (const int folder : readable)
         if (!allowBelow(rules.get(), folder, READING)) return false;
-    for (const char* const system : {"/usr", "/lib", "/lib64", "/etc", "/proc", "/sys/devices/system/cpu"}) {
+    for (const char* const system : {"/usr", "/lib", "/lib64", "/etc", "/sys/devices/system/cpu"}) {
         const FileDescriptor folder(::open(system, O_PATH | O_DIRECTORY | O_CLOEXEC));
         if (folder) allowBelow(rules.get(), folder.get(), READING);
     }
@@ -212,8 +241,9 @@ bool allowOnly(Calls calls) {
     const Filter filter(seccomp_init(SCMP_ACT_ERRNO(EPERM)), seccomp_release);
     // The C library falls back to calls whose arguments can be looked at.
     return filter && seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3), 0) == 0 &&
-           allow(filter, SCANNING) && allowMapping(filter) && allowOwn(filter) &&
-           (calls == Calls::WORKER || allow(filter, HOSTING)) && seccomp_load(filter.get()) == 0;
+           allow(filter, SCANNING) && allowMaking(filter) && allowMapping(filter) && allowOwn(filter) &&
+           (calls == Calls::WORKER || (allow(filter, HOSTING) && allowCloning(filter))) &&
+           seccomp_load(filter.get()) == 0;
 }
 
 namespace {

@@ -9,8 +9,8 @@
 namespace keldra {
 
 /// Gives up every right that this process does not need: the user and group (numbers, kept when they are this
-/// process's already), all capabilities, the way to new ones. False, with the step in `fault`, when one cannot be given
-/// up.
+/// process's already), all capabilities, the way to new ones; what it makes is nobody else's to read. False, with the
+/// step in `fault`, when one cannot be given up.
 bool giveUpRights(uid_t user, gid_t group, std::string& fault);
 
 /// Keeps the process, for good, from opening files outside of the system's own (for reading), of `readable` (for
