@@ -1,6 +1,7 @@
 #include "norv/counted.h"
 #include "norv/path_list.h"
 #include "norv/protocol/scans.h"
+#include "norv/protocol/status.h"
 #include "service/ctl/command_line.h"
 #include "service/ctl/control_client.h"
 #include "service/ctl/output.h"
@@ -55,6 +56,15 @@ std::size_t printFinds(const std::string& id, std::size_t from) {
     }
 }
 
+/// Whether only the file for trying out can be found; then no file counts as clean.
+bool lacksSignatures() {
+    const auto answer = ask(protocol::GetServiceStatus());
+    const auto& reasons = answer.reply.reasons;
+    return answer && std::any_of(reasons.begin(), reasons.end(), [](const protocol::VerdictReason& reason) {
+               return reason.reason == "no_signatures";
+           });
+}
+
 /// As the history lists it.
 protocol::ScanSummary summaryOf(const std::string& id, const protocol::ScanProgress& scan) {
     return {.id = id,
@@ -84,7 +94,12 @@ int printSummary(const std::string& id, const protocol::ScanProgress& scan) {
     }
     if (scan.state != ScanState::COMPLETED)
         return fail({FAULT_INCOMPLETE, "The scan did not run to its end. " + scan.message});
+    const int missing =
+        lacksSignatures()
+            ? fail({FAULT_INCOMPLETE, "There are no virus signatures, so nothing but the test file can be found."})
+            : 0;
     if (scan.found > 0) return STATUS_FOUND;
+    if (missing != 0) return missing;
     return scan.notFullyScanned + scan.skipped > 0 ? STATUS_ERROR : STATUS_DONE;
 }
 
