@@ -14,6 +14,7 @@ inline constexpr const char* FAULT_UNREADABLE = "unreadable_answer";
 inline constexpr const char* FAULT_NOT_FOUND = "not_found";
 inline constexpr const char* FAULT_VALUE = "wrong_value";
 inline constexpr const char* FAULT_INCOMPLETE = "not_completed";
+inline constexpr const char* FAULT_NO_SIGNATURES = "no_signatures";
 inline constexpr const char* FAULT_FAILED = "failed";
 
 /// Why something is not done.

@@ -85,6 +85,10 @@ protocol::ScanSummary summaryOf(const std::string& id, const protocol::ScanProgr
 }
 
 int printSummary(const std::string& id, const protocol::ScanProgress& scan) {
+    const int missing =
+        scan.state == ScanState::COMPLETED && lacksSignatures()
+            ? fail({FAULT_NO_SIGNATURES, "There are no virus signatures, so nothing but the test file can be found."})
+            : 0;
     if (jsonWanted()) {
         print(lowerJson(summaryOf(id, scan)));
     } else {
@@ -94,10 +98,6 @@ int printSummary(const std::string& id, const protocol::ScanProgress& scan) {
     }
     if (scan.state != ScanState::COMPLETED)
         return fail({FAULT_INCOMPLETE, "The scan did not run to its end. " + scan.message});
-    const int missing =
-        lacksSignatures()
-            ? fail({FAULT_INCOMPLETE, "There are no virus signatures, so nothing but the test file can be found."})
-            : 0;
     if (scan.found > 0) return STATUS_FOUND;
     if (missing != 0) return missing;
     return scan.notFullyScanned + scan.skipped > 0 ? STATUS_ERROR : STATUS_DONE;
