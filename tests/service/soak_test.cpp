@@ -214,7 +214,7 @@ TEST_F(ManyClientsTest, MemoryAndDescriptorsStayAsTheyAreUnderAllThatIsAskedAtOn
     keepDoing([&](unsigned) { askAsPages(); });
     keepDoing([&](unsigned) {
         const ProcessResult result = service_.control({"scan", samples / "bad", samples / "clean"});
-        expectEnd("status " + std::to_string(result.status) + result.errors, "status 1");
+        expectEnd(result.errors + "status " + std::to_string(result.status), "status 1");
         std::this_thread::sleep_for(200ms);
     });
     if (watched_)
