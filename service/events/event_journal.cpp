@@ -93,9 +93,9 @@ bool EventJournal::onDisk(std::uint64_t id) const {
     return id != 0 && (waiting_.empty() || waiting_.front().id > id);
 }
 
-void EventJournal::countScanned(std::uint64_t files) {
+void EventJournal::countScanned(std::uint64_t files, std::int64_t time) {
     const std::lock_guard lock(mutex_);
-    figures_.add(clock_.now(), files, 0, 0);
+    figures_.add(time == 0 ? clock_.now() : time, files, 0, 0);
     figuresChanged_ = true;
 }
 

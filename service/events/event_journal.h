@@ -50,8 +50,8 @@ public:
     std::uint64_t add(Event event);
     /// Whether an event is on disk; false for 0.
     bool onDisk(std::uint64_t id) const;
-    /// Files that were scanned, for the daily figures.
-    void countScanned(std::uint64_t files);
+    /// Files that were scanned, for the daily figures. `time`: seconds since the epoch; 0: now.
+    void countScanned(std::uint64_t files, std::int64_t time = 0);
 
     /// The events that match, newest first, without the first `from` ones, at most `count`.
     EventPage query(const EventFilter& filter, std::size_t from, std::size_t count) const;

@@ -3,6 +3,7 @@
 #include "norv/json_text.h"
 #include "norv/json_value.h"
 #include "norv/log.h"
+#include "service/scanning/scan_events.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -162,7 +163,26 @@ std::vector<ScanStatus> ScanHistory::unsettled() const {
     return all;
 }
 
+/// What a scan reported before there was a journal: with it events and daily figures reach as far back as the history.
+void ScanHistory::tellReports(const ScanStatus& status) const {
+    constexpr std::size_t MOST = 200;
+    std::map<EventKind, std::uint64_t> left{{EventKind::FIND, status.found},
+                                            {EventKind::NOT_SCANNED, status.notFullyScanned + status.skipped}};
+    const auto tell = [&](Event event) {
+        event.time = status.ended;
+        event.untold = true;
+        left[event.kind] -= std::min(left[event.kind], event.count);
+        journal_.add(std::move(event));
+    };
+    for (const ScanFind& find : finds(status.id, 0, MOST)) tell(eventOfFind(find, status));
+    for (const EventKind kind : {EventKind::FIND, EventKind::NOT_SCANNED})
+        if (left[kind] > 0) tell(eventOfFurther(kind, status, left[kind]));
+    journal_.countScanned(status.scanned, status.ended);
+    journal_.flush(JOURNAL_PATIENCE);
+}
+
 std::map<std::string, ScanStatus> ScanHistory::readAll() const {
+    const bool journalIsNew = journal_.query({}, 0, 1).total == 0;
     std::map<std::string, ScanStatus> all = fromJournal();
     std::map<std::string, std::uint64_t> told;
     for (ScanStatus& status : unsettled()) {
@@ -172,6 +192,7 @@ std::map<std::string, ScanStatus> ScanHistory::readAll() const {
         }
         const bool wasRunning = status.state == ScanState::RUNNING;
         if (wasRunning) status = closed(std::move(status));
+        if (journalIsNew) tellReports(status);
         Event event = endOf(status);
         event.untold = !wasRunning;
         told[status.id] = journal_.add(std::move(event));

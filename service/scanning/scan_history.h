@@ -47,6 +47,7 @@ public:
 private:
     std::map<std::string, ScanStatus> fromJournal() const;
     std::vector<ScanStatus> unsettled() const;
+    void tellReports(const ScanStatus& status) const;
     std::string pathOf(const std::string& id, const char* extension) const { return folder_ + "/" + id + extension; }
     ScanStatus closed(ScanStatus status) const;
     void removeFile(const std::string& id, const char* extension) const;

@@ -1,6 +1,7 @@
 #include "service/server/happenings.h"
 
 #include "norv/counted.h"
+#include "service/scanning/scan_events.h"
 
 #include <algorithm>
 #include <utility>
@@ -17,28 +18,6 @@ constexpr std::size_t MOST_REMOVED = 200;
 constexpr std::int64_t TOLD_EVERY = std::int64_t{3600} * 1000;  // milliseconds
 /// Events that are looked through for the last updates.
 constexpr std::size_t UPDATES_LOOKED_AT = 200;
-
-Event eventOf(const ScanFind& find, const std::string& task) {
-    Event event;
-    event.kind = find.infected ? EventKind::FIND : EventKind::NOT_SCANNED;
-    event.severity = find.infected ? EventSeverity::ALERT : EventSeverity::WARNING;
-    event.task = task;
-    event.path = find.path;
-    event.signature = find.signature;
-    (find.infected ? event.action : event.detail) = find.detail;
-    return event;
-}
-
-Event restOf(EventKind kind, const std::string& task, std::uint64_t count) {
-    Event event;
-    event.kind = kind;
-    event.severity = kind == EventKind::FIND ? EventSeverity::ALERT : EventSeverity::WARNING;
-    event.task = task;
-    event.detail = kind == EventKind::FIND ? "Further finds; all of them stand with the scan's results."
-                                           : "Further files; all of them stand with the scan's results.";
-    event.count = count;
-    return event;
-}
 
 }  // namespace
 
@@ -57,7 +36,7 @@ void Happenings::found(const ScanStatus& scan, const ScanFind& find) {
         std::uint64_t& count = find.infected ? told.found : told.notScanned;
         if (++count > (find.infected ? MOST_FOUND : MOST_NOT_SCANNED)) return;
     }
-    journal_.add(eventOf(find, scanKindName(scan.kind)));
+    journal_.add(eventOfFind(find, scan));
 }
 
 void Happenings::foundByRealtime(const std::string& path, const std::string& signature, const ActionOutcome& done) {
@@ -94,10 +73,9 @@ void Happenings::scanEnded(const ScanStatus& scan) {
         told = std::exchange(told_[scan.id], Told{});
         told_.erase(scan.id);
     }
-    const std::string task = scanKindName(scan.kind);
-    if (told.found > MOST_FOUND) journal_.add(restOf(EventKind::FIND, task, told.found - MOST_FOUND));
+    if (told.found > MOST_FOUND) journal_.add(eventOfFurther(EventKind::FIND, scan, told.found - MOST_FOUND));
     if (told.notScanned > MOST_NOT_SCANNED)
-        journal_.add(restOf(EventKind::NOT_SCANNED, task, told.notScanned - MOST_NOT_SCANNED));
+        journal_.add(eventOfFurther(EventKind::NOT_SCANNED, scan, told.notScanned - MOST_NOT_SCANNED));
     journal_.countScanned(scan.scanned);
 }
 

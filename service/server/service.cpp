@@ -160,7 +160,6 @@ void Service::makeJournal() {
     quarantine_.onTidying({.announced = [this](std::size_t count,
                                                std::int64_t seconds) { happenings_->removalAnnounced(count, seconds); },
                            .removed = [this](const auto& items) { happenings_->removed(items); }});
-    events_->add({.kind = EventKind::SERVICE, .detail = "The service started."});
 }
 
 /// Last of all parts: what is said depends on all others.
@@ -229,7 +228,9 @@ void Service::makeParts() {
                         .cleanFile = options_.state / "clean-files",
                         .fileSize = std::min(EngineSettings().fileSize, physicalMemory() / 4)}),
         scanMetrics_);
+    // Before anything else is told: an earlier version's history comes first in a new journal.
     makeScans();
+    events_->add({.kind = EventKind::SERVICE, .detail = "The service started."});
     updater_ = std::make_unique<Updater>(
         UpdaterSettings{.state = options_.state,
                         .signatures = state_.signatures(),

@@ -79,7 +79,8 @@ test('changed settings are called what their pages call them, in every language'
   const pages = new Map(languages.map((language) => [language, stringTable(language)]));
   const labels = [...source('support/src/setting_words.cpp').matchAll(/Row\{"[\w.]+",\s*"([^"]+)"/g)].map(([, label]) => label);
   assert.ok(labels.length > 70);
-  for (const label of labels) {
+  // No page has a name for these: they are what is not ticked.
+  for (const label of labels.filter((text) => text !== 'Folders left out')) {
     const keys = [...pages.get('en-US')].filter(([, text]) => plain(text) === label).map(([key]) => key);
     assert.ok(keys.length > 0, label);
     for (const name of catalogues) {

@@ -313,6 +313,10 @@ TEST_F(ScanJobsTest, ScansThatTheJournalDoesNotHaveAreTakenOverOnce) {
         EXPECT_EQ(jobs_->finds("900_1", 0).size(), 1U) << when;
         ASSERT_EQ(ends().size(), 2U) << when;
         EXPECT_EQ(ends().front().time, 950) << when;
+        const auto find = journal_->query({.kinds = {EventKind::FIND}}, 0, 9).events;
+        ASSERT_EQ(find.size(), 1U) << "the journal was empty before: " << when;
+        EXPECT_EQ(std::tuple(find[0].path, find[0].time, find[0].task), std::tuple("/srv/a", 950, "scheduled"));
+        EXPECT_EQ(journal_->query({.kinds = {EventKind::NOT_SCANNED}}, 0, 9).events.size(), 1U) << when;
         EXPECT_FALSE(fs::exists(dir_ / "history/700_1.finds"));
     }
 }
