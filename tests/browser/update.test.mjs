@@ -1,11 +1,14 @@
 // A manual update from its form to its end.
 import assert from 'node:assert/strict';
 import { chmodSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { once } from 'node:events';
+import { createServer } from 'node:http';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import test from 'node:test';
 import { addresses } from './support/console.mjs';
 import { setControls } from './support/controls.mjs';
+import { fitsAndIsAccessible } from './support/looks.mjs';
 import { console_, page, shareConsole } from './support/shared.mjs';
 import { inEveryView } from './support/views.mjs';
 
@@ -38,6 +41,35 @@ async function update(on = page) {
   await on.waitForURL(/id=update_progress&RequestID=[0-9_]+$/);
   await on.locator('body[data-page="update-done"], body[data-page="update-ended"]').waitFor({ timeout: 60_000 });
 }
+/** A source that lets an update wait for what it fetches until it is released. */
+async function slowSource() {
+  let release;
+  const released = new Promise((go) => { release = go; });
+  const server = createServer(async (_, answer) => {
+    await released;
+    answer.writeHead(404).end();
+  }).listen(0, '127.0.0.1');
+  await once(server, 'listening');
+  return { url: `http://127.0.0.1:${server.address().port}/local.ndb`, release, close: () => server.close() };
+}
+
+inEveryView('an update that takes its time may be watched, left and found again', async (own, view) => {
+  const slow = await slowSource();
+  console_.configureUpdates({ Source: 'custom', CustomURLs: slow.url });
+  await own.goto(addresses.update);
+  await setControls(own, { 'virus-pattern': true });
+  await own.locator('#update').click();
+  await own.locator('body[data-page="update-progress"]').waitFor();
+  await view.suits(own);
+  if (view.plain) await fitsAndIsAccessible(own, 'update-progress');
+  await own.goto(addresses.update);
+  await own.locator('#already-running a').waitFor();
+  await view.suits(own);
+  slow.release();
+  slow.close();
+  await own.locator('#running-link').click();
+  await own.locator('body[data-page="update-ended"]').waitFor({ timeout: 60_000 });
+});
 const state = (on) => on.locator('#virus-pattern-state').textContent();
 
 inEveryView('an update from a local source is followed to its end, and its versions are shown', async (own, view) => {

@@ -1,7 +1,7 @@
 // A journey through the console in every language and at every width that people use.
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
-import { join } from 'node:path';
+import { basename, join } from 'node:path';
 import test from 'node:test';
 import { addresses, logOn, newPage } from './console.mjs';
 import { desktop, fitsScreen, phone, picture } from './looks.mjs';
@@ -95,7 +95,8 @@ class View {
     assert.equal(await page.getAttribute('html', 'lang'), this.locale, page.url());
     await fitsScreen(page, page.url());
     this.stops += 1;
-    await picture(page, `${await page.getAttribute('body', 'data-page')}-${this.locale}-${this.device}-${this.stops}`);
+    const [stop, journey] = [String(this.stops).padStart(2, '0'), basename(process.argv[1], '.test.mjs')];
+    await picture(page, `${journey}-${stop}-${await page.getAttribute('body', 'data-page')}-${this.locale}-${this.device}`);
     const faults = await page.evaluate(lookThrough, { width: this.viewport.width, foreign: this.foreign });
     assert.deepEqual(faults, [], page.url());
   }

@@ -2,7 +2,7 @@
 import { getJson, postJson } from './api.js';
 import { guardPart } from './draft.js';
 import { byId, check, copyOf, showFailure, tell } from './form.js';
-import { fill } from './wording.js';
+import { fill, showUnit } from './wording.js';
 
 const PROGRAM = './notices.cgi';
 const form = byId('form');
@@ -81,6 +81,7 @@ async function load() {
     const values = await getJson(`${PROGRAM}?list=1`);
     revision = values.Revision;
     put(values);
+    showUnit(byId('bundle-unit'), byId('bundle'), 'seconds');
     for (const control of secrets) showSecret(control, values[`${control.dataset.secret}Set`]);
     const problem = byId('problem');
     problem.hidden = values.Waiting === 0 || !values.Problem;

@@ -4,7 +4,7 @@ import { guardPart } from './draft.js';
 import { byId, copyOf, showFailure, tell } from './form.js';
 import { joinPathList, splitPathList } from './path-list.js';
 import { bindShares } from './shares.js';
-import { fill, numberText } from './wording.js';
+import { fill, numberText, showUnit } from './wording.js';
 
 const PROGRAM = './settings.cgi';
 const group = new URLSearchParams(location.search).get('page') ?? 'shares';
@@ -48,10 +48,11 @@ function makeField(setting) {
     control.add(new Option(wordsFor('choice-names', 'choice', choice)?.textContent ?? choice, choice));
   }
   write(setting.kind, control, setting.value);
+  if (setting.unit) showUnit(entry.querySelector('.unit'), control, setting.unit);
   return entry;
 }
 
-function describeNumber(entry, control, { least, most, unit, fallback }) {
+function describeNumber(entry, control, { least, most, fallback }) {
   const error = entry.querySelector('.error');
   error.id = `${control.id}-wrong`;
   error.textContent = fill(error.dataset.text, { least, most });
@@ -61,7 +62,7 @@ function describeNumber(entry, control, { least, most, unit, fallback }) {
     error.hidden = true;
     control.removeAttribute('aria-invalid');
   });
-  entry.querySelector('.unit').textContent = unit || `${numberText(least)} – ${numberText(most)}`;
+  entry.querySelector('.unit').textContent = `${numberText(least)} – ${numberText(most)}`;
 }
 
 /** The first number out of its range, or null; each says so beside itself. */

@@ -51,6 +51,22 @@ export function percentOf({ scanned, skipped, total, bytesDone, bytesTotal }) {
   return Math.min(99, Math.floor(done * 100));
 }
 
+const UNIT_OF = { seconds: 'second', days: 'day' };
+
+/** Keeps a unit beside a number field the word that its number asks for. `unit`: English, plural, as settings have it. */
+export function showUnit(element, control, unit) {
+  const show = () => {
+    const parts = new Intl.NumberFormat(language, { style: 'unit', unit: UNIT_OF[unit], unitDisplay: 'long' }).formatToParts(Number(control.value));
+    element.textContent = parts.find(({ type }) => type === 'unit').value;
+  };
+  if (!(unit in UNIT_OF)) {
+    element.textContent = unit;
+    return;
+  }
+  control.addEventListener('input', show);
+  show();
+}
+
 /** A number of whole days: "3 days". */
 export const daysText = (days) => unitText('day', days, 'long');
 
