@@ -56,7 +56,8 @@ std::string countText(const protocol::VerdictReason& reason) {
     if (unit == "days") return counted(reason.count, "day", "days");
     if (unit == "files") return counted(reason.count, "file", "files");
     if (unit == "folders") return counted(reason.count, "folder", "folders");
-    if (unit == "mib" || unit == "mib_free") return sizeText(reason.count << 20U) + (unit == "mib" ? "" : " free");
+    if (unit == "mib_free") return sizeText(reason.count << 20U) + " free";
+    if (unit == "mib" && reason.count > 0) return sizeText(reason.count << 20U);
     return "";
 }
 

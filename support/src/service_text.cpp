@@ -118,7 +118,7 @@ std::string countText(const Words& words, std::uint64_t count, std::string_view 
     if (unit == "days") return words.counted(count, "{n} day", "{n} days");
     if (unit == "files") return words.counted(count, "{n} file", "{n} files");
     if (unit == "folders") return words.counted(count, "{n} folder", "{n} folders");
-    if (unit == "mib") return words.counted(count, "{n} MiB", "{n} MiB");
+    if (unit == "mib" && count > 0) return words.counted(count, "{n} MiB", "{n} MiB");
     if (unit == "mib_free") return words.counted(count, "{n} MiB free", "{n} MiB free");
     return {};
 }

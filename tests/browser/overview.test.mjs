@@ -78,6 +78,7 @@ test('the finds of a scan appear without a reload', async () => {
   assert.match(await page.locator('#last-scans').textContent(), /Last: Manual scan/);
   assert.notEqual(await page.locator('#quarantined').textContent(), '0');
   assert.match(await page.locator('#finds .detail').first().textContent(), /quarantine/);
+  await page.locator('#days-sum', { hasText: /[1-9]\d* files scanned, [1-9]/ }).waitFor();
   await fitsAndIsAccessible(page, 'overview-finds');
 });
 

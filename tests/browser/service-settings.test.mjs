@@ -98,5 +98,5 @@ inEveryView('what happened is listed, filtered and saved to a file', async (own,
   const [download] = await Promise.all([own.waitForEvent('download'), own.locator('#export').click()]);
   const lines = readFileSync(await download.path(), 'utf8').trim().split('\r\n');
   assert.equal(lines.length - 1, await own.locator('#events tbody tr').count());
-  assert.ok(lines[1].includes(',service,'));
+  assert.ok(lines[1].includes(`,${view.text('KIND_SERVICE')},`), lines[1]);
 });

@@ -1,5 +1,5 @@
 // A picture of the last days: files scanned as bars, finds and failures as signs above them, and the same as a table.
-import { getJson } from './api.js';
+import { BY_PAGE, getJson, PATIENT } from './api.js';
 import { byId } from './form.js';
 import { fill, numberText } from './wording.js';
 
@@ -62,6 +62,6 @@ function show(days) {
 
 /** Shows the picture; without figures there is none. */
 export async function showLastDays() {
-  const { days } = await getJson('./events.cgi?figures=1').catch(() => ({ days: [] }));
+  const { days } = await getJson('./events.cgi?figures=1', PATIENT, BY_PAGE).catch(() => ({ days: [] }));
   if (days.length) show(days);
 }

@@ -111,6 +111,15 @@ function offerFirstSteps({ reasons = [] }) {
   location.assign('./setup.cgi');
 }
 
+let pictured = '';
+/** The picture of the last days follows what it is made of. */
+function showDays({ lastScans, finds }) {
+  const content = JSON.stringify([lastScans, finds, new Date().toDateString()]);
+  if (content === pictured) return;
+  pictured = content;
+  showLastDays();
+}
+
 let busy = false;
 watch(async () => {
   let report;
@@ -123,6 +132,5 @@ watch(async () => {
   }
   offerFirstSteps(report);
   busy = report.running.length > 0 || report.update.running;
-  for (const show of [(content) => showVerdict(content), showScans, showRealtime, showSchedule, showSignatures, showLastFinds]) show(report);
+  for (const show of [(content) => showVerdict(content), showScans, showRealtime, showSchedule, showSignatures, showLastFinds, showDays]) show(report);
 }, () => (busy ? 2 : 5));
-showLastDays();

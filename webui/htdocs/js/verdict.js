@@ -50,7 +50,7 @@ const MIB = 2 ** 20;
 function countText({ count, unit }) {
   const texts = byId('verdict').dataset;
   if (unit === 'days') return daysText(count);
-  if (unit === 'mib') return sizeText(count * MIB);
+  if (unit === 'mib') return count ? sizeText(count * MIB) : '';
   if (unit === 'mib_free') return fill(texts.free, { size: sizeText(count * MIB) });
   return count > 1 ? fill(texts[unit] ?? '{count}', { count }) : '';
 }
