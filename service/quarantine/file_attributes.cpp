@@ -1,6 +1,7 @@
 #include "service/quarantine/file_attributes.h"
 
 #include "norv/crypto.h"
+#include "norv/log.h"
 
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -18,6 +19,8 @@ constexpr int64_t NANOSECONDS = 1000000000;
 constexpr const char* POSIX_ACCESS = "system.posix_acl_access";
 constexpr const char* CAPABILITY = "security.capability";
 constexpr mode_t SEALED = 0600;
+/// Bytes of names and values; as text in a record half as many again.
+constexpr std::size_t MOST_NOTED = std::size_t{4} << 20U;
 
 timespec toTimespec(int64_t nanoseconds) {
     timespec time{};
@@ -107,13 +110,23 @@ std::optional<ExtendedAttributes> extendedAttributesOf(int fd) {
     ExtendedAttributes attributes;
     const auto names = sized([fd](char* to, std::size_t size) { return ::flistxattr(fd, to, size); });
     if (!names) return isHarmless(errno) ? std::optional(attributes) : std::nullopt;
-    for (std::size_t from = 0; from < names->size();) {
-        const std::string name = names->c_str() + from;
-        from += name.size() + 1;
-        auto value = valueOf(fd, name);
-        if (!value && !isHarmless(errno)) return std::nullopt;
-        if (value) attributes[name] = std::move(*value);
+    std::size_t taken = 0;
+    std::size_t left = 0;
+    for (const bool access : {true, false}) {
+        for (std::size_t from = 0; from < names->size();) {
+            const std::string name = names->c_str() + from;
+            from += name.size() + 1;
+            if (access != (isAccess(name) || name == CAPABILITY)) continue;
+            auto value = valueOf(fd, name);
+            if (!value && !isHarmless(errno)) return std::nullopt;
+            const std::size_t size = value ? name.size() + value->size() : 0;
+            if (size > MOST_NOTED - taken) ++left;
+            if (!value || size > MOST_NOTED - taken) continue;
+            taken += size;
+            attributes[name] = std::move(*value);
+        }
     }
+    if (left > 0) NORV_LOG(NORV_LOG_WARNING, "a file has too many attributes; %zu of them are not noted", left);
     return attributes;
 }
 

@@ -22,8 +22,9 @@ struct FileAttributes {
     std::optional<ExtendedAttributes> extended;
 };
 
-/// The extended attributes of an open file. Nothing, with errno set, when they cannot be read; those that the service
-/// has no right to are left out.
+/// The extended attributes of an open file. Nothing, with errno set, when they cannot be read. Those that the service
+/// has no right to are left out, and of those that are too much for a record, as anybody can add on some file systems,
+/// the ones that say nothing about access.
 std::optional<ExtendedAttributes> extendedAttributesOf(int fd);
 
 /// How a file got its attributes.

@@ -39,7 +39,7 @@ inEveryView('the service’s verdict is told as it is, and each of its reasons l
   const reason = (code, severity, text, more = {}) => ({ reason: code, severity, text, detail: '', count: 1, ...more });
   const verdicts = [
     ['protected', 'VERDICT_PROTECTED', 'success', []],
-    ['attention', 'VERDICT_ATTENTION', 'warning', [reason('update_failed', 'attention', 'Letzte ü'), reason('disk_full', 'attention', 'x', { detail: '/a\u202eb' })]],
+    ['attention', 'VERDICT_ATTENTION', 'warning', [reason('update_failed', 'attention', 'Letzte ü'), reason('disk_full', 'attention', 'x', { detail: '/a\u202eb\u00ad\u{e0041}' })]],
     ['unprotected', 'VERDICT_UNPROTECTED', 'danger', [reason('no_signatures', 'unprotected', 'y'), reason('not_scanned', 'attention', 'z', { count: 1200 })]],
     // Neither silence nor a word that the page does not know is good news.
     [undefined, 'VERDICT_UNKNOWN', 'warning', undefined],
@@ -55,7 +55,7 @@ inEveryView('the service’s verdict is told as it is, and each of its reasons l
   assert.match(await page.locator('#reasons li').first().locator('a').getAttribute('href'), /update_manual/);
   assert.match(await page.locator('#reasons li').last().textContent(), /z \(1[.,]200\)/);
   await show(page, report({ verdict: 'attention', reasons: verdicts[1][3] }));
-  assert.match(await page.locator('#reasons').textContent(), /x \(\/a⟨U\+202E⟩b\)/, 'a name does not turn its letters round');
+  assert.match(await page.locator('#reasons').textContent(), /x \(\/a⟨U\+202E⟩b⟨U\+00AD⟩⟨U\+E0041⟩\)/, 'a name does not turn its letters round');
   await view.suits(page);
   const running = { id: '17_1', kind: 'scheduled', state: 4, total: 200, scanned: 50, skipped: 0, found: 1, bytesDone: 6, bytesTotal: 10, started: 0, ended: 0 };
   const ended = { ...running, state: 3, scanned: 1, ended: 1_799_990_000, notFullyScanned: 1, skipped: 2 };

@@ -94,12 +94,12 @@ TEST_F(History, FindsAreSavedAsCsvWholly) {
 
 TEST_F(History, NamesOfFilesCannotBreakTheTableRunAsFormulasOrPoseAsOthers) {
     serveFinds({R"([{"path":"/a,\"b\"\r\nc","detail":"=1+1"},{"path":"+x","signature":"-y","detail":"@z"},)"
-                R"({"path":"\tx\u202etxt.exe","detail":"=\"a\""}])"});
+                R"({"path":"\tx\u202etxt\u00ad\udb40\udc41.exe","detail":"=\"a\""}])"});
     EXPECT_EQ(ask("csv=1&RequestID=17_1").bytes,
               csvHead("keldra-scan-17_1.csv") + FIND_COLUMNS +
                   "\"/a,\"\"b\"\"⟨U+000D⟩⟨U+000A⟩c\",Not fully scanned,,,'=1+1\r\n"
                   "'+x,Not fully scanned,'-y,,'@z\r\n"
-                  "⟨U+0009⟩x⟨U+202E⟩txt.exe,Not fully scanned,,,\"'=\"\"a\"\"\"\r\n");
+                  "⟨U+0009⟩x⟨U+202E⟩txt⟨U+00AD⟩⟨U+E0041⟩.exe,Not fully scanned,,,\"'=\"\"a\"\"\"\r\n");
 }
 
 TEST_F(History, WhatWasDoneIsToldInTheLanguageOfTheConsole) {

@@ -84,8 +84,9 @@ export function durationText(seconds) {
     .map(([unit, count]) => unitText(unit, count)).join(' ');
 }
 
-// What turns the order of letters round, ends lines or is not seen at all: a name could pose as another with it.
-const UNSEEN = /[\p{Cc}\p{Zl}\p{Zp}\u061c\u200b-\u200f\u202a-\u202e\u2060-\u2069\ufeff]/gu;
+// What turns the order of letters round, ends lines, or is not seen or only as a blank: a name could pose as another
+// with it.
+const UNSEEN = /[\p{Cc}\p{Zl}\p{Zp}\p{Default_Ignorable_Code_Point}\u2800\ufff9-\ufffb]/gu;
 const PICTURES = 0x2400;
 const DELETE = 0x7f;
 

@@ -105,6 +105,22 @@ TEST_F(QuarantineTest, FileOfAnotherFileSystemIsPutAwayAndComesBackAsItWas) {
     EXPECT_EQ(filesInStore(), 0U);
 }
 
+TEST_F(QuarantineTest, FileWithMoreAttributesThanARecordHoldsIsNotLost) {
+    other_ = otherFileSystem();
+    if (!other_) GTEST_SKIP() << "/dev/shm is no other file system than the temporary folder";
+    const fs::path path = bad(*other_ / "virus");
+    const std::string value(60000, 'x');
+    for (int i = 0; i < 250; ++i)
+        if (::setxattr(path.c_str(), ("user." + std::to_string(i)).c_str(), value.data(), value.size(), 0) != 0)
+            GTEST_SKIP() << "not as many here";
+    const QuarantineResult taken = take(path);
+    ASSERT_TRUE(taken.done) << taken.message;
+    restart();
+    ASSERT_TRUE(quarantine_->find(taken.id));
+    EXPECT_TRUE(quarantine_->restore(taken.id).done);
+    EXPECT_EQ(::readFile(path), CONTENT);
+}
+
 TEST_F(QuarantineTest, OtherNamesOfTheSameFileKeepTheirMode) {
     fs::create_hard_link(bad(), dir_ / "share/other");
     ASSERT_TRUE(take(dir_ / "share/virus").done);
