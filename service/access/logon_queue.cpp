@@ -93,7 +93,7 @@ void LogonQueue::serve(const std::function<bool(const Look&)>& take) {
 
 std::optional<std::int64_t> LogonQueue::wait() const {
     if (waiting_.empty()) return std::nullopt;
-    return std::clamp(refilled_ + pace() - clock_.steadyMilliseconds(), std::int64_t{1}, pace());
+    return std::clamp(refilled_ + pace() - clock_.steadyMilliseconds(), std::int64_t{1}, PACE);
 }
 
 void LogonQueue::clear() {

@@ -2,6 +2,7 @@
 
 #include "service/base/files.h"
 #include "service/scanner/late_folders.h"
+#include "service/scanner/zip64.h"
 
 #include <clamav.h>
 #include <sys/mman.h>
@@ -89,14 +90,18 @@ bool LayerWatch::leaveOut(std::size_t archives, uint64_t size) {
 
 /// The engine's question about each layer, from the file itself inwards; CL_BREAK leaves it out.
 cl_error_t inspect(int /*fd*/, const char* type, const char** /*ancestors*/, size_t /*parentSize*/,
-                   const char* /*name*/, size_t size, const char* /*content*/, uint32_t level, uint32_t /*attributes*/,
+                   const char* /*name*/, size_t size, const char* content, uint32_t level, uint32_t /*attributes*/,
                    void* context) {
     if (context == nullptr) return CL_CLEAN;
     LayerWatch& watch = *static_cast<LayerWatch*>(context);
     const std::size_t archives = watch.enter(level, type ? type : "");
     // What it cuts off in the middle of unpacking it takes for all there is.
     if (level > 0 && size + CUT_CHUNK >= watch.scan.memberLimit) watch.incomplete = "a limit of the engine was met";
-    return watch.leaveOut(archives, size) ? CL_BREAK : CL_CLEAN;
+    if (watch.leaveOut(archives, size)) return CL_BREAK;
+    if (watch.scan.options.archives && content && type && std::string_view(type).starts_with("CL_TYPE_ZIP") &&
+        hasZip64Files({content, size}))
+        watch.incomplete = "it holds files in a form for large archives that the engine does not read";
+    return CL_CLEAN;
 }
 
 cl_scan_options engineOptions(const ScanOptions& options) {
@@ -109,13 +114,11 @@ cl_scan_options engineOptions(const ScanOptions& options) {
     return flags;
 }
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
-
 /// Finds that only tell that the engine could not see everything.
 ScanResult judgeFind(const std::string& name) {
-    if (startsWith(name, "Heuristics.Limits.Exceeded"))
+    if (name.starts_with("Heuristics.Limits.Exceeded"))
         return notFullyScanned("a limit of the engine was met (" + name + ")");
-    if (startsWith(name, "Heuristics.Encrypted"))
+    if (name.starts_with("Heuristics.Encrypted"))
         return notFullyScanned("it is encrypted, wholly or in parts (" + name + ")");
     return {Verdict::INFECTED, name, ""};
 }

@@ -11,6 +11,15 @@ namespace keldra {
 
 namespace {
 
+/// Behind those on the lane everybody waits, whoever's turn it is.
+constexpr unsigned MOST_HANDED = 4;
+
+/// Counts one less at its end, however that comes.
+struct Return {
+    std::atomic<unsigned>& count;
+    ~Return() { --count; }
+};
+
 /// Milliseconds of processor time that this thread has used.
 std::int64_t threadTime() {
     timespec used{};
@@ -26,6 +35,7 @@ LogonTurns::LogonTurns(asio::io_context& io, LogonGuard& guard, WorkLane& lane, 
 /// The lane has come to its end before this does.
 LogonQueue::Look LogonTurns::measured(LogonQueue::Look look) {
     return [this, look = std::move(look)] {
+        const Return returned{handed_};
         const std::int64_t before = threadTime();
         look();
         queue_.took(threadTime() - before);
@@ -49,7 +59,13 @@ void LogonTurns::serve() {
     timer_.async_wait([this](const asio::error_code& stopped) {
         if (!stopped) serve();
     });
-    queue_.serve([this](const LogonQueue::Look& look) { return lane_.post(look); });
+    queue_.serve([this](const LogonQueue::Look& look) {
+        if (handed_ >= MOST_HANDED) return false;
+        ++handed_;
+        const bool taken = lane_.post(look);
+        if (!taken) --handed_;
+        return taken;
+    });
 }
 
 void LogonTurns::stop() {

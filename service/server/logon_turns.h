@@ -5,6 +5,7 @@
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
+#include <atomic>
 #include <string>
 
 namespace keldra {
@@ -30,6 +31,7 @@ private:
     WorkLane& lane_;
     asio::steady_timer timer_;
     LogonQueue queue_;
+    std::atomic<unsigned> handed_ = 0;  ///< to the lane, and not done
 };
 
 }  // namespace keldra

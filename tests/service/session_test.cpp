@@ -38,7 +38,7 @@ protected:
         request.addParam("Password", enciphered(password));
         request.addParam("User", user);
         request.addParam("RemoteAddr", address);
-        const auto reply = service_.ask(request);
+        const auto reply = service_.ask(request, std::chrono::seconds(30));
         return reply && reply->result == 1 ? reply->value<std::string>("SessionID") : std::string();
     }
     bool session(IPCMessage::CommandID command, const std::string& id, const std::string& method = "GET",
@@ -86,7 +86,8 @@ TEST_F(SessionTest, AFloodOfGuessesHoldsUpNeitherOtherCommandsNorARightPasswordF
     for (int i = 0; i < 64; ++i)
         attackers.emplace_back([this, i, &stop] {
             for (int n = 0; !stop; ++n)
-                logOn("guess", "admin", "198.18." + std::to_string(i) + "." + std::to_string(n));
+                logOn("guess", "admin",
+                      "198.18." + std::to_string(i / 4) + "." + std::to_string((n * 4 + i % 4) % 256));
         });
     // By then those have used up what is looked at without waiting.
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
@@ -95,7 +96,7 @@ TEST_F(SessionTest, AFloodOfGuessesHoldsUpNeitherOtherCommandsNorARightPasswordF
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
     EXPECT_EQ(logOn("mistyped"), "");
     EXPECT_NE(logOn(PASSWORD), "");
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(9)) << "one turn of each, at 0.1 s";
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(9)) << "a turn of each network";
     EXPECT_NE(logOn(PASSWORD, "admin", "2001:db8::7"), "");
     stop = true;
     service_.crash();

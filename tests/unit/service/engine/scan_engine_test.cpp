@@ -148,6 +148,19 @@ TEST_F(ScanEngineTest, EncryptedArchiveIsNeitherCleanNorInfected) {
     EXPECT_NE(result.detail.find("encrypted"), std::string::npos);
 }
 
+TEST_F(ScanEngineTest, FilesInAFormThatTheEngineDoesNotReadAreNotCalledClean) {
+    const std::string zip = zipOf({{"virus", testVirus()}});
+    std::string large = zip;
+    large.replace(zip.find("PK\3\4") + 18, 8, 8, '\xff');
+    EXPECT_EQ(scan(large).verdict, Verdict::NOT_FULLY_SCANNED);
+    EXPECT_EQ(scan(zipOf({{"inner", large}})).verdict, Verdict::NOT_FULLY_SCANNED);
+    EXPECT_EQ(scan(zipOf({{"large", large}, {"plain", testVirus()}})).verdict, Verdict::INFECTED);
+    large = zip;
+    large.replace(zip.find("PK\1\2") + 20, 8, 8, '\xff');
+    EXPECT_NE(scan(large).verdict, Verdict::CLEAN);
+    EXPECT_EQ(scan(zipOf({{"text", "PK\3\4 and PK\1\2 are marks"}})).verdict, Verdict::CLEAN);
+}
+
 TEST_F(ScanEngineTest, StoppedScanOfAnArchiveIsNotCalledClean) {
     std::stop_source stop;
     stop.request_stop();
