@@ -3,6 +3,7 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 import { addresses, goBack, logOn, newPage } from './support/console.mjs';
 import { readControls, setControls } from './support/controls.mjs';
+import { fitsAndIsAccessible } from './support/looks.mjs';
 import { browser, console_, page, shareConsole } from './support/shared.mjs';
 import { inEveryView } from './support/views.mjs';
 
@@ -172,6 +173,7 @@ inEveryView('of two administrators who save the second is asked, and neither los
   assert.equal(await own.locator('#overwrite-text').textContent(), view.text('OVERWRITE_TEXT'));
   assert.match(await own.locator('#overwrite-differences tbody').textContent(), /abc;exe/, 'the other’s value is shown');
   await view.suits(own);
+  if (view.plain) await fitsAndIsAccessible(own, 'overwrite-question');
   await own.locator('#overwrite-edit').click();
   assert.equal((await readControls(own)).backup, false, 'what was chosen is still there');
   await own.locator('#save').click();

@@ -10,8 +10,7 @@ namespace {
 int listSettings() {
     auto answer = askOrAnswer(protocol::GetServiceSettings());
     if (!answer) return 1;
-    for (protocol::ServiceSetting& setting : answer.reply.settings)
-        setting.about = translateServiceText(setting.about);
+    for (protocol::ServiceSetting& setting : answer.reply.settings) setting.about = translateServiceText(setting.about);
     JsonText json;
     json.object([&] {
         json.member("settings", answer.reply.settings);

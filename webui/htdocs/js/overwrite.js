@@ -67,12 +67,17 @@ function differences(mine, theirs) {
 /** Fills a table of differences; without rows it is not shown. */
 export function showDifferences(table, rows) {
   table.hidden = rows.length === 0;
+  const [, ...columns] = [...table.tHead.rows[0].cells].map(({ textContent }) => textContent);
   table.tBodies[0].replaceChildren(...rows.map(([what, mine, theirs]) => {
     const row = document.createElement('tr');
     const head = document.createElement('th');
     head.scope = 'row';
     head.textContent = what;
-    row.append(head, ...[mine, theirs].map((text) => Object.assign(document.createElement('td'), { textContent: text })));
+    row.append(head, ...[mine, theirs].map((text, index) => {
+      const cell = Object.assign(document.createElement('td'), { textContent: text });
+      cell.dataset.column = columns[index];
+      return cell;
+    }));
     return row;
   }));
 }
