@@ -2,18 +2,16 @@
 
 #include "norv/log.h"
 #include "norv/time_text.h"
+#include "service/engine/scan_attempt.h"
 #include "service/engine/scan_user.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <ctime>
 #include <exception>
 #include <filesystem>
@@ -48,9 +46,6 @@ constexpr auto LONGEST_PAUSE = 60s;
 constexpr auto STEADY_LIFE = 60s;  ///< a host that lived so long was no failure at its start
 constexpr int TRIES = 3;
 
-constexpr const char* TOO_LONG = "the scan took too long";
-constexpr const char* TOO_MUCH_ROOM = "what it holds takes too much room unpacked";
-
 std::string scannerBeside(const std::string& given) {
     if (!given.empty()) return given;
     std::error_code error;
@@ -84,7 +79,6 @@ EngineSettings complete(EngineSettings settings) {
     return settings;
 }
 
-/// What is to be blamed on the file.
 /// What threads of the pool do now and then is done the next time where there was no memory or thread for it.
 template <typename Work>
 void guarded(const Work& work) {
@@ -95,36 +89,8 @@ void guarded(const Work& work) {
     }
 }
 
-ScanResult lastingFailure(std::string reason) {
-    return {.verdict = Verdict::FAILED, .signature = {}, .detail = std::move(reason), .lasting = true};
-}
-
 bool sameContent(const struct stat& a, const struct stat& b) {
     return a.st_size == b.st_size && a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
-}
-
-std::vector<SignatureFolder> readFolders(const std::vector<std::string>& paths) {
-    std::vector<SignatureFolder> folders;
-    folders.reserve(paths.size());
-    for (const std::string& path : paths) folders.push_back(readSignatureFolder(path));
-    return folders;
-}
-
-std::vector<std::string> pathsOf(const std::vector<SignatureFolder>& folders) {
-    std::vector<std::string> paths;
-    paths.reserve(folders.size());
-    for (const SignatureFolder& folder : folders) paths.push_back(folder.path);
-    return paths;
-}
-
-/// Signature files of our own are for all to read; another user loads them.
-void openToReaders(const SignatureFolder& folder) {
-    constexpr mode_t READABLE = 0444;
-    for (const auto& [name, status] : folder.files)
-        if (status.st_uid == ::geteuid() && (status.st_mode & READABLE) != READABLE &&
-            ::fchmodat(folder.folder.get(), name.c_str(), (status.st_mode | READABLE) & 07777U, 0) != 0)
-            NORV_LOG(NORV_LOG_WARNING, "The signatures in %s/%s cannot be made readable for the scanner: %s",
-                     folder.path.c_str(), name.c_str(), errorText(errno).c_str());
 }
 
 }  // namespace
@@ -143,38 +109,6 @@ struct ScannerPool::Built {
         return built;
     }
 };
-
-struct ScannerPool::Attempt {
-    enum class Kind { ANSWERED, ENDED, OVERDUE, STOPPED, NONSENSE };
-
-    Kind kind = Kind::ENDED;
-    ScanResult result = {};
-};
-
-namespace {
-
-/// A name of a signature of our own ends in this.
-std::string withoutSuffix(std::string name) {
-    constexpr std::string_view SUFFIX = ".UNOFFICIAL";
-    if (name.size() > SUFFIX.size() && name.ends_with(SUFFIX)) name.resize(name.size() - SUFFIX.size());
-    return name;
-}
-
-/// What the answer says; nothing when it makes no sense.
-std::optional<ScanResult> resultOf(const wire::ScanAnswer& answer, uint64_t number) {
-    ScanResult result;
-    if (answer.number != number || answer.verdict > static_cast<uint32_t>(Verdict::FAILED) ||
-        !wire::take(answer.signature, result.engineName) || !wire::take(answer.detail, result.detail))
-        return std::nullopt;
-    result.verdict = static_cast<Verdict>(answer.verdict);
-    result.signature = withoutSuffix(result.engineName);
-    const bool infected = result.verdict == Verdict::INFECTED;
-    const bool explained = result.verdict != Verdict::CLEAN && !infected;
-    if (result.signature.empty() == infected || result.detail.empty() == explained) return std::nullopt;
-    return result;
-}
-
-}  // namespace
 
 ScannerPool::ScannerPool(EngineSettings settings)
     : settings_(complete(std::move(settings))),
@@ -263,16 +197,17 @@ ScanResult ScannerPool::scanWith(const Current& generation, int fd, const struct
     if (!worker) return {Verdict::FAILED, "", fault};
     const wire::ScanOrder order = orderOf(status, options);
     const auto grace = options.lane == ScanLane::REALTIME ? REALTIME_GRACE : USUAL_GRACE;
-    Attempt attempt;
+    ScanAttempt attempt;
     try {
-        attempt = exchange(*worker, fd, order, std::chrono::milliseconds(order.milliseconds) + grace, stop);
-        hostGone = attempt.kind == Attempt::Kind::ENDED && !generation->host->alive();
+        attempt = scanAt(*worker, fd, order, std::chrono::milliseconds(order.milliseconds) + grace, stop);
+        if (attempt.kind == ScanAttempt::Kind::OVERDUE) noteHanging(*worker);
+        hostGone = attempt.kind == ScanAttempt::Kind::ENDED && !generation->host->alive();
         if (attempt.result.lasting && !hostGone) badFiles_.add(status, attempt.result.detail);
     } catch (const std::bad_alloc&) {
         team_.discard(options.lane, worker);
         throw;
     }
-    if (attempt.kind == Attempt::Kind::ANSWERED)
+    if (attempt.kind == ScanAttempt::Kind::ANSWERED)
         team_.giveBack(options.lane, std::move(worker));
     else
         team_.discard(options.lane, worker);
@@ -316,45 +251,6 @@ wire::ScanOrder ScannerPool::orderOf(const struct stat& status, const ScanOption
     order.milliseconds = limits.seconds * 1000;
     order.memory = program_.memory;
     return order;
-}
-
-ScannerPool::Attempt ScannerPool::exchange(ScannerWorker& worker, int fd, const wire::ScanOrder& order,
-                                           std::chrono::milliseconds limit, const std::stop_token& stop) {
-    using Kind = Attempt::Kind;
-    const auto until = Steady::now() + limit;
-    if (!wire::send(worker.channel.get(), order, std::array<int, 1>{fd})) return ended(worker);
-    pollfd channel{worker.channel.get(), POLLIN, 0};
-    while (::poll(&channel, 1, static_cast<int>(STOP_STEP / 1ms)) <= 0) {
-        const bool overdue = Steady::now() >= until;
-        if (!stop.stop_requested() && !overdue) continue;
-        worker.host->killWorker(worker.number);
-        if (!overdue) return {Kind::STOPPED, notFullyScanned(STOPPED)};
-        noteHanging(worker);
-        return {Kind::OVERDUE, lastingFailure(TOO_LONG)};
-    }
-    wire::ScanAnswer answer;
-    std::vector<FileDescriptor> descriptors;
-    const int heard = wire::receive(worker.channel.get(), answer, descriptors);
-    if (heard == 0 || (heard < 0 && errno == ECONNRESET)) return ended(worker);
-    if (heard == 1 && descriptors.empty())
-        if (auto result = resultOf(answer, order.number)) return {Kind::ANSWERED, std::move(*result)};
-    worker.host->killWorker(worker.number);
-    return {Kind::NONSENSE, lastingFailure("the scanner answered nonsense")};
-}
-
-ScannerPool::Attempt ScannerPool::ended(ScannerWorker& worker) {
-    if (worker.tookRoom) return {Attempt::Kind::ENDED, notFullyScanned(TOO_MUCH_ROOM)};
-    return {Attempt::Kind::ENDED, lastingFailure(reasonOfEnd(worker))};
-}
-
-std::string ScannerPool::reasonOfEnd(ScannerWorker& worker) {
-    const auto end = worker.host->endOf(worker.number, END_PATIENCE);
-    if (!end) return "the scanner ended";
-    const int signal = WIFSIGNALED(end->status) ? WTERMSIG(end->status) : 0;
-    if (signal == SIGXCPU) return TOO_LONG;
-    // Nobody but the kernel, for want of memory, ends a worker in this way that is not overdue.
-    if (end->tookMemory || signal == SIGKILL) return "the scanner took too much memory";
-    return "the scanner crashed";
 }
 
 /// A worker inside a file system that does not answer ends only when that does.
@@ -448,7 +344,7 @@ ScannerPool::Built ScannerPool::build(std::vector<SignatureFolder> folders) {
     describe(built, *news, folders);
     if (built.state.database != EngineState::Database::LOADED) return built;
     // What changed meanwhile may be in use or not: nothing is to be remembered under this name.
-    const bool same = signaturesIdentity(readFolders(pathsOf(folders))) == signaturesIdentity(folders);
+    const bool same = signaturesIdentity(readSignatureFolders(pathsOf(folders))) == signaturesIdentity(folders);
     built.generation =
         std::make_shared<Generation>(Generation{host, same ? identity : std::string(), std::move(around)});
     if (!host->confined() && !std::exchange(toldUnconfined_, true))
@@ -492,13 +388,13 @@ void ScannerPool::describe(Built& built, const wire::HostNews& news,
 ScannerPool::Built ScannerPool::buildWhatGoes() {
     std::vector<std::string> paths = settings_.signatureFolders;
     const bool serving = current() != nullptr;
-    Built built = build(readFolders(paths));
+    Built built = build(readSignatureFolders(paths));
     std::string complaint;
     while (!built.generation && !built.failedFolder.empty() && !serving) {
         complaint = built.state.message;
         NORV_LOG(NORV_LOG_ERROR, "%s", complaint.c_str());
         std::erase(paths, built.failedFolder);
-        built = build(readFolders(paths));
+        built = build(readSignatureFolders(paths));
     }
     if (!complaint.empty()) built.state.message = complaint;
     if (!complaint.empty() && !built.generation) built.state.database = EngineState::Database::FAILED;

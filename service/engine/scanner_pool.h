@@ -47,8 +47,6 @@ private:
     using Current = std::shared_ptr<const Generation>;
     /// What a load came to.
     struct Built;
-    /// What became of one file at one worker.
-    struct Attempt;
 
     Current current() const;
     Current awaitCurrent(ScanLane lane, const std::stop_token& stop) const;
@@ -57,10 +55,6 @@ private:
                         const std::stop_token& stop, bool& hostGone);
     ScanLimits limitsOf(const ScanOptions& options) const;
     wire::ScanOrder orderOf(const struct stat& status, const ScanOptions& options);
-    Attempt exchange(ScannerWorker& worker, int fd, const wire::ScanOrder& order, std::chrono::milliseconds limit,
-                     const std::stop_token& stop);
-    Attempt ended(ScannerWorker& worker);
-    std::string reasonOfEnd(ScannerWorker& worker);
     void noteHanging(const ScannerWorker& worker);
 
     Built build(std::vector<SignatureFolder> folders);

@@ -1,5 +1,6 @@
 #include "service/engine/signature_files.h"
 
+#include "norv/log.h"
 #include "service/base/sha256.h"
 
 #include <dirent.h>
@@ -123,6 +124,29 @@ std::string signaturesIdentity(const std::vector<SignatureFolder>& folders) {
         }
     }
     return hash.hex();
+}
+
+std::vector<SignatureFolder> readSignatureFolders(const std::vector<std::string>& paths) {
+    std::vector<SignatureFolder> folders;
+    folders.reserve(paths.size());
+    for (const std::string& path : paths) folders.push_back(readSignatureFolder(path));
+    return folders;
+}
+
+std::vector<std::string> pathsOf(const std::vector<SignatureFolder>& folders) {
+    std::vector<std::string> paths;
+    paths.reserve(folders.size());
+    for (const SignatureFolder& folder : folders) paths.push_back(folder.path);
+    return paths;
+}
+
+void openToReaders(const SignatureFolder& folder) {
+    constexpr mode_t READABLE = 0444;
+    for (const auto& [name, status] : folder.files)
+        if (status.st_uid == ::geteuid() && (status.st_mode & READABLE) != READABLE &&
+            ::fchmodat(folder.folder.get(), name.c_str(), (status.st_mode | READABLE) & 07777U, 0) != 0)
+            NORV_LOG(NORV_LOG_WARNING, "The signatures in %s/%s cannot be made readable for the scanner: %s",
+                     folder.path.c_str(), name.c_str(), errorText(errno).c_str());
 }
 
 }  // namespace keldra

@@ -43,4 +43,10 @@ SignatureFolder readSignatureFolder(const std::string& path);
 /// The same text for the same files unchanged, another one whenever any of them changed.
 std::string signaturesIdentity(const std::vector<SignatureFolder>& folders);
 
+std::vector<SignatureFolder> readSignatureFolders(const std::vector<std::string>& paths);
+std::vector<std::string> pathsOf(const std::vector<SignatureFolder>& folders);
+
+/// Makes the files that are this process's own readable for all: another user loads them.
+void openToReaders(const SignatureFolder& folder);
+
 }  // namespace keldra
