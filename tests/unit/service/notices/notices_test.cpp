@@ -134,7 +134,9 @@ protected:
         settings_.retry = 50;
         ::unsetenv("LANG");
         settings_.texts = [] {
-            return NoticeTexts{"attention", {{"signatures_aging", "The virus signatures are more than 7 days old.", "", 9, "days"}}, {}};
+            return NoticeTexts{"attention",
+                               {{"signatures_aging", "The virus signatures are more than 7 days old.", "", 9, "days"}},
+                               {}};
         };
     }
     static Event find(int number) {
