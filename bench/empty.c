@@ -1,2 +1,2 @@
-/* What a process costs at the least: the floor that the CGI programs are measured against. */
+/* What a process costs at the least, linked as the CGI programs are: the floor that they are measured against. */
 int main(void) { return 0; }
