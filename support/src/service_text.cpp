@@ -69,7 +69,7 @@ std::string remarkText(const Words& words, const std::string& step) {
 
 /// "what: why", both translated; a reason may itself have one.
 std::string stepText(const Words& words, const std::string& step) {
-    if (const std::string known = words.text(step); known != step) return known;
+    if (std::string known = words.text(step); known != step) return known;
     if (step.starts_with(NEW_NAME))
         return words.text(std::string(NEW_NAME.substr(0, NEW_NAME.size() - 1))) + " " + step.substr(NEW_NAME.size());
     const std::size_t reason = step.find(REASON);
@@ -81,7 +81,7 @@ std::string stepText(const Words& words, const std::string& step) {
 }  // namespace
 
 std::string serviceText(const Words& words, const std::string& text) {
-    if (const std::string known = words.text(text); known != text) return known;
+    if (std::string known = words.text(text); known != text) return known;
     if (std::string sentence = countedSentence(words, text); !sentence.empty()) return sentence;
     std::string result;
     for (std::size_t from = 0;;) {

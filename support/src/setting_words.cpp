@@ -318,7 +318,7 @@ Known knownSetting(const Words& words, std::string_view name) {
 std::string changeText(const Words& words, const Change& change) {
     const std::size_t colon = change.told ? std::string_view::npos : change.name.find(": ");
     const Known known = knownSetting(words, change.name.substr(0, colon));
-    const std::string label =
+    std::string label =
         known.row ? known.place + words.text(known.row->label) : words.text(std::string(change.name.substr(0, colon)));
     if (!change.told && colon == std::string_view::npos) return label;
     const std::string between = label + words.text(": ");
