@@ -53,7 +53,7 @@ test('the catalogue knows every text that the service shows on a page', () => {
     ['service/verdict/protection.cpp', /Row\{"\w+", [A-Z]+, "([^"]+)"/g],
     ['service/settings/settings_table.cpp', /SettingsFault\{name, "([^"]+)"/g],
     ['service/engine/scanner_pool.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
-    ['service/engine/scanner_pool.cpp', /(?:TOO_\w+ =|return|lastingFailure\(|FAILED, "",) ?"(the scan[^"]+|what[^"]+)"/g],
+    ['service/engine/scan_attempt.cpp', /(?:TOO_\w+ =|return|lastingFailure\(|FAILED, "",) ?"(the scan[^"]+|what[^"]+)"/g],
     ['service/scanner/content_scan.cpp', /notFullyScanned\("([^"(]+?)(?: \()?"/g],
     ['service/tree/share_roots.cpp', /(?:return|fault =) "([A-Z][^"]+)"/g],
     ['service/scanner/content_scan.cpp', /incomplete = "([^"]+)"/g],

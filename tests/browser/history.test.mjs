@@ -4,21 +4,15 @@ import { execFileSync } from 'node:child_process';
 import { readFileSync, rmSync } from 'node:fs';
 import { join } from 'node:path';
 import test from 'node:test';
-import { addresses, build } from './support/console.mjs';
+import { addresses } from './support/console.mjs';
 import { fitsAndIsAccessible, fitsScreen, picture } from './support/looks.mjs';
-import { REPORT, scan } from './support/scans.mjs';
+import { REPORT, scan, scanInShell } from './support/scans.mjs';
 import { audited, console_, openList, page, shareConsole } from './support/shared.mjs';
 import { inEveryView } from './support/views.mjs';
 
 shareConsole({ shared: audited });
 
 const open = () => openList(page, addresses.history);
-
-/** A scan of chosen files, as an administrator starts it in a shell. */
-function scanFromShell(path) {
-  const socket = join(console_.folder, 'keldrad.sock');
-  execFileSync(join(build, 'service/keldractl'), ['scan', path], { env: { ...process.env, KELDRA_SOCKET: socket } });
-}
 
 /** What a link saves. */
 async function saved(link) {
@@ -46,7 +40,7 @@ test('before the first scan the page says how to start one', async () => {
 test('a scan is listed with its counts, and shows its finds and what was done', async () => {
   nestArchives();
   await scan(page, REPORT, { 'scan-archives': true, layers: '1' });
-  scanFromShell(join(console_.folder, 'samples/Pictures'));
+  scanInShell(console_, join(console_.folder, 'samples/Pictures'));
   await open();
   assert.deepEqual(await page.locator('#scans .name').allTextContents(), ['Scan from the command line', 'Manual scan']);
   await page.locator('#finds-only').check();

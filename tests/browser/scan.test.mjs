@@ -38,7 +38,7 @@ test('saving and scanning leads to a page that counts, and to the finds', async 
     if (scanned !== null) seen.add(scanned);
     await page.waitForTimeout(300);
   }
-  await page.locator('body[data-page="scan-done"]').waitFor();
+  await page.locator('body[data-page="scan-done"] #scanned', { hasText: /\d/ }).waitFor();
   assert.ok(seen.size > 1, `the page counted: ${[...seen]}`);
   assert.equal(await figure('scanned'), await figure('total'));
   assert.ok(await figure('total') > 500);

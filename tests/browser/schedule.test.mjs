@@ -5,9 +5,9 @@ import { cpSync, mkdirSync, mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import test from 'node:test';
-import { addresses, build } from './support/console.mjs';
+import { addresses } from './support/console.mjs';
 import { setControls } from './support/controls.mjs';
-import { makeSamples } from './support/scans.mjs';
+import { makeSamples, scanInShell } from './support/scans.mjs';
 import { console_, openList, page, shareConsole } from './support/shared.mjs';
 import { inEveryView, views } from './support/views.mjs';
 
@@ -55,8 +55,7 @@ test('it runs at its time, and what is scanned by hand afterwards does not hide 
     await openList(page, addresses.history);
   }
   assert.deepEqual(await page.locator('#scans .name').allTextContents(), ['Scheduled scan']);
-  const env = { ...process.env, KELDRA_SOCKET: join(console_.folder, 'keldrad.sock') };
-  execFileSync(join(build, 'service/keldractl'), ['scan', join(share, 'Documents/minutes.txt')], { env });
+  scanInShell(console_, join(share, 'Documents/minutes.txt'));
   assert.deepEqual(page.errors, []);
 });
 

@@ -1,8 +1,9 @@
 // Scans for tests whose subject is what comes after one, and files that keep one busy.
-import { execFileSync } from 'node:child_process';
+import assert from 'node:assert/strict';
+import { execFileSync, spawnSync } from 'node:child_process';
 import { chmodSync, existsSync, mkdirSync, truncateSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { addresses } from './console.mjs';
+import { addresses, build } from './console.mjs';
 import { setControls } from './controls.mjs';
 import { root } from './templates.mjs';
 
@@ -54,3 +55,11 @@ export async function scan(page, action, more = {}) {
 }
 export const REPORT = '1';
 export const QUARANTINE = '4';
+
+/** A scan of chosen files that finds nothing, as an administrator starts it in a shell. */
+export function scanInShell(console, path) {
+  const env = { ...process.env, KELDRA_SOCKET: join(console.folder, 'keldrad.sock') };
+  const ended = spawnSync(join(build, 'service/keldractl'), ['scan', path], { env, encoding: 'utf8' });
+  assert.equal(ended.status, 2, ended.stdout + ended.stderr);
+  assert.match(ended.stderr, /nothing but the test file can be found/, 'there are no other signatures here');
+}
