@@ -1,5 +1,7 @@
 #include "webui/cgi/page_text.h"
 
+#include <libintl.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -129,4 +131,10 @@ std::string withTexts(std::string_view text, const CStringMUI& strings) {
     }
     done.append(rest.view());
     return done;
+}
+
+std::string translated(const std::string& text) {
+    // The catalogue answers the empty text with its own header, and sees nothing behind a NUL byte.
+    if (text.empty() || text.find('\0') != std::string::npos) return text;
+    return gettext(text.c_str());
 }

@@ -5,8 +5,6 @@
 #include "webui/cgi/page_text.h"
 #include "webui/cgi/text_file.h"
 
-#include <libintl.h>
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -30,12 +28,6 @@ std::string_view takeWord(std::string_view& text) {
 void dropLine(std::string_view& text) {
     const std::size_t end = text.find('\n');
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-}
-
-std::string translated(const std::string& text) {
-    // The catalogue answers the empty text with its own header, and sees nothing behind a NUL byte.
-    if (text.empty() || text.find('\0') != std::string::npos) return text;
-    return gettext(text.c_str());
 }
 
 }  // namespace

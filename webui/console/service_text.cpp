@@ -1,5 +1,7 @@
 #include "webui/console/service_text.h"
 
+#include "webui/cgi/page_text.h"
+
 #include <libintl.h>
 
 namespace {
@@ -7,10 +9,7 @@ namespace {
 /// The message catalogues that the process has chosen.
 class CatalogueWords : public Words {
 public:
-    /// The catalogue answers the empty text with its own header.
-    std::string text(const std::string& english) const override {
-        return english.empty() ? english : gettext(english.c_str());
-    }
+    std::string text(const std::string& english) const override { return translated(english); }
 
 protected:
     std::string form(const char* one, const char* many, std::uint64_t number) const override {
