@@ -97,6 +97,8 @@ function ask(form, mode, rows) {
   byId('overwrite-no').addEventListener('click', () => leaveTo(addressOf(form)));
   byId('overwrite-edit').addEventListener('click', () => question.close());
   question.showModal();
+  // The button that has the focus is its last; a long question is read from its top.
+  question.scrollTop = 0;
 }
 
 /**
